@@ -1,0 +1,39 @@
+# What every target of the project shares: language level, floating-point contract, warnings.
+
+# zeph_sources(VAR [SUBDIR...]): the .cpp files of the current folder (and sub-folders). A floor is
+# its folder, so adding a file is enough to have it built.
+function(zeph_sources var)
+  set(patterns ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+  foreach(sub IN LISTS ARGN)
+    list(APPEND patterns ${CMAKE_CURRENT_SOURCE_DIR}/${sub}/*.cpp)
+  endforeach()
+  file(GLOB found CONFIGURE_DEPENDS ${patterns})
+  set(${var} ${found} PARENT_SCOPE)
+endfunction()
+
+function(zeph_configure_target target)
+  target_compile_features(${target} PUBLIC cxx_std_17 PRIVATE cxx_std_20)
+  set_target_properties(${target} PROPERTIES
+    CXX_EXTENSIONS OFF
+    POSITION_INDEPENDENT_CODE ON
+    CXX_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON)
+  # Summation orders are part of the contract: no silent fusing of a multiply and an add.
+  target_compile_options(${target} PRIVATE -ffp-contract=off -Wall -Wextra -Wconversion
+                         -Wno-sign-conversion)
+  if(ZEPH_WARNINGS_AS_ERRORS)
+    target_compile_options(${target} PRIVATE -Werror)
+  endif()
+  if(ZEPH_SANITIZE)
+    target_compile_options(${target} PRIVATE -fsanitize=${ZEPH_SANITIZE} -fno-omit-frame-pointer
+                           -fno-sanitize-recover=all)
+    target_link_options(${target} PRIVATE -fsanitize=${ZEPH_SANITIZE})
+  endif()
+endfunction()
+
+# Headers are included from the repository root: #include "solver/protosparse.h".
+function(zeph_include_root target scope)
+  target_include_directories(${target} ${scope}
+    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
+    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/zeph_solver>)
+endfunction()
