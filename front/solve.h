@@ -1,0 +1,23 @@
+#ifndef ZEPH_FRONT_SOLVE_H
+#define ZEPH_FRONT_SOLVE_H
+
+#include "front/progress.h"
+#include "front/sparse_matrix.h"
+#include "front/variances.h"
+
+namespace zeph {
+
+struct Solution {
+  ZtMatrix X;  ///< A's columns x B's columns, all finite
+  RouteChoice choice;
+  double relativeResidual = 0.0;  ///< ‖AX-B‖ / (‖A‖ ‖X‖ + ‖B‖), Frobenius norms; 0 for B = 0
+};
+
+/// Solves A X = B for all columns of B with one factorisation. Route::LuSolves means Lu here.
+/// Throws Error(Unfit) when B has not A's height, and as variances() does.
+Solution solve(SparseMatrix A, const DenseMatrix& B, Route asked = Route::Automatic,
+               const Progress& progress = Progress());
+
+}  // namespace zeph
+
+#endif
