@@ -1,0 +1,54 @@
+#include "math/kernels/pack.h"
+
+#include <memory>
+#include <new>
+
+#include "math/kernels/transpose.h"
+
+namespace korin::kernels {
+namespace {
+
+constexpr std::size_t kCacheLine = 64;
+
+struct AlignedDelete {
+  void operator()(double* p) const { ::operator delete (p, std::align_val_t{kCacheLine}); }
+};
+
+// A constant count lets the compiler turn the inner loop into a few vector moves.
+template <std::size_t kCols>
+void copyRows(std::size_t k, const double* b, std::ptrdiff_t brs, double* panel,
+              std::size_t stride) {
+  for (; k != 0; --k, b += brs, panel += stride) {
+    for (std::size_t j = 0; j < kCols; ++j) panel[j] = b[j];
+  }
+}
+
+}  // namespace
+
+void packPanel(const TileTable& table, std::size_t k, std::size_t cols, const double* b,
+               std::ptrdiff_t brs, std::ptrdiff_t bcs, double* panel, std::size_t stride) {
+  if (bcs == 1 && cols == 24) return copyRows<24>(k, b, brs, panel, stride);
+  if (bcs == 1 && cols == 8) return copyRows<8>(k, b, brs, panel, stride);
+  if (brs == 1 && bcs != 1) {
+    return transposeBlocks(table, cols, k, b, bcs, panel, static_cast<std::ptrdiff_t>(stride));
+  }
+  for (; k != 0; --k, b += brs, panel += stride) {
+    const double* in = b;
+    for (std::size_t j = 0; j < cols; ++j, in += bcs) panel[j] = *in;
+  }
+}
+
+double* packingBuffer(std::size_t count) {
+  thread_local std::unique_ptr<double, AlignedDelete> buffer;
+  thread_local std::size_t capacity = 0;
+  if (count > capacity) {
+    buffer.reset();
+    capacity = 0;
+    buffer.reset(static_cast<double*>(
+        ::operator new (count * sizeof(double), std::align_val_t{kCacheLine})));
+    capacity = count;
+  }
+  return buffer.get();
+}
+
+}  // namespace korin::kernels

@@ -1,0 +1,78 @@
+#ifndef ZEPH_MATH_KERNELS_REGISTER_TILE_H
+#define ZEPH_MATH_KERNELS_REGISTER_TILE_H
+
+// The register tile, written once for every vector width. Included only by the tile_*.cpp files;
+// each gives its own `Lane`, a type in an unnamed namespace with
+//   Vector, Mask, kWidth, zero(), load(p), store(p, x), mask(count), loadPart(p, mask),
+//   storePart(p, x, mask), broadcast(p), add(x, y), subtract(x, y),
+//   multiplyScalar(p, y) = *p * y and multiplyAdd(x, y, z) = x*y + z, fused where the level can,
+// so that no code of one level can be merged with that of another by the linker.
+
+#include "math/kernels/tile.h"
+
+namespace korin::kernels {
+
+template <class Lane, int kRows, int kVectors, bool kFused, bool kPartial>
+struct RegisterTile {
+  using Vector = typename Lane::Vector;
+  using Mask = typename Lane::Mask;
+  static constexpr int kWidth = Lane::kWidth;
+
+  static inline __attribute__((always_inline)) Vector load(const double* p, int v, Mask last) {
+    return kPartial && v == kVectors - 1 ? Lane::loadPart(p + v * kWidth, last)
+                                         : Lane::load(p + v * kWidth);
+  }
+  static inline __attribute__((always_inline)) void store(double* p, int v, Mask last, Vector x) {
+    if (kPartial && v == kVectors - 1) {
+      Lane::storePart(p + v * kWidth, x, last);
+    } else {
+      Lane::store(p + v * kWidth, x);
+    }
+  }
+
+  static void run(size_t k, const double* a, ptrdiff_t ars, ptrdiff_t acs, const double* b,
+                  ptrdiff_t brs, double* c, ptrdiff_t crs, size_t lastCols, unsigned flags) {
+    const Mask last = Lane::mask(lastCols);
+    Vector sum[kRows][kVectors];
+    const bool carry = !kFused && (flags & kTileUpdate) != 0;
+    const double* row = c;
+#pragma GCC unroll 8
+    for (int r = 0; r < kRows; ++r, row += crs) {
+#pragma GCC unroll 3
+      for (int v = 0; v < kVectors; ++v) sum[r][v] = carry ? load(row, v, last) : Lane::zero();
+    }
+    // Keeps the compiler from holding the addresses of all rows of C during the loop.
+    asm("" : "+r"(c), "+r"(crs));
+    for (; k != 0; --k, a += acs, b += brs) {
+      Vector y[kVectors];
+#pragma GCC unroll 3
+      for (int v = 0; v < kVectors; ++v) y[v] = load(b, v, last);
+#pragma GCC unroll 8
+      for (int r = 0; r < kRows; ++r) {
+        const double* x = a + r * ars;
+#pragma GCC unroll 3
+        for (int v = 0; v < kVectors; ++v) {
+          sum[r][v] = kFused ? Lane::multiplyAdd(Lane::broadcast(x), y[v], sum[r][v])
+                             : Lane::add(sum[r][v], Lane::multiplyScalar(x, y[v]));
+        }
+      }
+    }
+    const bool join = kFused && flags != kTileFresh;
+#pragma GCC unroll 8
+    for (int r = 0; r < kRows; ++r, c += crs) {
+#pragma GCC unroll 3
+      for (int v = 0; v < kVectors; ++v) {
+        Vector x = sum[r][v];
+        if (join) {
+          const Vector old = (flags & kTileUpdate) != 0 ? load(c, v, last) : Lane::zero();
+          x = (flags & kTileNegate) != 0 ? Lane::subtract(old, x) : Lane::add(old, x);
+        }
+        store(c, v, last, x);
+      }
+    }
+  }
+};
+
+}  // namespace korin::kernels
+
+#endif

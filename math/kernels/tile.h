@@ -1,0 +1,59 @@
+#ifndef ZEPH_MATH_KERNELS_TILE_H
+#define ZEPH_MATH_KERNELS_TILE_H
+
+// The contract between the matrix products and the processor-specific register tiles. Files for
+// one processor level include this header, so it must not pull in the standard library's templates.
+
+#include <stddef.h>
+
+namespace korin::kernels {
+
+/// How a tile treats what C holds.
+enum TileFlags : unsigned {
+  kTileFresh = 0,   ///< C = sum; C is not read
+  kTileUpdate = 1,  ///< the sum is added to C
+  kTileNegate = 2,  ///< fused tiles only: the sum is subtracted instead of added
+};
+
+/// One register tile: C (rows x cols) gets the sum over p = 0 .. k-1 of A(i, p) * B(p, j), where
+/// A(i, p) is a[i*ars + p*acs], B(p, j) is b[p*brs + j] and C(i, j) is c[i*crs + j]. `lastCols`
+/// is the number of columns in the last vector of a row; columns beyond it are neither read nor
+/// written. The numbers of rows and vectors are those of the table position.
+///
+/// An ordered tile adds in increasing p, one rounded multiplication and one rounded addition
+/// each, starting from 0.0 or, with kTileUpdate, from what C holds: splitting k over several
+/// calls does not change a bit. A fused tile uses fused multiply-add where there is one and joins
+/// the finished sum with C at the end.
+using TileFunction = void (*)(size_t k, const double* a, ptrdiff_t ars, ptrdiff_t acs,
+                              const double* b, ptrdiff_t brs, double* c, ptrdiff_t crs,
+                              size_t lastCols, unsigned flags);
+
+/// dst(j, i) = src(i, j) for a square block of TileTable::width; strides in elements.
+using TransposeFunction = void (*)(const double* src, ptrdiff_t srcStride, double* dst,
+                                   ptrdiff_t dstStride);
+
+inline constexpr size_t kMaxTileRows = 8;
+inline constexpr size_t kMaxTileVectors = 3;
+
+/// The kernels of one processor level.
+struct TileTable {
+  size_t width;                                         ///< doubles in a vector
+  size_t rows;                                          ///< rows of a full tile
+  size_t vectors;                                       ///< vectors in a row of a full tile
+  TileFunction ordered[kMaxTileRows][kMaxTileVectors];  ///< [rows - 1][vectors - 1]
+  TileFunction fused[kMaxTileRows][kMaxTileVectors];
+  TileFunction orderedFull;  ///< the full tile where lastCols == width
+  TileFunction fusedFull;
+  TransposeFunction transpose;
+};
+
+extern const TileTable kBaselineTiles;
+extern const TileTable kAvx2Tiles;
+extern const TileTable kAvx512Tiles;
+
+/// The table of the processor level in use.
+const TileTable& tiles();
+
+}  // namespace korin::kernels
+
+#endif

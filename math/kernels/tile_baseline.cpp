@@ -1,0 +1,61 @@
+#include <emmintrin.h>
+
+#include "math/kernels/register_tile.h"
+
+namespace korin::kernels {
+namespace {
+
+struct Lane {
+  using Vector = __m128d;
+  using Mask = bool;  // whether the vector is whole
+  static constexpr int kWidth = 2;
+  static Vector zero() { return _mm_setzero_pd(); }
+  static Vector load(const double* p) { return _mm_loadu_pd(p); }
+  static void store(double* p, Vector x) { _mm_storeu_pd(p, x); }
+  static Mask mask(size_t count) { return count == 2; }
+  static Vector loadPart(const double* p, Mask m) { return m ? _mm_loadu_pd(p) : _mm_load_sd(p); }
+  static void storePart(double* p, Vector x, Mask m) {
+    if (m) {
+      _mm_storeu_pd(p, x);
+    } else {
+      _mm_store_sd(p, x);
+    }
+  }
+  static Vector broadcast(const double* p) { return _mm_set1_pd(*p); }
+  static Vector add(Vector x, Vector y) { return _mm_add_pd(x, y); }
+  static Vector subtract(Vector x, Vector y) { return _mm_sub_pd(x, y); }
+  static Vector multiplyScalar(const double* p, Vector y) { return _mm_mul_pd(broadcast(p), y); }
+  static Vector multiplyAdd(Vector x, Vector y, Vector z) { return add(_mm_mul_pd(x, y), z); }
+};
+
+void transposeBlock(const double* src, ptrdiff_t srcStride, double* dst, ptrdiff_t dstStride) {
+  const __m128d u = _mm_loadu_pd(src);
+  const __m128d v = _mm_loadu_pd(src + srcStride);
+  _mm_storeu_pd(dst, _mm_unpacklo_pd(u, v));
+  _mm_storeu_pd(dst + dstStride, _mm_unpackhi_pd(u, v));
+}
+
+template <int kRows, int kVectors, bool kFused>
+constexpr TileFunction kPart = &RegisterTile<Lane, kRows, kVectors, kFused, true>::run;
+
+}  // namespace
+
+#define ZEPH_TILE_ROW(rows, fused) \
+  { kPart<rows, 1, fused>, kPart<rows, 2, fused> }
+#define ZEPH_TILE_ROWS(fused)                                                  \
+  {                                                                            \
+    ZEPH_TILE_ROW(1, fused), ZEPH_TILE_ROW(2, fused), ZEPH_TILE_ROW(3, fused), \
+        ZEPH_TILE_ROW(4, fused)                                                \
+  }
+
+// Eight of the 16 registers hold sums: products need copies of their operands on this level.
+const TileTable kBaselineTiles = {2,
+                                  4,
+                                  2,
+                                  ZEPH_TILE_ROWS(false),
+                                  ZEPH_TILE_ROWS(true),
+                                  &RegisterTile<Lane, 4, 2, false, false>::run,
+                                  &RegisterTile<Lane, 4, 2, true, false>::run,
+                                  &transposeBlock};
+
+}  // namespace korin::kernels
