@@ -1,0 +1,184 @@
+#include "math/mtsort.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <random>
+#include <tuple>
+#include <vector>
+
+namespace {
+
+using u32 = std::uint32_t;
+
+struct Triplet {
+  u32 row;
+  u32 col;
+  double value;
+};
+
+struct Event {
+  double payload;
+  u32 time;
+};
+
+}  // namespace
+
+template <>
+struct korin::MtSortOrder<Event> {
+  static std::uint64_t key(const Event& e) { return e.time; }
+  static std::uint64_t weight(const Event&) { return 0; }
+};
+
+namespace {
+
+using Triplets = std::vector<Triplet>;
+
+bool before(const Triplet& a, const Triplet& b) {
+  if (a.col != b.col) return a.col < b.col;
+  if (a.row != b.row) return a.row < b.row;
+  return std::fabs(a.value) > std::fabs(b.value);
+}
+
+/// Lists a quicksort may stumble over; equal keys come with equal, opposite and different values.
+enum Shape {
+  kSorted,
+  kReversed,
+  kSortedButLast,
+  kOrganPipe,
+  kSawtooth,
+  kAllEqual,
+  kOneKeyRandom,
+  kOneKeyRising,
+  kTwoElements,
+  kFewPositions,
+  kEightAPosition,
+  kRandom,
+  kMedianKiller,
+  kNumShapes
+};
+
+Triplet elementOf(int shape, u32 i, u32 n, u32 random) {
+  switch (shape) {
+    case kSorted:
+      return {i % 8, i / 8, 1.0};
+    case kReversed:
+      return {(n - i) % 8, (n - i) / 8, 1.0};
+    case kSortedButLast:
+      return {i + 1 == n ? 0 : i, 0, 1.0};
+    case kOrganPipe:
+      return {std::min(i, n - i), 0, 1.0};
+    case kSawtooth:
+      return {i % 1000, 7, 1.0 / (i + 1.0)};
+    case kAllEqual:
+      return {3, 4, -2.5};
+    case kOneKeyRandom:
+      return {9, 9, random % 2001 - 1000.0};
+    case kOneKeyRising:
+      return {1, 1, 1.0 + i};
+    case kTwoElements:
+      return {5, random % 2, 1.0};
+    case kFewPositions:
+      return {random % 4, random / 4 % 4, random / 16 % 3 - 1.0};
+    case kEightAPosition:
+      return {random % (n / 8 + 1), 0, 1.0 / random};
+    case kRandom:
+      return {random * 2654435761u, random, 1.0};
+    default:
+      return {i >= n / 2 ? 2 * (i - n / 2 + 1) : (i % 2 ? n / 2 + i : i + 1), 0, 1.0};
+  }
+}
+
+Triplets make(int shape, u32 n) {
+  std::mt19937 random(n);
+  Triplets list;
+  for (u32 i = 0; i < n; ++i) list.push_back(elementOf(shape, i, n, static_cast<u32>(random())));
+  return list;
+}
+
+/// Sorts a copy and holds it against a stable sort: the same keys and magnitudes in the same order,
+/// and the very same elements.
+void expectSorted(const Triplets& list, int threads, int shape = -1) {
+  SCOPED_TRACE(::testing::Message() << "shape " << shape << ", " << list.size() << " elements, "
+                                    << threads << " threads");
+  Triplets sorted = list;
+  Triplets expected = list;
+  korin::mtSort(sorted.data(), static_cast<int>(sorted.size()), threads);
+  std::stable_sort(expected.begin(), expected.end(), before);
+  for (std::size_t i = 0; i < list.size(); ++i) {
+    ASSERT_FALSE(before(sorted[i], expected[i]) || before(expected[i], sorted[i])) << "at " << i;
+  }
+  const auto fields = [](const Triplet& e) { return std::tie(e.col, e.row, e.value); };
+  const auto all = [&](const auto& a, const auto& b) { return fields(a) < fields(b); };
+  std::sort(sorted.begin(), sorted.end(), all);
+  std::sort(expected.begin(), expected.end(), all);
+  for (std::size_t i = 0; i < list.size(); ++i) ASSERT_EQ(fields(sorted[i]), fields(expected[i]));
+}
+
+TEST(MtSort, AgreesWithStableSortOnEveryShapeAndSize) {
+  for (int shape = 0; shape < kNumShapes; ++shape) {
+    for (u32 n = 0; n <= 2000; n = n < 40 ? n + 1 : n + n / 7) {
+      ASSERT_NO_FATAL_FAILURE(expectSorted(make(shape, n), n % 2 ? 1 : 32, shape));
+    }
+    const Triplets list = make(shape, 1000000);
+    for (int threads : {1, 32}) {
+      Triplets sorted = list;
+      korin::mtSort(sorted.data(), 1000000, threads);
+      EXPECT_TRUE(std::is_sorted(sorted.begin(), sorted.end(), before)) << shape << ' ' << threads;
+    }
+  }
+}
+
+TEST(MtSort, SortsEveryArrangementOfASmallRun) {
+  for (u32 n = 2; n <= 8; ++n) {
+    Triplets list;
+    for (u32 i = 0; i < n; ++i) list.push_back({1 + i / 3, 0, 3.0 - i % 3});
+    do ASSERT_NO_FATAL_FAILURE(expectSorted(list, 1));
+    while (std::next_permutation(list.begin(), list.end(), before));
+  }
+}
+
+TEST(MtSort, FallsBackWhenSplitsKeepFailing) {
+  for (int shape : {kMedianKiller, kOrganPipe, kFewPositions, kRandom}) {
+    for (int failures = 0; failures < 4; ++failures) {
+      Triplets list = make(shape, 5000);
+      if (failures < 3) korin::mtsort::sortRange(list.data(), 5000, 1, failures);
+      if (failures == 3) korin::mtsort::heapSort(list.data(), 5000);
+      EXPECT_TRUE(std::is_sorted(list.begin(), list.end(), before)) << shape << ' ' << failures;
+    }
+  }
+}
+
+TEST(MtSort, KeepsKeysInOrderAndLosesNothingAmongNaNs) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  const double values[] = {nan, -nan, HUGE_VAL, -HUGE_VAL, 0.0, -0.0, 1.0, -1.0, 5e-324};
+  for (u32 keys : {1u, 2u, 50u, 100000u}) {
+    Triplets list = make(kRandom, 20000);
+    int nans = 0;
+    for (Triplet& e : list) {
+      e = {e.col % keys, e.row % 2, values[e.row / 2 % 9]};
+      nans += std::isnan(e.value);
+    }
+    korin::mtSort(list.data(), 20000, 32);
+    EXPECT_TRUE(std::adjacent_find(list.begin(), list.end(), [](const auto& a, const auto& b) {
+                  return before(b, a);
+                }) == list.end());
+    for (const Triplet& e : list) nans -= std::isnan(e.value);
+    EXPECT_EQ(nans, 0);
+  }
+}
+
+TEST(MtSort, FollowsTheOrderDefinedForAnotherType) {
+  std::vector<Event> events;
+  for (u32 i = 0; i < 5000; ++i) events.push_back({i * 77 % 701 + 0.5, i * 77 % 701});
+  korin::mtSort(events.data(), 5000, 4);
+  for (std::size_t i = 0; i < events.size(); ++i) {
+    ASSERT_EQ(events[i].payload, events[i].time + 0.5);
+    ASSERT_LE(events[i ? i - 1 : 0].time, events[i].time);
+  }
+}
+
+}  // namespace
