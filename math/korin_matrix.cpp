@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "math/korin_rows.h"
 #include "math/korin_vector.h"
 #include "math/zt_error.h"
 
@@ -14,14 +15,6 @@ constexpr char kResizeRefused[] = "resizing of this object is not allowed";
 
 bool isViewWithData(const ZtMatrix& m) {
   return m.data != nullptr && (m.flags & kZtManaged) == 0;
-}
-
-ZtReal* rowOf(ZtMatrix& m, ZtSize r) {
-  return m.data + r * m.stride;
-}
-
-const ZtReal* rowOf(const ZtMatrix& m, ZtSize r) {
-  return m.data + r * m.stride;
 }
 
 }  // namespace

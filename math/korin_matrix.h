@@ -108,8 +108,8 @@ class Matrix : public ZtMatrix {
   void setMatAddMat(const ZtMatrix& a, const ZtMatrix& b);
   /// this = a - b.
   void setMatSubMat(const ZtMatrix& a, const ZtMatrix& b);
-  /// this = (a + b^T) * s, the sum rounded before the product. this must not be b, unless it is a
-  /// 1 x 1 matrix.
+  /// this = (a + b^T) * s, the sum rounded before the product; s = 0.5 and b = a make the symmetric
+  /// part of a. this must not overlap b.
   void setMatAddTransMatMulSca(const ZtMatrix& a, const ZtMatrix& b, ZtReal s);
   /// this = s * a.
   void setScaMulMat(ZtReal s, const ZtMatrix& a);
