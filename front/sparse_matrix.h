@@ -47,6 +47,10 @@ enum class Triangles {
 /// Throws Error(Unfit) beyond 2³¹-1 entries.
 zeph_solver::ProtoSparse assemble(SparseMatrix m, Triangles triangles);
 
+/// All entries of m, symmetric forms completed, duplicates summed.
+/// Throws Error(Memory) where rows x cols does not fit into memory.
+DenseMatrix toDense(const SparseMatrix& m);
+
 /// "(3, 4)" for a zero-based position, counted as in the file of m.
 std::string position(const SparseMatrix& m, std::size_t row, std::size_t col);
 

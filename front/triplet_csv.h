@@ -21,6 +21,9 @@ SparseMatrix readTripletCsv(const std::string& path, const ReadOptions& options 
 void writeTripletCsv(AtomicFile& out, const zeph_solver::ProtoSparse& m);
 void writeTripletCsv(AtomicFile& out, SparseMatrix m);
 
+/// All positions of a dense matrix, row by row, in the same form.
+void writeTripletCsv(AtomicFile& out, const ZtMatrix& m);
+
 }  // namespace zeph
 
 #endif

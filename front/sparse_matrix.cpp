@@ -1,0 +1,120 @@
+#include "front/sparse_matrix.h"
+
+#include <unistd.h>
+
+#include <cmath>
+#include <new>
+#include <utility>
+
+#include "front/error.h"
+#include "front/number_text.h"
+
+namespace zeph {
+namespace {
+
+using Entries = std::vector<zeph_solver::MatrixElement>;
+
+void moveToTriangle(Entries& entries, bool upper) {
+  for (zeph_solver::MatrixElement& e : entries) {
+    if (upper ? e.row > e.col : e.row < e.col) std::swap(e.row, e.col);
+  }
+}
+
+void appendMirrored(Entries& entries, double sign) {
+  std::size_t offDiagonal = 0;
+  for (const auto& e : entries) offDiagonal += e.row != e.col;
+  const std::size_t stored = entries.size();
+  entries.reserve(stored + offDiagonal);
+  for (std::size_t k = 0; k < stored; ++k) {
+    const zeph_solver::MatrixElement e = entries[k];
+    if (e.row != e.col) entries.push_back({e.col, e.row, sign * e.value});
+  }
+}
+
+// A size line costs nothing to write; memory that the machine does not have is refused before the
+// system starts to kill processes for it.
+ZtMatrix zeroMatrix(const std::string& source, std::size_t rows, std::size_t cols) {
+  const double bytes = static_cast<double>(rows) * static_cast<double>(cols) * sizeof(double);
+  const double memory =
+      static_cast<double>(sysconf(_SC_PHYS_PAGES)) * static_cast<double>(sysconf(_SC_PAGESIZE));
+  const auto tooLarge = [&] {
+    return Error(ErrorKind::Memory, source + " holds a " + std::to_string(rows) + " x " +
+                                        std::to_string(cols) + " matrix, too large to be dense");
+  };
+  if (bytes > memory) throw tooLarge();
+  try {
+    ZtMatrix m(rows, cols, cols, nullptr);
+    ZtMatrix_setZero(&m);
+    return m;
+  } catch (const std::bad_alloc&) {
+    throw tooLarge();
+  }
+}
+
+}  // namespace
+
+zeph_solver::ProtoSparse assemble(SparseMatrix m, Triangles triangles) {
+  if (m.symmetry == Symmetry::SkewSymmetric) {
+    appendMirrored(m.entries, -1.0);
+  } else if (m.symmetry == Symmetry::Symmetric) {
+    if (triangles == Triangles::Both) {
+      appendMirrored(m.entries, 1.0);
+    } else {
+      moveToTriangle(m.entries, triangles == Triangles::Upper);
+    }
+  }
+  if (m.entries.size() > kLargestSize) {
+    throw Error(ErrorKind::Unfit, m.source + " has " + std::to_string(m.entries.size()) +
+                                      " entries; the solvers count no further than " +
+                                      std::to_string(kLargestSize));
+  }
+  zeph_solver::ProtoSparse p;
+  p.setSize(m.rows, m.cols);
+  if (!p.isDense()) {
+    p.elements = std::move(m.entries);
+    return p;
+  }
+  p.clear();
+  for (const auto& e : m.entries) p.addDenseElement(e.row, e.col, e.value);
+  return p;
+}
+
+DenseMatrix toDense(const SparseMatrix& m) {
+  DenseMatrix dense;
+  dense.source = m.source;
+  dense.values = zeroMatrix(m.source, m.rows, m.cols);
+  ZtMatrix& values = dense.values;
+  const double mirrorSign = m.symmetry == Symmetry::SkewSymmetric ? -1.0 : 1.0;
+  for (const auto& e : m.entries) {
+    values.data[e.row * values.stride + e.col] += e.value;
+    if (m.symmetry == Symmetry::General || e.row == e.col) continue;
+    values.data[e.col * values.stride + e.row] += mirrorSign * e.value;
+  }
+  return dense;
+}
+
+std::string position(const SparseMatrix& m, std::size_t row, std::size_t col) {
+  return "(" + std::to_string(row + m.indexBase) + ", " + std::to_string(col + m.indexBase) + ")";
+}
+
+void requireSquare(const SparseMatrix& m) {
+  if (m.rows == 0 || m.cols == 0) {
+    throw Error(ErrorKind::Unfit, m.source + " is empty (" + std::to_string(m.rows) + " x " +
+                                      std::to_string(m.cols) + "); there is nothing to factorise");
+  }
+  if (m.rows == m.cols) return;
+  throw Error(ErrorKind::Unfit, m.source + " is " + std::to_string(m.rows) + " x " +
+                                    std::to_string(m.cols) +
+                                    "; only a square matrix can be factorised");
+}
+
+void requireFinite(const SparseMatrix& m) {
+  for (const auto& e : m.entries) {
+    if (std::isfinite(e.value)) continue;
+    throw Error(ErrorKind::Unfit, "the value of entry " + position(m, e.row, e.col) + " of " +
+                                      m.source + " is " + toText(e.value) +
+                                      "; replace it by a finite number");
+  }
+}
+
+}  // namespace zeph
