@@ -1,0 +1,277 @@
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <random>
+#include <vector>
+
+#include "math/korin_matrix.h"
+#include "math/korin_sparse_info.h"
+
+namespace {
+
+using korin::MatMulMatTemplate;
+using korin::Matrix;
+using korin::MatrixShape;
+using korin::SparseInfo;
+
+std::mt19937 random_(5);
+
+double uniform() {
+  return std::uniform_real_distribution<>(-1, 1)(random_);
+}
+
+// About one element in four non-zero, with NaN, infinity and -0.0 among the others.
+double mostlyZero() {
+  switch (random_() % 40) {
+    case 0:
+      return std::nan("");
+    case 1:
+      return -std::numeric_limits<double>::infinity();
+    case 2:
+    case 3:
+      return -0.0;
+    default:
+      return random_() % 4 == 0 ? uniform() : 0.0;
+  }
+}
+
+template <class F>
+Matrix filled(ZtSize rows, ZtSize cols, F next) {
+  Matrix m(rows, cols);
+  for (ZtSize i = 0; i < rows * cols; ++i) m.data[i] = next();
+  return m;
+}
+
+testing::AssertionResult sameBits(const Matrix& x, const Matrix& y) {
+  for (ZtSize i = 0; i < x.rows; ++i) {
+    for (ZtSize j = 0; j < x.cols; ++j) {
+      const bool same =
+          std::bit_cast<std::uint64_t>(x(i, j)) == std::bit_cast<std::uint64_t>(y(i, j)) ||
+          (std::isnan(x(i, j)) && std::isnan(y(i, j)));
+      if (!same) {
+        return testing::AssertionFailure()
+               << "(" << i << ", " << j << ") is " << x(i, j) << ", not " << y(i, j);
+      }
+    }
+  }
+  return testing::AssertionSuccess();
+}
+
+Matrix plainProduct(const Matrix& a, const Matrix& b) {
+  Matrix c(a.rows, b.cols);
+  ZtMatrix_setZero(&c);
+  for (ZtSize i = 0; i < c.rows; ++i) {
+    for (ZtSize p = 0; p < a.cols; ++p) {
+      for (ZtSize j = 0; j < c.cols; ++j) c(i, j) += a(i, p) * b(p, j);
+    }
+  }
+  return c;
+}
+
+Matrix transposed(const Matrix& a) {
+  Matrix t(a.cols, a.rows);
+  for (ZtSize i = 0; i < a.rows; ++i) {
+    for (ZtSize j = 0; j < a.cols; ++j) t(j, i) = a(i, j);
+  }
+  return t;
+}
+
+// The block recursion written out with whole matrices: what the kernel must reproduce bit for bit.
+Matrix blockReference(const Matrix& a, const Matrix& b) {
+  const ZtSize m = a.rows, k = a.cols, n = b.cols;
+  const bool small = m / 2 <= 258 || k / 2 <= 258 || n / 2 <= 258;
+  const auto times = [small](const Matrix& x, const Matrix& y) {
+    return small ? plainProduct(x, y) : blockReference(x, y);
+  };
+  const auto part = [](const Matrix& x, ZtSize r, ZtSize c, ZtSize rows, ZtSize cols) {
+    Matrix y(rows, cols);
+    for (ZtSize i = 0; i < rows; ++i) {
+      for (ZtSize j = 0; j < cols; ++j) y(i, j) = x(r + i, c + j);
+    }
+    return y;
+  };
+  const auto sum = [](Matrix x, const Matrix& y, double sign) {
+    for (ZtSize i = 0; i < x.rows * x.cols; ++i) x.data[i] = x.data[i] + sign * y.data[i];
+    return x;
+  };
+  Matrix c(m, n);
+  const auto put = [&c](ZtSize r, ZtSize col, const Matrix& x) {
+    for (ZtSize i = 0; i < x.rows; ++i) {
+      for (ZtSize j = 0; j < x.cols; ++j) c(r + i, col + j) = x(i, j);
+    }
+  };
+  if (m % 2 == 0 && m == k && b.rows == n && k == n) {
+    const ZtSize h = m / 2;
+    const Matrix a11 = part(a, 0, 0, h, h), a12 = part(a, 0, h, h, h), a21 = part(a, h, 0, h, h),
+                 a22 = part(a, h, h, h, h);
+    const Matrix b11 = part(b, 0, 0, h, h), b12 = part(b, 0, h, h, h), b21 = part(b, h, 0, h, h),
+                 b22 = part(b, h, h, h, h);
+    const Matrix m1 = times(sum(a11, a22, 1), sum(b11, b22, 1));
+    const Matrix m2 = times(sum(a21, a22, 1), b11);
+    const Matrix m3 = times(a11, sum(b12, b22, -1));
+    const Matrix m4 = times(a22, sum(b21, b11, -1));
+    const Matrix m5 = times(sum(a11, a12, 1), b22);
+    const Matrix m6 = times(sum(a21, a11, -1), sum(b11, b12, 1));
+    const Matrix m7 = times(sum(a12, a22, -1), sum(b21, b22, 1));
+    put(0, 0, sum(sum(sum(m1, m4, 1), m5, -1), m7, 1));
+    put(0, h, sum(m3, m5, 1));
+    put(h, 0, sum(m2, m4, 1));
+    put(h, h, sum(sum(sum(m1, m3, 1), m2, -1), m6, 1));
+    return c;
+  }
+  const ZtSize hm = m / 2, hk = k / 2 / 2 * 2, hn = n / 2 / 2 * 2;
+  for (const ZtSize i : {ZtSize{0}, hm}) {
+    for (const ZtSize j : {ZtSize{0}, hn}) {
+      const ZtSize rows = i == 0 ? hm : m - hm, cols = j == 0 ? hn : n - hn;
+      put(i, j,
+          sum(times(part(a, i, 0, rows, hk), part(b, 0, j, hk, cols)),
+              times(part(a, i, hk, rows, k - hk), part(b, hk, j, k - hk, cols)), 1));
+    }
+  }
+  return c;
+}
+
+struct Shape {
+  ZtSize m, n, k;
+};
+
+TEST(MatrixProduct, LoopKernelUpToTheBoundBlockRecursionAboveIt) {
+  const Shape shapes[] = {{258, 258, 258}, {259, 259, 258}, {14, 14, 30},    {15, 15, 3},
+                          {259, 259, 259}, {260, 260, 260}, {300, 300, 260}, {300, 299, 300}};
+  for (const auto& [m, n, k] : shapes) {
+    const Matrix a = filled(m, k, uniform), b = filled(k, n, uniform);
+    const Matrix expected =
+        m > 258 && n > 258 && k > 258 ? blockReference(a, b) : plainProduct(a, b);
+    Matrix c(m, n), d(m, n);
+    c.setMatMulMat(a, b);
+    EXPECT_TRUE(sameBits(c, expected)) << m << "x" << n << "x" << k;
+    d.setMatMulTransMat(a, transposed(b));
+    EXPECT_TRUE(sameBits(d, expected)) << m << "x" << n << "x" << k << " transposed";
+  }
+}
+
+TEST(MatrixProduct, BlockRecursionKeepsItsOrderAtEveryDepth) {
+  // Even and odd squares that recurse once more, oblong ones, and dimensions too small to halve.
+  const Shape shapes[] = {{600, 600, 600}, {601, 601, 601}, {520, 523, 526}, {518, 700, 519},
+                          {2, 2, 2},       {6, 6, 6},       {1, 5, 3},       {7, 9, 5},
+                          {4, 4, 6},       {3, 3, 3}};
+  for (const auto& [m, n, k] : shapes) {
+    const Matrix a = filled(m, k, uniform), b = filled(k, n, uniform);
+    Matrix c(m, n);
+    c.setMatMulMatBlocked(a, b);
+    EXPECT_TRUE(sameBits(c, blockReference(a, b))) << m << "x" << n << "x" << k;
+  }
+}
+
+TEST(MatrixProduct, WorksOnViewsAndInsideOneMatrix) {
+  Matrix whole = filled(600, 900, uniform);
+  const Matrix before = whole;
+  Matrix a(280, 270, whole, 3, 5), b(270, 290, whole, 300, 7), c(280, 290, whole, 10, 600);
+  const Matrix expected = blockReference(Matrix(static_cast<const ZtMatrix&>(a)), b);
+  c.setMatMulMat(a, b);
+  EXPECT_TRUE(sameBits(c, expected));
+  for (ZtSize i = 0; i < 600; ++i) {
+    for (ZtSize j = 0; j < 900; ++j) {
+      const bool inside = i >= 10 && i < 290 && j >= 600 && j < 890;
+      if (!inside) ASSERT_EQ(whole(i, j), before(i, j)) << i << ", " << j;
+    }
+  }
+}
+
+TEST(MatrixProduct, TargetThatIsAnOperandBehavesAsTheLoopsDo) {
+  // The loop kernel zeroes its target first, so only zeros and what it just wrote are read.
+  Matrix a = filled(20, 20, uniform);
+  const Matrix b = filled(20, 20, uniform);
+  Matrix c = b;
+  c.setMatMulMat(a, c);
+  EXPECT_EQ(c.countNonZeros(), 0U);
+  // The seven products are all taken before the first quarter is written.
+  Matrix square = b;
+  square.setMatMulMatBlocked(a, square);
+  EXPECT_TRUE(sameBits(square, blockReference(a, b)));
+}
+
+TEST(MatrixProduct, NonZeroListsGiveThePlainSumsOverStoredNonZeros) {
+  for (int round = 0; round < 30; ++round) {
+    const ZtSize m = 1 + random_() % 12, n = 1 + random_() % 12, k = 1 + random_() % 12;
+    const Matrix a = filled(m, k, mostlyZero), b = filled(k, n, mostlyZero);
+    Matrix expected(m, n);
+    for (ZtSize i = 0; i < m; ++i) {
+      for (ZtSize j = 0; j < n; ++j) {
+        double sum = 0.0;
+        for (ZtSize p = 0; p < k; ++p) {
+          if (a(i, p) != 0.0 && b(p, j) != 0.0) sum += a(i, p) * b(p, j);
+        }
+        expected(i, j) = sum;
+      }
+    }
+    const SparseInfo aRows(a, true, false), bCols(b, false, true), none;
+    const Matrix bt = transposed(b);
+    Matrix c(m, n);
+    c.setMatMulMatSparse(a, b);
+    EXPECT_TRUE(sameBits(c, expected));
+    c.setMatMulMat(a, aRows, b, bCols);
+    EXPECT_TRUE(sameBits(c, expected));
+    c.setMatMulTransMat(a, aRows, bt, SparseInfo(bt, true, false));
+    EXPECT_TRUE(sameBits(c, expected));
+    c.setMatMulMat(a, none, b, none);  // lists that were not made are made on the way
+    EXPECT_TRUE(sameBits(c, expected));
+    const MatMulMatTemplate pattern(a, MatrixShape::General, b, MatrixShape::General, 0.0);
+    c.setMatMulMat(pattern, a, b);
+    EXPECT_TRUE(sameBits(c, expected));
+  }
+  const Matrix a = filled(9, 7, mostlyZero), b = filled(7, 7, uniform);
+  Matrix c(9, 9), ab(9, 7), expected(9, 9);
+  c.setABAt(a, SparseInfo(a, true, true), b, SparseInfo(b, true, true));
+  ab.setMatMulMatSparse(a, b);
+  expected.setMatMulMatSparse(ab, transposed(a));
+  EXPECT_TRUE(sameBits(c, expected));
+}
+
+TEST(MatrixProduct, IndexListsAreIncreasingAndEnded) {
+  const double values[] = {1.0, 9.0, -0.0, 9.0, std::nan(""), 9.0, 0.0, 9.0, 5.0};
+  const ZtSize end = ~ZtSize{0};
+  ZtSize out[6] = {7, 7, 7, 7, 7, 7};
+  EXPECT_EQ(SparseInfo::getSparseIndexes(values, 2, 5, out), end);
+  EXPECT_EQ(std::vector<ZtSize>(out, out + 5), (std::vector<ZtSize>{0, 2, 4, end, 7}));
+  EXPECT_EQ(SparseInfo::getSparseIndexes(values, 1, 0, out), end);
+  EXPECT_EQ(out[0], end);
+  const double m[] = {0, 1, 2, 0, 0, 3};
+  SparseInfo info(Matrix(2, 3, m), true, true);
+  EXPECT_EQ(std::vector<ZtSize>(info.rowList(1), info.rowList(1) + 2),
+            (std::vector<ZtSize>{2, end}));
+  EXPECT_EQ(std::vector<ZtSize>(info.colList(2), info.colList(2) + 3),
+            (std::vector<ZtSize>{0, 1, end}));
+  EXPECT_EQ(info.colList(0)[0], end);
+}
+
+TEST(MatrixProduct, PatternsFollowTheDeclaredShapes) {
+  // A triangular shape decides alone: stored zeros count as elements, stored values outside do not.
+  const double full[] = {0, 5, 6, 7};
+  const Matrix m(2, 2, full);
+  const MatrixShape shapes[] = {MatrixShape::LowerTriangular, MatrixShape::UpperTriangular,
+                                MatrixShape::General, static_cast<MatrixShape>(9)};
+  const bool expected[][4] = {{false, true, false, false},
+                              {false, false, true, false},
+                              {true, false, false, false},
+                              {true, false, false, false}};
+  for (int s = 0; s < 4; ++s) {
+    for (ZtSize i = 0; i < 4; ++i) {
+      EXPECT_EQ(MatMulMatTemplate::isZeroElement(m, shapes[s], i / 2, i % 2), expected[s][i]);
+    }
+  }
+  const MatMulMatTemplate pattern(m, shapes[0], m, shapes[1], 0.0);
+  const Matrix a = filled(2, 2, uniform), b = filled(2, 2, uniform);
+  Matrix c(2, 2), d(2, 2);
+  c.setMatMulMat(pattern, a, b);
+  Matrix l = a, u = b;
+  l(0, 1) = 0.0;
+  u(1, 0) = 0.0;
+  d.setMatMulMat(l, u);
+  EXPECT_TRUE(sameBits(c, d));
+}
+
+}  // namespace
