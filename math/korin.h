@@ -3,6 +3,7 @@
 #define ZEPH_MATH_KORIN_H
 
 #include "math/korin_matrix.h"
+#include "math/korin_sparse_info.h"
 #include "math/korin_vector.h"
 
 #endif

@@ -175,9 +175,9 @@ class Matrix : public ZtMatrix {
   void setSub_mat(const ZtMatrix& a, ZtSize rowFirst, ZtSize colFirst, ZtSize rowCount,
                   ZtSize colCount, ZtSize aRowFirst, ZtSize aColFirst);
 
-  // Products; this must not overlap an operand. Every element is the sum over the inner index in
-  // increasing order, started at 0.0 and without fused multiply-add, except where a blocked kernel
-  // runs.
+  // Products. Every element is the sum over the inner index in increasing order, started at 0.0 and
+  // without fused multiply-add, except where a blocked kernel runs. this should not overlap an
+  // operand: the loop kernels read what they have just written there, and get slow.
 
   /// this = a * b, by the blocked kernel when this.rows, this.cols and a.cols all exceed 258, by
   /// the loop kernel otherwise.
@@ -195,8 +195,9 @@ class Matrix : public ZtMatrix {
   /// mostly zero.
   void setMatMulMatSparse(const ZtMatrix& a, const ZtMatrix& b);
   /// a * b, a * b^T and a * b * a^T through non-zero lists made before. setMatMulMat reads the row
-  /// lists of a and the column lists of b; setMatMulTransMat the row lists of both; setABAt the
-  /// row lists of both.
+  /// lists of a and the column lists of b; setMatMulTransMat the row lists of both; setABAt, which
+  /// forms (a * b) * a^T, the row lists of a and the column lists of b. Lists that are missing are
+  /// made on the way.
   void setMatMulMat(const ZtMatrix& a, const SparseInfo& aInfo, const ZtMatrix& b,
                     const SparseInfo& bInfo);
   void setMatMulTransMat(const ZtMatrix& a, const SparseInfo& aInfo, const ZtMatrix& b,
