@@ -1,0 +1,41 @@
+#include "solver/library.h"
+
+#include <gtest/gtest.h>
+
+#include "solver/sparsexmlmatrix.h"
+#include "tests/solver/entry_model.h"
+
+namespace zeph_solver {
+namespace {
+
+TEST(Library, LoadsOnceTerminatesAndGoesOnWorking) {
+  EXPECT_EQ(gHaveDoneGlobalZephSolverInit, 1);  // by loading
+  doZephSolverGlobalInit();
+  EXPECT_EQ(gHaveDoneGlobalZephSolverInit, 1);
+  EXPECT_EQ(terminated, 0);
+  terminate();
+  terminate();
+  EXPECT_EQ(terminated, 1);
+  const LibraryVersion v = getDllVersion();
+  EXPECT_TRUE(v.major == 1 && v.minor == 0 && v.revision == 0);
+  EXPECT_TRUE(v.build == 6101 && v.repositoryRevision == 111201);
+  EXPECT_STREQ(v.extra.c_str(), "built on 2021-07-13");
+}
+
+TEST(SparseXMLMatrix, CarriesTheListAsItStandsAndNoBlock) {
+  Dice dice;
+  for (int round = 0; round < 200; ++round) {
+    ProtoSparse p = dice.sparse(2 + dice.upTo(3), 2 + dice.upTo(3));
+    if (round % 4 == 0) p.setSize(1, 5);  // dense, with a stale list
+    ProtoSparse back = dice.sparse(1 + dice.upTo(3), 3);
+    const bool wasDense = back.isDense();
+    SparseXMLMatrix(p).toProtoSparse(back);
+    ASSERT_TRUE(back.rowCount == p.rowCount && back.colCount == p.colCount);
+    ASSERT_EQ(back.isDense(), wasDense || p.isDense());
+    ASSERT_EQ(entriesOf(back), entriesOf(p));
+    ASSERT_TRUE(back.isDense() || back.nz() == p.nz());
+  }
+}
+
+}  // namespace
+}  // namespace zeph_solver
