@@ -1,0 +1,39 @@
+#include "solver/selected_inverse.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <limits>
+#include <vector>
+
+#include "solver/compressed_columns.h"
+#include "solver/lu_factors.h"
+#include "solver/lu_inverse.h"
+
+namespace zeph_solver {
+namespace {
+
+LuFactors factorsOf(const ProtoSparse& A) {
+  A.sortElements();
+  const std::size_t capacity = std::max<std::size_t>(A.nz(), 1);
+  std::vector<int> colPointers(A.colCount + 1, 0);
+  std::vector<int> rowIndices(capacity);
+  std::vector<double> values(capacity);
+  fillCompressedColumns(A, colPointers.data(), rowIndices.data(), values.data());
+  return luFactors(static_cast<int>(A.rowCount), static_cast<int>(A.colCount), colPointers.data(),
+                   rowIndices.data(), values.data());
+}
+
+}  // namespace
+
+void partialInverseLUSelected(const ProtoSparse& A, ZtVector& diagonal) {
+  const std::size_t n = std::min<std::size_t>(A.rowCount, A.colCount);
+  if (n == 0) return;
+  const LuFactors factors = A.getInvalidIndex() == kNoIndex ? factorsOf(A) : LuFactors();
+  if (factors.invertible) {
+    luInverseDiagonal(factors, diagonal.data);
+  } else {
+    std::fill_n(diagonal.data, n, std::numeric_limits<double>::quiet_NaN());
+  }
+}
+
+}  // namespace zeph_solver
