@@ -46,6 +46,7 @@ inline DenseInverse denseInverse(const ProtoSparse& A) {
     }
     std::swap(a[k], a[pivot]);
     const long double divisor = a[k][k];
+    if (divisor == 0.0L) return {std::vector<double>(n, NAN), HUGE_VAL};
     for (long double& v : a[k]) v /= divisor;
     for (std::size_t i = 0; i < n; ++i) {
       if (i == k || a[i][k] == 0.0L) continue;
@@ -55,7 +56,6 @@ inline DenseInverse denseInverse(const ProtoSparse& A) {
   }
   for (std::size_t i = 0; i < n; ++i) result.diagonal.push_back(static_cast<double>(a[i][n + i]));
   result.condition = static_cast<double>(size * norm(n));
-  if (!std::isfinite(result.condition)) result.condition = HUGE_VAL;
   return result;
 }
 

@@ -1,0 +1,73 @@
+// Diagonal of the inverse of a general matrix: one pass over the LU factors against a solve per
+// unit vector, on convection-diffusion operators (unsymmetric five-point stars) of side^2 unknowns.
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+
+#include "solver/partial_inverse_lu.h"
+#include "solver/selected_inverse.h"
+
+namespace {
+
+using zeph_solver::ProtoSparse;
+
+ProtoSparse convectionDiffusion(std::size_t side) {
+  const std::size_t n = side * side;
+  ProtoSparse A(n, n);
+  for (std::size_t i = 0; i < n; ++i) {
+    A.addElement(i, i, 4.01);
+    if (i % side > 0) A.addElement(i, i - 1, -1.3);
+    if (i % side + 1 < side) A.addElement(i, i + 1, -0.7);
+    if (i >= side) A.addElement(i, i - side, -1.4);
+    if (i + side < n) A.addElement(i, i + side, -0.6);
+  }
+  return A;
+}
+
+double seconds() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+void SelectedInverse(benchmark::State& state) {
+  const ProtoSparse A = convectionDiffusion(static_cast<std::size_t>(state.range(0)));
+  ZtVector diagonal(A.rowCount);
+  for (auto _ : state) {
+    zeph_solver::partialInverseLUSelected(A, diagonal);
+    benchmark::DoNotOptimize(diagonal.data);
+  }
+  state.counters["unknowns"] = static_cast<double>(A.rowCount);
+}
+
+// All n solves, timed as a whole; `ratio` is their time over that of the fastest of three selected
+// inverses in the same run, `difference` the largest relative one between the two results.
+void AllSolves(benchmark::State& state) {
+  const ProtoSparse A = convectionDiffusion(static_cast<std::size_t>(state.range(0)));
+  ZtVector selected(A.rowCount), solved(A.rowCount);
+  double fastest = HUGE_VAL;
+  for (int repeat = 0; repeat < 3; ++repeat) {
+    const double start = seconds();
+    zeph_solver::partialInverseLUSelected(A, selected);
+    fastest = std::min(fastest, seconds() - start);
+  }
+  double whole = 0.0;
+  for (auto _ : state) {
+    const double start = seconds();
+    zeph_solver::partialInverseLU(A, solved);
+    whole = seconds() - start;
+  }
+  double difference = 0.0;
+  for (ZtSize i = 0; i < solved.size; ++i) {
+    difference = std::max(difference, std::fabs(selected.data[i] / solved.data[i] - 1.0));
+  }
+  state.counters["unknowns"] = static_cast<double>(A.rowCount);
+  state.counters["ratio"] = whole / fastest;
+  state.counters["difference"] = difference;
+}
+
+BENCHMARK(SelectedInverse)->Arg(60)->Arg(150)->Arg(300)->Unit(benchmark::kMillisecond);
+BENCHMARK(AllSolves)->Arg(60)->Arg(150)->Iterations(1)->Unit(benchmark::kMillisecond);
+
+}  // namespace
