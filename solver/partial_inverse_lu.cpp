@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "solver/partial_inverse_chol.h"
 #include "solver/solver.h"
 
 namespace zeph_solver {
@@ -21,14 +20,6 @@ ZtVector zeroVector(ZtSize size) {
 }
 
 }  // namespace
-
-void partialInverse(const ProtoSparse& A, bool useCholesky, ZtVector& diagonal) {
-  if (useCholesky) {
-    partialInverseChol(A, diagonal);
-  } else {
-    partialInverseLU(A, diagonal);
-  }
-}
 
 void partialInverseLU(const ProtoSparse& A, ZtVector& diagonal) {
   Solver solver(kOrderingMethod);

@@ -2,8 +2,12 @@
 #ifndef ZEPH_SOLVER_ZEPH_SOLVER_H
 #define ZEPH_SOLVER_ZEPH_SOLVER_H
 
+#include "solver/ldl_minimal_set.h"
 #include "solver/library.h"
+#include "solver/partial_inverse_lu.h"
+#include "solver/partial_inverse_sqrt.h"
 #include "solver/protosparse.h"
+#include "solver/selected_inverse.h"
 #include "solver/sparsexmlmatrix.h"
 
 #endif  // ZEPH_SOLVER_ZEPH_SOLVER_H

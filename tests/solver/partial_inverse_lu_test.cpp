@@ -41,20 +41,6 @@ TEST(PartialInverseLuTest, MatchesTheDenseInverseAndKeepsSurplusEntries) {
   }
 }
 
-TEST(PartialInverseLuTest, EntryPointTakesTheRouteAskedFor) {
-  // Only the LU route sees what lies below the diagonal.
-  ProtoSparse A(2, 2);
-  A.addElement(0, 0, 2.0);
-  A.addElement(1, 1, 2.0);
-  A.addElement(1, 0, 1.0);
-  A.addElement(0, 1, -1.0);
-  ZtVector byCholesky(2), byLu(2);
-  partialInverse(A, true, byCholesky);
-  partialInverse(A, false, byLu);
-  EXPECT_NEAR(byCholesky.data[0], 2.0 / 3.0, 1e-15);
-  EXPECT_NEAR(byLu.data[0], 2.0 / 5.0, 1e-15);
-}
-
 TEST(PartialInverseLuTest, ShapesWithoutAnInverse) {
   for (const auto& [rows, cols] : {std::pair(0, 0), {0, 3}, {3, 0}, {2, 3}, {3, 2}, {1, 4}}) {
     ProtoSparse A(static_cast<std::size_t>(rows), static_cast<std::size_t>(cols));
