@@ -1,0 +1,156 @@
+#include "math/supernodes.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace korin {
+
+namespace {
+
+/// Estimated time of the recurrence on one group, in nanoseconds: what decides about merging.
+/// Fitted to an AVX-512 machine; only the relations between the constants matter.
+double groupCost(double columns, double rowsBelow) {
+  constexpr double kPerGroup = 150.0;   // calls, searching the panels of the ancestors
+  constexpr double kPerRow = 4.0;       // finding a row's place in them
+  constexpr double kPerGathered = 0.3;  // copying an entry of Z22
+  constexpr double kPerOperation = 0.02;
+  const double gathered = 0.5 * rowsBelow * rowsBelow;
+  const double operations =
+      2.0 * columns * rowsBelow * (rowsBelow + columns) + columns * columns * columns;
+  return kPerGroup + kPerRow * rowsBelow + kPerGathered * gathered + kPerOperation * operations;
+}
+
+bool continuesGroup(const SimplicialFactor& f, unsigned int column) {
+  const unsigned int previous = f.colStarts[column - 1];
+  const unsigned int start = f.colStarts[column];
+  const unsigned int end = f.colStarts[column + 1];
+  if (start == end || start - previous != end - start + 1) return false;
+  if (f.rowIndices[previous] != column - 1 || f.rowIndices[start] != column) return false;
+  return std::equal(f.rowIndices + start, f.rowIndices + end, f.rowIndices + previous + 1);
+}
+
+void closeGroup(ColumnGroups& groups, unsigned int endColumn) {
+  const std::size_t columns = endColumn - groups.firstColumn.back();
+  const std::size_t height = groups.rows.size() - groups.rowStart.back();
+  groups.firstColumn.push_back(endColumn);
+  groups.rowStart.push_back(static_cast<unsigned int>(groups.rows.size()));
+  groups.panelStart.push_back(groups.panelStart.back() + columns * height);
+}
+
+std::vector<unsigned int> groupOfColumns(const ColumnGroups& groups) {
+  std::vector<unsigned int> groupOf(groups.firstColumn.back());
+  for (unsigned int g = 0; g < groups.count(); ++g) {
+    std::fill(groupOf.begin() + groups.firstColumn[g], groupOf.begin() + groups.firstColumn[g + 1],
+              g);
+  }
+  return groupOf;
+}
+
+}  // namespace
+
+ColumnGroups findColumnGroups(const SimplicialFactor& factor) {
+  ColumnGroups groups;
+  for (unsigned int first = 0; first < factor.n;) {
+    unsigned int end = first + 1;
+    while (end < factor.n && continuesGroup(factor, end)) ++end;
+    groups.rows.insert(groups.rows.end(), factor.rowIndices + factor.colStarts[first],
+                       factor.rowIndices + factor.colStarts[first + 1]);
+    closeGroup(groups, end);
+    first = end;
+  }
+  return groups;
+}
+
+bool isEliminationPattern(const SimplicialFactor& factor, const ColumnGroups& groups) {
+  constexpr unsigned int kNone = ~0u;
+  const std::vector<unsigned int> groupOf = groupOfColumns(groups);
+  // Children of each group as linked lists, then one marking of its rows serves them all.
+  std::vector<unsigned int> firstChild(groups.count(), kNone);
+  std::vector<unsigned int> nextChild(groups.count(), kNone);
+  std::vector<unsigned int> markedBy(factor.n, kNone);
+  for (unsigned int g = 0; g < groups.count(); ++g) {
+    const unsigned int* rows = groups.rows.data() + groups.rowStart[g];
+    if (groups.height(g) == 0 || rows[0] != groups.firstColumn[g]) return false;
+    if (firstChild[g] != kNone) {
+      for (unsigned int i = 0; i < groups.height(g); ++i) markedBy[rows[i]] = g;
+    }
+    for (unsigned int child = firstChild[g]; child != kNone; child = nextChild[child]) {
+      for (unsigned int i = groups.columns(child); i < groups.height(child); ++i) {
+        if (markedBy[groups.rows[groups.rowStart[child] + i]] != g) return false;
+      }
+    }
+    if (groups.height(g) > groups.columns(g)) {
+      const unsigned int parent = groupOf[rows[groups.columns(g)]];
+      nextChild[g] = firstChild[parent];
+      firstChild[parent] = g;
+    }
+  }
+  return true;
+}
+
+ColumnGroups mergeColumnGroups(const ColumnGroups& groups) {
+  // From the last group to the first, each one either joins the merged group right of it or starts
+  // one of its own. A merged group is known by its last found group, whose rows below it keeps.
+  struct Merged {
+    unsigned int firstColumn;
+    unsigned int lastGroup;
+  };
+  std::vector<Merged> merged;
+  double costOfLast = 0.0;
+  for (unsigned int g = groups.count(); g-- > 0;) {
+    const unsigned int below = groups.height(g) - groups.columns(g);
+    const double cost = groupCost(groups.columns(g), below);
+    if (!merged.empty() && below > 0) {
+      Merged& right = merged.back();
+      const unsigned int end = groups.firstColumn[right.lastGroup + 1];
+      const unsigned int parentRow = groups.rows[groups.rowStart[g] + groups.columns(g)];
+      const double together =
+          groupCost(end - groups.firstColumn[g],
+                    groups.height(right.lastGroup) - groups.columns(right.lastGroup));
+      if (parentRow < end && together <= cost + costOfLast) {
+        right.firstColumn = groups.firstColumn[g];
+        costOfLast = together;
+        continue;
+      }
+    }
+    merged.push_back({groups.firstColumn[g], g});
+    costOfLast = cost;
+  }
+
+  ColumnGroups result;
+  for (auto m = merged.rbegin(); m != merged.rend(); ++m) {
+    const unsigned int last = m->lastGroup;
+    for (unsigned int c = m->firstColumn; c < groups.firstColumn[last]; ++c) {
+      result.rows.push_back(c);
+    }
+    result.rows.insert(result.rows.end(), groups.rows.begin() + groups.rowStart[last],
+                       groups.rows.begin() + groups.rowStart[last + 1]);
+    closeGroup(result, groups.firstColumn[last + 1]);
+  }
+  return result;
+}
+
+void gatherPanels(const SimplicialFactor& factor, const ColumnGroups& groups, double* panels) {
+  for (unsigned int g = 0; g < groups.count(); ++g) {
+    const unsigned int* rows = groups.rows.data() + groups.rowStart[g];
+    const unsigned int height = groups.height(g);
+    double* column = panels + groups.panelStart[g];
+    for (unsigned int c = groups.firstColumn[g]; c < groups.firstColumn[g + 1]; ++c) {
+      const unsigned int start = factor.colStarts[c];
+      const unsigned int end = factor.colStarts[c + 1];
+      const unsigned int local = c - groups.firstColumn[g];
+      if (end - start == height - local) {
+        std::copy(factor.values + start, factor.values + end, column + local);
+      } else {
+        unsigned int place = local;
+        for (unsigned int p = start; p < end; ++p, ++place) {
+          while (rows[place] != factor.rowIndices[p]) ++place;
+          column[place] = factor.values[p];
+        }
+      }
+      column += height;
+    }
+  }
+}
+
+}  // namespace korin
