@@ -15,7 +15,8 @@ InverseSubset::InverseSubset(const SimplicialFactor& factor)
     merged_ = mergeColumnGroups(found_);
     values_.assign(merged_.panelStart.back(), 0.0);
     gatherPanels(factor_, merged_, values_.data());
-    supernodalInverse(merged_.over(factor_.n, values_.data()));
+    panels_ = merged_.over(factor_.n, values_.data());
+    supernodalInverse(panels_);
   } else {
     values_.resize(factor_.colStarts[factor_.n]);
     simplicialInverse(factor_, values_.data());
@@ -23,16 +24,7 @@ InverseSubset::InverseSubset(const SimplicialFactor& factor)
 }
 
 void InverseSubset::diagonal(const unsigned int* perm, double* diagonal) const {
-  if (merged_.count() > 0) {
-    for (unsigned int g = 0; g < merged_.count(); ++g) {
-      const double* entry = values_.data() + merged_.panelStart[g];
-      for (unsigned int k = merged_.firstColumn[g]; k < merged_.firstColumn[g + 1]; ++k) {
-        diagonal[perm[k]] = *entry;
-        entry += merged_.height(g) + 1;
-      }
-    }
-    return;
-  }
+  if (merged_.count() > 0) return panelDiagonal(panels_, perm, diagonal);
   for (unsigned int k = 0; k < factor_.n; ++k) {
     const unsigned int p = factor_.colStarts[k];
     const bool present = p < factor_.colStarts[k + 1] && factor_.rowIndices[p] == k;

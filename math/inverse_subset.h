@@ -42,6 +42,7 @@ class InverseSubset {
   ColumnGroups merged_;
   /// The inverse, on the merged groups' panels or laid out like the factor's values.
   std::vector<double> values_;
+  SupernodalFactor panels_{};
 };
 
 }  // namespace korin

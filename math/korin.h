@@ -5,5 +5,6 @@
 #include "math/korin_matrix.h"
 #include "math/korin_sparse_info.h"
 #include "math/korin_vector.h"
+#include "math/sparsemxmatrix.h"
 
 #endif

@@ -153,4 +153,15 @@ void gatherPanels(const SimplicialFactor& factor, const ColumnGroups& groups, do
   }
 }
 
+void panelDiagonal(const SupernodalFactor& panels, const unsigned int* perm, double* diagonal) {
+  for (unsigned int g = 0; g < panels.groupCount; ++g) {
+    const std::size_t step = panels.rowStart[g + 1] - panels.rowStart[g] + std::size_t{1};
+    const double* entry = panels.values + panels.panelStart[g];
+    for (unsigned int k = panels.firstColumn[g]; k < panels.firstColumn[g + 1]; ++k) {
+      diagonal[perm[k]] = *entry;
+      entry += step;
+    }
+  }
+}
+
 }  // namespace korin

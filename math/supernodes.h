@@ -66,6 +66,9 @@ ColumnGroups mergeColumnGroups(const ColumnGroups& groups);
 /// Copies the factor's entries into zeroed panels of `groups`, which must cover its pattern.
 void gatherPanels(const SimplicialFactor& factor, const ColumnGroups& groups, double* panels);
 
+/// diagonal[perm[k]] = entry (k, k), n of them.
+void panelDiagonal(const SupernodalFactor& panels, const unsigned int* perm, double* diagonal);
+
 }  // namespace korin
 
 #endif

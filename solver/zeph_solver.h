@@ -6,6 +6,7 @@
 #include "solver/library.h"
 #include "solver/partial_inverse_lu.h"
 #include "solver/partial_inverse_sqrt.h"
+#include "solver/partial_inverse_chol.h"
 #include "solver/protosparse.h"
 #include "solver/selected_inverse.h"
 #include "solver/sparsexmlmatrix.h"
