@@ -2,15 +2,15 @@
 #define ZEPH_FRONT_SOLVE_H
 
 #include "front/progress.h"
+#include "front/route.h"
 #include "front/sparse_matrix.h"
-#include "front/variances.h"
 
 namespace zeph {
 
 struct Solution {
   ZtMatrix X;  ///< A's columns x B's columns, all finite
   RouteChoice choice;
-  double relativeResidual = 0.0;  ///< ‖AX-B‖ / (‖A‖ ‖X‖ + ‖B‖), Frobenius norms; 0 for B = 0
+  double relativeResidual = 0.0;  ///< ‖AX-B‖ / (‖A‖ ‖X‖ + ‖B‖) in row-sum norms; 0 for B = 0
 };
 
 /// Solves A X = B for all columns of B with one factorisation. Route::LuSolves means Lu here.

@@ -26,7 +26,9 @@ std::size_t firstBadPivot(const cholmod_factor& L) {
 
 FactorisationStatus choleskyStatus(const Factorisation& f) {
   FactorisationStatus status;
-  if (f.cholmodFactor == nullptr) return status;
+  // Warnings, such as "not positive definite", are positive.
+  status.exhausted = f.solver->common->get()->status < CHOLMOD_OK;
+  if (f.cholmodFactor == nullptr || status.exhausted) return status;
   const cholmod_factor& L = *f.cholmodFactor.get();
   const std::size_t bad = firstBadPivot(L);
   status.positiveDefinite = bad == L.n;
@@ -40,6 +42,7 @@ FactorisationStatus choleskyStatus(const Factorisation& f) {
 
 FactorisationStatus luStatus(const Factorisation& f) {
   FactorisationStatus status;
+  status.exhausted = f.numeric == nullptr && f.rows == f.cols && f.rows > 0;
   if (f.numeric == nullptr || f.rows != f.cols) return status;
   const std::size_t n = static_cast<std::size_t>(f.cols);
   std::vector<double> pivots(n);

@@ -13,6 +13,8 @@ struct FactorisationStatus {
   bool positiveDefinite = false;
   /// A pivot is exactly zero, or no factor could be made.
   bool singular = true;
+  /// The factorisation ended for want of memory or of 32-bit indices; nothing is known about A.
+  bool exhausted = false;
   /// Index in A of the first row and column whose pivot failed (Cholesky: not positive; LU: zero),
   /// or -1.
   int failedColumn = -1;
