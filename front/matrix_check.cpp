@@ -75,10 +75,6 @@ std::string listed(const std::vector<int>& indices, std::size_t base) {
   return indices.size() > kListed ? text + ", ..." : text;
 }
 
-std::string place(const MatrixReport& r, std::size_t row, std::size_t col) {
-  return "(" + std::to_string(row + r.indexBase) + ", " + std::to_string(col + r.indexBase) + ")";
-}
-
 std::string counted(std::size_t n, const char* one, const char* many) {
   return std::to_string(n) + " " + (n == 1 ? one : many);
 }
@@ -113,7 +109,7 @@ std::string symmetryText(const MatrixReport& r) {
   if (r.symmetry.numerical && r.symmetry.largestDifference == 0.0) return "symmetric";
   const std::string worst = " (largest relative difference " +
                             toText(r.symmetry.largestDifference) + " at " +
-                            place(r, r.symmetry.row, r.symmetry.col) + ")";
+                            position(r.indexBase, r.symmetry.row, r.symmetry.col) + ")";
   if (r.symmetry.numerical) return "symmetric to rounding" + worst;
   if (r.declared == Symmetry::SkewSymmetric) return "skew-symmetric";
   if (r.symmetry.structural) return "symmetric in structure, not in values" + worst;
@@ -194,12 +190,12 @@ std::string toText(const MatrixReport& r) {
   text += "unusable diagonal:   " + std::to_string(r.unusableDiagonal.size());
   if (!r.unusableDiagonal.empty()) {
     const std::size_t first = r.unusableDiagonal.front();
-    text += ", first at " + place(r, first, first);
+    text += ", first at " + position(r.indexBase, first, first);
   }
   text += "\nnot finite:          " + std::to_string(r.nonFinite);
   if (r.firstNonFinite) {
     text += ", first " + toText(r.firstNonFinite->value) + " at " +
-            place(r, r.firstNonFinite->row, r.firstNonFinite->col);
+            position(r.indexBase, r.firstNonFinite->row, r.firstNonFinite->col);
   }
   text += "\nempty rows:          " + std::to_string(r.emptyRows.size());
   if (!r.emptyRows.empty()) text += ": " + listed(r.emptyRows, r.indexBase);

@@ -188,15 +188,15 @@ class TriangleGuard {
     if (symmetry_ == Symmetry::General) return;
     if (row == col) {
       if (symmetry_ == Symmetry::SkewSymmetric && value != 0.0) {
-        throw in.error("entry (" + std::to_string(row) + ", " + std::to_string(col) +
-                       ") of a skew-symmetric matrix lies on its diagonal, which is zero");
+        throw in.error("entry " + position(0, row, col) +
+                       " of a skew-symmetric matrix lies on its diagonal, which is zero");
       }
       return;
     }
     const Side side = row > col ? Side::Below : Side::Above;
     if (side_ == Side::None) side_ = side;
     if (side == side_) return;
-    throw in.error("entry (" + std::to_string(row) + ", " + std::to_string(col) + ") lies " +
+    throw in.error("entry " + position(0, row, col) + " lies " +
                    (side == Side::Above ? "above" : "below") +
                    " the diagonal, earlier ones on the other side; a symmetric file stores one "
                    "triangle only");
@@ -234,9 +234,8 @@ std::vector<zeph_solver::MatrixElement> readCoordinates(LineReader& in, const He
     if (entries.size() == h.entries) throw tooMany(in, h);
     const std::uint64_t row = readEntryIndex(in, scan, h.rows, "row");
     const std::uint64_t col = readEntryIndex(in, scan, h.cols, "column");
-    const double value = readValue(in, scan, h, options, [&] {
-      return "entry (" + std::to_string(row) + ", " + std::to_string(col) + ")";
-    });
+    const double value =
+        readValue(in, scan, h, options, [&] { return "entry " + position(0, row, col); });
     guard.check(in, row, col, value);
     entries.push_back(
         {static_cast<std::uint32_t>(row - 1), static_cast<std::uint32_t>(col - 1), value});
@@ -260,9 +259,8 @@ void readArray(LineReader& in, const Header& h, const ReadOptions& options, cons
   while (nextDataLine(in, line)) {
     if (found == h.entries) throw tooMany(in, h);
     NumberScanner scan(line);
-    use(row, col, readValue(in, scan, h, options, [&] {
-          return "entry (" + std::to_string(row + 1) + ", " + std::to_string(col + 1) + ")";
-        }));
+    use(row, col,
+        readValue(in, scan, h, options, [&] { return "entry " + position(1, row, col); }));
     ++found;
     if (++row == h.rows) row = firstRow(++col);
   }

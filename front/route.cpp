@@ -12,10 +12,6 @@ namespace {
 
 constexpr const char* kUseLu = "use LU (--lu)";
 
-std::string place(const PreparedMatrix& m, std::size_t row, std::size_t col) {
-  return "(" + std::to_string(row + m.indexBase) + ", " + std::to_string(col + m.indexBase) + ")";
-}
-
 double entry(const zeph_solver::ProtoSparse& A, std::size_t row, std::size_t col) {
   double sum = 0.0;
   for (const auto& e : A.elements) {
@@ -30,9 +26,10 @@ std::string asymmetry(const PreparedMatrix& m, Symmetry declared) {
   if (declared == Symmetry::SkewSymmetric) return m.source + " is skew-symmetric";
   const SymmetryReport report = findSymmetry(m.A);
   if (report.numerical) return {};
-  return m.source + " is not symmetric: entry " + place(m, report.row, report.col) + " is " +
-         toText(entry(m.A, report.row, report.col)) + " but entry " +
-         place(m, report.col, report.row) + " is " + toText(entry(m.A, report.col, report.row));
+  return m.source + " is not symmetric: entry " + position(m.indexBase, report.row, report.col) +
+         " is " + toText(entry(m.A, report.row, report.col)) + " but entry " +
+         position(m.indexBase, report.col, report.row) + " is " +
+         toText(entry(m.A, report.col, report.row));
 }
 
 // Why the diagonal rules Cholesky out, or nothing when it does not.
@@ -41,7 +38,8 @@ std::string diagonalFault(const PreparedMatrix& m) {
   if (i == zeph_solver::kNoIndex) return {};
   ZtVector diagonal;
   m.A.getDiagonal(diagonal);
-  return "diagonal entry " + place(m, i, i) + " of " + m.source + " is " + toText(diagonal.data[i]);
+  return "diagonal entry " + position(m.indexBase, i, i) + " of " + m.source + " is " +
+         toText(diagonal.data[i]);
 }
 
 void completeTriangles(PreparedMatrix& m) {

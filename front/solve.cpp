@@ -30,8 +30,7 @@ void requireFiniteDense(const DenseMatrix& B) {
   for (ZtSize r = 0; r < B.values.rows; ++r) {
     for (ZtSize c = 0; c < B.values.cols; ++c) {
       if (std::isfinite(B.values.data[r * B.values.stride + c])) continue;
-      throw Error(ErrorKind::Unfit, "entry (" + std::to_string(r + 1) + ", " +
-                                        std::to_string(c + 1) + ") of the right-hand side " +
+      throw Error(ErrorKind::Unfit, "entry " + position(1, r, c) + " of the right-hand side " +
                                         B.source + " is not finite");
     }
   }

@@ -93,8 +93,12 @@ DenseMatrix toDense(const SparseMatrix& m) {
   return dense;
 }
 
-std::string position(const SparseMatrix& m, std::size_t row, std::size_t col) {
-  return "(" + std::to_string(row + m.indexBase) + ", " + std::to_string(col + m.indexBase) + ")";
+std::string position(std::size_t indexBase, std::size_t row, std::size_t col) {
+  std::string text = "(";
+  text += std::to_string(row + indexBase);
+  text += ", ";
+  text += std::to_string(col + indexBase);
+  return text += ")";
 }
 
 void requireSquare(const SparseMatrix& m) {
@@ -111,8 +115,8 @@ void requireSquare(const SparseMatrix& m) {
 void requireFinite(const SparseMatrix& m) {
   for (const auto& e : m.entries) {
     if (std::isfinite(e.value)) continue;
-    throw Error(ErrorKind::Unfit, "the value of entry " + position(m, e.row, e.col) + " of " +
-                                      m.source + " is " + toText(e.value) +
+    throw Error(ErrorKind::Unfit, "the value of entry " + position(m.indexBase, e.row, e.col) +
+                                      " of " + m.source + " is " + toText(e.value) +
                                       "; replace it by a finite number");
   }
 }

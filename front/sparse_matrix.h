@@ -51,8 +51,8 @@ zeph_solver::ProtoSparse assemble(SparseMatrix m, Triangles triangles);
 /// Throws Error(Memory) where rows x cols does not fit into memory.
 DenseMatrix toDense(const SparseMatrix& m);
 
-/// "(3, 4)" for a zero-based position, counted as in the file of m.
-std::string position(const SparseMatrix& m, std::size_t row, std::size_t col);
+/// "(3, 4)" for a zero-based position, counted from indexBase.
+std::string position(std::size_t indexBase, std::size_t row, std::size_t col);
 
 /// Throws Error(Unfit) unless m is square with at least one row.
 void requireSquare(const SparseMatrix& m);

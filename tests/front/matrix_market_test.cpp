@@ -1,0 +1,239 @@
+#include "front/matrix_market.h"
+
+#include <cholmod.h>
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <vector>
+
+#include "front/matrix_file.h"
+#include "tests/front/front_test.h"
+
+namespace {
+
+using zeph::DenseMatrix;
+using zeph::SparseMatrix;
+using zeph::Symmetry;
+
+class MatrixMarketTest : public FrontTest {
+ protected:
+  // Any finite double, denormals and extremes included.
+  double anyDouble() {
+    double value;
+    do {
+      const std::uint64_t bits = std::uint64_t{random_()} << 32 | random_();
+      std::memcpy(&value, &bits, sizeof value);
+    } while (!std::isfinite(value));
+    return value;
+  }
+
+  SparseMatrix randomMatrix(Symmetry symmetry) {
+    SparseMatrix m;
+    m.symmetry = symmetry;
+    m.rows = 2 + below(12);
+    m.cols = symmetry == Symmetry::General ? 2 + below(12) : m.rows;
+    for (unsigned k = below(30); k > 0; --k) {
+      unsigned row = below(m.rows);
+      unsigned col = below(m.cols);
+      if (symmetry != Symmetry::General && row < col) std::swap(row, col);
+      if (symmetry == Symmetry::SkewSymmetric && row == col) continue;
+      m.entries.push_back({row, col, anyDouble()});
+    }
+    return m;
+  }
+
+  // The file as CHOLMOD reads it, all entries, row-major.
+  static std::vector<double> readByCholmod(const std::string& path, bool array) {
+    cholmod_common common;
+    cholmod_start(&common);
+    common.print = 0;
+    FILE* file = std::fopen(path.c_str(), "r");
+    cholmod_sparse* sparse = array ? nullptr : cholmod_read_sparse(file, &common);
+    cholmod_dense* dense =
+        array ? cholmod_read_dense(file, &common) : cholmod_sparse_to_dense(sparse, &common);
+    std::fclose(file);
+    std::vector<double> values;
+    for (std::size_t r = 0; dense != nullptr && r < dense->nrow; ++r) {
+      for (std::size_t c = 0; c < dense->ncol; ++c) {
+        values.push_back(static_cast<double*>(dense->x)[r + c * dense->d]);
+      }
+    }
+    cholmod_free_dense(&dense, &common);
+    cholmod_free_sparse(&sparse, &common);
+    cholmod_finish(&common);
+    return values;
+  }
+
+  static std::vector<double> flat(const ZtMatrix& m) { return {m.data, m.data + m.rows * m.cols}; }
+
+  static bool sameBits(const std::vector<double>& a, const std::vector<double>& b) {
+    return a.size() == b.size() &&
+           (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(double)) == 0);
+  }
+};
+
+constexpr const char* kReal = "%%MatrixMarket matrix coordinate real general\n";
+constexpr const char* kArray = "%%MatrixMarket matrix array real general\n";
+constexpr const char* kSymmetric = "%%MatrixMarket matrix coordinate real symmetric\n";
+constexpr const char* kSkew = "%%MatrixMarket matrix coordinate real skew-symmetric\n";
+constexpr const char* kInteger = "%%MatrixMarket matrix coordinate integer general\n";
+
+TEST_F(MatrixMarketTest, refusesBadFilesWithTheLineAtFault) {
+  const struct {
+    std::string text, sentence;
+  } cases[] = {
+      {"", "3 m.mtx is empty; expected \"%%MatrixMarket matrix coordinate real general\""},
+      {"1 1 1\n", "3 m.mtx, line 1: expected \"%%MatrixMarket"},
+      {"%%MatrixMarket vector array real general\n", "line 1: the object \"vector\""},
+      {"%%MatrixMarket matrix list real general\n", "line 1: the format \"list\""},
+      {"%%MatrixMarket matrix coordinate pattern general\n", "line 1: pattern matrices are not"},
+      {"%%MatrixMarket matrix coordinate complex general\n", "line 1: complex matrices are not"},
+      {"%%MatrixMarket matrix coordinate real hermitian\n", "line 1: Hermitian matrices are not"},
+      {"%%MatrixMarket matrix coordinate real\n", "line 1: the symmetry \"\""},
+      {"%%MatrixMarket matrix coordinate real odd\n", "line 1: the symmetry \"odd\""},
+      {std::string(kReal) + "% only a comment\n", "m.mtx ends after line 2 without the size line"},
+      {std::string(kReal) + "2 2\n", "line 2: expected the size line \"rows columns entries\""},
+      {std::string(kReal) + "2 x 1\n", "line 2: expected the size line"},
+      {std::string(kReal) + "2 2 1 7\n", "line 2: unexpected \"7\" after the size line"},
+      {std::string(kReal) + "3000000000 1 1\n", "line 2: the size"},
+      {std::string(kReal) + "2 99999999999999999999 1\n", "is larger than 2147483647"},
+      {std::string(kSymmetric) + "2 3 1\n", "line 2: a symmetric or skew-symmetric matrix must be"},
+      {std::string(kReal) + "2 2 2\n1 1 5\n",
+       "m.mtx ends after line 3 with 1 of the 2 entries that line 2 promises"},
+      {std::string(kReal) + "2 2 900000000000\n1 1 5\n", "with 1 of the 900000000000 entries"},
+      {std::string(kReal) + "2 2 1\n\n1 1 5\n2 2 5\n", "line 5: there are more than the 1 entries"},
+      {std::string(kReal) + "2 2 1\n3 1 5\n", "line 3: the row index 3 is outside 1 to 2"},
+      {std::string(kReal) + "2 2 1\n0 1 5\n", "line 3: the row index 0 is outside 1 to 2"},
+      {std::string(kReal) + "2 4 1\n1 5 5\n", "line 3: the column index 5 is outside 1 to 4"},
+      {std::string(kReal) + "2 2 1\n-1 1 5\n", "found \"-1\" as the row index"},
+      {std::string(kReal) + "2 2 1\n1 1.5 5\n", "found \"1.5\" as the column index"},
+      {std::string(kReal) + "2 2 1\n1\n", "line 3: expected \"row column value\""},
+      {std::string(kReal) + "2 2 1\n1 2\n", "line 3: the value of entry (1, 2) is missing"},
+      {std::string(kReal) + "2 2 1\n1 2 x7\n", "the value \"x7\" of entry (1, 2) is not a number"},
+      {std::string(kReal) + "2 2 1\n1 2 7z\n", "the value \"7z\" of entry (1, 2) is not a number"},
+      {std::string(kReal) + "2 2 1\n1 2 +-7\n", "the value \"+-7\" of entry (1, 2) is not a"},
+      {std::string(kReal) + "2 2 1\n1 2 7 8\n",
+       "line 3: unexpected \"8\" after the value of entry"},
+      {std::string(kReal) + "2 2 1\n1 2 nan\n", "line 3: the value of entry (1, 2) is nan"},
+      {std::string(kReal) + "2 2 1\n1 2 -Inf\n", "line 3: the value of entry (1, 2) is -inf"},
+      {std::string(kReal) + "2 2 1\n1 2 1e999\n",
+       "the value \"1e999\" of entry (1, 2) is too large"},
+      {std::string(kInteger) + "2 2 1\n1 2 1.5\n", "\"1.5\" of entry (1, 2) is not an integer"},
+      {std::string(kSymmetric) + "3 3 2\n2 1 5\n1 3 5\n", "line 4: entry (1, 3) lies above the"},
+      {std::string(kSkew) + "3 3 1\n2 2 5\n", "line 3: entry (2, 2) of a skew-symmetric matrix"},
+      {std::string(kArray) + "2 1\n1\nx\n", "line 4: the value \"x\" of entry (2, 1) is not a"},
+      {std::string(kArray) + "2 2\n1\n2\n3\n", "with 3 of the 4 entries that line 2 promises"},
+      {std::string(kArray) + "2000000000 2000000000\n1\n", "with 1 of the 4000000000000000000"},
+      {std::string(kArray) + "1 1\n1\n2\n", "line 4: there are more than the 1 entries"},
+      {std::string(kArray) + "2 1\n1 2\n", "line 3: unexpected \"2\" after the value of entry"},
+  };
+  for (const auto& c : cases) {
+    const std::string file = write("m.mtx", c.text);
+    const std::string sparse = errorOf([&] { zeph::readMatrixMarket(file); });
+    EXPECT_NE(sparse.find(c.sentence), sparse.npos) << c.text << "\n" << sparse;
+    EXPECT_EQ(sparse.find('\n'), sparse.npos);
+    EXPECT_EQ(errorOf([&] { zeph::readMatrixMarketDense(file); }), sparse);
+  }
+  EXPECT_EQ(errorOf([&] { zeph::readMatrixMarket(path("none.mtx")); }),
+            "3 cannot read none.mtx: No such file or directory");
+  EXPECT_NE(errorOf([&] { zeph::readMatrixMarket(path("")); }).find("directory"),
+            std::string::npos);
+}
+
+TEST_F(MatrixMarketTest, acceptsEveryLegalSpelling) {
+  const std::string file =
+      write("m.mtx",
+            "%%matrixmarket MATRIX Coordinate Real GENERAL  \r\n"
+            "% comment\r\n%\r\n\r\n  2\t3   4 \r\n"
+            "+1 1 +1.5e+0\r\n% comment\r\n\r\n 2 3 -.25 \r\n2\t3\t1e-400\r\n1 3 0");
+  const SparseMatrix m = zeph::readMatrixMarket(file);
+  ASSERT_EQ(m.entries.size(), 4u);  // duplicates and zeros are kept
+  EXPECT_EQ(flat(zeph::toDense(m).values), (std::vector<double>{1.5, 0, 0, 0, 0, -0.25}));
+  const std::string bad =
+      write("n.mtx", std::string(kReal) + "2 2 3\n1 2 NaN\n2 1 inf\n1 1 1e999\n");
+  const SparseMatrix n = zeph::readMatrixMarket(bad, {true});
+  EXPECT_TRUE(std::isnan(n.entries[0].value));
+  EXPECT_TRUE(std::isinf(n.entries[1].value) && std::isinf(n.entries[2].value));
+  const double big = zeph::readMatrixMarket(
+                         write("i.mtx", std::string(kInteger) + "1 1 1\n1 1 -9007199254740993\n"))
+                         .entries[0]
+                         .value;
+  EXPECT_EQ(big, -9007199254740992.0);
+}
+
+TEST_F(MatrixMarketTest, agreesWithCholmodsReader) {
+  for (int round = 0; round < 60; ++round) {
+    const auto symmetry = static_cast<Symmetry>(round % 3);
+    SparseMatrix m = randomMatrix(symmetry);
+    for (auto& e : m.entries)
+      e.value = std::ldexp(e.value, -std::ilogb(e.value));  // sums stay finite
+    zeph::writeSparse(path("m.mtx"), m);
+    std::string text = read(path("m.mtx"));
+    if (round % 2 == 0)
+      text = text.substr(0, text.find('\n') + 1) + "% a comment\n\n" +
+             text.substr(text.find('\n') + 1);
+    const std::string file = write("m.mtx", text);
+    EXPECT_EQ(readByCholmod(file, false), flat(zeph::readMatrixMarketDense(file).values)) << text;
+    EXPECT_EQ(readByCholmod(file, false), flat(zeph::toDense(zeph::readMatrixMarket(file)).values));
+  }
+  for (const char* symmetry : {"general", "symmetric", "skew-symmetric"}) {
+    const std::string file =
+        write("a.mtx", std::string("%%MatrixMarket matrix array real ") + symmetry +
+                           "\n3 3\n1\n2\n3\n" + (symmetry[1] == 'k' ? "" : "4\n5\n6\n") +
+                           (symmetry[0] == 'g' ? "7\n8\n9\n" : ""));
+    const std::vector<double> expected = readByCholmod(file, true);
+    ASSERT_EQ(expected.size(), 9u);
+    EXPECT_EQ(flat(zeph::readMatrixMarketDense(file).values), expected);
+    EXPECT_EQ(flat(zeph::toDense(zeph::readMatrixMarket(file)).values), expected);
+  }
+}
+
+TEST_F(MatrixMarketTest, everyDoubleReadsBackToTheSameBits) {
+  for (int round = 0; round < 30; ++round) {
+    SparseMatrix m = randomMatrix(static_cast<Symmetry>(round % 3));
+    if (m.symmetry != Symmetry::SkewSymmetric) m.entries.push_back({1, 1, -0.0});
+    zeph::writeSparse(path("m.mtx"), m);
+    const SparseMatrix back = zeph::readMatrixMarket(path("m.mtx"));
+    ASSERT_EQ(back.entries.size(), m.entries.size());
+    EXPECT_TRUE(back.rows == m.rows && back.cols == m.cols && back.symmetry == m.symmetry);
+    EXPECT_TRUE(m.entries.empty() || std::memcmp(back.entries.data(), m.entries.data(),
+                                                 m.entries.size() * sizeof m.entries[0]) == 0);
+
+    ZtMatrix dense(3, 4, 4, nullptr);
+    for (int k = 0; k < 12; ++k) dense.data[k] = anyDouble();
+    for (const char* name : {"d.mtx", "d.csv"}) {
+      zeph::writeDense(path(name), dense);
+      EXPECT_TRUE(sameBits(flat(zeph::readDense(path(name)).values), flat(dense))) << name;
+    }
+    const ZtVector v(12, dense.data);
+    zeph::writeVector(path("v.mtx"), v);
+    EXPECT_TRUE(sameBits(flat(zeph::readDense(path("v.mtx")).values), flat(dense)));
+  }
+}
+
+TEST_F(MatrixMarketTest, upperTriangleOfASymmetricFileIsAsGoodAsTheLower) {
+  const std::string upper = write("u.mtx", std::string(kSymmetric) + "2 2 2\n1 1 3\n1 2 5\n");
+  const std::string skew = write("s.mtx", std::string(kSkew) + "2 2 1\n1 2 5\n");
+  EXPECT_EQ(flat(zeph::readDense(upper).values), (std::vector<double>{3, 5, 5, 0}));
+  zeph::writeSparse(path("w.mtx"), zeph::readMatrixMarket(skew));
+  EXPECT_NE(read(path("w.mtx")).find("\n2 1 -5\n"), std::string::npos);
+}
+
+TEST_F(MatrixMarketTest, linesLongerThanTheBufferAndPipesAreRead) {
+  const std::string text = std::string(kReal) + "%" + std::string(700000, '-') + "\n1 2 1\n1 2" +
+                           std::string(300000, ' ') + "4";
+  const std::string file = write("m.mtx", text);
+  EXPECT_EQ(zeph::readMatrixMarket(file).entries.at(0).value, 4.0);
+  ASSERT_EQ(std::system(("mkfifo " + path("pipe")).c_str()), 0);
+  ASSERT_EQ(std::system(("cat " + file + " > " + path("pipe") + " &").c_str()), 0);
+  EXPECT_EQ(zeph::readMatrixMarket(path("pipe")).entries.at(0).value, 4.0);
+}
+
+TEST_F(MatrixMarketTest, denseFormOfAHugeSizeIsRefusedNotAttempted) {
+  const std::string file = write("m.mtx", std::string(kReal) + "2000000000 2000000000 1\n1 1 1\n");
+  EXPECT_EQ(zeph::readMatrixMarket(file).entries.size(), 1u);
+  EXPECT_EQ(errorOf([&] { zeph::readDense(file); }).substr(0, 1), "8");
+}
+
+}  // namespace
