@@ -1,4 +1,7 @@
 // Transposition, triangles, diagonals and blocks of korin::Matrix.
+#include <cstddef>
+
+#include "math/kernels/transpose.h"
 #include "math/korin_matrix.h"
 #include "math/korin_rows.h"
 #include "math/zt_error.h"
@@ -7,15 +10,9 @@ namespace korin {
 
 namespace {
 
-// target = a^T by tiles, so that neither side walks whole columns.
 void transposeInto(ZtMatrix& target, const ZtMatrix& a) {
-  forEachTile(target.rows, target.cols, [&](ZtSize r0, ZtSize r1, ZtSize c0, ZtSize c1) {
-    for (ZtSize r = r0; r < r1; ++r) {
-      ZtReal* t = rowOf(target, r);
-      const ZtReal* x = a.data + r;
-      for (ZtSize c = c0; c < c1; ++c) t[c] = x[c * a.stride];
-    }
-  });
+  kernels::transpose(target.cols, target.rows, a.data, static_cast<std::ptrdiff_t>(a.stride),
+                     target.data, static_cast<std::ptrdiff_t>(target.stride));
 }
 
 // Exchanges (i, j) and (j, i) for i < j of a square matrix, by pairs of tiles.

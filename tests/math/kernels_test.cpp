@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "math/kernels/cholesky.h"
 #include "math/kernels/fused_product.h"
 #include "math/kernels/ordered_product.h"
 #include "math/kernels/processor.h"
@@ -156,6 +157,39 @@ TEST_P(KernelsOnEveryLevel, TransposeMovesEveryElementAndNothingElse) {
     }
     transpose(rows, cols, a.begin(), a.rs, t.begin(), t.rs);
     ASSERT_EQ(t.data, expected.data) << rows << "x" << cols;
+  }
+}
+
+// The right-looking factorisation one column at a time.
+std::size_t plainCholesky(std::size_t n, Block& a) {
+  for (std::size_t k = 0; k < n; ++k) {
+    if (0.0 >= a.at(k, k)) return k;
+    a.at(k, k) = std::sqrt(a.at(k, k));
+    const double inverse = 1.0 / a.at(k, k);
+    for (std::size_t i = k + 1; i < n; ++i) a.at(i, k) *= inverse;
+    for (std::size_t j = k + 1; j < n; ++j) {
+      for (std::size_t i = j; i < n; ++i) a.at(i, j) -= a.at(i, k) * a.at(j, k);
+    }
+  }
+  return n;
+}
+
+TEST_P(KernelsOnEveryLevel, CholeskyIsThePlainLoopToTheBitAlsoWhereItFails) {
+  for (const std::size_t n : {1, 2, 7, 8, 9, 16, 23, 24, 25, 40, 67, 131, 300}) {
+    for (int round = 0; round < 6; ++round) {
+      Block a(n, n, n + pick(0, 3), 1);
+      a.fill(n, n, [&] { return uniform(); });
+      for (std::size_t i = 0; i < n; ++i) a.at(i, i) += 2.0 * std::sqrt(double(n)) + 1.0;
+      const std::size_t spot = pick(0, int(n) - 1);
+      if (round >= 2) a.at(spot, spot) = round == 2 ? std::nan("") : -1.0;  // else may fail or not
+      if (round == 5) a.at(spot, 0) = -0.0;
+      Block expected = a;
+      const std::size_t done = plainCholesky(n, expected);
+      ASSERT_EQ(cholesky(n, a.begin(), a.rs), done);
+      for (std::size_t i = 0; i < a.data.size(); ++i) {
+        ASSERT_TRUE(same(a.data[i], expected.data[i])) << "n = " << n << ", failed at " << done;
+      }
+    }
   }
 }
 
