@@ -4,6 +4,7 @@
 #include <iosfwd>
 #include <string>
 
+#include "math/korin_export.h"
 #include "types/zttypes.h"
 
 namespace korin {
@@ -42,20 +43,20 @@ class Matrix : public ZtMatrix {
   Matrix() = default;
   /// Managed rows x cols with stride cols; the contents are not set. Without rows or without
   /// columns it is an empty 0 x 0 matrix.
-  Matrix(ZtSize rows, ZtSize cols);
+  KORIN_EXPORT Matrix(ZtSize rows, ZtSize cols);
   /// Managed rows x cols, filled row by row from rows * cols contiguous values.
-  Matrix(ZtSize rows, ZtSize cols, const ZtReal* values);
+  KORIN_EXPORT Matrix(ZtSize rows, ZtSize cols, const ZtReal* values);
   /// Wraps the caller's buffer without copying; all five fields are stored as given.
-  Matrix(ZtSize rows, ZtSize cols, ZtSize stride, ZtReal* buffer, ZtDataFlags flags);
+  KORIN_EXPORT Matrix(ZtSize rows, ZtSize cols, ZtSize stride, ZtReal* buffer, ZtDataFlags flags);
   /// View on the rows x cols block of parent whose top-left element is (firstRow, firstCol).
-  Matrix(ZtSize rows, ZtSize cols, ZtMatrix& parent, ZtSize firstRow, ZtSize firstCol);
+  KORIN_EXPORT Matrix(ZtSize rows, ZtSize cols, ZtMatrix& parent, ZtSize firstRow, ZtSize firstCol);
   /// Managed deep copies.
-  Matrix(const ZtMatrix& other);
-  Matrix(const Matrix& other);
+  KORIN_EXPORT Matrix(const ZtMatrix& other);
+  KORIN_EXPORT Matrix(const Matrix& other);
   /// Makes this a managed deep copy of other; the old buffer is freed if it was managed. A view
   /// that is assigned to stops being a view: the memory it looked at is not written.
-  Matrix& operator=(const ZtMatrix& other);
-  Matrix& operator=(const Matrix& other);
+  KORIN_EXPORT Matrix& operator=(const ZtMatrix& other);
+  KORIN_EXPORT Matrix& operator=(const Matrix& other);
 
   ZtReal& operator()(ZtSize r, ZtSize c) { return data[r * stride + c]; }
   const ZtReal& operator()(ZtSize r, ZtSize c) const { return data[r * stride + c]; }
@@ -69,7 +70,7 @@ class Matrix : public ZtMatrix {
   /// Changes the shape; elements keep their indices, new ones are zero. A matrix that had no data,
   /// no rows or no columns comes out with unset contents. Does nothing when the shape is the
   /// current one. Throws "resizing of this object is not allowed" for a view with data.
-  void changeSize(ZtSize rows, ZtSize cols);
+  KORIN_EXPORT void changeSize(ZtSize rows, ZtSize cols);
   /// Inserts count rows (columns) of the given value before row (column) `before` <= rows (cols).
   /// Throws as changeSize does, for a view with data even when count is 0.
   void insertRows(ZtSize before, ZtSize count, ZtReal value);

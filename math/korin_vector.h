@@ -4,6 +4,7 @@
 #include <iosfwd>
 #include <string>
 
+#include "math/korin_export.h"
 #include "types/zttypes.h"
 
 namespace korin {
@@ -21,21 +22,21 @@ class Vector : public ZtVector {
   /// Empty: no data, size 0.
   Vector() = default;
   /// Managed, contents not set.
-  explicit Vector(ZtSize size);
+  KORIN_EXPORT explicit Vector(ZtSize size);
   /// Managed copy of size contiguous values; a null source leaves the contents unset.
-  Vector(ZtSize size, const ZtReal* source);
+  KORIN_EXPORT Vector(ZtSize size, const ZtReal* source);
   /// View on parent[offset] to parent[offset + size - 1].
-  Vector(ZtSize size, const ZtVector& parent, ZtSize offset);
+  KORIN_EXPORT Vector(ZtSize size, const ZtVector& parent, ZtSize offset);
   /// View on m.cols elements from the element of m with *row-major flat index* `index` on, found
   /// as by Matrix::flatRow; row r of m is index r * m.cols, not r.
-  Vector(korin::Matrix& m, ZtSize index);
+  KORIN_EXPORT Vector(korin::Matrix& m, ZtSize index);
   /// Managed vector of the four components.
-  explicit Vector(const ZtQuaternion& q);
+  KORIN_EXPORT explicit Vector(const ZtQuaternion& q);
   /// Managed deep copies.
-  Vector(const ZtVector& other);
-  Vector(const Vector& other);
-  Vector& operator=(const ZtVector& other);
-  Vector& operator=(const Vector& other);
+  KORIN_EXPORT Vector(const ZtVector& other);
+  KORIN_EXPORT Vector(const Vector& other);
+  KORIN_EXPORT Vector& operator=(const ZtVector& other);
+  KORIN_EXPORT Vector& operator=(const Vector& other);
 
   ZtReal& operator[](ZtSize i) { return data[i]; }
   const ZtReal& operator[](ZtSize i) const { return data[i]; }
@@ -43,7 +44,7 @@ class Vector : public ZtVector {
   /// Changes the size; elements keep their indices, new ones are zero. A vector without elements
   /// comes out with unset contents. Does nothing when the size is the current one. Throws
   /// "Resizing of this object is not allowed" for a view with data.
-  void changeSize(ZtSize size);
+  KORIN_EXPORT void changeSize(ZtSize size);
   /// Inserts count elements of the given value before index `before` <= size. Throws as changeSize
   /// does, for a view with data even when count is 0.
   void insertItems(ZtSize before, ZtSize count, ZtReal value);

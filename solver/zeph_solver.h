@@ -2,6 +2,8 @@
 #ifndef ZEPH_SOLVER_ZEPH_SOLVER_H
 #define ZEPH_SOLVER_ZEPH_SOLVER_H
 
+#include "math/korin_matrix.h"
+#include "math/korin_vector.h"
 #include "solver/ldl_minimal_set.h"
 #include "solver/library.h"
 #include "solver/partial_inverse_lu.h"
@@ -9,6 +11,7 @@
 #include "solver/partial_inverse_chol.h"
 #include "solver/protosparse.h"
 #include "solver/selected_inverse.h"
+#include "solver/solver.h"
 #include "solver/sparsexmlmatrix.h"
 
 #endif  // ZEPH_SOLVER_ZEPH_SOLVER_H
