@@ -177,8 +177,9 @@ class Matrix : public ZtMatrix {
                   ZtSize colCount, ZtSize aRowFirst, ZtSize aColFirst);
 
   // Products. Every element is the sum over the inner index in increasing order, started at 0.0 and
-  // without fused multiply-add, except where a blocked kernel runs. this should not overlap an
-  // operand: the loop kernels read what they have just written there, and get slow.
+  // without fused multiply-add, except where a blocked kernel runs (large setMatMulMat and
+  // setMatMulTransMat). this must not overlap an operand, except in setMatMulMat and
+  // setMatMulTransMat, whose loop kernels then read what they have just written, and get slow.
 
   /// this = a * b, by the blocked kernel when this.rows, this.cols and a.cols all exceed 258, by
   /// the loop kernel otherwise.

@@ -1,24 +1,36 @@
-// Products with a transposed factor, made of the kernels and transposition.
+// Products with a transposed factor, by the ordered kernels.
+#include "math/kernels/ordered_product.h"
+#include "math/kernels/tiled_product.h"
 #include "math/korin_matrix.h"
 
 namespace korin {
 
+namespace {
+
+std::ptrdiff_t step(const ZtMatrix& m) {
+  return static_cast<std::ptrdiff_t>(m.stride);
+}
+
+}  // namespace
+
 void Matrix::setTransMatMulMat(const ZtMatrix& a, const ZtMatrix& b) {
-  Matrix transposed(a.cols, a.rows);
-  transposed.setTransposeOf(a);
-  setMatMulMat(transposed, b);
+  kernels::tiledProduct(kernels::TileFamily::Ordered, rows, cols, a.rows, a.data, 1, step(a),
+                        b.data, step(b), 1, data, step(*this), kernels::kTileFresh);
 }
 
 void Matrix::setABAt(const ZtMatrix& a, const ZtMatrix& b) {
   Matrix ab(a.rows, b.cols);
-  ab.setMatMulMat(a, b);
-  setMatMulTransMat(ab, a);
+  kernels::orderedProduct(a.rows, b.cols, a.cols, a.data, step(a), b.data, step(b), ab.data,
+                          step(ab));
+  kernels::orderedProductTransposed(rows, cols, b.cols, ab.data, step(ab), a.data, step(a), data,
+                                    step(*this));
 }
 
 void Matrix::setAtBA(const ZtMatrix& a, const ZtMatrix& b) {
   Matrix atb(a.cols, b.cols);
   atb.setTransMatMulMat(a, b);
-  setMatMulMat(atb, a);
+  kernels::orderedProduct(rows, cols, b.cols, atb.data, step(atb), a.data, step(a), data,
+                          step(*this));
 }
 
 }  // namespace korin

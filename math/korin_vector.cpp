@@ -29,7 +29,8 @@ Vector::Vector(ZtSize size, const ZtVector& parent, ZtSize offset) {
 }
 
 Vector::Vector(korin::Matrix& m, ZtSize index) {
-  data = m.flatRow(index);
+  // Without columns there is no row to find, and flatRow would divide by zero.
+  data = m.cols == 0 ? m.data : m.flatRow(index);
   size = m.cols;
 }
 

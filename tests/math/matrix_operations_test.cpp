@@ -381,7 +381,7 @@ ZtSize choleskyByColumns(Matrix& a) {
 }
 
 TEST(Cholesky, MatchesTheColumnByColumnFactorToTheLastBit) {
-  for (const ZtSize n : {0, 1, 2, 5, 63, 64, 65, 97, 150}) {
+  for (const ZtSize n : {0, 1, 2, 47, 48, 49, 97, 300}) {
     for (const ZtSize spoilt : {n, n / 2, ZtSize{0}, n - 1}) {
       Matrix expected = randomDefinite(n);
       if (n != 0 && spoilt < n) expected(spoilt, spoilt) = spoilt % 2 == 0 ? 0.0 : -1.0;
@@ -427,7 +427,7 @@ TEST(Cholesky, FailuresAreReportedAndNanIsCarriedOn) {
                  "void korin::Matrix::setInverseDiagonal(const ZtMatrix&) matrix is singular");
   }
   EXPECT_EQ(inverse(0, 0), 0.5);
-  EXPECT_EQ(inverse.sumVal(), 35.5);
+  EXPECT_EQ(inverse.sumVal(), 34.5);
 }
 
 TEST(Cholesky, SolveLeavesTheTransposedFactor) {
