@@ -71,10 +71,7 @@ ProtoSparse::ProtoSparse(const ZtMatrix& m, bool transpose)
 }
 
 ProtoSparse::ProtoSparse(const ProtoSparse& other) {
-  if (other.denseBlock) {
-    denseBlock = std::make_unique<korin::Matrix>(other.denseBlock->rows, other.denseBlock->cols);
-  }
-  reserve(0);
+  if (!other.denseBlock) reserve(0);
   *this = other;
 }
 
@@ -84,7 +81,7 @@ ProtoSparse& ProtoSparse::operator=(const ProtoSparse& other) {
   colCount = other.colCount;
   if (other.denseBlock) {
     std::vector<MatrixElement>().swap(elements);
-    if (!denseBlock) denseBlock = makeZeroBlock(other.denseBlock->rows, other.denseBlock->cols);
+    if (!denseBlock) denseBlock = std::make_unique<korin::Matrix>();
     ZtMatrix_copy(denseBlock.get(), other.denseBlock.get());
   } else {
     denseBlock.reset();

@@ -8,18 +8,13 @@
 namespace zeph_solver {
 namespace {
 
-TEST(Library, LoadsOnceTerminatesAndGoesOnWorking) {
-  EXPECT_EQ(gHaveDoneGlobalZephSolverInit, 1);  // by loading
-  doZephSolverGlobalInit();
+TEST(Library, IsInitialisedByLoadingAndWorksOnAfterTermination) {
   EXPECT_EQ(gHaveDoneGlobalZephSolverInit, 1);
   EXPECT_EQ(terminated, 0);
+  doZephSolverGlobalInit();
   terminate();
-  terminate();
-  EXPECT_EQ(terminated, 1);
-  const LibraryVersion v = getDllVersion();
-  EXPECT_TRUE(v.major == 1 && v.minor == 0 && v.revision == 0);
-  EXPECT_TRUE(v.build == 6101 && v.repositoryRevision == 111201);
-  EXPECT_STREQ(v.extra.c_str(), "built on 2021-07-13");
+  EXPECT_TRUE(gHaveDoneGlobalZephSolverInit == 1 && terminated == 1);
+  EXPECT_STREQ(getDllVersion().extra.c_str(), "built on 2021-07-13");
 }
 
 TEST(SparseXMLMatrix, CarriesTheListAsItStandsAndNoBlock) {

@@ -62,16 +62,15 @@ TEST(ProtoSparseChecks, FindWhatABruteForceScanFinds) {
     ASSERT_EQ(p.isCompletelyValid(place.first, place.second), expected.first == 77);
     ASSERT_EQ(place, expected);
 
-    std::vector<int> empty[2] = {{5, 5}, {5, 5}}, expectedEmpty[2];
-    for (int i = 0; i < 4; ++i) {
-      bool used[2] = {i >= static_cast<int>(rows), i >= static_cast<int>(cols)};
-      for (std::size_t j = 0; j < 4; ++j)
-        used[0] |= significant(i, j), used[1] |= significant(j, i);
-      for (int k = 0; k < 2; ++k)
-        if (!used[k]) expectedEmpty[k].push_back(i);
+    std::vector<int> emptyRows(2, 5), emptyCols(2, 5), expectedRows, expectedCols;
+    for (std::size_t i = 0; i < 4; ++i) {
+      std::size_t inRow = 0, inCol = 0;
+      for (std::size_t j = 0; j < 4; ++j) inRow += significant(i, j), inCol += significant(j, i);
+      if (i < rows && inRow == 0) expectedRows.push_back(static_cast<int>(i));
+      if (i < cols && inCol == 0) expectedCols.push_back(static_cast<int>(i));
     }
-    p.getEmptyRowsAndCols(empty[0], empty[1]);
-    ASSERT_TRUE(empty[0] == expectedEmpty[0] && empty[1] == expectedEmpty[1]) << round;
+    p.getEmptyRowsAndCols(emptyRows, emptyCols);
+    ASSERT_TRUE(emptyRows == expectedRows && emptyCols == expectedCols) << round;
   }
 }
 
@@ -80,9 +79,9 @@ TEST(ProtoSparseChecks, CsvHasTheCharactersOfPrintf) {
   const std::string name = testing::TempDir() + "protosparse_checks_test.csv";
   for (int round = 0; round < 200; ++round) {
     ProtoSparse p = randomPool(dice, 15, round % 2 == 0);
-    if (round == 1) p.elements.assign(20000, {4294967295u, 4294967294u, -5e-324});  // many buffers
-    if (round == 1)
-      for (std::size_t k = 0; k < 20000; ++k) p.elements[k].row -= static_cast<unsigned>(k);
+    for (unsigned int k = 0; round == 1 && k < 20000; ++k) {  // more than one buffer
+      p.elements.push_back({4294967295u - k, 4294967295u, -5e-324});
+    }
     p.writeToCsv(ZtString((name + "/missing/x").c_str()));
     p.writeToCsv(ZtString(name.c_str()));
     EXPECT_TRUE(p.isCompressed());
@@ -91,8 +90,7 @@ TEST(ProtoSparseChecks, CsvHasTheCharactersOfPrintf) {
       char text[80];
       expected.append(text, std::snprintf(text, sizeof text, "%lu,%lu,%.18g\n", r, c, v));
     };
-    for (const MatrixElement& e : p.elements)
-      if (!p.isDense()) line(e.row, e.col, e.value);
+    for (const auto& [row, col, value] : p.elements) line(row, col, value);
     for (ZtSize i = 0; p.isDense() && i < p.rowCount * p.colCount; ++i) {
       line(i / p.colCount, i % p.colCount, *p.denseBlock->flatRow(i));
     }
