@@ -82,8 +82,8 @@ void updateColumns(const Lower& a, size_t j0, size_t cols, size_t k0, size_t inn
   alignas(64) double packed[kUpdateInner * kUpdateCols];
   packNegated(a, j0, cols, k0, inner, packed);
   const auto product = [&](size_t i, size_t rows, double* c, ptrdiff_t crs) {
-    tiledProduct(TileFamily::Ordered, rows, cols, inner, a.row(i) + k0, a.stride, 1, packed,
-                 kUpdateCols, 1, c, crs, kTileUpdate);
+    tiledProduct(TileFamily::Ordered, rows, cols, inner, {a.row(i) + k0, a.stride, 1},
+                 {packed, kUpdateCols, 1}, {c, crs, 1}, kTileUpdate);
   };
   // The diagonal block goes through a copy, because nothing above the diagonal may be written.
   alignas(64) double diagonal[kUpdateCols * kUpdateCols];

@@ -4,19 +4,23 @@
 
 namespace korin::kernels {
 
+// With fewer rows than this, the transposition of B would cost more than it saves.
+static constexpr std::size_t kFewRows = 8;
+
 void orderedProduct(std::size_t m, std::size_t n, std::size_t k, const double* a,
                     std::ptrdiff_t lda, const double* b, std::ptrdiff_t ldb, double* c,
                     std::ptrdiff_t ldc) {
-  tiledProduct(TileFamily::Ordered, m, n, k, a, lda, 1, b, ldb, 1, c, ldc, kTileFresh);
+  tiledProduct(TileFamily::Ordered, m, n, k, {a, lda, 1}, {b, ldb, 1}, {c, ldc, 1}, kTileFresh);
 }
 
 void orderedProductTransposed(std::size_t m, std::size_t n, std::size_t k, const double* a,
                               std::ptrdiff_t lda, const double* b, std::ptrdiff_t ldb, double* c,
                               std::ptrdiff_t ldc) {
-  if (m == 1) {  // one row of C: as a column, its elements are rows of a tile and need no packing
-    return tiledProduct(TileFamily::Ordered, n, 1, k, b, ldb, 1, a, 1, lda, c, 1, kTileFresh);
+  if (m <= kFewRows) {  // rather the small operand transposed than the large one
+    tiledProduct(TileFamily::Ordered, n, m, k, {b, ldb, 1}, {a, 1, lda}, {c, 1, ldc}, kTileFresh);
+  } else {
+    tiledProduct(TileFamily::Ordered, m, n, k, {a, lda, 1}, {b, 1, ldb}, {c, ldc, 1}, kTileFresh);
   }
-  tiledProduct(TileFamily::Ordered, m, n, k, a, lda, 1, b, 1, ldb, c, ldc, kTileFresh);
 }
 
 }  // namespace korin::kernels

@@ -34,6 +34,7 @@ using TransposeFunction = void (*)(const double* src, ptrdiff_t srcStride, doubl
 
 inline constexpr size_t kMaxTileRows = 8;
 inline constexpr size_t kMaxTileVectors = 3;
+inline constexpr size_t kMaxTileCols = 24;
 
 /// The kernels of one processor level.
 struct TileTable {

@@ -18,16 +18,6 @@ constexpr std::size_t kColumns = 192;
 constexpr std::ptrdiff_t kPackStride = 512;
 constexpr std::size_t kPackRows = 64;
 
-struct Operand {
-  const double* data;
-  std::ptrdiff_t rowStride;
-  std::ptrdiff_t colStride;
-  const double* at(std::size_t i, std::size_t j) const {
-    return data + static_cast<std::ptrdiff_t>(i) * rowStride +
-           static_cast<std::ptrdiff_t>(j) * colStride;
-  }
-};
-
 // Cuts `count` into ceil(count / largest) parts whose sizes differ by at most one, so that no
 // left-over part is too thin to hide the latency of the additions.
 class EvenParts {
@@ -52,73 +42,105 @@ struct Block {
   TileFamily family;
   std::size_t m, n, k;
   Operand a, b;
-  double* c;
-  std::ptrdiff_t crs;
+  Target c;
   unsigned flags;
 };
 
-void runTile(const TileTable& table, const Block& block, std::size_t i, std::size_t rows,
-             std::size_t vectors, std::size_t lastCols, const double* a, const double* b,
-             std::ptrdiff_t brs, std::size_t j) {
-  const bool full = rows == table.rows && vectors == table.vectors && lastCols == table.width;
+// One tile of a block: its first row and column, its size, and the rows of B it reads.
+struct Tile {
+  std::size_t i, rows;
+  std::size_t j, vectors, lastCols;
+  const double* b;
+  std::ptrdiff_t brs;
+};
+
+void runTile(const TileTable& table, const Block& block, const Tile& tile, double* c,
+             std::ptrdiff_t crs) {
   const bool ordered = block.family == TileFamily::Ordered;
-  const TileFunction part = (ordered ? table.ordered : table.fused)[rows - 1][vectors - 1];
-  const TileFunction whole = ordered ? table.orderedFull : table.fusedFull;
-  (full ? whole : part)(block.k, a, block.a.rowStride, block.a.colStride, b, brs,
-                        block.c + static_cast<std::ptrdiff_t>(i) * block.crs + j, block.crs,
-                        lastCols, block.flags);
+  const bool full =
+      tile.rows == table.rows && tile.vectors == table.vectors && tile.lastCols == table.width;
+  const TileFunction run =
+      full ? (ordered ? table.orderedFull : table.fusedFull)
+           : (ordered ? table.ordered : table.fused)[tile.rows - 1][tile.vectors - 1];
+  run(block.k, block.a.at(tile.i, 0), block.a.rowStride, block.a.colStride, tile.b, tile.brs, c,
+      crs, tile.lastCols, block.flags);
+}
+
+// A tile of a C without unit column stride is made in a row-major copy.
+void runScatteredTile(const TileTable& table, const Block& block, const Tile& tile) {
+  alignas(64) double copy[kMaxTileRows * kMaxTileCols];
+  const std::size_t cols = (tile.vectors - 1) * table.width + tile.lastCols;
+  if ((block.flags & kTileUpdate) != 0) {
+    for (std::size_t j = 0; j < cols; ++j) {
+      for (std::size_t i = 0; i < tile.rows; ++i) {
+        copy[i * kMaxTileCols + j] = *block.c.at(tile.i + i, tile.j + j);
+      }
+    }
+  }
+  runTile(table, block, tile, copy, kMaxTileCols);
+  for (std::size_t j = 0; j < cols; ++j) {
+    for (std::size_t i = 0; i < tile.rows; ++i) {
+      *block.c.at(tile.i + i, tile.j + j) = copy[i * kMaxTileCols + j];
+    }
+  }
+}
+
+// Packs the columns of B that the tiles of a row read, tile by tile.
+void packTiles(const TileTable& table, const Block& block, const EvenParts& colParts,
+               double* packed) {
+  for (std::size_t part = 0, j = 0; part < colParts.parts(); ++part) {
+    const std::size_t stride = colParts.size(part) * table.width;
+    packPanel(table, block.k, std::min(stride, block.n - j), block.b.at(0, j), block.b.rowStride,
+              block.b.colStride, packed + j * block.k, stride);
+    j += stride;
+  }
 }
 
 void runBlock(const TileTable& table, const Block& block, bool pack) {
   const EvenParts rowParts(block.m, table.rows);
   const EvenParts colParts((block.n + table.width - 1) / table.width, table.vectors);
   double* packed = pack ? packingBuffer(kInner * kColumns) : nullptr;
-  if (pack) {
-    for (std::size_t part = 0, j = 0; part < colParts.parts(); ++part) {
-      const std::size_t stride = colParts.size(part) * table.width;
-      packPanel(table, block.k, std::min(stride, block.n - j), block.b.at(0, j), block.b.rowStride,
-                block.b.colStride, packed + j * block.k, stride);
-      j += stride;
+  if (pack) packTiles(table, block, colParts, packed);
+  Tile tile{};
+  for (std::size_t rowPart = 0; rowPart < rowParts.parts(); ++rowPart) {
+    tile.rows = rowParts.size(rowPart);
+    tile.j = 0;
+    for (std::size_t part = 0; part < colParts.parts(); ++part) {
+      tile.vectors = colParts.size(part);
+      const std::size_t stride = tile.vectors * table.width;
+      const std::size_t cols = std::min(stride, block.n - tile.j);
+      tile.lastCols = cols - (stride - table.width);
+      tile.b = pack ? packed + tile.j * block.k : block.b.at(0, tile.j);
+      tile.brs = pack ? static_cast<std::ptrdiff_t>(stride) : block.b.rowStride;
+      if (block.c.colStride == 1) {
+        runTile(table, block, tile, block.c.at(tile.i, tile.j), block.c.rowStride);
+      } else {
+        runScatteredTile(table, block, tile);
+      }
+      tile.j += stride;
     }
-  }
-  for (std::size_t rowPart = 0, i = 0; rowPart < rowParts.parts(); ++rowPart) {
-    const std::size_t rows = rowParts.size(rowPart);
-    const double* a = block.a.at(i, 0);
-    for (std::size_t part = 0, j = 0; part < colParts.parts(); ++part) {
-      const std::size_t vectors = colParts.size(part);
-      const std::size_t stride = vectors * table.width;
-      const std::size_t cols = std::min(stride, block.n - j);
-      const double* b = pack ? packed + j * block.k : block.b.at(0, j);
-      runTile(table, block, i, rows, vectors, cols - (vectors - 1) * table.width, a, b,
-              pack ? static_cast<std::ptrdiff_t>(stride) : block.b.rowStride, j);
-      j += stride;
-    }
-    i += rows;
+    tile.i += tile.rows;
   }
 }
 
 }  // namespace
 
-void tiledProduct(TileFamily family, std::size_t m, std::size_t n, std::size_t k, const double* a,
-                  std::ptrdiff_t ars, std::ptrdiff_t acs, const double* b, std::ptrdiff_t brs,
-                  std::ptrdiff_t bcs, double* c, std::ptrdiff_t crs, unsigned flags) {
+void tiledProduct(TileFamily family, std::size_t m, std::size_t n, std::size_t k, const Operand& a,
+                  const Operand& b, const Target& c, unsigned flags) {
   if (m == 0 || n == 0) return;
   const TileTable& table = tiles();
-  const Operand left{a, ars, acs};
-  const Operand right{b, brs, bcs};
+  const bool pack =
+      b.colStride != 1 || (b.rowStride >= kPackStride && m >= kPackRows && n > table.width);
   for (std::size_t j = 0; j < n; j += kColumns) {
     std::size_t p = 0;
-    unsigned blockFlags = flags;
+    Block block{family, m, std::min(kColumns, n - j), 0, a, b, c.from(0, j), flags};
     do {
-      const std::size_t inner = std::min(kInner, k - p);
-      const std::size_t cols = std::min(kColumns, n - j);
-      const Block block{
-          family, m,   cols,      inner, {left.at(0, p), ars, acs}, {right.at(p, j), brs, bcs},
-          c + j,  crs, blockFlags};
-      const bool pack = bcs != 1 || (brs >= kPackStride && m >= kPackRows);
+      block.k = std::min(kInner, k - p);
+      block.a = a.from(0, p);
+      block.b = b.from(p, j);
       runBlock(table, block, pack);
-      blockFlags |= kTileUpdate;
-      p += inner;
+      block.flags |= kTileUpdate;
+      p += block.k;
     } while (p < k);
   }
 }

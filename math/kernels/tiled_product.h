@@ -10,12 +10,32 @@ namespace korin::kernels {
 /// Which family of register tiles a product uses; see TileFunction.
 enum class TileFamily { Ordered, Fused };
 
-/// C = [C] +- A*B by register tiles: the frame that both families share. Element (i, j) of A lies
-/// at a[i*ars + j*acs], of B at b[i*brs + j*bcs], of C at c[i*crs + j] (unit column stride).
+/// A matrix described by the strides of its rows and columns: element (i, j) lies at
+/// data[i*rowStride + j*colStride].
+template <class Element>
+struct Strided {
+  Element* data;
+  std::ptrdiff_t rowStride;
+  std::ptrdiff_t colStride;
+  Element* at(std::size_t i, std::size_t j) const {
+    return data + static_cast<std::ptrdiff_t>(i) * rowStride +
+           static_cast<std::ptrdiff_t>(j) * colStride;
+  }
+  Strided from(std::size_t i, std::size_t j) const { return {at(i, j), rowStride, colStride}; }
+  Strided transposed() const { return {data, colStride, rowStride}; }
+};
+
+using Operand = Strided<const double>;
+using Target = Strided<double>;
+
+/// C = [C] +- A*B by register tiles, the frame that both families share; A is m x k, B is k x n.
 /// `flags` are TileFlags. C must not overlap A or B. With k = 0, C becomes zero or stays.
-void tiledProduct(TileFamily family, std::size_t m, std::size_t n, std::size_t k, const double* a,
-                  std::ptrdiff_t ars, std::ptrdiff_t acs, const double* b, std::ptrdiff_t brs,
-                  std::ptrdiff_t bcs, double* c, std::ptrdiff_t crs, unsigned flags);
+///
+/// The vectors of a tile run along the columns of B and C: a B without unit column stride is
+/// packed first, at the cost of one pass over it, and a C without it goes through copies of its
+/// tiles.
+void tiledProduct(TileFamily family, std::size_t m, std::size_t n, std::size_t k, const Operand& a,
+                  const Operand& b, const Target& c, unsigned flags);
 
 }  // namespace korin::kernels
 
