@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "solver/partial_inverse_chol.h"
 #include "solver/solver.h"
 
 namespace zeph_solver {
@@ -20,6 +21,14 @@ ZtVector zeroVector(ZtSize size) {
 }
 
 }  // namespace
+
+void partialInverse(const ProtoSparse& A, bool useCholesky, ZtVector& diagonal) {
+  if (useCholesky) {
+    partialInverseChol(A, diagonal);
+  } else {
+    partialInverseLU(A, diagonal);
+  }
+}
 
 void partialInverseLU(const ProtoSparse& A, ZtVector& diagonal) {
   Solver solver(kOrderingMethod);

@@ -7,6 +7,11 @@
 
 namespace zeph_solver {
 
+/// Diagonal of A^-1 (the variances, when A is an information matrix): partialInverseChol for
+/// useCholesky, which needs a symmetric positive-definite A, otherwise partialInverseLU. Nothing is
+/// checked, and no route falls back to the other.
+ZEPH_EXPORT void partialInverse(const ProtoSparse& A, bool useCholesky, ZtVector& diagonal);
+
 /// Diagonal of A^-1 for any non-singular A, by one LU factorisation and a solve per unit vector:
 /// diagonal[i] = A^-1(i, i) for i < n = min(rows, columns).
 ///

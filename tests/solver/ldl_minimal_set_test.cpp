@@ -2,20 +2,18 @@
 
 #include <gtest/gtest.h>
 
-#include <map>
 #include <random>
-#include <utility>
 #include <vector>
+
+#include "tests/solver/entry_model.h"
 
 namespace zeph_solver {
 namespace {
 
-using Dense = std::vector<std::vector<double>>;
-
-// The set by its definition, with dense columns: `set[c][r]` is the marker at (r, c).
-Dense literalSet(const std::vector<std::vector<bool>>& stored) {
+// The set by its definition, with dense columns.
+Entries literalSet(const std::vector<std::vector<bool>>& stored) {
   const std::size_t n = stored.size();
-  Dense set(n, std::vector<double>(n, 0.0));
+  std::vector<std::vector<double>> set(n, std::vector<double>(n, 0.0));
   for (std::size_t j = 0; j < n; ++j) set[j][j] = 1.0;
   for (std::size_t j = 0; j < n; ++j) {
     std::vector<double> upper = set[j];
@@ -36,22 +34,11 @@ Dense literalSet(const std::vector<std::vector<bool>>& stored) {
       if (c != j) set[c][j] += lower[c];
     }
   }
-  return set;
-}
-
-void expectSet(const ProtoSparse& set, const Dense& expected) {
-  ASSERT_EQ(set.rowCount, expected.size());
-  ASSERT_EQ(set.colCount, expected.size());
-  ASSERT_TRUE(set.isCompressed());
-  std::map<std::pair<std::size_t, std::size_t>, double> found;
-  for (const MatrixElement& e : set.elements) found[{e.row, e.col}] = e.value;
-  std::map<std::pair<std::size_t, std::size_t>, double> wanted;
-  for (std::size_t c = 0; c < expected.size(); ++c) {
-    for (std::size_t r = 0; r < expected.size(); ++r) {
-      if (expected[c][r] != 0.0) wanted[{r, c}] = expected[c][r];
-    }
+  Entries entries;
+  for (std::size_t c = 0; c < n; ++c) {
+    for (std::size_t r = 0; r < n; ++r) entries[{r, c}] = set[c][r];
   }
-  ASSERT_EQ(found, wanted);
+  return withoutZeros(entries);
 }
 
 TEST(LdlMinimalSetTest, EqualsTheDefinitionOnRandomPatterns) {
@@ -79,24 +66,23 @@ TEST(LdlMinimalSetTest, EqualsTheDefinitionOnRandomPatterns) {
     if (trial % 5 == 0) A.scalarMultiplication(dense ? 1.0 : 0.0);
     ProtoSparse set;
     partialInverseLDLMinimalSet(A, set);
-    ASSERT_NO_FATAL_FAILURE(expectSet(set, literalSet(stored))) << "trial " << trial;
+    ASSERT_TRUE(set.rowCount == n && set.colCount == n && set.isCompressed());
+    ASSERT_EQ(entriesOf(set), literalSet(stored)) << "trial " << trial;
   }
 }
 
 // Wide gaps between the indices: the walk has to find the next one far away.
-TEST(LdlMinimalSetTest, LongChains) {
+TEST(LdlMinimalSetTest, FarNeighbours) {
   constexpr std::size_t n = 300000;
   ProtoSparse A(n, n), set;
-  for (std::size_t i = 0; i + 70000 < n; i += 70000) A.addElement(i + 70000, i, 1.0);
-  partialInverseLDLMinimalSet(A, set);
-  std::size_t offDiagonal = 0;
-  for (const MatrixElement& e : set.elements) {
-    if (e.row == e.col) continue;
-    ++offDiagonal;
-    EXPECT_EQ(e.col - e.row, 70000u);
+  Entries expected;
+  for (std::size_t i = 0; i < n; ++i) expected[{i, i}] = i % 70000 == 0 && i > 0 ? 3.0 : 2.0;
+  for (std::size_t i = 0; i + 70000 < n; i += 70000) {
+    A.addElement(i + 70000, i, 1.0);
+    expected[{i, i + 70000}] = 2.0;
   }
-  EXPECT_EQ(offDiagonal, 4u);
-  EXPECT_EQ(set.elements.size(), n + 4);
+  partialInverseLDLMinimalSet(A, set);
+  EXPECT_TRUE(entriesOf(set) == expected);
 }
 
 TEST(LdlMinimalSetTest, SmallestSizesAndAnOutputInUse) {
@@ -111,10 +97,7 @@ TEST(LdlMinimalSetTest, SmallestSizesAndAnOutputInUse) {
   A.addElement(1, 0, 1.0);
   used.addElement(1, 0, 9.0);  // stays beside the set
   partialInverseLDLMinimalSet(A, used);
-  ASSERT_EQ(used.elements.size(), 4u);
-  EXPECT_EQ(used.elements[1].value, 9.0);
-  EXPECT_EQ(used.elements[2].value, 2.0);
-  EXPECT_EQ(used.elements[3].value, 3.0);
+  EXPECT_EQ(entriesOf(used), (Entries{{{0, 0}, 2.0}, {{1, 0}, 9.0}, {{0, 1}, 2.0}, {{1, 1}, 3.0}}));
 }
 
 }  // namespace
