@@ -21,19 +21,25 @@ void sortColumnMajor(std::vector<MatrixElement>& elements) {
   korin::mtSort(elements.data(), static_cast<int>(elements.size()), kSortThreads);
 }
 
-// Sums adjacent elements at one position into the first and returns how many remain.
+// Sums adjacent elements at one position into one and returns how many remain, at least one given.
+// The open entry stays in registers: its sum is a chain of additions that memory would slow down.
 std::size_t mergeDuplicates(MatrixElement* elements, std::size_t count) {
-  std::size_t kept = 1;
+  std::size_t kept = 0;
+  MatrixElement open = elements[0];
+  bool isOpen = true;
   for (std::size_t i = 1; i < count; ++i) {
-    const MatrixElement& e = elements[i];
-    if (kept > 0 && key(e) == key(elements[kept - 1])) {
-      elements[kept - 1].value += e.value;
+    const MatrixElement e = elements[i];
+    if (isOpen && key(e) == key(open)) {
+      open.value += e.value;
       // Only the sum so far goes: what follows at this position starts a new entry, on purpose.
-      if (std::fabs(elements[kept - 1].value) < kCancelled) --kept;
+      isOpen = !(std::fabs(open.value) < kCancelled);
     } else {
-      elements[kept++] = e;
+      if (isOpen) elements[kept++] = open;
+      open = e;
+      isOpen = true;
     }
   }
+  if (isOpen) elements[kept++] = open;
   return kept;
 }
 
