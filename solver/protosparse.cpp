@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
-#include <functional>
 #include <new>
+
+#include "solver/matrix_views.h"
 
 namespace zeph_solver {
 
@@ -31,19 +32,6 @@ std::unique_ptr<korin::Matrix> makeZeroBlock(std::size_t rows, std::size_t cols)
   auto block = std::make_unique<korin::Matrix>(rows, cols);
   ZtMatrix_setZero(block.get());
   return block;
-}
-
-// Non-owning matrix over const storage, for operands that are only read.
-korin::Matrix readOnlyView(std::size_t rows, std::size_t cols, const ZtReal* data) {
-  return korin::Matrix(rows, cols, cols, const_cast<ZtReal*>(data), ZtDataFlags{0});
-}
-
-bool overlap(const ZtMatrix& a, const ZtMatrix& b) {
-  if (a.rows == 0 || b.rows == 0 || a.cols == 0 || b.cols == 0) return false;
-  const std::less<const ZtReal*> before;
-  const ZtReal* aLast = a.data + (a.rows - 1) * a.stride + (a.cols - 1);
-  const ZtReal* bLast = b.data + (b.rows - 1) * b.stride + (b.cols - 1);
-  return !before(aLast, b.data) && !before(bLast, a.data);
 }
 
 }  // namespace
@@ -154,7 +142,7 @@ void ProtoSparse::addDenseVector(const ZtVector& v, std::size_t row, std::size_t
     const std::size_t rows = vertical ? v.size : 1;
     const std::size_t cols = vertical ? 1 : v.size;
     korin::Matrix target(rows, cols, *denseBlock, row, col);
-    target.setMatAddMat(target, readOnlyView(rows, cols, v.data));
+    target.setMatAddMat(target, viewOf(rows, cols, cols, v.data));
     return;
   }
   for (std::size_t i = 0; i < v.size; ++i) {
@@ -169,7 +157,7 @@ void ProtoSparse::addDenseMatrix(const ZtMatrix& m, std::size_t row, std::size_t
                          col);
     if (!transpose) {
       target.setMatAddMat(target, m);
-    } else if (overlap(target, m)) {
+    } else if (sharesMemory(target, m)) {
       // Written in place, the transposed operand would change under the reader.
       target.setMatAddTransMatMulSca(target, korin::Matrix(m), 1.0);
     } else {

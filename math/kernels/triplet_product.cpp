@@ -1,0 +1,64 @@
+#include "math/kernels/triplet_product.h"
+
+#include <emmintrin.h>
+
+#include "math/kernels/processor.h"
+#include "math/kernels/triplet_strip.h"
+
+namespace korin::kernels {
+namespace {
+
+struct PairLane {
+  using Vector = __m128d;
+  struct Mask {};  // a partial pair is one double
+  static constexpr int kWidth = 2;
+  static Vector load(const double* p) { return _mm_loadu_pd(p); }
+  static void store(double* p, Vector x) { _mm_storeu_pd(p, x); }
+  static Mask mask(size_t) { return {}; }
+  static Vector loadPart(const double* p, Mask) { return _mm_load_sd(p); }
+  static void storePart(double* p, Vector x, Mask) { _mm_store_sd(p, x); }
+  static Vector broadcast(double value) { return _mm_set1_pd(value); }
+  static Vector addProduct(Vector x, Vector y, Vector z) { return _mm_add_pd(x, _mm_mul_pd(y, z)); }
+};
+
+template <int kVectors, bool kPartial>
+constexpr TripletStripFunction kStrip = &TripletStrip<PairLane, kVectors, kPartial>::run;
+
+constexpr TripletStrips kBaselineTripletStrips = {
+    2,
+    8,
+    {kStrip<1, false>, kStrip<2, false>, kStrip<3, false>, kStrip<4, false>, kStrip<5, false>,
+     kStrip<6, false>, kStrip<7, false>, kStrip<8, false>},
+    {kStrip<1, true>, kStrip<2, true>, kStrip<3, true>, kStrip<4, true>, kStrip<5, true>,
+     kStrip<6, true>, kStrip<7, true>, kStrip<8, true>},
+};
+
+const TripletStrips& tripletStrips() {
+  switch (processorLevel()) {
+    case ProcessorLevel::Avx512:
+      return kAvx512TripletStrips;
+    case ProcessorLevel::Avx2:
+      return kAvx2TripletStrips;
+    default:
+      return kBaselineTripletStrips;
+  }
+}
+
+}  // namespace
+
+void addTripletProduct(const void* triplets, std::size_t count, const double* b, std::size_t ldb,
+                       double* c, std::size_t ldc, std::size_t cols) {
+  const char* list = static_cast<const char*>(triplets);
+  if (cols == 1) return kStrip<1, true>(list, count, b, ldb, c, ldc, 1);
+  const TripletStrips& strips = tripletStrips();
+  const std::size_t widest = strips.width * strips.vectors;
+  for (std::size_t first = 0; first < cols; first += widest) {
+    const std::size_t strip = cols - first < widest ? cols - first : widest;
+    const std::size_t vectors = (strip + strips.width - 1) / strips.width;
+    const std::size_t lastCols = strip - (vectors - 1) * strips.width;
+    const TripletStripFunction* run = lastCols == strips.width ? strips.full : strips.partial;
+    run[vectors - 1](list, count, b + first, ldb, c + first, ldc, lastCols);
+  }
+}
+
+}  // namespace korin::kernels

@@ -1,0 +1,101 @@
+#ifndef ZEPH_MATH_KERNELS_TRIPLET_STRIP_H
+#define ZEPH_MATH_KERNELS_TRIPLET_STRIP_H
+
+// Product of a triplet list with a strip of columns that fits the registers, written once for every
+// vector width. Included only by the triplet_product*.cpp files; each gives its own `Lane`, a type
+// in an unnamed namespace with
+//   Vector, Mask, kWidth, load(p), store(p, x), mask(count), loadPart(p, mask),
+//   storePart(p, x, mask), broadcast(value) and addProduct(x, y, z) = x + y*z, rounded twice.
+
+#include <stddef.h>
+#include <stdint.h>
+
+namespace korin::kernels {
+
+/// Adds the product for the strip's columns; `lastCols` of them lie in the strip's last vector.
+using TripletStripFunction = void (*)(const char* triplets, size_t count, const double* b,
+                                      size_t ldb, double* c, size_t ldc, size_t lastCols);
+
+/// The strips of one processor level, by number of vectors; `partial` ones may end within a vector.
+constexpr size_t kMaxStripVectors = 8;
+struct TripletStrips {
+  size_t width;    ///< doubles in a vector
+  size_t vectors;  ///< vectors in the widest strip
+  TripletStripFunction full[kMaxStripVectors];
+  TripletStripFunction partial[kMaxStripVectors];
+};
+
+extern const TripletStrips kAvx2TripletStrips;
+extern const TripletStrips kAvx512TripletStrips;
+
+template <class Lane, int kVectors, bool kPartial>
+struct TripletStrip {
+  using Vector = typename Lane::Vector;
+  using Mask = typename Lane::Mask;
+  static constexpr size_t kDoubles = size_t{kVectors} * Lane::kWidth;
+  static constexpr size_t kCacheLine = 64 / sizeof(double);
+  /// How many triplets ahead the rows of B and C are asked for: their addresses are known from the
+  /// list long before, while the hardware cannot guess them.
+  static constexpr size_t kAhead = 16;
+
+  struct Triplet {
+    uint32_t row;
+    uint32_t col;
+    double value;
+  };
+  static Triplet at(const char* triplets, size_t i) {
+    Triplet t;
+    __builtin_memcpy(&t, triplets + i * sizeof t, sizeof t);
+    return t;
+  }
+  static Vector load(const double* p, int v, Mask last) {
+    return kPartial && v == kVectors - 1 ? Lane::loadPart(p + v * Lane::kWidth, last)
+                                         : Lane::load(p + v * Lane::kWidth);
+  }
+  static void store(double* p, int v, Mask last, Vector x) {
+    if (kPartial && v == kVectors - 1) {
+      Lane::storePart(p + v * Lane::kWidth, x, last);
+    } else {
+      Lane::store(p + v * Lane::kWidth, x);
+    }
+  }
+  static void prefetchRow(const double* row) {
+    for (size_t k = 0; k < kDoubles; k += kCacheLine) __builtin_prefetch(row + k);
+  }
+
+  static void run(const char* triplets, size_t count, const double* b, size_t ldb, double* c,
+                  size_t ldc, size_t lastCols) {
+    if (count == 0) return;
+    const Mask last = Lane::mask(lastCols);
+    // The row of C is kept in registers for as long as the triplets stay in it.
+    size_t row = at(triplets, 0).row;
+    Vector sum[kVectors];
+#pragma GCC unroll 8
+    for (int v = 0; v < kVectors; ++v) sum[v] = load(c + row * ldc, v, last);
+    for (size_t i = 0; i < count; ++i) {
+      const Triplet later = at(triplets, i + kAhead < count ? i + kAhead : count - 1);
+      prefetchRow(b + later.col * ldb);
+      prefetchRow(c + later.row * ldc);
+      const Triplet t = at(triplets, i);
+      if (t.row != row) {
+#pragma GCC unroll 8
+        for (int v = 0; v < kVectors; ++v) store(c + row * ldc, v, last, sum[v]);
+        row = t.row;
+#pragma GCC unroll 8
+        for (int v = 0; v < kVectors; ++v) sum[v] = load(c + row * ldc, v, last);
+      }
+      const Vector value = Lane::broadcast(t.value);
+      const double* bRow = b + t.col * ldb;
+#pragma GCC unroll 8
+      for (int v = 0; v < kVectors; ++v) {
+        sum[v] = Lane::addProduct(sum[v], value, load(bRow, v, last));
+      }
+    }
+#pragma GCC unroll 8
+    for (int v = 0; v < kVectors; ++v) store(c + row * ldc, v, last, sum[v]);
+  }
+};
+
+}  // namespace korin::kernels
+
+#endif

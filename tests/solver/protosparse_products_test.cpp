@@ -1,0 +1,175 @@
+#include <gtest/gtest.h>
+
+#include <random>
+#include <vector>
+
+#include "math/kernels/processor.h"
+#include "solver/protosparse.h"
+
+namespace {
+
+using korin::Matrix;
+using korin::kernels::ProcessorLevel;
+using zeph_solver::ProtoSparse;
+
+Matrix zeros(std::size_t rows, std::size_t cols) {
+  Matrix m(rows, cols);
+  ZtMatrix_setZero(&m);
+  return m;
+}
+
+Matrix denseOf(const ProtoSparse& a) {
+  Matrix m = a.isDense() ? *a.denseBlock : zeros(a.rowCount, a.colCount);
+  if (!a.isDense()) {
+    for (const auto& e : a.elements) m(e.row, e.col) += e.value;
+  }
+  return m;
+}
+
+class ProtoSparseProducts : public ::testing::Test {
+ protected:
+  std::size_t below(std::size_t n) { return random_() % n; }
+  double real() { return static_cast<double>(random_()) * 0x1p-31 - 1.0; }
+  /// Sums and products of small integers are exact, so both modes must give equal numbers.
+  double integer() { return static_cast<double>(below(19)) - 9.0; }
+
+  ProtoSparse triplets(std::size_t rows, std::size_t cols, std::size_t count) {
+    ProtoSparse a(rows, cols);
+    for (std::size_t i = 0; i < count; ++i) a.addElement(below(rows), below(cols), integer());
+    return a;
+  }
+
+  std::mt19937 random_{7};
+};
+
+/// A matrix between guard rows and columns that nobody may write.
+struct Framed {
+  Framed(std::size_t rows, std::size_t cols)
+      : buffer(rows + 2, cols + 3, std::vector<double>((rows + 2) * (cols + 3), -77.5).data()),
+        view(rows, cols, buffer, 1, 0) {}
+  bool frameIntact() {
+    Matrix whole = buffer;
+    whole.setSub_scalar(-77.5, 1, 0, view.rows, view.cols);
+    return whole.minVal() == -77.5 && whole.maxVal() == -77.5;
+  }
+  Matrix buffer, view;
+};
+
+TEST_F(ProtoSparseProducts, WindowProductsMatchTheDenseModelInBothModes) {
+  for (int round = 0; round < 4000; ++round) {
+    ProtoSparse a = triplets(2 + below(9), 2 + below(9), below(60));
+    const Matrix model = denseOf(a);
+    const bool full = round % 4 == 0;
+    const std::size_t rows = full ? a.rowCount : 1 + below(14);
+    const std::size_t inner = full ? a.colCount : 1 + below(14);
+    const unsigned rowFirst = full || round % 3 == 0 ? 0 : static_cast<unsigned>(below(16));
+    const unsigned colFirst = full || round % 5 == 0 ? 0 : static_cast<unsigned>(below(16));
+    Matrix b(inner, 1 + below(5)), expected = zeros(rows, b.cols);
+    for (std::size_t i = 0; i < b.rows * b.cols; ++i) b.data[i] = integer();
+    // Signed: an offset beyond the size of the operand leaves nothing.
+    const long rowEnd = long(rows) - long(rowFirst), colEnd = long(inner) - long(colFirst);
+    for (long i = rowFirst; i < std::min<long>(rowEnd, model.rows); ++i) {
+      for (long j = colFirst; j < std::min<long>(colEnd, model.cols); ++j) {
+        for (std::size_t k = 0; k < b.cols; ++k) {
+          expected(i - rowFirst, k) += model(i, j) * b(j - colFirst, k);
+        }
+      }
+    }
+    for (bool dense : {false, true}) {
+      SCOPED_TRACE(::testing::Message()
+                   << "dense " << dense << ", " << a.rowCount << 'x' << a.colCount << ", c " << rows
+                   << ", b " << inner << " rows, from " << rowFirst << ',' << colFirst);
+      if (dense) a.makeDense();
+      Framed c(rows, b.cols);
+      a.multiplyDenseSub(b, c.view, rowFirst, colFirst);
+      ASSERT_TRUE(c.view == expected);
+      if (full) a.multiplyDense(b, c.view);
+      ASSERT_TRUE(c.view == expected && c.frameIntact());
+      ZtVector x(inner), y(rows);
+      for (std::size_t j = 0; j < inner; ++j) x.data[j] = b(j, 0);
+      a.multiplyDenseSub(x, y, rowFirst, colFirst);
+      for (std::size_t i = 0; i < rows; ++i) ASSERT_EQ(y.data[i], expected(i, 0));
+    }
+  }
+}
+
+TEST_F(ProtoSparseProducts, SumsInListOrderOnEveryProcessorLevelAndWidth) {
+  const ProcessorLevel before = korin::kernels::processorLevel();
+  for (auto level : {ProcessorLevel::Baseline, ProcessorLevel::Avx2, ProcessorLevel::Avx512}) {
+    korin::kernels::forceProcessorLevel(level);
+    for (std::size_t cols = 1; cols < 70; ++cols) {
+      ProtoSparse a(20, 15);
+      for (int i = 0; i < 300; ++i) a.addElement(i < 100 ? i / 5 : below(20), below(15), real());
+      Framed b(15, cols), c(20, cols);
+      for (std::size_t i = 0; i < 15 * cols; ++i) *b.view.flatRow(i) = real();
+      Matrix expected = zeros(20, cols);
+      for (const auto& e : a.elements) {
+        for (std::size_t k = 0; k < cols; ++k) expected(e.row, k) += e.value * b.view(e.col, k);
+      }
+      a.multiplyDense(b.view, c.view);
+      ASSERT_TRUE(c.view == expected && c.frameIntact())
+          << cols << " columns, level " << static_cast<int>(level);
+    }
+  }
+  korin::kernels::forceProcessorLevel(before);
+}
+
+TEST_F(ProtoSparseProducts, OperandsThatShareMemorySeeEverySum) {
+  // Row 0 of c is row 1 of b: the first product is read back by the second.
+  std::vector<double> memory = {1, 2, 7, 7, 7, 7};
+  const Matrix b(2, 2, 2, memory.data(), kZtView);
+  Matrix c(2, 2, 2, memory.data() + 2, kZtView);
+  ProtoSparse a(2, 2);
+  a.addElement(0, 0, 3.0);
+  a.addElement(1, 1, 10.0);
+  a.multiplyDense(b, c);
+  EXPECT_EQ(memory, (std::vector<double>{1, 2, 3, 6, 30, 60}));
+}
+
+TEST_F(ProtoSparseProducts, AddPlacesEveryElementInEveryCombinationOfModes) {
+  for (int round = 0; round < 560; ++round) {
+    const bool transpose = round & 1, denseThis = round & 2, self = round % 7 == 0;
+    const bool denseOther = self ? denseThis : (round & 4) != 0;
+    const std::size_t order = 2 + below(5);
+    const std::size_t rowOffset = self ? 0 : below(3), colOffset = self ? 0 : below(3);
+    ProtoSparse other = triplets(order, self ? order : 2 + below(5), below(20));
+    if (round % 40 == 0) other.scalarMultiplication(0.0);
+    ProtoSparse target = self ? other : triplets(9, 9, below(30));
+    Matrix expected = denseOf(target);
+    const Matrix added = denseOf(other);
+    for (std::size_t i = 0; i < added.rows; ++i) {
+      for (std::size_t j = 0; j < added.cols; ++j) {
+        expected(rowOffset + (transpose ? j : i), colOffset + (transpose ? i : j)) += added(i, j);
+      }
+    }
+    const std::size_t before = target.nz(), count = other.nz();
+    target.elements.shrink_to_fit();
+    if (denseThis) target.makeDense();
+    if (denseOther) other.makeDense();
+    target.add(self ? target : other, rowOffset, colOffset, transpose);
+    ASSERT_TRUE(denseOf(target) == expected) << round;
+    if (!denseThis && !denseOther && !transpose && rowOffset + colOffset == 0) {
+      ASSERT_EQ(target.nz(), before + count) << "stored zeros are copied";
+      ASSERT_TRUE(count == 0 || target.elements.capacity() == before + std::max(before, count));
+    }
+  }
+}
+
+TEST_F(ProtoSparseProducts, TransposeSelfKeepsTheListOrder) {
+  ProtoSparse a = triplets(4, 7, 30);
+  const ProtoSparse before = a;
+  for (bool dense : {false, true}) {
+    if (dense) a.makeDense();
+    a.transposeSelf();
+    const Matrix now = denseOf(a), then = denseOf(before);
+    ASSERT_EQ(a.rowCount, dense ? 4u : 7u);
+    for (std::size_t i = 0; i < 28; ++i) {
+      ASSERT_EQ(dense ? now(i / 7, i % 7) : now(i % 7, i / 7), then(i / 7, i % 7));
+    }
+    for (std::size_t i = 0; i < a.elements.size(); ++i) {
+      ASSERT_EQ(a.elements[i].col, before.elements[i].row);
+    }
+  }
+}
+
+}  // namespace
