@@ -14,8 +14,8 @@ std::ptrdiff_t step(const ZtMatrix& m) {
 }  // namespace
 
 void Matrix::setTransMatMulMat(const ZtMatrix& a, const ZtMatrix& b) {
-  kernels::tiledProduct(kernels::TileFamily::Ordered, rows, cols, a.rows, a.data, 1, step(a),
-                        b.data, step(b), 1, data, step(*this), kernels::kTileFresh);
+  kernels::tiledProduct(kernels::TileFamily::Ordered, rows, cols, a.rows, {a.data, 1, step(a)},
+                        {b.data, step(b), 1}, {data, step(*this), 1}, kernels::kTileFresh);
 }
 
 void Matrix::setABAt(const ZtMatrix& a, const ZtMatrix& b) {
