@@ -106,6 +106,19 @@ PreparedMatrix prepare(SparseMatrix m, Route asked) {
   return result;
 }
 
+void factorise(const PreparedMatrix& m, zeph_solver::Solver& solver,
+               zeph_solver::Factorisation& f) {
+  const bool cholesky = m.choice.route == Route::Cholesky;
+  f.cholesky = cholesky;
+  solver.factorise(m.A, &f);
+  zeph_solver::FactorisationStatus status = zeph_solver::factorisationStatus(f);
+  // The solver falls back to LU when CHOLMOD cannot analyse the matrix, for want of memory.
+  if (cholesky && !f.cholesky) status.exhausted = true;
+  if (status.exhausted || !(cholesky ? status.positiveDefinite : status.ok)) {
+    throw breakdown(m, status);
+  }
+}
+
 Error breakdown(const PreparedMatrix& m, const zeph_solver::FactorisationStatus& status) {
   if (status.exhausted) {
     return Error(ErrorKind::Memory,
@@ -124,12 +137,6 @@ Error breakdown(const PreparedMatrix& m, const zeph_solver::FactorisationStatus&
   return Error(ErrorKind::Singular, m.source +
                                         " is singular: the LU factorisation met a zero pivot" +
                                         where + "; the matrix has no inverse");
-}
-
-Error singularToWorkingPrecision(const PreparedMatrix& m) {
-  return Error(
-      ErrorKind::Singular,
-      m.source + " is singular to working precision; no digit of its inverse can be trusted");
 }
 
 }  // namespace zeph

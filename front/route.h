@@ -7,6 +7,7 @@
 #include "front/error.h"
 #include "front/sparse_matrix.h"
 #include "solver/factorisation_status.h"
+#include "solver/solver.h"
 
 namespace zeph {
 
@@ -60,16 +61,16 @@ struct PreparedMatrix {
 /// matrix that is not symmetric.
 PreparedMatrix prepare(SparseMatrix m, Route asked);
 
-/// The error that a failed factorisation of m deserves: not positive definite, singular, or out of
-/// memory, with the row where it broke down if that is known.
+/// The ordering that every factorisation here uses, as the selected inverses do.
+inline constexpr int kNestedDissection = 3;
+
+/// Factorises m into f by its route.
+/// Throws Error(NotPositiveDefinite), Error(Singular) for a zero pivot, with the row where it broke
+/// down if that is known, or Error(Memory).
+void factorise(const PreparedMatrix& m, zeph_solver::Solver& solver, zeph_solver::Factorisation& f);
+
+/// The error that a failed factorisation of m deserves.
 Error breakdown(const PreparedMatrix& m, const zeph_solver::FactorisationStatus& status);
-
-/// Above this product of an entry of A⁻¹ with the scale of A a matrix counts as singular: 2⁵² is
-/// where no digit is left, and the rounding errors of a factorisation cost a few more bits.
-inline constexpr double kSingularGrowth = 1e14;
-
-/// The error for a matrix whose inverse is that large.
-Error singularToWorkingPrecision(const PreparedMatrix& m);
 
 }  // namespace zeph
 

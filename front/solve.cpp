@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
-#include <random>
 #include <utility>
 #include <vector>
 
+#include "front/condition.h"
 #include "front/guarded.h"
 #include "solver/solver.h"
 
@@ -13,10 +13,7 @@ namespace zeph {
 namespace {
 
 using zeph_solver::Factorisation;
-using zeph_solver::FactorisationStatus;
 using zeph_solver::Solver;
-
-constexpr int kNestedDissection = 3;
 
 void requireHeight(const SparseMatrix& A, const DenseMatrix& B) {
   if (B.values.rows == A.rows && B.values.cols > 0) return;
@@ -32,52 +29,6 @@ void requireFiniteDense(const DenseMatrix& B) {
       if (std::isfinite(B.values.data[r * B.values.stride + c])) continue;
       throw Error(ErrorKind::Unfit, "entry " + position(1, r, c) + " of the right-hand side " +
                                         B.source + " is not finite");
-    }
-  }
-}
-
-void factorise(Solver& solver, const PreparedMatrix& m, Factorisation& f) {
-  const bool cholesky = m.choice.route == Route::Cholesky;
-  f.cholesky = cholesky;
-  solver.factorise(m.A, &f);
-  FactorisationStatus status = zeph_solver::factorisationStatus(f);
-  // The solver falls back to LU when CHOLMOD cannot analyse the matrix, for want of memory.
-  if (cholesky && !f.cholesky) status.exhausted = true;
-  if (status.exhausted || !(cholesky ? status.positiveDefinite : status.ok)) {
-    throw breakdown(m, status);
-  }
-}
-
-// Random numbers of magnitude 1/2 to 1: no direction of the space is missed by all of them.
-std::vector<double> probe(std::size_t n) {
-  std::mt19937_64 random(1);
-  std::uniform_real_distribution<double> magnitude(0.5, 1.0);
-  std::vector<double> w(n);
-  for (double& x : w) x = (random() & 1 ? 1.0 : -1.0) * magnitude(random);
-  return w;
-}
-
-// Rounding leaves a singular matrix with a tiny pivot instead of a zero one. With row scales r and
-// then column scales c that bring the largest entries to 1, the solution of A v = r w for a random
-// w of size 1 shows the size of the scaled inverse: max |c v|, at most its row-sum norm and with
-// probability close to 1 not far below it.
-void requireRegular(Solver& solver, const PreparedMatrix& m, Factorisation& f) {
-  const std::size_t n = m.size();
-  std::vector<double> rowScale(n, 0.0);
-  std::vector<double> colScale(n, 0.0);
-  m.forEachEntry([&](std::size_t row, std::size_t, double value) {
-    rowScale[row] = std::max(rowScale[row], std::abs(value));
-  });
-  m.forEachEntry([&](std::size_t row, std::size_t col, double value) {
-    if (value != 0.0) colScale[col] = std::max(colScale[col], std::abs(value) / rowScale[row]);
-  });
-  ZtVector b(n, probe(n).data());
-  ZtVector v(n);
-  for (std::size_t i = 0; i < n; ++i) b.data[i] *= rowScale[i];
-  solver.solveGeneric(m.A, v, b, f.cholesky, &f, false);
-  for (std::size_t i = 0; i < n; ++i) {
-    if (!(std::abs(v.data[i]) * colScale[i] <= kSingularGrowth)) {
-      throw singularToWorkingPrecision(m);
     }
   }
 }
@@ -110,13 +61,8 @@ double relativeResidual(const PreparedMatrix& m, const ZtMatrix& X, const ZtMatr
   return scale > 0.0 ? rowSumNorm(residual) / scale : 0.0;
 }
 
-void requireFiniteSolution(const PreparedMatrix& m, const ZtMatrix& X) {
-  for (ZtSize r = 0; r < X.rows; ++r) {
-    const double* row = X.data + r * X.stride;
-    if (!std::all_of(row, row + X.cols, [](double x) { return std::isfinite(x); })) {
-      throw singularToWorkingPrecision(m);
-    }
-  }
+bool isFinite(const ZtMatrix& X) {
+  return std::all_of(X.data, X.data + X.rows * X.stride, [](double x) { return std::isfinite(x); });
 }
 
 }  // namespace
@@ -135,12 +81,16 @@ Solution solve(SparseMatrix A, const DenseMatrix& B, Route asked, const Progress
     progress.begin("factorising");
     Solver solver(kNestedDissection);
     Factorisation f(&solver);
-    factorise(solver, m, f);
+    factorise(m, solver, f);
     progress.begin("solving");
-    requireRegular(solver, m, f);
+    result.condition = conditionFromSolve(m, solver, f);
+    judgeCondition(m, result.condition, progress);
     ZtMatrix_assign(&result.X, B.values.rows, B.values.cols, B.values.cols, nullptr, 0);
     solver.solveGeneric(m.A, result.X, B.values, f.cholesky, &f, false, true);
-    requireFiniteSolution(m, result.X);
+    if (!isFinite(result.X)) {
+      throw Error(ErrorKind::Unfit, "the solution of " + m.source + " and " + B.source +
+                                        " overflows; scale the equations");
+    }
     progress.checkpoint();
     result.relativeResidual = relativeResidual(m, result.X, B.values);
     return result;

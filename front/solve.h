@@ -10,6 +10,7 @@ namespace zeph {
 struct Solution {
   ZtMatrix X;  ///< A's columns x B's columns, all finite
   RouteChoice choice;
+  double condition = 0.0;  ///< rough estimate of A's condition number, units scaled away
   double relativeResidual = 0.0;  ///< ‖AX-B‖ / (‖A‖ ‖X‖ + ‖B‖) in row-sum norms; 0 for B = 0
 };
 

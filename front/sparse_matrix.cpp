@@ -79,6 +79,24 @@ zeph_solver::ProtoSparse assemble(SparseMatrix m, Triangles triangles) {
   return p;
 }
 
+SparseMatrix takeEntries(zeph_solver::ProtoSparse& p, const std::string& source) {
+  SparseMatrix m;
+  m.source = source;
+  m.rows = p.rowCount;
+  m.cols = p.colCount;
+  if (!p.isDense()) {
+    m.entries = std::move(p.elements);
+    return m;
+  }
+  for (std::uint32_t c = 0; c < m.cols; ++c) {
+    for (std::uint32_t r = 0; r < m.rows; ++r) {
+      const double value = p.denseBlock->data[r * p.denseBlock->stride + c];
+      if (value != 0.0) m.entries.push_back({r, c, value});
+    }
+  }
+  return m;
+}
+
 DenseMatrix toDense(const SparseMatrix& m) {
   DenseMatrix dense;
   dense.source = m.source;

@@ -47,6 +47,10 @@ enum class Triangles {
 /// Throws Error(Unfit) beyond 2³¹-1 entries.
 zeph_solver::ProtoSparse assemble(SparseMatrix m, Triangles triangles);
 
+/// The way back: a general matrix with the entries of p, which are moved out of it. Of a
+/// vector-shaped p those that are not zero.
+SparseMatrix takeEntries(zeph_solver::ProtoSparse& p, const std::string& source);
+
 /// All entries of m, symmetric forms completed, duplicates summed.
 /// Throws Error(Memory) where rows x cols does not fit into memory.
 DenseMatrix toDense(const SparseMatrix& m);

@@ -11,6 +11,7 @@ namespace zeph {
 struct Variances {
   ZtVector diagonal;  ///< diagonal[i] = (A⁻¹)(i, i), all finite
   RouteChoice choice;
+  double condition = 0.0;  ///< rough estimate of A's condition number, units scaled away
 };
 
 /// The diagonal of A⁻¹: for an information matrix A the variances of the estimated quantities.

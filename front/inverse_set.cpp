@@ -1,0 +1,21 @@
+#include "front/operations.h"
+
+#include <utility>
+
+#include "front/guarded.h"
+#include "solver/ldl_minimal_set.h"
+
+namespace zeph {
+
+SparseMatrix inverseSet(SparseMatrix A, const Progress& progress) {
+  const std::string source = A.source;
+  return guarded(source, [&] {
+    requireSquare(A);
+    progress.begin("closing the pattern");
+    zeph_solver::ProtoSparse set;
+    zeph_solver::partialInverseLDLMinimalSet(assemble(std::move(A), Triangles::Lower), set);
+    return takeEntries(set, "the inverse set of " + source);
+  });
+}
+
+}  // namespace zeph
