@@ -27,7 +27,6 @@ class RandomQuaternions : public ::testing::Test {
   std::uniform_real_distribution<double> uniform{-1.0, 1.0};
 };
 
-// Hamilton's rules by the units: column k of the left-multiplication matrix of a is a * e_k.
 TEST_F(RandomQuaternions, ProductsFollowHamiltonAndConjugateByName) {
   Quaternion k;
   k.setQuatMulQuat(Quaternion(0, 1, 0, 0), Quaternion(0, 0, 1, 0));
@@ -91,8 +90,7 @@ TEST_F(RandomQuaternions, SignsAndLength) {
   EXPECT_TRUE(std::isnan(zero.w));
 }
 
-// Yaw, then pitch, then roll, as rotations about the axes, come back as the Euler angles; the
-// angles are those of the conjugate rotation's product order.
+// Roll, then pitch, then yaw about the fixed axes come back as the Euler angles.
 TEST_F(RandomQuaternions, EulerAnglesOfComposedRotations) {
   constexpr double kDegree = 57.29577951308232;
   for (int i = 0; i < 50; ++i) {
