@@ -1,6 +1,5 @@
 // Products with a transposed factor, by the ordered kernels.
 #include "math/kernels/ordered_product.h"
-#include "math/kernels/tiled_product.h"
 #include "math/korin_matrix.h"
 
 namespace korin {
@@ -14,8 +13,8 @@ std::ptrdiff_t step(const ZtMatrix& m) {
 }  // namespace
 
 void Matrix::setTransMatMulMat(const ZtMatrix& a, const ZtMatrix& b) {
-  kernels::tiledProduct(kernels::TileFamily::Ordered, rows, cols, a.rows, {a.data, 1, step(a)},
-                        {b.data, step(b), 1}, {data, step(*this), 1}, kernels::kTileFresh);
+  kernels::orderedTransposedProduct(rows, cols, a.rows, a.data, step(a), b.data, step(b), data,
+                                    step(*this));
 }
 
 void Matrix::setABAt(const ZtMatrix& a, const ZtMatrix& b) {

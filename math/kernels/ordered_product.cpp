@@ -23,4 +23,10 @@ void orderedProductTransposed(std::size_t m, std::size_t n, std::size_t k, const
   }
 }
 
+void orderedTransposedProduct(std::size_t m, std::size_t n, std::size_t k, const double* a,
+                              std::ptrdiff_t lda, const double* b, std::ptrdiff_t ldb, double* c,
+                              std::ptrdiff_t ldc) {
+  tiledProduct(TileFamily::Ordered, m, n, k, {a, 1, lda}, {b, ldb, 1}, {c, ldc, 1}, kTileFresh);
+}
+
 }  // namespace korin::kernels

@@ -21,6 +21,11 @@ void orderedProductTransposed(std::size_t m, std::size_t n, std::size_t k, const
                               std::ptrdiff_t lda, const double* b, std::ptrdiff_t ldb, double* c,
                               std::ptrdiff_t ldc);
 
+/// The same for C = A^T*B with A stored k x m: a(p, i) lies at a[p*lda + i].
+void orderedTransposedProduct(std::size_t m, std::size_t n, std::size_t k, const double* a,
+                              std::ptrdiff_t lda, const double* b, std::ptrdiff_t ldb, double* c,
+                              std::ptrdiff_t ldc);
+
 }  // namespace korin::kernels
 
 #endif

@@ -1,11 +1,12 @@
 #ifndef ZEPH_MATH_KERNELS_REGISTER_TILE_H
 #define ZEPH_MATH_KERNELS_REGISTER_TILE_H
 
-// The register tile, written once for every vector width. Included only by the tile_*.cpp files;
+// The register tiles, written once for every vector width. Included only by the tile_*.cpp files;
 // each gives its own `Lane`, a type in an unnamed namespace with
 //   Vector, Mask, kWidth, zero(), load(p), store(p, x), mask(count), loadPart(p, mask),
 //   storePart(p, x, mask), broadcast(p), add(x, y), subtract(x, y),
-//   multiplyScalar(p, y) = *p * y and multiplyAdd(x, y, z) = x*y + z, fused where the level can,
+//   multiplyScalar(p, y) = *p * y, multiplyAdd(x, y, z) = x*y + z, fused where the level can, and
+//   total(x), the sum of x's elements,
 // so that no code of one level can be merged with that of another by the linker.
 
 #include "math/kernels/tile.h"
@@ -38,19 +39,19 @@ struct RegisterTile {
     const double* row = c;
 #pragma GCC unroll 8
     for (int r = 0; r < kRows; ++r, row += crs) {
-#pragma GCC unroll 3
+#pragma GCC unroll 6
       for (int v = 0; v < kVectors; ++v) sum[r][v] = carry ? load(row, v, last) : Lane::zero();
     }
     // Keeps the compiler from holding the addresses of all rows of C during the loop.
     asm("" : "+r"(c), "+r"(crs));
     for (; k != 0; --k, a += acs, b += brs) {
       Vector y[kVectors];
-#pragma GCC unroll 3
+#pragma GCC unroll 6
       for (int v = 0; v < kVectors; ++v) y[v] = load(b, v, last);
 #pragma GCC unroll 8
       for (int r = 0; r < kRows; ++r) {
         const double* x = a + r * ars;
-#pragma GCC unroll 3
+#pragma GCC unroll 6
         for (int v = 0; v < kVectors; ++v) {
           sum[r][v] = kFused ? Lane::multiplyAdd(Lane::broadcast(x), y[v], sum[r][v])
                              : Lane::add(sum[r][v], Lane::multiplyScalar(x, y[v]));
@@ -60,7 +61,7 @@ struct RegisterTile {
     const bool join = kFused && flags != kTileFresh;
 #pragma GCC unroll 8
     for (int r = 0; r < kRows; ++r, c += crs) {
-#pragma GCC unroll 3
+#pragma GCC unroll 6
       for (int v = 0; v < kVectors; ++v) {
         Vector x = sum[r][v];
         if (join) {
@@ -68,6 +69,49 @@ struct RegisterTile {
           x = (flags & kTileNegate) != 0 ? Lane::subtract(old, x) : Lane::add(old, x);
         }
         store(c, v, last, x);
+      }
+    }
+  }
+};
+
+template <class Lane, int kRows, int kCols>
+struct DotTile {
+  using Vector = typename Lane::Vector;
+
+  static void run(size_t k, const double* a, ptrdiff_t ars, const double* b, ptrdiff_t bcs,
+                  double* c, ptrdiff_t crs, ptrdiff_t ccs, unsigned flags) {
+    Vector sum[kRows][kCols];
+#pragma GCC unroll 4
+    for (int r = 0; r < kRows; ++r) {
+#pragma GCC unroll 3
+      for (int j = 0; j < kCols; ++j) sum[r][j] = Lane::zero();
+    }
+    const auto step = [&](auto load) __attribute__((always_inline)) {
+      Vector y[kCols];
+#pragma GCC unroll 3
+      for (int j = 0; j < kCols; ++j) y[j] = load(b + j * bcs);
+#pragma GCC unroll 4
+      for (int r = 0; r < kRows; ++r) {
+        const Vector x = load(a + r * ars);
+#pragma GCC unroll 3
+        for (int j = 0; j < kCols; ++j) sum[r][j] = Lane::multiplyAdd(x, y[j], sum[r][j]);
+      }
+    };
+    for (; k >= Lane::kWidth; k -= Lane::kWidth, a += Lane::kWidth, b += Lane::kWidth) {
+      step([](const double* p) { return Lane::load(p); });
+    }
+    if (k != 0) {
+      const typename Lane::Mask rest = Lane::mask(k);
+      step([rest](const double* p) { return Lane::loadPart(p, rest); });
+    }
+#pragma GCC unroll 4
+    for (int r = 0; r < kRows; ++r) {
+#pragma GCC unroll 3
+      for (int j = 0; j < kCols; ++j) {
+        double* out = c + r * crs + j * ccs;
+        const double dot = Lane::total(sum[r][j]);
+        const double old = (flags & kTileUpdate) != 0 ? *out : 0.0;
+        *out = (flags & kTileNegate) != 0 ? old - dot : old + dot;
       }
     }
   }

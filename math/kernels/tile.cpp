@@ -5,14 +5,8 @@
 namespace korin::kernels {
 
 const TileTable& tiles() {
-  switch (processorLevel()) {
-    case ProcessorLevel::Avx512:
-      return kAvx512Tiles;
-    case ProcessorLevel::Avx2:
-      return kAvx2Tiles;
-    default:
-      return kBaselineTiles;
-  }
+  static const TileTable* const kTables[] = {&kBaselineTiles, &kAvx2Tiles, &kAvx512Tiles};
+  return *kTables[static_cast<int>(processorLevel())];
 }
 
 }  // namespace korin::kernels

@@ -32,19 +32,31 @@ using TileFunction = void (*)(size_t k, const double* a, ptrdiff_t ars, ptrdiff_
 using TransposeFunction = void (*)(const double* src, ptrdiff_t srcStride, double* dst,
                                    ptrdiff_t dstStride);
 
+/// Element (i, j) of C gets the dot product over p = 0 .. k-1 of row i of A, a[i*ars + p], with
+/// column j of B, b[p + j*bcs]; C(i, j) is c[i*crs + j*ccs]. The vectors run along p and are summed
+/// at the end, so this is for fused products only. Sizes are those of the table position.
+using DotFunction = void (*)(size_t k, const double* a, ptrdiff_t ars, const double* b,
+                             ptrdiff_t bcs, double* c, ptrdiff_t crs, ptrdiff_t ccs,
+                             unsigned flags);
+
 inline constexpr size_t kMaxTileRows = 8;
-inline constexpr size_t kMaxTileVectors = 3;
-inline constexpr size_t kMaxTileCols = 24;
+inline constexpr size_t kMaxTileVectors = 6;
+inline constexpr size_t kMaxTileCols = 48;
+inline constexpr size_t kDotRows = 4;
+inline constexpr size_t kDotCols = 3;
 
 /// The kernels of one processor level.
 struct TileTable {
-  size_t width;                                         ///< doubles in a vector
-  size_t rows;                                          ///< rows of a full tile
-  size_t vectors;                                       ///< vectors in a row of a full tile
+  size_t width;  ///< doubles in a vector
+  size_t rows;   ///< rows of a full tile
+  /// Vectors in a row of the widest tile with [rows - 1] rows: low tiles are wider, to have as
+  /// many independent sums and as few calls.
+  unsigned char vectors[kMaxTileRows];
   TileFunction ordered[kMaxTileRows][kMaxTileVectors];  ///< [rows - 1][vectors - 1]
   TileFunction fused[kMaxTileRows][kMaxTileVectors];
-  TileFunction orderedFull;  ///< the full tile where lastCols == width
+  TileFunction orderedFull;  ///< the tile of most rows and vectors where lastCols == width
   TileFunction fusedFull;
+  DotFunction dot[kDotRows][kDotCols];  ///< [rows - 1][columns - 1]
   TransposeFunction transpose;
 };
 

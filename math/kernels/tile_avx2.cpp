@@ -23,6 +23,10 @@ struct Lane {
   static Vector subtract(Vector x, Vector y) { return _mm256_sub_pd(x, y); }
   static Vector multiplyScalar(const double* p, Vector y) { return _mm256_mul_pd(broadcast(p), y); }
   static Vector multiplyAdd(Vector x, Vector y, Vector z) { return _mm256_fmadd_pd(x, y, z); }
+  static double total(Vector x) {
+    const __m128d pair = _mm_add_pd(_mm256_castpd256_pd128(x), _mm256_extractf128_pd(x, 1));
+    return pair[0] + pair[1];
+  }
 };
 
 void transposeBlock(const double* src, ptrdiff_t srcStride, double* dst, ptrdiff_t dstStride) {
@@ -44,24 +48,32 @@ void transposeBlock(const double* src, ptrdiff_t srcStride, double* dst, ptrdiff
 template <int kRows, int kVectors, bool kFused>
 constexpr TileFunction kPart = &RegisterTile<Lane, kRows, kVectors, kFused, true>::run;
 
+template <int kRows, int kCols>
+constexpr DotFunction kDot = &DotTile<Lane, kRows, kCols>::run;
+
 }  // namespace
 
 #define ZEPH_TILE_ROW(rows, fused) \
   { kPart<rows, 1, fused>, kPart<rows, 2, fused> }
+#define ZEPH_WIDE_ROW(rows, fused) \
+  { kPart<rows, 1, fused>, kPart<rows, 2, fused>, kPart<rows, 3, fused>, kPart<rows, 4, fused> }
 #define ZEPH_TILE_ROWS(fused)                                                     \
   {                                                                               \
-    ZEPH_TILE_ROW(1, fused), ZEPH_TILE_ROW(2, fused), ZEPH_TILE_ROW(3, fused),    \
+    ZEPH_WIDE_ROW(1, fused), ZEPH_WIDE_ROW(2, fused), ZEPH_TILE_ROW(3, fused),    \
         ZEPH_TILE_ROW(4, fused), ZEPH_TILE_ROW(5, fused), ZEPH_TILE_ROW(6, fused) \
   }
+#define ZEPH_DOT_ROW(rows) \
+  { kDot<rows, 1>, kDot<rows, 2>, kDot<rows, 3> }
 
 // 12 of the 16 registers hold sums; the others two vectors of B, one element of A and a product.
 const TileTable kAvx2Tiles = {4,
                               6,
-                              2,
+                              {4, 4, 2, 2, 2, 2},
                               ZEPH_TILE_ROWS(false),
                               ZEPH_TILE_ROWS(true),
                               &RegisterTile<Lane, 6, 2, false, false>::run,
                               &RegisterTile<Lane, 6, 2, true, false>::run,
+                              {ZEPH_DOT_ROW(1), ZEPH_DOT_ROW(2), ZEPH_DOT_ROW(3), ZEPH_DOT_ROW(4)},
                               &transposeBlock};
 
 }  // namespace korin::kernels

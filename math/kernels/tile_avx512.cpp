@@ -27,6 +27,12 @@ struct Lane {
     return product;
   }
   static Vector multiplyAdd(Vector x, Vector y, Vector z) { return _mm512_fmadd_pd(x, y, z); }
+  static double total(Vector x) {
+    const __m256d half = _mm256_add_pd(__builtin_shufflevector(x, x, 0, 1, 2, 3),
+                                       __builtin_shufflevector(x, x, 4, 5, 6, 7));
+    const __m128d pair = _mm_add_pd(_mm256_castpd256_pd128(half), _mm256_extractf128_pd(half, 1));
+    return pair[0] + pair[1];
+  }
 };
 
 #define ZEPH_LANES(x, y, i, j)                                                           \
@@ -64,26 +70,38 @@ void transposeBlock(const double* src, ptrdiff_t srcStride, double* dst, ptrdiff
 template <int kRows, int kVectors, bool kFused>
 constexpr TileFunction kPart = &RegisterTile<Lane, kRows, kVectors, kFused, true>::run;
 
+template <int kRows, int kCols>
+constexpr DotFunction kDot = &DotTile<Lane, kRows, kCols>::run;
+
 }  // namespace
 
 #define ZEPH_TILE_ROW(rows, fused) \
   { kPart<rows, 1, fused>, kPart<rows, 2, fused>, kPart<rows, 3, fused> }
+#define ZEPH_WIDE_ROW(rows, fused)                                                              \
+  {                                                                                             \
+    kPart<rows, 1, fused>, kPart<rows, 2, fused>, kPart<rows, 3, fused>, kPart<rows, 4, fused>, \
+        kPart<rows, 5, fused>, kPart<rows, 6, fused>                                            \
+  }
 #define ZEPH_TILE_ROWS(fused)                                                      \
   {                                                                                \
-    ZEPH_TILE_ROW(1, fused), ZEPH_TILE_ROW(2, fused), ZEPH_TILE_ROW(3, fused),     \
-        ZEPH_TILE_ROW(4, fused), ZEPH_TILE_ROW(5, fused), ZEPH_TILE_ROW(6, fused), \
+    ZEPH_WIDE_ROW(1, fused), ZEPH_WIDE_ROW(2, fused), ZEPH_WIDE_ROW(3, fused),     \
+        ZEPH_WIDE_ROW(4, fused), ZEPH_TILE_ROW(5, fused), ZEPH_TILE_ROW(6, fused), \
         ZEPH_TILE_ROW(7, fused), ZEPH_TILE_ROW(8, fused)                           \
   }
+#define ZEPH_DOT_ROW(rows) \
+  { kDot<rows, 1>, kDot<rows, 2>, kDot<rows, 3> }
 
 // 24 of the 32 registers hold sums: enough to hide the latency of additions twice over, and eight
 // rows use each loaded vector of B eight times.
-const TileTable kAvx512Tiles = {8,
-                                8,
-                                3,
-                                ZEPH_TILE_ROWS(false),
-                                ZEPH_TILE_ROWS(true),
-                                &RegisterTile<Lane, 8, 3, false, false>::run,
-                                &RegisterTile<Lane, 8, 3, true, false>::run,
-                                &transposeBlock};
+const TileTable kAvx512Tiles = {
+    8,
+    8,
+    {6, 6, 6, 6, 3, 3, 3, 3},
+    ZEPH_TILE_ROWS(false),
+    ZEPH_TILE_ROWS(true),
+    &RegisterTile<Lane, 8, 3, false, false>::run,
+    &RegisterTile<Lane, 8, 3, true, false>::run,
+    {ZEPH_DOT_ROW(1), ZEPH_DOT_ROW(2), ZEPH_DOT_ROW(3), ZEPH_DOT_ROW(4)},
+    &transposeBlock};
 
 }  // namespace korin::kernels

@@ -26,6 +26,7 @@ struct Lane {
   static Vector subtract(Vector x, Vector y) { return _mm_sub_pd(x, y); }
   static Vector multiplyScalar(const double* p, Vector y) { return _mm_mul_pd(broadcast(p), y); }
   static Vector multiplyAdd(Vector x, Vector y, Vector z) { return add(_mm_mul_pd(x, y), z); }
+  static double total(Vector x) { return x[0] + x[1]; }
 };
 
 void transposeBlock(const double* src, ptrdiff_t srcStride, double* dst, ptrdiff_t dstStride) {
@@ -38,24 +39,33 @@ void transposeBlock(const double* src, ptrdiff_t srcStride, double* dst, ptrdiff
 template <int kRows, int kVectors, bool kFused>
 constexpr TileFunction kPart = &RegisterTile<Lane, kRows, kVectors, kFused, true>::run;
 
+template <int kRows, int kCols>
+constexpr DotFunction kDot = &DotTile<Lane, kRows, kCols>::run;
+
 }  // namespace
 
 #define ZEPH_TILE_ROW(rows, fused) \
   { kPart<rows, 1, fused>, kPart<rows, 2, fused> }
+#define ZEPH_WIDE_ROW(rows, fused) \
+  { kPart<rows, 1, fused>, kPart<rows, 2, fused>, kPart<rows, 3, fused>, kPart<rows, 4, fused> }
 #define ZEPH_TILE_ROWS(fused)                                                  \
   {                                                                            \
-    ZEPH_TILE_ROW(1, fused), ZEPH_TILE_ROW(2, fused), ZEPH_TILE_ROW(3, fused), \
+    ZEPH_WIDE_ROW(1, fused), ZEPH_WIDE_ROW(2, fused), ZEPH_TILE_ROW(3, fused), \
         ZEPH_TILE_ROW(4, fused)                                                \
   }
+#define ZEPH_DOT_ROW(rows) \
+  { kDot<rows, 1>, kDot<rows, 2>, kDot<rows, 3> }
 
 // Eight of the 16 registers hold sums: products need copies of their operands on this level.
-const TileTable kBaselineTiles = {2,
-                                  4,
-                                  2,
-                                  ZEPH_TILE_ROWS(false),
-                                  ZEPH_TILE_ROWS(true),
-                                  &RegisterTile<Lane, 4, 2, false, false>::run,
-                                  &RegisterTile<Lane, 4, 2, true, false>::run,
-                                  &transposeBlock};
+const TileTable kBaselineTiles = {
+    2,
+    4,
+    {4, 4, 2, 2},
+    ZEPH_TILE_ROWS(false),
+    ZEPH_TILE_ROWS(true),
+    &RegisterTile<Lane, 4, 2, false, false>::run,
+    &RegisterTile<Lane, 4, 2, true, false>::run,
+    {ZEPH_DOT_ROW(1), ZEPH_DOT_ROW(2), ZEPH_DOT_ROW(3), ZEPH_DOT_ROW(4)},
+    &transposeBlock};
 
 }  // namespace korin::kernels

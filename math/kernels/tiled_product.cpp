@@ -18,6 +18,10 @@ constexpr std::size_t kColumns = 192;
 constexpr std::ptrdiff_t kPackStride = 512;
 constexpr std::size_t kPackRows = 64;
 
+// Terms of a dot product at a time: four rows of A, 16 KiB, stay in the first-level cache while
+// they meet the columns of B.
+constexpr std::size_t kDotInner = 512;
+
 // Cuts `count` into ceil(count / largest) parts whose sizes differ by at most one, so that no
 // left-over part is too thin to hide the latency of the additions.
 class EvenParts {
@@ -57,8 +61,8 @@ struct Tile {
 void runTile(const TileTable& table, const Block& block, const Tile& tile, double* c,
              std::ptrdiff_t crs) {
   const bool ordered = block.family == TileFamily::Ordered;
-  const bool full =
-      tile.rows == table.rows && tile.vectors == table.vectors && tile.lastCols == table.width;
+  const bool full = tile.rows == table.rows && tile.vectors == table.vectors[table.rows - 1] &&
+                    tile.lastCols == table.width;
   const TileFunction run =
       full ? (ordered ? table.orderedFull : table.fusedFull)
            : (ordered ? table.ordered : table.fused)[tile.rows - 1][tile.vectors - 1];
@@ -98,7 +102,8 @@ void packTiles(const TileTable& table, const Block& block, const EvenParts& colP
 
 void runBlock(const TileTable& table, const Block& block, bool pack) {
   const EvenParts rowParts(block.m, table.rows);
-  const EvenParts colParts((block.n + table.width - 1) / table.width, table.vectors);
+  const EvenParts colParts((block.n + table.width - 1) / table.width,
+                           table.vectors[rowParts.size(0) - 1]);
   double* packed = pack ? packingBuffer(kInner * kColumns) : nullptr;
   if (pack) packTiles(table, block, colParts, packed);
   Tile tile{};
@@ -123,12 +128,22 @@ void runBlock(const TileTable& table, const Block& block, bool pack) {
   }
 }
 
+// Small products skip the blocking.
+bool fitsOneTile(const TileTable& table, std::size_t m, std::size_t n, std::size_t k) {
+  return m <= table.rows && n <= table.width * table.vectors[m - 1] && k <= kInner;
+}
+
 }  // namespace
 
 void tiledProduct(TileFamily family, std::size_t m, std::size_t n, std::size_t k, const Operand& a,
                   const Operand& b, const Target& c, unsigned flags) {
   if (m == 0 || n == 0) return;
   const TileTable& table = tiles();
+  if (fitsOneTile(table, m, n, k) && b.colStride == 1 && c.colStride == 1) {
+    const std::size_t vectors = (n + table.width - 1) / table.width;
+    const Tile tile{0, m, 0, vectors, n - (vectors - 1) * table.width, b.data, b.rowStride};
+    return runTile(table, {family, m, n, k, a, b, c, flags}, tile, c.data, c.rowStride);
+  }
   const bool pack =
       b.colStride != 1 || (b.rowStride >= kPackStride && m >= kPackRows && n > table.width);
   for (std::size_t j = 0; j < n; j += kColumns) {
@@ -143,6 +158,30 @@ void tiledProduct(TileFamily family, std::size_t m, std::size_t n, std::size_t k
       p += block.k;
     } while (p < k);
   }
+}
+
+void dotProduct(std::size_t m, std::size_t n, std::size_t k, const Operand& a, const Operand& b,
+                const Target& c, unsigned flags) {
+  if (m == 0 || n == 0) return;
+  const TileTable& table = tiles();
+  const EvenParts rowParts(m, kDotRows);
+  const EvenParts colParts(n, kDotCols);
+  std::size_t p = 0;
+  do {
+    const std::size_t inner = std::min(kDotInner, k - p);
+    for (std::size_t rowPart = 0, i = 0; rowPart < rowParts.parts(); ++rowPart) {
+      const std::size_t rows = rowParts.size(rowPart);
+      for (std::size_t colPart = 0, j = 0; colPart < colParts.parts(); ++colPart) {
+        const std::size_t cols = colParts.size(colPart);
+        table.dot[rows - 1][cols - 1](inner, a.at(i, p), a.rowStride, b.at(p, j), b.colStride,
+                                      c.at(i, j), c.rowStride, c.colStride, flags);
+        j += cols;
+      }
+      i += rows;
+    }
+    flags |= kTileUpdate;
+    p += inner;
+  } while (p < k);
 }
 
 }  // namespace korin::kernels

@@ -37,6 +37,12 @@ using Target = Strided<double>;
 void tiledProduct(TileFamily family, std::size_t m, std::size_t n, std::size_t k, const Operand& a,
                   const Operand& b, const Target& c, unsigned flags);
 
+/// The same for few columns, in the fused family, where rows of A and columns of B are contiguous
+/// (a.colStride == 1, b.rowStride == 1; not checked): the vectors run along the sums, and nothing
+/// is packed.
+void dotProduct(std::size_t m, std::size_t n, std::size_t k, const Operand& a, const Operand& b,
+                const Target& c, unsigned flags);
+
 }  // namespace korin::kernels
 
 #endif
