@@ -1,0 +1,300 @@
+#include "cli/commands.h"
+
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "front/atomic_file.h"
+#include "front/demonstration.h"
+#include "front/matrix_check.h"
+#include "front/matrix_file.h"
+#include "front/operations.h"
+#include "front/solve.h"
+#include "front/variances.h"
+#include "solver/library.h"
+
+namespace zeph {
+
+namespace {
+
+/// The arguments that most commands share.
+struct Files {
+  std::string first;
+  std::string second;
+  std::string output = "-";
+  std::string permutation;
+  std::string name;
+};
+
+/// A sub-command whose options live as long as the action that is made from them.
+template <class Options, class Work>
+CLI::App* declare(CLI::App& app, Action& action, const char* name, const char* summary,
+                  const char* examples, std::shared_ptr<Options> options, Work work) {
+  CLI::App* command = app.add_subcommand(name, summary);
+  command->footer(std::string("Examples:\n") + examples);
+  command->callback([&action, options, work] {
+    action = [options, work](const Progress& progress) { return work(*options, progress); };
+  });
+  return command;
+}
+
+void addOutput(CLI::App* command, std::string& output, const char* help) {
+  command->add_option("-o,--output", output, help)->type_name("FILE");
+}
+
+struct RouteFlags {
+  bool cholesky = false;
+  bool lu = false;
+  bool luSolves = false;
+
+  Route route() const {
+    if (cholesky) return Route::Cholesky;
+    if (lu) return Route::Lu;
+    return luSolves ? Route::LuSolves : Route::Automatic;
+  }
+};
+
+void addRoutes(CLI::App* command, RouteFlags& flags) {
+  CLI::Option* cholesky =
+      command->add_flag("--cholesky", flags.cholesky, "A is symmetric positive definite");
+  command->add_flag("--lu", flags.lu, "A is any non-singular matrix")->excludes(cholesky);
+}
+
+/// A locked door is better found before the work than after it.
+void requireOutput(const std::string& output) {
+  if (output == "-") return;
+  requireMatrixEnding(output);
+  AtomicFile::requireWritable(output);
+}
+
+SparseMatrix load(const std::string& path, const Progress& progress) {
+  progress.begin("reading");
+  return readSparse(path);
+}
+
+void printDemonstration(const DemonstrationReport& r) {
+  std::printf("Levelling network    %zu points, %zu lines, %zu benchmarks\n", r.points, r.lines,
+              r.benchmarks);
+  std::printf("Assembly             %.3f s\n", r.assemblySeconds);
+  std::printf("Solution             %.3f s for %zu simulated campaigns\n", r.solveSeconds,
+              r.campaigns);
+  std::printf("Variances            %.3f s, every diagonal entry of the inverse\n",
+              r.varianceSeconds);
+  std::printf("Standard deviations  %.3f mm to %.3f mm; largest true error %.3f mm\n",
+              1000.0 * r.smallestSigma, 1000.0 * r.largestSigma, 1000.0 * r.largestError);
+  std::printf(
+      "Normalised errors    spread %.3f (1 when the variances are right); within 1 sigma "
+      "%.1f %%, within 2 sigma %.1f %% (68.3, 95.4)\n",
+      r.check.spread, 100.0 * r.check.withinOne, 100.0 * r.check.withinTwo);
+  std::printf("Estimates            %s\n", r.estimatesFile.c_str());
+  std::printf("Picture              %s\n", r.pictureFile.c_str());
+}
+
+}  // namespace
+
+void declareVariances(CLI::App& app, Action& action) {
+  struct Options : Files, RouteFlags {};
+  auto options = std::make_shared<Options>();
+  CLI::App* command =
+      declare(app, action, "variances", "The diagonal of the inverse of A",
+              "  zeph variances A.mtx                 lines index,value on standard output\n"
+              "  zeph variances A.mtx -o d.mtx --lu   a Matrix Market array, by sparse LU",
+              options, [](const Options& o, const Progress& progress) {
+                requireOutput(o.output);
+                const Variances result = variances(load(o.first, progress), o.route(), progress);
+                progress.begin("writing");
+                writeVector(o.output, result.diagonal);
+                return 0;
+              });
+  command->add_option("A", options->first, "square matrix")->required()->type_name("A.mtx");
+  addOutput(command, options->output, "lines index,value, or a Matrix Market array (.mtx)");
+  addRoutes(command, *options);
+  command
+      ->add_flag("--lu-solves", options->luSolves,
+                 "sparse LU with one solve for every entry (slow; for comparison)")
+      ->excludes("--cholesky")
+      ->excludes("--lu");
+}
+
+void declareSolve(CLI::App& app, Action& action) {
+  struct Options : Files, RouteFlags {};
+  auto options = std::make_shared<Options>();
+  CLI::App* command =
+      declare(app, action, "solve", "Solve A X = B for one or several right-hand sides",
+              "  zeph solve A.mtx b.mtx -o x.mtx\n"
+              "  zeph solve A.mtx B.mtx --cholesky > X.mtx",
+              options, [](const Options& o, const Progress& progress) {
+                requireOutput(o.output);
+                SparseMatrix A = load(o.first, progress);
+                const DenseMatrix B = readDense(o.second);
+                const Solution result = solve(std::move(A), B, o.route(), progress);
+                progress.begin("writing");
+                writeDense(o.output, result.X);
+                char line[96];
+                std::snprintf(line, sizeof line, "relative residual |AX-B| / (|A||X|+|B|) = %.3g",
+                              result.relativeResidual);
+                progress.note(line);
+                return 0;
+              });
+  command->add_option("A", options->first, "square matrix")->required()->type_name("A.mtx");
+  command->add_option("B", options->second, "right-hand sides, one a column")
+      ->required()
+      ->type_name("B.mtx");
+  addOutput(command, options->output, "the solution");
+  addRoutes(command, *options);
+}
+
+void declareCheck(CLI::App& app, Action& action) {
+  auto options = std::make_shared<Files>();
+  CLI::App* command =
+      declare(app, action, "check", "Tell whether A can be factorised, and what speaks against it",
+              "  zeph check A.mtx    exit status 1 when A is unfit for factorising", options,
+              [](const Files& o, const Progress& progress) {
+                progress.begin("reading");
+                ReadOptions everything;
+                everything.allowNonFinite = true;
+                const MatrixReport report = checkMatrix(readSparse(o.first, everything), progress);
+                std::fputs(toText(report).c_str(), stdout);
+                return report.fit() ? 0 : 1;
+              });
+  command->add_option("A", options->first, "matrix")->required()->type_name("A.mtx");
+}
+
+void declareConvert(CLI::App& app, Action& action) {
+  auto options = std::make_shared<Files>();
+  CLI::App* command =
+      declare(app, action, "convert", "Convert between Matrix Market files and triplet CSV",
+              "  zeph convert A.mtx A.csv\n"
+              "  zeph convert A.csv A.mtx",
+              options, [](const Files& o, const Progress& progress) {
+                requireOutput(o.second);
+                ReadOptions everything;
+                everything.allowNonFinite = true;
+                progress.begin("reading");
+                SparseMatrix matrix = readSparse(o.first, everything);
+                progress.begin("writing");
+                writeSparse(o.second, std::move(matrix));
+                return 0;
+              });
+  command->add_option("from", options->first, "matrix")->required()->type_name("A.mtx|A.csv");
+  command->add_option("to", options->second, "the same matrix")
+      ->required()
+      ->type_name("B.csv|B.mtx");
+}
+
+void declareFactor(CLI::App& app, Action& action) {
+  auto options = std::make_shared<Files>();
+  CLI::App* command = declare(
+      app, action, "factor", "The sparse lower Cholesky factor of A",
+      "  zeph factor A.mtx -o L.mtx               L L' = A\n"
+      "  zeph factor A.mtx -o L.mtx --perm p.txt  L L' = A(p, p) with far fewer entries",
+      options, [](const Files& o, const Progress& progress) {
+        requireOutput(o.output);
+        if (!o.permutation.empty()) AtomicFile::requireWritable(o.permutation);
+        CholeskyFactor result = factor(load(o.first, progress), !o.permutation.empty(), progress);
+        progress.begin("writing");
+        if (!o.permutation.empty()) writePermutation(o.permutation, result.perm);
+        writeSparse(o.output, std::move(result.L));
+        return 0;
+      });
+  command->add_option("A", options->first, "symmetric positive definite matrix")
+      ->required()
+      ->type_name("A.mtx");
+  addOutput(command, options->output, "the factor");
+  command
+      ->add_option("--perm", options->permutation,
+                   "reorder A to reduce fill, and write the order here, a zero-based index a line")
+      ->type_name("FILE");
+}
+
+void declarePattern(CLI::App& app, Action& action) {
+  auto options = std::make_shared<Files>();
+  CLI::App* command = declare(app, action, "pattern",
+                              "The positions of the inverse that a partial inversion of A needs",
+                              "  zeph pattern A.mtx -o set.csv    lines row,col,marker; row <= col",
+                              options, [](const Files& o, const Progress& progress) {
+                                requireOutput(o.output);
+                                SparseMatrix set = inverseSet(load(o.first, progress), progress);
+                                progress.begin("writing");
+                                writeSparse(o.output, std::move(set));
+                                return 0;
+                              });
+  command->add_option("A", options->first, "square matrix")->required()->type_name("A.mtx");
+  addOutput(command, options->output, "the set; its values are markers");
+}
+
+void declareMultiply(CLI::App& app, Action& action) {
+  auto options = std::make_shared<Files>();
+  CLI::App* command = declare(app, action, "multiply", "The dense product C = A B of a sparse A",
+                              "  zeph multiply A.mtx B.mtx -o C.mtx", options,
+                              [](const Files& o, const Progress& progress) {
+                                requireOutput(o.output);
+                                SparseMatrix A = load(o.first, progress);
+                                const DenseMatrix B = readDense(o.second);
+                                const ZtMatrix C = multiply(std::move(A), B, progress);
+                                progress.begin("writing");
+                                writeDense(o.output, C);
+                                return 0;
+                              });
+  command->add_option("A", options->first, "sparse matrix")->required()->type_name("A.mtx");
+  command->add_option("B", options->second, "matrix with as many rows as A has columns")
+      ->required()
+      ->type_name("B.mtx");
+  addOutput(command, options->output, "the product, a Matrix Market array");
+}
+
+void declareExport(CLI::App& app, Action& action) {
+  auto options = std::make_shared<Files>();
+  CLI::App* command = declare(app, action, "export", "Write a matrix as a MATLAB level-5 MAT-file",
+                              "  zeph export M.mtx out.mat --name M", options,
+                              [](const Files& o, const Progress& progress) {
+                                AtomicFile::requireWritable(o.second);
+                                progress.begin("reading");
+                                const DenseMatrix M = readDense(o.first);
+                                progress.begin("writing");
+                                exportMat(o.second, M.values, o.name);
+                                return 0;
+                              });
+  command->add_option("M", options->first, "matrix")->required()->type_name("M.mtx");
+  command->add_option("to", options->second, "MAT-file")->required()->type_name("OUT.mat");
+  command
+      ->add_option("--name", options->name,
+                   "name of the variable; readers that check sizes want a multiple of 4 characters")
+      ->required()
+      ->type_name("NAME");
+}
+
+void declareDemo(CLI::App& app, Action& action) {
+  auto options = std::make_shared<DemonstrationOptions>();
+  CLI::App* command =
+      declare(app, action, "demo", "Adjust a levelling network and draw its standard deviations",
+              "  zeph demo\n"
+              "  zeph demo --size 1000000 --out big",
+              options, [](const DemonstrationOptions& o, const Progress& progress) {
+                printDemonstration(runDemonstration(o, progress));
+                return 0;
+              });
+  command->add_option("--size", options->size, "points of the network")
+      ->type_name("N")
+      ->capture_default_str();
+  command->add_option("--seed", options->seed, "another network for another seed")
+      ->type_name("S")
+      ->capture_default_str();
+  command->add_option("--out", options->folder, "folder for estimates.csv and network.svg")
+      ->type_name("DIR")
+      ->capture_default_str();
+}
+
+void declareVersion(CLI::App& app, Action& action) {
+  declare(app, action, "version", "The version of the library", "  zeph version",
+          std::make_shared<Files>(), [](const Files&, const Progress&) {
+            const auto v = zeph_solver::getDllVersion();
+            std::printf("zeph %d.%d.%d build %d, source revision %d, %s\n", v.major, v.minor,
+                        v.revision, v.build, v.repositoryRevision, v.extra.c_str());
+            return 0;
+          });
+}
+
+}  // namespace zeph

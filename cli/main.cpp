@@ -1,0 +1,84 @@
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <new>
+
+#include "cli/commands.h"
+#include "cli/terminal_progress.h"
+#include "front/error.h"
+
+namespace {
+
+constexpr int kUnexpected = 70;
+
+constexpr const char* kFooter =
+    "Matrices are read from Matrix Market files (coordinate or array; real or integer; general,\n"
+    "symmetric or skew-symmetric) or, when the name ends in .csv, from triplets row,col,value.\n"
+    "Results go to standard output or to the file given with -o; everything else to standard "
+    "error.\n"
+    "\n"
+    "Exit status: 0 done; 1 zeph check found the matrix unfit; 2 wrong usage; 3 unreadable or\n"
+    "malformed input; 4 matrix unfit for the operation; 5 not positive definite; 6 singular;\n"
+    "7 output cannot be written; 8 out of memory; 130 interrupted.\n"
+    "\n"
+    "Examples:\n"
+    "  zeph demo\n"
+    "  zeph check A.mtx\n"
+    "  zeph variances A.mtx -o variances.csv\n"
+    "  zeph solve A.mtx b.mtx -o x.mtx\n"
+    "  zeph variances --help";
+
+int fail(int status, const char* sentence) {
+  std::fprintf(stderr, "zeph: %s\n", sentence);
+  return status;
+}
+
+int run(const zeph::Action& action) {
+  zeph::TerminalProgress progress;
+  zeph::stopCleanlyOnInterrupt(progress);
+  try {
+    const int status = action(progress);
+    progress.finish();
+    if (std::fflush(stdout) != 0) {
+      return fail(exitCode(zeph::ErrorKind::Output), "standard output cannot be written");
+    }
+    return status;
+  } catch (const zeph::Error& error) {
+    progress.finish();
+    return fail(exitCode(error.kind()), error.what());
+  } catch (const std::bad_alloc&) {
+    progress.finish();
+    return fail(exitCode(zeph::ErrorKind::Memory),
+                "not enough memory for this matrix; try a machine with more");
+  } catch (const std::exception& error) {
+    progress.finish();
+    return fail(kUnexpected, error.what());
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app("zeph: sparse linear systems and the variances that their inverses hold", "zeph");
+  app.footer(kFooter);
+  app.require_subcommand(1);
+  app.get_formatter()->column_width(34);
+  zeph::Action action;
+  zeph::declareVariances(app, action);
+  zeph::declareSolve(app, action);
+  zeph::declareCheck(app, action);
+  zeph::declareConvert(app, action);
+  zeph::declareFactor(app, action);
+  zeph::declarePattern(app, action);
+  zeph::declareMultiply(app, action);
+  zeph::declareExport(app, action);
+  zeph::declareDemo(app, action);
+  zeph::declareVersion(app, action);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    if (error.get_exit_code() == 0) return app.exit(error);  // --help
+    std::fprintf(stderr, "zeph: %s\nTry zeph --help.\n", error.what());
+    return exitCode(zeph::ErrorKind::Usage);
+  }
+  return run(action);
+}
