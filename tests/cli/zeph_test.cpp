@@ -1,0 +1,292 @@
+// Runs the real program on real files: results, exit codes, sentences, and what is left on disk.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct Outcome {
+  int status;
+  std::string out;
+  std::string err;
+};
+
+class ZephProgram : public testing::Test {
+ protected:
+  void SetUp() override {
+    folder_ =
+        fs::temp_directory_path() / ("zeph_test_" + std::to_string(::getpid()) + "_" +
+                                     testing::UnitTest::GetInstance()->current_test_info()->name());
+    fs::create_directories(folder_);
+  }
+  void TearDown() override { fs::remove_all(folder_); }
+
+  std::string path(const std::string& name) const { return (folder_ / name).string(); }
+
+  void write(const std::string& name, const std::string& text) const {
+    std::ofstream(path(name), std::ios::binary) << text;
+  }
+
+  std::string read(const std::string& name) const {
+    std::ostringstream text;
+    text << std::ifstream(path(name), std::ios::binary).rdbuf();
+    return text.str();
+  }
+
+  /// Runs zeph inside the test's folder.
+  Outcome run(const std::string& arguments) const {
+    const std::string command = "cd '" + folder_.string() + "' && '" ZEPH_PROGRAM "' " + arguments +
+                                " >.out 2>.err </dev/null";
+    const int status = std::system(command.c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, read(".out"), read(".err")};
+  }
+
+  /// Names of all files in the test's folder but the two captured streams.
+  std::vector<std::string> filesLeft() const {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(folder_)) {
+      const std::string name = entry.path().filename().string();
+      if (name != ".out" && name != ".err") names.push_back(name);
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+
+  fs::path folder_;
+};
+
+/// Laplacian of a w x w grid plus a small diagonal, in the lower triangle of a symmetric file.
+std::string gridLaplacian(int w) {
+  std::ostringstream lines;
+  int count = 0;
+  for (int i = 0; i < w * w; ++i) {
+    lines << i + 1 << ' ' << i + 1 << " 4.01\n";
+    ++count;
+    for (int j : {i + 1, i + w}) {
+      if (j >= w * w || (j == i + 1 && j % w == 0)) continue;
+      lines << j + 1 << ' ' << i + 1 << " -1\n";
+      ++count;
+    }
+  }
+  std::ostringstream text;
+  text << "%%MatrixMarket matrix coordinate real symmetric\n"
+       << w * w << ' ' << w * w << ' ' << count << '\n'
+       << lines.str();
+  return text.str();
+}
+
+std::vector<double> valuesOf(const std::string& csv) {
+  std::vector<double> values;
+  std::istringstream lines(csv);
+  for (std::string line; std::getline(lines, line);) {
+    EXPECT_EQ(line.substr(0, line.find(',')), std::to_string(values.size()));
+    values.push_back(std::strtod(line.c_str() + line.find(',') + 1, nullptr));
+  }
+  return values;
+}
+
+const std::string kSymmetric2 =
+    "%%MatrixMarket matrix coordinate real symmetric\n2 2 3\n1 1 4\n2 1 2\n2 2 3\n";
+const std::string kGeneral2 =
+    "%%MatrixMarket matrix coordinate real general\n2 2 3\n1 1 4\n2 1 2\n2 2 4\n";
+const std::string kVector2 = "%%MatrixMarket matrix array real general\n2 1\n1\n2\n";
+
+TEST_F(ZephProgram, VariancesOfAllRoutesAgreeAndAreCorrect) {
+  write("A.mtx", kSymmetric2);
+  Outcome result = run("variances A.mtx");
+  EXPECT_EQ(result.status, 0) << result.err;
+  const std::vector<double> two = valuesOf(result.out);
+  ASSERT_EQ(two.size(), 2u);
+  EXPECT_DOUBLE_EQ(two[0], 0.375);
+  EXPECT_DOUBLE_EQ(two[1], 0.5);
+  EXPECT_NE(result.err.find("Cholesky"), std::string::npos) << result.err;
+  write("G.mtx", kGeneral2);
+  result = run("variances G.mtx -o d.mtx");
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_NE(result.err.find("LU"), std::string::npos) << result.err;
+  EXPECT_EQ(read("d.mtx"), "%%MatrixMarket matrix array real general\n2 1\n0.25\n0.25\n");
+
+  write("grid.mtx", gridLaplacian(30));
+  const std::vector<double> reference = valuesOf(run("variances grid.mtx --lu-solves").out);
+  ASSERT_EQ(reference.size(), 900u);
+  for (const char* route : {"", "--cholesky", "--lu"}) {
+    const std::vector<double> ours = valuesOf(run(std::string("variances grid.mtx ") + route).out);
+    ASSERT_EQ(ours.size(), reference.size());
+    for (std::size_t i = 0; i < ours.size(); ++i) {
+      ASSERT_NEAR(ours[i], reference[i], 1e-12 * reference[i]) << route << i;
+    }
+  }
+}
+
+TEST_F(ZephProgram, SolvesMultipliesFactorsAndConvertsConsistently) {
+  write("A.mtx", gridLaplacian(12));
+  std::ostringstream b;
+  b << "%%MatrixMarket matrix array real general\n144 3\n";
+  for (int i = 0; i < 432; ++i) b << (i * 37 % 101) - 50 << '\n';
+  write("B.mtx", b.str());
+  for (const char* route : {"", "--lu", "--cholesky"}) {
+    const Outcome solved = run(std::string("solve A.mtx B.mtx -o X.mtx ") + route);
+    ASSERT_EQ(solved.status, 0) << solved.err;
+    const std::size_t at = solved.err.find("= ");
+    ASSERT_NE(at, std::string::npos) << solved.err;
+    EXPECT_LT(std::strtod(solved.err.c_str() + at + 2, nullptr), 1e-14);
+    // A X gives B back.
+    const Outcome product = run("multiply A.mtx X.mtx");
+    ASSERT_EQ(product.status, 0) << product.err;
+    std::istringstream ours(product.out.substr(product.out.find("144 3") + 5));
+    for (int i = 0; i < 432; ++i) {
+      double value = 0.0;
+      ours >> value;
+      ASSERT_NEAR(value, (i * 37 % 101) - 50, 1e-10);
+    }
+  }
+  // Through the triplet form and back: the same variances to the last bit.
+  ASSERT_EQ(run("convert A.mtx A.csv").status, 0);
+  ASSERT_EQ(run("convert A.csv back.mtx").status, 0);
+  EXPECT_EQ(run("variances back.mtx --cholesky").out, run("variances A.mtx --cholesky").out);
+
+  const Outcome factored = run("factor A.mtx -o L.mtx --perm p.txt");
+  ASSERT_EQ(factored.status, 0) << factored.err;
+  std::istringstream permutation(read("p.txt"));
+  std::vector<bool> seen(144, false);
+  for (int index; permutation >> index;) seen.at(static_cast<std::size_t>(index)) = true;
+  EXPECT_EQ(std::count(seen.begin(), seen.end(), true), 144);
+  const Outcome set = run("pattern A.mtx -o set.csv");
+  EXPECT_EQ(set.status, 0) << set.err;
+}
+
+TEST_F(ZephProgram, ExportsAMatFile) {
+  write("M.mtx", kVector2);
+  const Outcome result = run("export M.mtx out.mat --name vari");
+  ASSERT_EQ(result.status, 0) << result.err;
+  const std::string file = read("out.mat");
+  EXPECT_EQ(file.size(), 128u + 8 + 16 + 16 + 8 + 4 + 4 + 8 + 16);
+  EXPECT_EQ(file.substr(0, 12), "ztMath/Korin");
+}
+
+TEST_F(ZephProgram, ChecksAndAnswersByExitStatus) {
+  write("good.mtx", gridLaplacian(5));
+  const Outcome good = run("check good.mtx");
+  EXPECT_EQ(good.status, 0) << good.err;
+  write("bad.mtx",
+        "%%MatrixMarket matrix coordinate real general\n3 3 4\n1 1 1\n2 2 0\n3 1 nan\n1 1 2\n");
+  const Outcome bad = run("check bad.mtx");
+  EXPECT_EQ(bad.status, 1) << bad.err;
+  for (const char* fact : {"(3, 1)", "3 x 3", "duplicate"}) {
+    EXPECT_NE(bad.out.find(fact), std::string::npos) << fact << " in\n" << bad.out;
+  }
+}
+
+TEST_F(ZephProgram, DemonstrationPredictsItsOwnErrors) {
+  const Outcome result = run("demo --size 3000 --out d/e");
+  ASSERT_EQ(result.status, 0) << result.err;
+  const std::size_t at = result.out.find("spread ");
+  ASSERT_NE(at, std::string::npos) << result.out;
+  EXPECT_NEAR(std::strtod(result.out.c_str() + at + 7, nullptr), 1.0, 0.05);
+  std::istringstream estimates(read("d/e/estimates.csv"));
+  std::size_t lines = 0;
+  for (std::string line; std::getline(estimates, line);) ++lines;
+  EXPECT_EQ(lines, 3001u);
+  EXPECT_NE(read("d/e/network.svg").find("</svg>"), std::string::npos);
+}
+
+struct BadCase {
+  const char* what;
+  std::string arguments;
+  int status;
+  std::vector<std::string> said;  // pieces of the sentence
+};
+
+TEST_F(ZephProgram, BadInputGetsOneSentenceAndLeavesNothingBehind) {
+  const std::string head = "%%MatrixMarket matrix coordinate real general\n";
+  write("A.mtx", kSymmetric2);
+  write("G.mtx", kGeneral2);
+  write("b.mtx", kVector2);
+  write("truncated.mtx", head + "2 2 3\n1 1 4\n2 2 1\n");
+  write("surplus.mtx", head + "2 2 1\n1 1 4\n2 2 1\n");
+  write("header.mtx", "%%MatrixMarkt matrix coordinate real general\n2 2 0\n");
+  write("pattern.mtx", "%%MatrixMarket matrix coordinate pattern general\n2 2 1\n1 1\n");
+  write("complex.mtx", "%%MatrixMarket matrix coordinate complex general\n2 2 1\n1 1 1 0\n");
+  write("range.mtx", head + "2 2 2\n1 1 4\n3 1 7\n");
+  write("word.mtx", head + "2 2 2\n1 1 4\n2 2 two\n");
+  write("nan.mtx", head + "2 2 2\n1 1 4\n2 2 nan\n");
+  write("inf.mtx", head + "2 2 2\n1 1 4\n2 2 inf\n");
+  write("wide.mtx", head + "2 3 2\n1 1 4\n2 2 1\n");
+  write("empty.mtx", head + "0 0 0\n");
+  write("blank.mtx", "");
+  write("tall.mtx", "%%MatrixMarket matrix array real general\n3 1\n1\n2\n3\n");
+  write("singular.mtx", head + "3 3 2\n1 1 4\n3 3 1\n");
+  write("dependent.mtx", head + "2 2 4\n1 1 1\n1 2 2\n2 1 2\n2 2 4\n");
+  write("indefinite.mtx", head + "2 2 4\n1 1 1\n1 2 2\n2 1 2\n2 2 1\n");
+  write("bad.csv", "0,0,1\n1;1;2\n");
+  const std::vector<std::string> before = filesLeft();
+  const std::vector<BadCase> cases = {
+      {"missing file", "variances none.mtx -o o.csv", 3, {"none.mtx"}},
+      {"truncated file", "variances truncated.mtx -o o.csv", 3, {"truncated.mtx", "line 4"}},
+      {"surplus entry", "variances surplus.mtx -o o.csv", 3, {"surplus.mtx", "line 4"}},
+      {"wrong header", "variances header.mtx -o o.csv", 3, {"header.mtx", "line 1"}},
+      {"pattern file", "variances pattern.mtx -o o.csv", 3, {"pattern.mtx", "pattern"}},
+      {"complex file", "solve complex.mtx b.mtx -o o.mtx", 3, {"complex.mtx", "complex"}},
+      {"index out of range", "check range.mtx", 3, {"range.mtx", "line 4", "3"}},
+      {"not a number", "variances word.mtx -o o.csv", 3, {"word.mtx", "line 4", "two"}},
+      {"NaN", "variances nan.mtx -o o.csv", 3, {"nan.mtx", "line 4"}},
+      {"infinity", "solve inf.mtx b.mtx -o o.mtx", 3, {"inf.mtx", "line 4"}},
+      {"not square", "variances wide.mtx -o o.csv", 4, {"wide.mtx", "2 x 3"}},
+      {"right side of the wrong height", "solve A.mtx tall.mtx -o o.mtx", 4, {"tall.mtx", "3"}},
+      {"product of the wrong height", "multiply A.mtx tall.mtx -o o.mtx", 4, {"tall.mtx", "3"}},
+      {"empty matrix", "variances empty.mtx -o o.csv", 4, {"empty.mtx", "empty"}},
+      {"empty file", "variances blank.mtx -o o.csv", 3, {"blank.mtx", "empty"}},
+      {"singular", "variances singular.mtx -o o.csv", 6, {"singular.mtx", "singular"}},
+      {"singular by solves", "variances singular.mtx --lu-solves -o o.csv", 6, {"singular"}},
+      {"singular system", "solve singular.mtx tall.mtx -o o.mtx", 6, {"singular"}},
+      {"dependent rows", "variances dependent.mtx --lu -o o.csv", 6, {"singular"}},
+      {"indefinite", "variances indefinite.mtx -o o.csv", 5, {"indefinite.mtx", "--lu"}},
+      {"indefinite factor", "factor indefinite.mtx -o o.mtx", 5, {"indefinite.mtx"}},
+      {"indefinite system", "solve indefinite.mtx b.mtx --cholesky -o o.mtx", 5, {"--lu"}},
+      {"forced on unsymmetric", "variances G.mtx --cholesky -o o.csv", 4, {"G.mtx", "symmetric"}},
+      {"unwritable output", "variances A.mtx -o none/o.csv", 7, {"none/o.csv"}},
+      {"unwritable folder", "demo --size 100 --out A.mtx", 7, {"A.mtx"}},
+      {"unknown ending", "variances A.mtx -o o.xyz", 2, {"o.xyz", ".mtx"}},
+      {"bad variable name", "export b.mtx o.mat --name 2x", 2, {"2x"}},
+      {"bad triplet line", "convert bad.csv o.mtx", 3, {"bad.csv", "line 2"}},
+      {"two routes", "variances A.mtx --lu --cholesky", 2, {"--lu"}},
+      {"no command", "", 2, {"zeph"}},
+      {"unknown command", "invert A.mtx", 2, {"zeph"}},
+      {"missing argument", "solve A.mtx", 2, {"B"}},
+      {"size out of range", "demo --size 1 --out o", 2, {"1"}},
+  };
+  for (const BadCase& bad : cases) {
+    SCOPED_TRACE(bad.what);
+    const Outcome result = run(bad.arguments);
+    EXPECT_EQ(result.status, bad.status) << result.err;
+    EXPECT_EQ(result.out, "");
+    for (const std::string& piece : bad.said) {
+      EXPECT_NE(result.err.find(piece), std::string::npos) << piece << " in: " << result.err;
+    }
+    EXPECT_EQ(filesLeft(), before);
+  }
+}
+
+TEST_F(ZephProgram, HelpIsEverywhereAndShowsExamples) {
+  for (const char* command : {"", "variances", "solve", "check", "convert", "factor", "pattern",
+                              "multiply", "export", "demo", "version"}) {
+    const Outcome result = run(std::string(command) + " --help");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_NE(result.out.find("Examples:"), std::string::npos) << command << result.out;
+  }
+  EXPECT_EQ(run("version").out,
+            "zeph 1.0.0 build 6101, source revision 111201, built on 2021-07-13\n");
+}
+
+}  // namespace
