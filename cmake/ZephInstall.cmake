@@ -14,6 +14,9 @@ if(TARGET zeph)
 endif()
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/zeph_solver)
+# The package also works from the build tree: -Dzeph_solver_DIR=<build folder>.
+export(EXPORT zeph_solver_targets NAMESPACE zeph_solver::
+       FILE ${PROJECT_BINARY_DIR}/zeph_solver_targets.cmake)
 install(EXPORT zeph_solver_targets NAMESPACE zeph_solver:: DESTINATION ${package_dir})
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/zeph_solver-config.cmake.in
   ${PROJECT_BINARY_DIR}/zeph_solver-config.cmake INSTALL_DESTINATION ${package_dir})
