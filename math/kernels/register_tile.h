@@ -83,17 +83,17 @@ struct DotTile {
     Vector sum[kRows][kCols];
 #pragma GCC unroll 4
     for (int r = 0; r < kRows; ++r) {
-#pragma GCC unroll 3
+#pragma GCC unroll 4
       for (int j = 0; j < kCols; ++j) sum[r][j] = Lane::zero();
     }
     const auto step = [&](auto load) __attribute__((always_inline)) {
       Vector y[kCols];
-#pragma GCC unroll 3
+#pragma GCC unroll 4
       for (int j = 0; j < kCols; ++j) y[j] = load(b + j * bcs);
 #pragma GCC unroll 4
       for (int r = 0; r < kRows; ++r) {
         const Vector x = load(a + r * ars);
-#pragma GCC unroll 3
+#pragma GCC unroll 4
         for (int j = 0; j < kCols; ++j) sum[r][j] = Lane::multiplyAdd(x, y[j], sum[r][j]);
       }
     };
@@ -104,14 +104,14 @@ struct DotTile {
       const typename Lane::Mask rest = Lane::mask(k);
       step([rest](const double* p) { return Lane::loadPart(p, rest); });
     }
+    const double sign = (flags & kTileNegate) != 0 ? -1.0 : 1.0;
 #pragma GCC unroll 4
     for (int r = 0; r < kRows; ++r) {
-#pragma GCC unroll 3
+#pragma GCC unroll 4
       for (int j = 0; j < kCols; ++j) {
         double* out = c + r * crs + j * ccs;
-        const double dot = Lane::total(sum[r][j]);
         const double old = (flags & kTileUpdate) != 0 ? *out : 0.0;
-        *out = (flags & kTileNegate) != 0 ? old - dot : old + dot;
+        *out = old + sign * Lane::total(sum[r][j]);
       }
     }
   }

@@ -43,7 +43,7 @@ inline constexpr size_t kMaxTileRows = 8;
 inline constexpr size_t kMaxTileVectors = 6;
 inline constexpr size_t kMaxTileCols = 48;
 inline constexpr size_t kDotRows = 4;
-inline constexpr size_t kDotCols = 3;
+inline constexpr size_t kMaxDotCols = 4;
 
 /// The kernels of one processor level.
 struct TileTable {
@@ -56,7 +56,8 @@ struct TileTable {
   TileFunction fused[kMaxTileRows][kMaxTileVectors];
   TileFunction orderedFull;  ///< the tile of most rows and vectors where lastCols == width
   TileFunction fusedFull;
-  DotFunction dot[kDotRows][kDotCols];  ///< [rows - 1][columns - 1]
+  size_t dotCols;                          ///< columns of the widest dot-product tile
+  DotFunction dot[kDotRows][kMaxDotCols];  ///< [rows - 1][columns - 1]
   TransposeFunction transpose;
 };
 

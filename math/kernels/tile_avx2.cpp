@@ -73,6 +73,7 @@ const TileTable kAvx2Tiles = {4,
                               ZEPH_TILE_ROWS(true),
                               &RegisterTile<Lane, 6, 2, false, false>::run,
                               &RegisterTile<Lane, 6, 2, true, false>::run,
+                              3,
                               {ZEPH_DOT_ROW(1), ZEPH_DOT_ROW(2), ZEPH_DOT_ROW(3), ZEPH_DOT_ROW(4)},
                               &transposeBlock};
 

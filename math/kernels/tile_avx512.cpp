@@ -89,7 +89,7 @@ constexpr DotFunction kDot = &DotTile<Lane, kRows, kCols>::run;
         ZEPH_TILE_ROW(7, fused), ZEPH_TILE_ROW(8, fused)                           \
   }
 #define ZEPH_DOT_ROW(rows) \
-  { kDot<rows, 1>, kDot<rows, 2>, kDot<rows, 3> }
+  { kDot<rows, 1>, kDot<rows, 2>, kDot<rows, 3>, kDot<rows, 4> }
 
 // 24 of the 32 registers hold sums: enough to hide the latency of additions twice over, and eight
 // rows use each loaded vector of B eight times.
@@ -101,6 +101,7 @@ const TileTable kAvx512Tiles = {
     ZEPH_TILE_ROWS(true),
     &RegisterTile<Lane, 8, 3, false, false>::run,
     &RegisterTile<Lane, 8, 3, true, false>::run,
+    4,
     {ZEPH_DOT_ROW(1), ZEPH_DOT_ROW(2), ZEPH_DOT_ROW(3), ZEPH_DOT_ROW(4)},
     &transposeBlock};
 

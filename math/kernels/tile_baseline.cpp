@@ -54,7 +54,7 @@ constexpr DotFunction kDot = &DotTile<Lane, kRows, kCols>::run;
         ZEPH_TILE_ROW(4, fused)                                                \
   }
 #define ZEPH_DOT_ROW(rows) \
-  { kDot<rows, 1>, kDot<rows, 2>, kDot<rows, 3> }
+  { kDot<rows, 1>, kDot<rows, 2> }
 
 // Eight of the 16 registers hold sums: products need copies of their operands on this level.
 const TileTable kBaselineTiles = {
@@ -65,6 +65,7 @@ const TileTable kBaselineTiles = {
     ZEPH_TILE_ROWS(true),
     &RegisterTile<Lane, 4, 2, false, false>::run,
     &RegisterTile<Lane, 4, 2, true, false>::run,
+    2,
     {ZEPH_DOT_ROW(1), ZEPH_DOT_ROW(2), ZEPH_DOT_ROW(3), ZEPH_DOT_ROW(4)},
     &transposeBlock};
 

@@ -165,7 +165,7 @@ void dotProduct(std::size_t m, std::size_t n, std::size_t k, const Operand& a, c
   if (m == 0 || n == 0) return;
   const TileTable& table = tiles();
   const EvenParts rowParts(m, kDotRows);
-  const EvenParts colParts(n, kDotCols);
+  const EvenParts colParts(n, table.dotCols);
   std::size_t p = 0;
   do {
     const std::size_t inner = std::min(kDotInner, k - p);
