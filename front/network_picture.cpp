@@ -10,9 +10,10 @@ namespace zeph {
 
 namespace {
 
-constexpr std::size_t kDrawnPoints = 20000;  // above this, a mosaic
-constexpr int kMosaicCells = 160;            // across
-constexpr double kSide = 820.0;              // pixels of the map
+constexpr std::size_t kDrawnPoints = 20000;    // above this, a mosaic
+constexpr std::size_t kDrawnBenchmarks = 500;  // more would hide the map
+constexpr int kMosaicCells = 160;              // across
+constexpr double kSide = 820.0;                // pixels of the map
 constexpr double kMargin = 28.0;
 constexpr double kHeader = 64.0;
 constexpr double kLegend = 120.0;
@@ -144,7 +145,7 @@ void drawBenchmarks(Svg& svg, const Frame& frame, const LevellingNetwork& networ
   svg.add("</g>\n");
 }
 
-void drawLegend(Svg& svg, const Frame& frame) {
+void drawLegend(Svg& svg, const Frame& frame, bool benchmarks) {
   constexpr int kSteps = 48;
   constexpr int kTicks = 5;
   const double x = kMargin + kSide + 26.0, top = kHeader + 46.0;
@@ -162,6 +163,7 @@ void drawLegend(Svg& svg, const Frame& frame) {
     svg.add("<text x=\"%.1f\" y=\"%.1f\" font-size=\"13\">%.2f</text>\n", x + 28.0, y + 4.5,
             1000.0 * (frame.lowSigma + t * (frame.highSigma - frame.lowSigma)));
   }
+  if (!benchmarks) return;
   const double y = top + height + 30.0;
   svg.add("<path d=\"M%.1f %.1fl6 10.5h-12Z\" fill=\"#e4572e\"/>\n", x + 8.0, y - 10.0);
   svg.add("<text x=\"%.1f\" y=\"%.1f\" font-size=\"13\">benchmark</text>\n", x + 28.0, y);
@@ -188,8 +190,9 @@ std::string drawNetwork(const LevellingNetwork& network, const ZtVector& varianc
   } else {
     drawMosaic(svg, frame, network, variances);
   }
-  drawBenchmarks(svg, frame, network);
-  drawLegend(svg, frame);
+  const bool benchmarks = network.benchmarks.size() <= kDrawnBenchmarks;
+  if (benchmarks) drawBenchmarks(svg, frame, network);
+  drawLegend(svg, frame, benchmarks);
   svg.add("</svg>\n");
   return svg.take();
 }
