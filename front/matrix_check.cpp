@@ -34,17 +34,18 @@ std::vector<std::uint32_t> columnStarts(const std::vector<MatrixElement>& elemen
   return starts;
 }
 
-std::size_t countDuplicates(const SparseMatrix& m) {
-  zeph_solver::ProtoSparse list;  // of no size, so that vector shapes stay a list too
-  list.elements = m.entries;
-  list.sortElements();
-  std::size_t duplicates = 0;
-  for (std::size_t k = 1; k < list.elements.size(); ++k) {
-    const MatrixElement& a = list.elements[k - 1];
-    const MatrixElement& b = list.elements[k];
-    duplicates += a.row == b.row && a.col == b.col;
+// Stored entries beyond the first at their position. In a completed symmetric matrix each of them
+// stands twice, except on the diagonal.
+std::size_t countDuplicates(const zeph_solver::ProtoSparse& sorted, bool completed) {
+  std::size_t onDiagonal = 0;
+  std::size_t beside = 0;
+  for (std::size_t k = 1; k < sorted.elements.size(); ++k) {
+    const MatrixElement& a = sorted.elements[k - 1];
+    const MatrixElement& b = sorted.elements[k];
+    if (a.row != b.row || a.col != b.col) continue;
+    ++(a.row == a.col ? onDiagonal : beside);
   }
-  return duplicates;
+  return onDiagonal + (completed ? beside / 2 : beside);
 }
 
 void inspectDiagonal(const zeph_solver::ProtoSparse& m, MatrixReport& report) {
@@ -168,8 +169,16 @@ MatrixReport checkMatrix(const SparseMatrix& m, const Progress& progress) {
     progress.begin("inspecting values");
     inspectValues(m, report);
     progress.begin("sorting");
-    report.duplicates = countDuplicates(m);
-    const zeph_solver::ProtoSparse whole = assemble(m, Triangles::Both);
+    zeph_solver::ProtoSparse whole = assemble(m, Triangles::Both);
+    if (whole.isDense()) {  // vector shapes are a block already; their list is short
+      zeph_solver::ProtoSparse list;
+      list.elements = m.entries;
+      list.sortElements();
+      report.duplicates = countDuplicates(list, false);
+    } else {
+      whole.sortElements();
+      report.duplicates = countDuplicates(whole, m.symmetry != Symmetry::General);
+    }
     progress.begin("looking for symmetry and empty rows");
     whole.getEmptyRowsAndCols(report.emptyRows, report.emptyCols);
     report.entries = whole.nz();
