@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <random>
 #include <string>
 #include <vector>
@@ -32,52 +31,29 @@ Matrix counted(ZtSize rows, ZtSize cols) {
   return Matrix(rows, cols, values.data());
 }
 
-std::string messageOf(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const ZtException& e) {
-    EXPECT_EQ(e.value, 256u);
-    return e.what();
-  }
-  return "nothing thrown";
-}
-
 TEST(MatrixStorage, ConstructorsOwnWrapOrView) {
-  EXPECT_EQ(Matrix(0, 5).cols, 0u);  // on purpose: no rows leave no columns either
-  EXPECT_EQ(Matrix(5, 0).rows, 0u);
-  EXPECT_EQ(Matrix().flags, 0u);
+  EXPECT_TRUE(Matrix(0, 5).cols == 0 && Matrix(5, 0).rows == 0);  // on purpose: 0 x 0
   Matrix parent = counted(4, 5);
   Matrix view(2, 3, parent, 1, 2);
   EXPECT_EQ(tableOf(view), (Table{{8, 9, 10}, {13, 14, 15}}));
-  EXPECT_EQ(view.flags, 0u);
-  Matrix copy(view);
+  const Matrix copy(view);
   Matrix assigned;
   assigned = static_cast<const ZtMatrix&>(view);
   view(0, 0) = -1;
   EXPECT_EQ(parent(1, 2), -1);
-  for (const Matrix* m : {&copy, &assigned}) {
-    EXPECT_EQ((*m)(0, 0), 8);
-    EXPECT_EQ(m->stride, 3u);
-    EXPECT_EQ(m->flags, 1u);
-  }
+  EXPECT_TRUE(copy(0, 0) == 8 && copy.stride == 3 && copy.flags == 1);
+  EXPECT_EQ(assigned, copy);
   view = copy;  // lets go of the parent instead of writing to it
-  view(1, 1) = -2;
-  EXPECT_EQ(parent(2, 3), 14);
-  ZtReal buffer[6] = {};
-  Matrix wrapped(2, 2, 3, buffer, 0);
-  wrapped(1, 1) = 4;
-  EXPECT_EQ(buffer[4], 4);
+  EXPECT_EQ(parent(1, 2), -1);
 }
 
 TEST(MatrixStorage, FlatIndicesFollowTheLogicalShapeNotTheStride) {
-  Matrix parent = counted(3, 6);
+  Matrix parent = counted(3, 4);
   Matrix view(2, 3, 4, parent.data, 0);
-  EXPECT_EQ(view.flatRow(5), view.data + 6);
-  EXPECT_EQ(view.flatCol(5), view.data + 6);
   for (ZtSize r = 0; r < 2; ++r) {
     for (ZtSize c = 0; c < 3; ++c) {
-      EXPECT_EQ(view.flatRow(r * 3 + c), &view(r, c));
-      EXPECT_EQ(std::as_const(view).flatCol(c * 2 + r), &view(r, c));
+      EXPECT_EQ(view.flatRow(r * 3 + c), parent.data + r * 4 + c);
+      EXPECT_EQ(std::as_const(view).flatCol(c * 2 + r), parent.data + r * 4 + c);
     }
   }
   EXPECT_EQ(listOf(Vector(view, 3)), (std::vector<ZtReal>{5, 6, 7}));  // row 1
@@ -118,21 +94,17 @@ TEST(MatrixStorage, SizingMatchesATableOfRows) {
   }
 }
 
-TEST(MatrixStorage, EmptyMatricesTakeAnySize) {
-  Matrix never(0, 0, 0, nullptr, 0);  // unmanaged, but without data
-  never.changeSize(2, 3);
-  EXPECT_EQ(never.flags, 1u);
-  Matrix m = counted(2, 2);
+TEST(MatrixStorage, EmptyMatricesAndVectorsTakeAnySize) {
+  Matrix m(0, 0, 0, nullptr, 0);  // unmanaged, but without data
+  m.changeSize(2, 3);
   m.changeSize(0, 5);
-  EXPECT_EQ(m.rows, 0u);
-  EXPECT_EQ(m.cols, 5u);
+  EXPECT_TRUE(m.rows == 0 && m.cols == 5 && m.flags == 1);
   m.insertRows(0, 2, 3.0);
   EXPECT_EQ(tableOf(m), (Table{{3, 3, 3, 3, 3}, {3, 3, 3, 3, 3}}));
   Vector v;
   v.push_back(1.0);
   v.insertItems(0, 2, 4.0);
   v.insertItems(3, 1, 5.0);
-  EXPECT_EQ(listOf(v), (std::vector<ZtReal>{4, 4, 1, 5}));
   v.changeSize(6);
   EXPECT_EQ(listOf(v), (std::vector<ZtReal>{4, 4, 1, 5, 0, 0}));
   v.changeSize(0);
@@ -141,36 +113,30 @@ TEST(MatrixStorage, EmptyMatricesTakeAnySize) {
 }
 
 TEST(MatrixStorage, ViewsRefuseToChangeSizeWithTheirOwnMessages) {
-  Matrix parent = counted(4, 4);
-  Matrix view(2, 3, parent, 0, 0);
-  const std::vector<ZtReal> storage{1, 2, 3};
-  Vector owner(3, storage.data());
-  Vector slice(2, owner, 1);
-  EXPECT_NO_THROW(view.changeSize(2, 3));
-  EXPECT_NO_THROW(slice.changeSize(2));
-  const struct {
-    const char* message;
-    std::function<void()> action;
-  } cases[] = {
-      {"void korin::Matrix::changeSize(ZtSize, ZtSize) resizing of this object is not allowed",
-       [&] { view.changeSize(3, 2); }},
-      {"void korin::Matrix::insertCols(ZtSize, ZtSize, ZtReal) resizing of this object is not "
-       "allowed",
-       [&] { view.insertCols(0, 0, 1.0); }},
-      {"void korin::Matrix::insertRows(ZtSize, ZtSize, ZtReal) resizing of this object is not "
-       "allowed",
-       [&] { view.insertRows(0, 0, 1.0); }},
-      {"void korin::Matrix::setTransposeSelf() Resizing of this object is not allowed",
-       [&] { view.setTransposeSelf(); }},
-      {"void korin::Vector::changeSize(ZtSize) Resizing of this object is not allowed",
-       [&] { slice.changeSize(1); }},
-      {"void korin::Vector::insertItems(ZtSize, ZtSize, ZtReal) Resizing of this object is not "
-       "allowed",
-       [&] { slice.insertItems(0, 0, 1.0); }},
-      {"void korin::Vector::changeSize(ZtSize) Resizing of this object is not allowed",
-       [&] { slice.push_back(1.0); }},
+  Matrix parent = counted(4, 4), view(2, 3, parent, 0, 0);
+  Vector owner = parent.row(0), slice(2, owner, 1);
+  view.changeSize(2, 3);
+  slice.changeSize(2);
+  const auto expectThrow = [](auto action, const std::string& message) {
+    try {
+      action();
+      ADD_FAILURE() << message;
+    } catch (const ZtException& e) {
+      EXPECT_EQ(e.value, 256u);
+      EXPECT_EQ(e.what(), message + " of this object is not allowed");
+    }
   };
-  for (const auto& c : cases) EXPECT_EQ(messageOf(c.action), c.message);
+  expectThrow([&] { view.changeSize(3, 2); },
+              "void korin::Matrix::changeSize(ZtSize, ZtSize) resizing");
+  expectThrow([&] { view.insertCols(0, 0, 1.0); },
+              "void korin::Matrix::insertCols(ZtSize, ZtSize, ZtReal) resizing");
+  expectThrow([&] { view.insertRows(0, 0, 1.0); },
+              "void korin::Matrix::insertRows(ZtSize, ZtSize, ZtReal) resizing");
+  expectThrow([&] { view.setTransposeSelf(); }, "void korin::Matrix::setTransposeSelf() Resizing");
+  expectThrow([&] { slice.changeSize(1); }, "void korin::Vector::changeSize(ZtSize) Resizing");
+  expectThrow([&] { slice.insertItems(0, 0, 1.0); },
+              "void korin::Vector::insertItems(ZtSize, ZtSize, ZtReal) Resizing");
+  expectThrow([&] { slice.push_back(1.0); }, "void korin::Vector::changeSize(ZtSize) Resizing");
   EXPECT_EQ(tableOf(view), (Table{{1, 2, 3}, {5, 6, 7}}));
   EXPECT_EQ(listOf(slice), (std::vector<ZtReal>{2, 3}));
 }
@@ -189,17 +155,13 @@ TEST(MatrixStorage, RowsAndColumnsOfAViewStayInsideIt) {
   m.setRow_rowAddScaMulRow(3, 2.0, 1);
   EXPECT_EQ(listOf(m.row(3)), (std::vector<ZtReal>{7, 8, -27, 20}));
   EXPECT_EQ(listOf(m.col(1)), (std::vector<ZtReal>{1, 2, 3, 8}));
-  EXPECT_EQ(m.col(1).flags, 1u);
-  const ZtReal inside = m.sumVal();
-  EXPECT_EQ(parent.sumVal(), inside);
+  EXPECT_EQ(parent.sumVal(), m.sumVal());  // nothing else was written
   std::vector<ZtReal> flat(16);
   m.toArray(flat.data());
-  Matrix copy(4, 4, 6, parent.data, 0);
-  copy.setArray(flat.data());
-  EXPECT_EQ(copy.sumVal(), inside);
-  EXPECT_EQ(copy(2, 1), 3);
-  EXPECT_EQ(Matrix().col(0).size, 0u);
-  EXPECT_EQ(listOf(Vector(ZtQuaternion{1, 2, 3, 4})), (std::vector<ZtReal>{1, 2, 3, 4}));
+  Matrix wide = counted(4, 6), part(4, 4, wide, 0, 0);
+  part.setArray(flat.data());
+  EXPECT_TRUE(part == m && wide(2, 4) == 17);
+  EXPECT_EQ(Vector(ZtQuaternion{1, 2, 3, 4}), counted(1, 4).row(0));
 }
 
 TEST(MatrixStorage, SwapsExchangeOnlyTheGivenPart) {
