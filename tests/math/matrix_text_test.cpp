@@ -1,4 +1,3 @@
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cmath>
@@ -10,37 +9,23 @@
 #include <iterator>
 #include <limits>
 #include <sstream>
-#include <string>
 #include <tuple>
-#include <vector>
 
-#include "math/korin.h"
+#include "tests/math/dense_testing.h"
 
 namespace {
 
+using dense_testing::matrixOf;
 using korin::Matrix;
 using korin::Vector;
 
 constexpr ZtReal kInfinity = std::numeric_limits<ZtReal>::infinity();
 
-std::string textOf(const Matrix& m) {
-  std::string text;
-  const ZtSize length = m.writeToString(text);
-  EXPECT_EQ(length, text.size());
-  return text;
-}
-
-std::string textOf(const Vector& v) {
-  std::string text(v.writeToString(nullptr) + 1, '#');
-  EXPECT_EQ(v.writeToString(text.data()), text.size() - 1);
-  EXPECT_EQ(text.back(), '\0');
-  text.pop_back();
-  return text;
-}
-
-Matrix matrixOf(ZtSize rows, ZtSize cols, std::vector<ZtReal> values) {
-  values.resize(rows * cols);
-  return Matrix(rows, cols, values.data());
+template <typename Object>
+std::string textOf(const Object& object) {
+  std::string text(object.writeToString(nullptr) + 1, '#');
+  EXPECT_EQ(object.writeToString(text.data()), text.size() - 1);
+  return text.c_str();
 }
 
 // The bytes as numbers, at whatever alignment they had.
@@ -60,9 +45,8 @@ TEST(TextForm, IsWrittenAsDocumentedAndReadBack) {
   Matrix parent = matrixOf(2, 3, {1, 0, 7, -2.5, 1e300, 7});
   const Matrix view(2, 2, parent, 0, 0);
   EXPECT_EQ(textOf(view), "2,2: 1 0 -2.5 1e+300 ");
-  EXPECT_EQ(view.writeToString(nullptr), textOf(view).size());
   std::string appended = "before ";
-  view.writeToString(appended);
+  EXPECT_EQ(view.writeToString(appended), 21u);
   EXPECT_EQ(appended, "before 2,2: 1 0 -2.5 1e+300 ");
   EXPECT_EQ(textOf(Matrix()), "0,0: ");
   EXPECT_EQ(textOf(parent.row(1)), "3: -2.5 1e+300 7 ");
