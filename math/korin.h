@@ -8,6 +8,7 @@
 #include "math/korin_quaternion.h"
 #include "math/korin_sparse_info.h"
 #include "math/korin_vector.h"
+#include "math/mtsort.h"
 #include "math/skiplist.h"
 #include "math/sparsematrix.h"
 #include "math/sparsemxmatrix.h"

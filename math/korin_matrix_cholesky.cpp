@@ -1,6 +1,5 @@
 // Dense Cholesky factorisation in place, as a member of korin::Matrix.
 #include <algorithm>
-#include <cstddef>
 
 #include "math/kernels/cholesky.h"
 #include "math/korin_matrix.h"
@@ -11,7 +10,7 @@ namespace korin {
 
 bool Matrix::setCholesky(bool throwOnFailure) {
   const ZtSize n = rows;
-  if (kernels::cholesky(n, data, static_cast<std::ptrdiff_t>(stride)) < n) {
+  if (kernels::cholesky(n, data, step(*this)) < n) {
     // The upper triangle is left as it is on purpose: only a finished factor clears it.
     if (!throwOnFailure) return false;
     throwError(__PRETTY_FUNCTION__, "matrix not symmetric positive-definite");

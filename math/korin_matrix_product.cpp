@@ -7,23 +7,13 @@
 #include "math/kernels/ordered_product.h"
 #include "math/kernels/overlap.h"
 #include "math/korin_matrix.h"
+#include "math/korin_rows.h"
 #include "math/korin_sparse_info.h"
 
 namespace korin {
 namespace {
 
 using kernels::kBlockedLimit;
-
-std::ptrdiff_t step(const ZtMatrix& m) {
-  return static_cast<std::ptrdiff_t>(m.stride);
-}
-
-ZtReal* rowOf(ZtMatrix& m, ZtSize r) {
-  return m.data + r * m.stride;
-}
-const ZtReal* rowOf(const ZtMatrix& m, ZtSize r) {
-  return m.data + r * m.stride;
-}
 
 bool isLarge(const ZtMatrix& result, ZtSize inner) {
   return result.rows > kBlockedLimit && result.cols > kBlockedLimit && inner > kBlockedLimit;

@@ -1,6 +1,4 @@
 // Transposition, triangles, diagonals and blocks of korin::Matrix.
-#include <cstddef>
-
 #include "math/kernels/transpose.h"
 #include "math/korin_matrix.h"
 #include "math/korin_rows.h"
@@ -11,8 +9,7 @@ namespace korin {
 namespace {
 
 void transposeInto(ZtMatrix& target, const ZtMatrix& a) {
-  kernels::transpose(target.cols, target.rows, a.data, static_cast<std::ptrdiff_t>(a.stride),
-                     target.data, static_cast<std::ptrdiff_t>(target.stride));
+  kernels::transpose(target.cols, target.rows, a.data, step(a), target.data, step(target));
 }
 
 // Exchanges (i, j) and (j, i) for i < j of a square matrix, by pairs of tiles.

@@ -1,16 +1,9 @@
 // Products with a transposed factor, by the ordered kernels.
 #include "math/kernels/ordered_product.h"
 #include "math/korin_matrix.h"
+#include "math/korin_rows.h"
 
 namespace korin {
-
-namespace {
-
-std::ptrdiff_t step(const ZtMatrix& m) {
-  return static_cast<std::ptrdiff_t>(m.stride);
-}
-
-}  // namespace
 
 void Matrix::setTransMatMulMat(const ZtMatrix& a, const ZtMatrix& b) {
   kernels::orderedTransposedProduct(rows, cols, a.rows, a.data, step(a), b.data, step(b), data,

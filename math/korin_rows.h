@@ -3,6 +3,7 @@
 #define ZEPH_MATH_KORIN_ROWS_H
 
 #include <algorithm>
+#include <cstddef>
 
 #include "math/korin_matrix.h"
 
@@ -14,6 +15,11 @@ inline ZtReal* rowOf(ZtMatrix& m, ZtSize r) {
 
 inline const ZtReal* rowOf(const ZtMatrix& m, ZtSize r) {
   return m.data + r * m.stride;
+}
+
+/// The stride as the kernels take it.
+inline std::ptrdiff_t step(const ZtMatrix& m) {
+  return static_cast<std::ptrdiff_t>(m.stride);
 }
 
 /// The vector as a 1 x size matrix over the same elements, so that what holds for matrices need
