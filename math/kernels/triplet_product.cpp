@@ -21,6 +21,17 @@ struct PairLane {
   static Vector addProduct(Vector x, Vector y, Vector z) { return _mm_add_pd(x, _mm_mul_pd(y, z)); }
 };
 
+struct SingleLane {
+  using Vector = double;
+  struct Mask {};
+  static constexpr int kWidth = 1;
+  static Vector load(const double* p) { return *p; }
+  static void store(double* p, Vector x) { *p = x; }
+  static Mask mask(size_t) { return {}; }
+  static Vector broadcast(double value) { return value; }
+  static Vector addProduct(Vector x, Vector y, Vector z) { return x + y * z; }
+};
+
 template <int kVectors, bool kPartial>
 constexpr TripletStripFunction kStrip = &TripletStrip<PairLane, kVectors, kPartial>::run;
 
@@ -49,7 +60,7 @@ const TripletStrips& tripletStrips() {
 void addTripletProduct(const void* triplets, std::size_t count, const double* b, std::size_t ldb,
                        double* c, std::size_t ldc, std::size_t cols) {
   const char* list = static_cast<const char*>(triplets);
-  if (cols == 1) return kStrip<1, true>(list, count, b, ldb, c, ldc, 1);
+  if (cols == 1) return TripletStrip<SingleLane, 1, false>::run(list, count, b, ldb, c, ldc, 1);
   const TripletStrips& strips = tripletStrips();
   const std::size_t widest = strips.width * strips.vectors;
   for (std::size_t first = 0; first < cols; first += widest) {

@@ -48,51 +48,70 @@ struct TripletStrip {
     __builtin_memcpy(&t, triplets + i * sizeof t, sizeof t);
     return t;
   }
-  static Vector load(const double* p, int v, Mask last) {
-    return kPartial && v == kVectors - 1 ? Lane::loadPart(p + v * Lane::kWidth, last)
-                                         : Lane::load(p + v * Lane::kWidth);
-  }
-  static void store(double* p, int v, Mask last, Vector x) {
-    if (kPartial && v == kVectors - 1) {
-      Lane::storePart(p + v * Lane::kWidth, x, last);
-    } else {
-      Lane::store(p + v * Lane::kWidth, x);
+  static Vector load(const double* p, int v, [[maybe_unused]] Mask last) {
+    if constexpr (kPartial) {
+      if (v == kVectors - 1) return Lane::loadPart(p + v * Lane::kWidth, last);
     }
+    return Lane::load(p + v * Lane::kWidth);
+  }
+  static void store(double* p, int v, [[maybe_unused]] Mask last, Vector x) {
+    if constexpr (kPartial) {
+      if (v == kVectors - 1) return Lane::storePart(p + v * Lane::kWidth, x, last);
+    }
+    Lane::store(p + v * Lane::kWidth, x);
   }
   static void prefetchRow(const double* row) {
     for (size_t k = 0; k < kDoubles; k += kCacheLine) __builtin_prefetch(row + k);
+  }
+
+  /// A row of C in registers.
+  struct RowSums {
+    double* row;
+    Vector sum[kVectors];
+
+    void read(double* from, Mask last) {
+      row = from;
+#pragma GCC unroll 8
+      for (int v = 0; v < kVectors; ++v) sum[v] = load(row, v, last);
+    }
+    void write(Mask last) const {
+#pragma GCC unroll 8
+      for (int v = 0; v < kVectors; ++v) store(row, v, last, sum[v]);
+    }
+  };
+
+  /// Adds one triplet's product. The row of C stays in registers while the triplets stay in it.
+  static inline __attribute__((always_inline)) void add(const Triplet& t, const double* b,
+                                                        size_t ldb, double* c, size_t ldc,
+                                                        Mask last, RowSums& sums) {
+    double* row = c + t.row * ldc;
+    if (row != sums.row) {
+      sums.write(last);
+      sums.read(row, last);
+    }
+    const Vector value = Lane::broadcast(t.value);
+    const double* bRow = b + t.col * ldb;
+#pragma GCC unroll 8
+    for (int v = 0; v < kVectors; ++v) {
+      sums.sum[v] = Lane::addProduct(sums.sum[v], value, load(bRow, v, last));
+    }
   }
 
   static void run(const char* triplets, size_t count, const double* b, size_t ldb, double* c,
                   size_t ldc, size_t lastCols) {
     if (count == 0) return;
     const Mask last = Lane::mask(lastCols);
-    // The row of C is kept in registers for as long as the triplets stay in it.
-    size_t row = at(triplets, 0).row;
-    Vector sum[kVectors];
-#pragma GCC unroll 8
-    for (int v = 0; v < kVectors; ++v) sum[v] = load(c + row * ldc, v, last);
-    for (size_t i = 0; i < count; ++i) {
-      const Triplet later = at(triplets, i + kAhead < count ? i + kAhead : count - 1);
-      prefetchRow(b + later.col * ldb);
+    RowSums sums;
+    sums.read(c + at(triplets, 0).row * ldc, last);
+    size_t i = 0;
+    for (; i + kAhead < count; ++i) {
+      const Triplet later = at(triplets, i + kAhead);
       prefetchRow(c + later.row * ldc);
-      const Triplet t = at(triplets, i);
-      if (t.row != row) {
-#pragma GCC unroll 8
-        for (int v = 0; v < kVectors; ++v) store(c + row * ldc, v, last, sum[v]);
-        row = t.row;
-#pragma GCC unroll 8
-        for (int v = 0; v < kVectors; ++v) sum[v] = load(c + row * ldc, v, last);
-      }
-      const Vector value = Lane::broadcast(t.value);
-      const double* bRow = b + t.col * ldb;
-#pragma GCC unroll 8
-      for (int v = 0; v < kVectors; ++v) {
-        sum[v] = Lane::addProduct(sum[v], value, load(bRow, v, last));
-      }
+      prefetchRow(b + later.col * ldb);
+      add(at(triplets, i), b, ldb, c, ldc, last, sums);
     }
-#pragma GCC unroll 8
-    for (int v = 0; v < kVectors; ++v) store(c + row * ldc, v, last, sum[v]);
+    for (; i < count; ++i) add(at(triplets, i), b, ldb, c, ldc, last, sums);
+    sums.write(last);
   }
 };
 
