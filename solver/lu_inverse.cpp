@@ -140,7 +140,8 @@ void SelectedInverse::layOut() {
     known.z12 = {nullptr, width, groups_.below[g].size()};
     total += known.square.size() + known.z21.size() + known.z12.size();
   }
-  store_.reset(new double[total]);  // left uninitialised: every entry is written before it is read
+  // Left uninitialised: every entry is written before it is read.
+  store_ = std::make_unique_for_overwrite<double[]>(total);
   double* next = store_.get();
   for (Known& known : known_) {
     for (Block* block : {&known.square, &known.z21, &known.z12}) {
