@@ -63,6 +63,24 @@ void BM_PlainLoop(benchmark::State& state) {
 }
 BENCHMARK(BM_PlainLoop)->Arg(2)->Arg(4)->Arg(8)->Arg(12)->Arg(16)->Arg(64);
 
+void BM_PlainTransposedLoop(benchmark::State& state) {
+  const auto n = static_cast<ZtSize>(state.range(0));
+  const Matrix a = randomMatrix(n, n), b = randomMatrix(n, n);
+  Matrix c(n, n);
+  for (auto _ : state) {
+    for (ZtSize i = 0; i < n; ++i) {
+      for (ZtSize j = 0; j < n; ++j) {
+        double sum = 0.0;
+        for (ZtSize p = 0; p < n; ++p) sum += a(i, p) * b(j, p);
+        c(i, j) = sum;
+      }
+    }
+    benchmark::ClobberMemory();
+  }
+  reportRate(state, 2.0 * static_cast<double>(n * n * n));
+}
+BENCHMARK(BM_PlainTransposedLoop)->Arg(2)->Arg(4)->Arg(8)->Arg(12)->Arg(16)->Arg(64);
+
 template <void (Matrix::*kProduct)(const ZtMatrix&, const ZtMatrix&)>
 void BM_Product(benchmark::State& state) {
   const Level level(state, state.range(1));

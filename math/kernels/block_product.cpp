@@ -35,19 +35,13 @@ Buffer allocate(size_t count) {
   return Buffer(new double[count]);
 }
 
-// out(i, j) = operation(x(i, j), y(i, j)); out may be x or y.
-template <class Operation>
-void combine(size_t rows, size_t cols, Block out, ConstBlock x, ConstBlock y, Operation operation) {
-  for (size_t i = 0; i < rows; ++i) {
-    double* to = out.row(i);
-    const double* left = x.row(i);
-    const double* right = y.row(i);
-    for (size_t j = 0; j < cols; ++j) to[j] = operation(left[j], right[j]);
-  }
+void addRow(size_t n, double* x, const double* y) {
+  for (size_t j = 0; j < n; ++j) x[j] += y[j];
 }
 
-constexpr std::plus<double> kAdd;
-constexpr std::minus<double> kSubtract;
+void subtractRow(size_t n, double* x, const double* y) {
+  for (size_t j = 0; j < n; ++j) x[j] -= y[j];
+}
 
 bool overlap(size_t rowsX, size_t colsX, ConstBlock x, size_t rowsY, size_t colsY, ConstBlock y) {
   return overlap(Extent{x.data, rowsX, colsX, static_cast<size_t>(x.stride)},
@@ -83,52 +77,99 @@ void multiply(bool small, size_t m, size_t n, size_t k, ConstBlock a, ConstBlock
                                        c.stride);
 }
 
-// Seven products of h x h quarters. With the products written where their sums are wanted, one
-// temporary beside the two operand sums is enough; each element of C is evaluated as
+// A factor of one of the seven products: first + sign * second, or first alone when sign is 0.
+struct Factor {
+  ConstBlock first;
+  ConstBlock second;
+  int sign;
+};
+
+void formRow(size_t n, size_t i, const Factor& f, double* out) {
+  const double* x = f.first.row(i);
+  const double* y = f.second.row(i);
+  if (f.sign > 0) {
+    for (size_t j = 0; j < n; ++j) out[j] = x[j] + y[j];
+  } else if (f.sign < 0) {
+    for (size_t j = 0; j < n; ++j) out[j] = x[j] - y[j];
+  } else {
+    std::copy_n(x, n, out);
+  }
+}
+
+// The seven products of h x h quarters, one after the other. Where they are the loop kernel's they
+// are made in strips of rows, so that the strips of the left factor and of the product stay in the
+// second-level cache between the passes over them.
+class SevenProducts {
+ public:
+  SevenProducts(bool small, size_t h)
+      : small_(small), h_(h), strip_(small ? std::min(h, kStripRows) : h) {
+    const auto stride = static_cast<ptrdiff_t>(h);
+    buffer_ = allocate((h + 2 * strip_) * h);
+    right_ = {buffer_.get(), stride};
+    left_ = right_.at(h, 0);
+    product_ = left_.at(strip_, 0);
+  }
+
+  void run(ConstBlock a, ConstBlock b, Block c);
+
+ private:
+  static constexpr size_t kStripRows = 64;
+
+  // Writes x*y to `out`, or to the strip where out is null, and calls use(i, row) for every row i
+  // of the product in turn.
+  template <class Use>
+  void multiplyAndUse(const Factor& x, const Factor& y, Block out, Use use) {
+    for (size_t i = 0; i < h_; ++i) formRow(h_, i, y, right_.row(i));
+    for (size_t first = 0; first < h_; first += strip_) {
+      const size_t rows = std::min(strip_, h_ - first);
+      for (size_t i = 0; i < rows && x.sign != 0; ++i) formRow(h_, first + i, x, left_.row(i));
+      const ConstBlock left = x.sign != 0 ? ConstBlock(left_) : x.first.at(first, 0);
+      const Block product = out.data == nullptr ? product_ : out.at(first, 0);
+      multiply(small_, rows, h_, h_, left, right_, product);
+      for (size_t i = 0; i < rows; ++i) use(first + i, product.row(i));
+    }
+  }
+
+  bool small_;
+  size_t h_;
+  size_t strip_;
+  Buffer buffer_;
+  Block right_;
+  Block left_;
+  Block product_;
+};
+
+// With the products added up where they are wanted, each element of C is evaluated as
 //   C11 = ((M1 + M4) - M5) + M7    C12 = M3 + M5
 //   C21 = M2 + M4                  C22 = ((M1 + M3) - M2) + M6.
-void sevenProducts(bool small, size_t h, ConstBlock a, ConstBlock b, Block c) {
-  const Buffer buffer = allocate(3 * h * h);
-  const auto stride = static_cast<ptrdiff_t>(h);
-  const Block s{buffer.get(), stride};
-  const Block u{buffer.get() + h * h, stride};
-  const Block t{buffer.get() + 2 * h * h, stride};
+void SevenProducts::run(ConstBlock a, ConstBlock b, Block c) {
+  const size_t h = h_;
   const ConstBlock a11 = a, a12 = a.at(0, h), a21 = a.at(h, 0), a22 = a.at(h, h);
   const ConstBlock b11 = b, b12 = b.at(0, h), b21 = b.at(h, 0), b22 = b.at(h, h);
   const Block c11 = c, c12 = c.at(0, h), c21 = c.at(h, 0), c22 = c.at(h, h);
-  const auto add = [h](Block out, ConstBlock x, ConstBlock y) { combine(h, h, out, x, y, kAdd); };
-  const auto subtract = [h](Block out, ConstBlock x, ConstBlock y) {
-    combine(h, h, out, x, y, kSubtract);
-  };
-  const auto product = [small, h](ConstBlock x, ConstBlock y, Block out) {
-    multiply(small, h, h, h, x, y, out);
-  };
+  const Block strip{nullptr, 0};
+  const auto nothing = [](size_t, const double*) {};
 
-  add(s, a11, a22);
-  add(u, b11, b22);
-  product(s, u, c11);  // M1
-  add(s, a21, a22);
-  product(s, b11, c21);  // M2
-  subtract(u, b12, b22);
-  product(a11, u, c12);  // M3
-  add(c22, c11, c12);
-  subtract(c22, c22, c21);
-  subtract(u, b21, b11);
-  product(a22, u, t);  // M4
-  add(c11, c11, t);
-  add(c21, c21, t);
-  add(s, a11, a12);
-  product(s, b22, t);  // M5
-  subtract(c11, c11, t);
-  add(c12, c12, t);
-  subtract(s, a21, a11);
-  add(u, b11, b12);
-  product(s, u, t);  // M6
-  add(c22, c22, t);
-  subtract(s, a12, a22);
-  add(u, b21, b22);
-  product(s, u, t);  // M7
-  add(c11, c11, t);
+  multiplyAndUse({a11, a22, 1}, {b11, b22, 1}, c11, nothing);  // M1
+  multiplyAndUse({a21, a22, 1}, {b11, b11, 0}, c21, nothing);  // M2
+  multiplyAndUse({a11, a11, 0}, {b12, b22, -1}, c12, [&](size_t i, const double* m3) {
+    double* sum = c22.row(i);
+    std::copy_n(c11.row(i), h, sum);
+    addRow(h, sum, m3);
+    subtractRow(h, sum, c21.row(i));
+  });
+  multiplyAndUse({a22, a22, 0}, {b21, b11, -1}, strip, [&](size_t i, const double* m4) {
+    addRow(h, c11.row(i), m4);
+    addRow(h, c21.row(i), m4);
+  });
+  multiplyAndUse({a11, a12, 1}, {b22, b22, 0}, strip, [&](size_t i, const double* m5) {
+    subtractRow(h, c11.row(i), m5);
+    addRow(h, c12.row(i), m5);
+  });
+  multiplyAndUse({a21, a11, -1}, {b11, b12, 1}, strip,
+                 [&](size_t i, const double* m6) { addRow(h, c22.row(i), m6); });
+  multiplyAndUse({a12, a22, -1}, {b21, b22, 1}, strip,
+                 [&](size_t i, const double* m7) { addRow(h, c11.row(i), m7); });
 }
 
 // Each block of C is its first product plus the second, C22, C21, C11 and C12 in turn.
@@ -140,7 +181,7 @@ void eightProducts(bool small, size_t m, size_t n, size_t k, size_t hm, size_t h
     const Block t{buffer.get(), static_cast<ptrdiff_t>(cols)};
     multiply(small, rows, cols, hk, a.at(i, 0), b.at(0, j), out);
     multiply(small, rows, cols, k - hk, a.at(i, hk), b.at(hk, j), t);
-    combine(rows, cols, out, out, t, kAdd);
+    for (size_t r = 0; r < rows; ++r) addRow(cols, out.row(r), t.row(r));
   };
   quarter(hm, m - hm, hn, n - hn);
   quarter(hm, m - hm, 0, hn);
@@ -172,10 +213,10 @@ void blockProduct(size_t m, size_t n, size_t k, const double* a, ptrdiff_t lda, 
   // An odd order takes the other way: its halves would not be square.
   if (m % 2 == 0 && m == k && k == n) {
     if (!overlap(m, k, left, m, n, target) && !overlap(k, n, right, m, n, target)) {
-      return sevenProducts(small, hm, left, right, target);
+      return SevenProducts(small, hm).run(left, right, target);
     }
     const Buffer whole = allocate(m * n);  // all products come before the first sum in C
-    sevenProducts(small, hm, left, right, {whole.get(), static_cast<ptrdiff_t>(n)});
+    SevenProducts(small, hm).run(left, right, {whole.get(), static_cast<ptrdiff_t>(n)});
     for (size_t i = 0; i < m; ++i) std::copy_n(whole.get() + i * n, n, target.row(i));
     return;
   }
