@@ -7,7 +7,7 @@ namespace korin::kernels {
 // With fewer rows than this, the transposition of B would cost more than it saves.
 static constexpr std::size_t kFewRows = 8;
 // Up to this many multiplications, plain loops are done before a tile is set up.
-static constexpr std::size_t kTiny = 64;
+static constexpr std::size_t kTiny = 512;
 
 void orderedProduct(std::size_t m, std::size_t n, std::size_t k, const double* a,
                     std::ptrdiff_t lda, const double* b, std::ptrdiff_t ldb, double* c,
