@@ -11,6 +11,7 @@ SparseMatrix inverseSet(SparseMatrix A, const Progress& progress) {
   const std::string source = A.source;
   return guarded(source, [&] {
     requireSquare(A);
+    requireMemory(source, A.rows, 2 * sizeof(zeph_solver::MatrixElement));
     progress.begin("closing the pattern");
     zeph_solver::ProtoSparse set;
     zeph_solver::partialInverseLDLMinimalSet(assemble(std::move(A), Triangles::Lower), set);

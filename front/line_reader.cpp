@@ -11,6 +11,7 @@ namespace zeph {
 namespace {
 
 constexpr std::size_t kBufferBytes = std::size_t{1} << 18;  // stays in a second-level cache
+constexpr std::size_t kLongestLine = kBufferBytes << 8;     // 64 MiB
 
 Error cannotRead(const std::string& path) {
   const std::string name = path == "-" ? "standard input" : path;
@@ -58,6 +59,9 @@ bool LineReader::fill() {
   std::memmove(buffer_.data(), buffer_.data() + begin_, end_ - begin_);
   end_ -= begin_;
   begin_ = 0;
+  if (end_ == kLongestLine) {
+    throw errorAtLine(path_, lineNumber_ + 1, "the line has no end; this is not a matrix file");
+  }
   if (end_ == buffer_.size()) buffer_.resize(2 * buffer_.size());
   while (true) {
     const ssize_t got = read(descriptor_, buffer_.data() + end_, buffer_.size() - end_);

@@ -13,7 +13,8 @@ namespace {
 
 using zeph_solver::MatrixElement;
 
-constexpr std::size_t kListed = 10;  // indices that a text shows of a long list
+constexpr std::size_t kBytesPerLine = 24;  // counters, diagonal, cursors of a row or column
+constexpr std::size_t kListed = 10;        // indices that a text shows of a long list
 
 // Difference of a pair of mirrored entries, relative to the larger of them and their diagonal.
 double relativeDifference(double a, double b, double diagonal1, double diagonal2) {
@@ -166,6 +167,7 @@ MatrixReport checkMatrix(const SparseMatrix& m, const Progress& progress) {
     report.cols = m.cols;
     report.declared = m.symmetry;
     report.storedEntries = m.entries.size();
+    requireMemory(m.source, m.rows + m.cols, kBytesPerLine);
     progress.begin("inspecting values");
     inspectValues(m, report);
     progress.begin("sorting");
@@ -207,9 +209,9 @@ std::string toText(const MatrixReport& r) {
             position(r.indexBase, r.firstNonFinite->row, r.firstNonFinite->col);
   }
   text += "\nempty rows:          " + std::to_string(r.emptyRows.size());
-  if (!r.emptyRows.empty()) text += ": " + listed(r.emptyRows, r.indexBase);
+  if (!r.emptyRows.empty()) text.append(": ").append(listed(r.emptyRows, r.indexBase));
   text += "\nempty columns:       " + std::to_string(r.emptyCols.size());
-  if (!r.emptyCols.empty()) text += ": " + listed(r.emptyCols, r.indexBase);
+  if (!r.emptyCols.empty()) text.append(": ").append(listed(r.emptyCols, r.indexBase));
   text += "\n" + verdict("fit for Cholesky:    ", r.againstCholesky);
   text += verdict("fit for LU:          ", r.againstLu);
   return text;

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "front/error.h"
+#include "front/guarded.h"
 #include "front/number_text.h"
 
 namespace zeph {
@@ -14,12 +15,17 @@ constexpr int kVarianceDigits = 17;  // enough to tell any two doubles apart
 }  // namespace
 
 SparseMatrix readSparse(const std::string& path, const ReadOptions& options) {
-  return hasEnding(path, ".csv") ? readTripletCsv(path, options) : readMatrixMarket(path, options);
+  return guarded(path, [&] {
+    return hasEnding(path, ".csv") ? readTripletCsv(path, options)
+                                   : readMatrixMarket(path, options);
+  });
 }
 
 DenseMatrix readDense(const std::string& path, const ReadOptions& options) {
-  return hasEnding(path, ".csv") ? toDense(readTripletCsv(path, options))
-                                 : readMatrixMarketDense(path, options);
+  return guarded(path, [&] {
+    return hasEnding(path, ".csv") ? toDense(readTripletCsv(path, options))
+                                   : readMatrixMarketDense(path, options);
+  });
 }
 
 void writeSparse(const std::string& path, SparseMatrix m) {

@@ -16,6 +16,7 @@ ZtMatrix multiply(SparseMatrix A, const DenseMatrix& B, const Progress& progress
                                       "); the inner dimensions must agree");
   }
   return guarded(source, [&] {
+    requireMemory(source, A.rows, B.values.cols * sizeof(double));
     progress.begin("multiplying");
     zeph_solver::ProtoSparse p = assemble(std::move(A), Triangles::Both);
     ZtMatrix C(p.rowCount, B.values.cols, B.values.cols, nullptr);

@@ -20,6 +20,15 @@ double entry(const zeph_solver::ProtoSparse& A, std::size_t row, std::size_t col
   return sum;
 }
 
+// Too few entries leave rows empty; found before memory is taken for that many rows.
+void requireEntries(const SparseMatrix& m) {
+  const std::size_t stored = m.entries.size();
+  if ((m.symmetry == Symmetry::General ? stored : 2 * stored) >= m.rows) return;
+  throw Error(ErrorKind::Singular, m.source + " is singular: it has fewer entries (" +
+                                       std::to_string(stored) + ") than its " +
+                                       std::to_string(m.rows) + " rows need");
+}
+
 // Why m is not symmetric, or nothing when it is.
 std::string asymmetry(const PreparedMatrix& m, Symmetry declared) {
   if (declared == Symmetry::Symmetric) return {};
@@ -77,6 +86,7 @@ std::string RouteChoice::sentence() const {
 PreparedMatrix prepare(SparseMatrix m, Route asked) {
   requireSquare(m);
   requireFinite(m);
+  requireEntries(m);
   const Symmetry declared = m.symmetry;
   const bool mayBeCholesky = asked == Route::Automatic || asked == Route::Cholesky;
   const bool upperOnly = declared == Symmetry::Symmetric && mayBeCholesky;

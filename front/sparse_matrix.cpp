@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <cmath>
-#include <new>
 #include <utility>
 
 #include "front/error.h"
@@ -31,24 +30,11 @@ void appendMirrored(Entries& entries, double sign) {
   }
 }
 
-// A size line costs nothing to write; memory that the machine does not have is refused before the
-// system starts to kill processes for it.
 ZtMatrix zeroMatrix(const std::string& source, std::size_t rows, std::size_t cols) {
-  const double bytes = static_cast<double>(rows) * static_cast<double>(cols) * sizeof(double);
-  const double memory =
-      static_cast<double>(sysconf(_SC_PHYS_PAGES)) * static_cast<double>(sysconf(_SC_PAGESIZE));
-  const auto tooLarge = [&] {
-    return Error(ErrorKind::Memory, source + " holds a " + std::to_string(rows) + " x " +
-                                        std::to_string(cols) + " matrix, too large to be dense");
-  };
-  if (bytes > memory) throw tooLarge();
-  try {
-    ZtMatrix m(rows, cols, cols, nullptr);
-    ZtMatrix_setZero(&m);
-    return m;
-  } catch (const std::bad_alloc&) {
-    throw tooLarge();
-  }
+  requireMemory(source, rows, cols * sizeof(double));
+  ZtMatrix m(rows, cols, cols, nullptr);
+  ZtMatrix_setZero(&m);
+  return m;
 }
 
 }  // namespace
@@ -109,6 +95,16 @@ DenseMatrix toDense(const SparseMatrix& m) {
     values.data[e.col * values.stride + e.row] += mirrorSign * e.value;
   }
   return dense;
+}
+
+void requireMemory(const std::string& source, std::size_t count, std::size_t bytesEach) {
+  const double needed = static_cast<double>(count) * static_cast<double>(bytesEach);
+  const double installed =
+      static_cast<double>(sysconf(_SC_PHYS_PAGES)) * static_cast<double>(sysconf(_SC_PAGESIZE));
+  if (needed <= installed) return;
+  throw Error(ErrorKind::Memory, source + " is too large for this: it would take " +
+                                     std::to_string(static_cast<long>(needed / 1e9)) +
+                                     " GB of memory");
 }
 
 std::string position(std::size_t indexBase, std::size_t row, std::size_t col) {

@@ -55,6 +55,10 @@ SparseMatrix takeEntries(zeph_solver::ProtoSparse& p, const std::string& source)
 /// Throws Error(Memory) where rows x cols does not fit into memory.
 DenseMatrix toDense(const SparseMatrix& m);
 
+/// Throws Error(Memory) when count items of that size cannot fit into the machine. A size line in a
+/// file costs nothing to write, and a system that lends memory freely kills the process only later.
+void requireMemory(const std::string& source, std::size_t count, std::size_t bytesEach);
+
 /// "(3, 4)" for a zero-based position, counted from indexBase.
 std::string position(std::size_t indexBase, std::size_t row, std::size_t col);
 

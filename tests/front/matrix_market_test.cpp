@@ -7,6 +7,7 @@
 #include <limits>
 #include <vector>
 
+#include "front/matrix_check.h"
 #include "front/matrix_file.h"
 #include "tests/front/front_test.h"
 
@@ -230,10 +231,13 @@ TEST_F(MatrixMarketTest, linesLongerThanTheBufferAndPipesAreRead) {
   EXPECT_EQ(zeph::readMatrixMarket(path("pipe")).entries.at(0).value, 4.0);
 }
 
-TEST_F(MatrixMarketTest, denseFormOfAHugeSizeIsRefusedNotAttempted) {
+TEST_F(MatrixMarketTest, hugeSizesAreRefusedNotAttempted) {
   const std::string file = write("m.mtx", std::string(kReal) + "2000000000 2000000000 1\n1 1 1\n");
   EXPECT_EQ(zeph::readMatrixMarket(file).entries.size(), 1u);
   EXPECT_EQ(errorOf([&] { zeph::readDense(file); }).substr(0, 1), "8");
+  EXPECT_EQ(errorOf([&] { zeph::checkMatrix(zeph::readSparse(file)); }).substr(0, 1), "8");
+  EXPECT_EQ(errorOf([] { zeph::readSparse("/dev/zero"); }),
+            "3 /dev/zero, line 1: the line has no end; this is not a matrix file");
 }
 
 }  // namespace
