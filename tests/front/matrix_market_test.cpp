@@ -156,14 +156,16 @@ TEST_F(MatrixMarketTest, acceptsEveryLegalSpelling) {
   const SparseMatrix n = zeph::readMatrixMarket(bad, {true});
   EXPECT_TRUE(std::isnan(n.entries[0].value));
   EXPECT_TRUE(std::isinf(n.entries[1].value) && std::isinf(n.entries[2].value));
-  const double big = zeph::readMatrixMarket(
-                         write("i.mtx", std::string(kInteger) + "1 1 1\n1 1 -9007199254740993\n"))
-                         .entries[0]
-                         .value;
-  EXPECT_EQ(big, -9007199254740992.0);
+  const std::string big = write("i.mtx", std::string(kInteger) + "1 1 1\n1 1 -9007199254740993\n");
+  EXPECT_EQ(zeph::readMatrixMarket(big).entries[0].value, -9007199254740992.0);
 }
 
 TEST_F(MatrixMarketTest, agreesWithCholmodsReader) {
+  const std::string upper = write("u.mtx", std::string(kSymmetric) + "2 2 2\n1 1 3\n1 2 5\n");
+  EXPECT_EQ(flat(zeph::readDense(upper).values), readByCholmod(upper, false));
+  const std::string skew = write("s.mtx", std::string(kSkew) + "2 2 1\n1 2 5\n");
+  zeph::writeSparse(path("w.mtx"), zeph::readMatrixMarket(skew));
+  EXPECT_NE(read(path("w.mtx")).find("\n2 1 -5\n"), std::string::npos);
   for (int round = 0; round < 60; ++round) {
     const auto symmetry = static_cast<Symmetry>(round % 3);
     SparseMatrix m = randomMatrix(symmetry);
@@ -211,14 +213,6 @@ TEST_F(MatrixMarketTest, everyDoubleReadsBackToTheSameBits) {
     zeph::writeVector(path("v.mtx"), v);
     EXPECT_TRUE(sameBits(flat(zeph::readDense(path("v.mtx")).values), flat(dense)));
   }
-}
-
-TEST_F(MatrixMarketTest, upperTriangleOfASymmetricFileIsAsGoodAsTheLower) {
-  const std::string upper = write("u.mtx", std::string(kSymmetric) + "2 2 2\n1 1 3\n1 2 5\n");
-  const std::string skew = write("s.mtx", std::string(kSkew) + "2 2 1\n1 2 5\n");
-  EXPECT_EQ(flat(zeph::readDense(upper).values), (std::vector<double>{3, 5, 5, 0}));
-  zeph::writeSparse(path("w.mtx"), zeph::readMatrixMarket(skew));
-  EXPECT_NE(read(path("w.mtx")).find("\n2 1 -5\n"), std::string::npos);
 }
 
 TEST_F(MatrixMarketTest, linesLongerThanTheBufferAndPipesAreRead) {
