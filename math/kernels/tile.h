@@ -52,6 +52,9 @@ struct TileTable {
   /// Vectors in a row of the widest tile with [rows - 1] rows: low tiles are wider, to have as
   /// many independent sums and as few calls.
   unsigned char vectors[kMaxTileRows];
+  /// Rows of B further apart than this are worth packing where many rows of C use them: a narrow
+  /// tile uses little of every cache line and page it touches.
+  ptrdiff_t packStride;
   TileFunction ordered[kMaxTileRows][kMaxTileVectors];  ///< [rows - 1][vectors - 1]
   TileFunction fused[kMaxTileRows][kMaxTileVectors];
   TileFunction orderedFull;  ///< the tile of most rows and vectors where lastCols == width

@@ -69,6 +69,7 @@ constexpr DotFunction kDot = &DotTile<Lane, kRows, kCols>::run;
 const TileTable kAvx2Tiles = {4,
                               6,
                               {4, 4, 2, 2, 2, 2},
+                              112,
                               ZEPH_TILE_ROWS(false),
                               ZEPH_TILE_ROWS(true),
                               &RegisterTile<Lane, 6, 2, false, false>::run,

@@ -97,6 +97,7 @@ const TileTable kAvx512Tiles = {
     8,
     8,
     {6, 6, 6, 6, 3, 3, 3, 3},
+    512,
     ZEPH_TILE_ROWS(false),
     ZEPH_TILE_ROWS(true),
     &RegisterTile<Lane, 8, 3, false, false>::run,

@@ -61,6 +61,7 @@ const TileTable kBaselineTiles = {
     2,
     4,
     {4, 4, 2, 2},
+    112,
     ZEPH_TILE_ROWS(false),
     ZEPH_TILE_ROWS(true),
     &RegisterTile<Lane, 4, 2, false, false>::run,

@@ -13,9 +13,7 @@ namespace {
 constexpr std::size_t kInner = 256;
 constexpr std::size_t kColumns = 192;
 
-// Rows of B are read where they lie as long as two of them share a page of memory (512 doubles);
-// beyond that, and in transposed operands, a block is packed if at least this many rows use it.
-constexpr std::ptrdiff_t kPackStride = 512;
+// Rows of B that are far apart are packed where at least this many rows of C use them.
 constexpr std::size_t kPackRows = 64;
 
 // Terms of a dot product at a time: four rows of A, 16 KiB, stay in the first-level cache while
@@ -145,7 +143,7 @@ void tiledProduct(TileFamily family, std::size_t m, std::size_t n, std::size_t k
     return runTile(table, {family, m, n, k, a, b, c, flags}, tile, c.data, c.rowStride);
   }
   const bool pack =
-      b.colStride != 1 || (b.rowStride >= kPackStride && m >= kPackRows && n > table.width);
+      b.colStride != 1 || (b.rowStride >= table.packStride && m >= kPackRows && n > table.width);
   for (std::size_t j = 0; j < n; j += kColumns) {
     std::size_t p = 0;
     Block block{family, m, std::min(kColumns, n - j), 0, a, b, c.from(0, j), flags};
