@@ -2,6 +2,12 @@
 # gives zeph_solver::zeph_solver.
 include(CMakePackageConfigHelpers)
 
+# Installed anywhere, the pieces find one another.
+set_target_properties(zeph_solver PROPERTIES INSTALL_RPATH "$ORIGIN")
+if(TARGET zeph)
+  set_target_properties(zeph PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+endif()
+
 install(TARGETS zeph_solver zttypes EXPORT zeph_solver_targets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 foreach(floor types math solver)
