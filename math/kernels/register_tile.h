@@ -1,13 +1,8 @@
 #ifndef ZEPH_MATH_KERNELS_REGISTER_TILE_H
 #define ZEPH_MATH_KERNELS_REGISTER_TILE_H
 
-// The register tiles, written once for every vector width. Included only by the tile_*.cpp files;
-// each gives its own `Lane`, a type in an unnamed namespace with
-//   Vector, Mask, kWidth, zero(), load(p), store(p, x), mask(count), loadPart(p, mask),
-//   storePart(p, x, mask), broadcast(p), add(x, y), subtract(x, y),
-//   multiplyScalar(p, y) = *p * y, multiplyAdd(x, y, z) = x*y + z, fused where the level can, and
-//   total(x), the sum of x's elements,
-// so that no code of one level can be merged with that of another by the linker.
+// The register tiles, written once for every vector width. Included only by the tile_*.cpp files,
+// each with the Lane of its level (math/kernels/lane_*.h).
 
 #include "math/kernels/tile.h"
 

@@ -1,39 +1,8 @@
-#include <immintrin.h>
-
+#include "math/kernels/lane_avx512.h"
 #include "math/kernels/register_tile.h"
 
 namespace korin::kernels {
 namespace {
-
-struct Lane {
-  using Vector = __m512d;
-  using Mask = __mmask8;
-  static constexpr int kWidth = 8;
-  static Vector zero() { return _mm512_setzero_pd(); }
-  static Vector load(const double* p) { return _mm512_loadu_pd(p); }
-  static void store(double* p, Vector x) { _mm512_storeu_pd(p, x); }
-  static Mask mask(size_t count) { return static_cast<Mask>((1U << count) - 1U); }
-  static Vector loadPart(const double* p, Mask m) { return _mm512_maskz_loadu_pd(m, p); }
-  static void storePart(double* p, Vector x, Mask m) { _mm512_mask_storeu_pd(p, m, x); }
-  static Vector broadcast(const double* p) { return _mm512_set1_pd(*p); }
-  static Vector add(Vector x, Vector y) { return _mm512_add_pd(x, y); }
-  static Vector subtract(Vector x, Vector y) { return _mm512_sub_pd(x, y); }
-  // The broadcast is kept inside the multiplication, where compilers would share one register for
-  // a row: with three operands from registers for every pair of multiplication and addition,
-  // Zen 4 stops at three quarters of its rate.
-  static Vector multiplyScalar(const double* p, Vector y) {
-    Vector product;
-    asm("vmulpd %1%{1to8%}, %2, %0" : "=v"(product) : "m"(*p), "v"(y));
-    return product;
-  }
-  static Vector multiplyAdd(Vector x, Vector y, Vector z) { return _mm512_fmadd_pd(x, y, z); }
-  static double total(Vector x) {
-    const __m256d half = _mm256_add_pd(__builtin_shufflevector(x, x, 0, 1, 2, 3),
-                                       __builtin_shufflevector(x, x, 4, 5, 6, 7));
-    const __m128d pair = _mm_add_pd(_mm256_castpd256_pd128(half), _mm256_extractf128_pd(half, 1));
-    return pair[0] + pair[1];
-  }
-};
 
 #define ZEPH_LANES(x, y, i, j)                                                           \
   __builtin_shufflevector(x, y, 2 * (i), 2 * (i) + 1, 2 * (i) + 4, 2 * (i) + 5, 2 * (j), \

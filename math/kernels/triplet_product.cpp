@@ -1,25 +1,11 @@
 #include "math/kernels/triplet_product.h"
 
-#include <emmintrin.h>
-
+#include "math/kernels/lane_sse2.h"
 #include "math/kernels/processor.h"
 #include "math/kernels/triplet_strip.h"
 
 namespace korin::kernels {
 namespace {
-
-struct PairLane {
-  using Vector = __m128d;
-  struct Mask {};  // a partial pair is one double
-  static constexpr int kWidth = 2;
-  static Vector load(const double* p) { return _mm_loadu_pd(p); }
-  static void store(double* p, Vector x) { _mm_storeu_pd(p, x); }
-  static Mask mask(size_t) { return {}; }
-  static Vector loadPart(const double* p, Mask) { return _mm_load_sd(p); }
-  static void storePart(double* p, Vector x, Mask) { _mm_store_sd(p, x); }
-  static Vector broadcast(double value) { return _mm_set1_pd(value); }
-  static Vector addProduct(Vector x, Vector y, Vector z) { return _mm_add_pd(x, _mm_mul_pd(y, z)); }
-};
 
 struct SingleLane {
   using Vector = double;
@@ -28,12 +14,13 @@ struct SingleLane {
   static Vector load(const double* p) { return *p; }
   static void store(double* p, Vector x) { *p = x; }
   static Mask mask(size_t) { return {}; }
-  static Vector broadcast(double value) { return value; }
-  static Vector addProduct(Vector x, Vector y, Vector z) { return x + y * z; }
+  static Vector broadcast(const double* p) { return *p; }
+  static Vector add(Vector x, Vector y) { return x + y; }
+  static Vector multiply(Vector x, Vector y) { return x * y; }
 };
 
 template <int kVectors, bool kPartial>
-constexpr TripletStripFunction kStrip = &TripletStrip<PairLane, kVectors, kPartial>::run;
+constexpr TripletStripFunction kStrip = &TripletStrip<Lane, kVectors, kPartial>::run;
 
 constexpr TripletStrips kBaselineTripletStrips = {
     2,

@@ -2,10 +2,8 @@
 #define ZEPH_MATH_KERNELS_TRIPLET_STRIP_H
 
 // Product of a triplet list with a strip of columns that fits the registers, written once for every
-// vector width. Included only by the triplet_product*.cpp files; each gives its own `Lane`, a type
-// in an unnamed namespace with
-//   Vector, Mask, kWidth, load(p), store(p, x), mask(count), loadPart(p, mask),
-//   storePart(p, x, mask), broadcast(value) and addProduct(x, y, z) = x + y*z, rounded twice.
+// vector width. Included only by the triplet_product*.cpp files, each with the Lane of its level
+// (math/kernels/lane_*.h). Products and sums are rounded separately.
 
 #include <stddef.h>
 #include <stdint.h>
@@ -89,11 +87,11 @@ struct TripletStrip {
       sums.write(last);
       sums.read(row, last);
     }
-    const Vector value = Lane::broadcast(t.value);
+    const Vector value = Lane::broadcast(&t.value);
     const double* bRow = b + t.col * ldb;
 #pragma GCC unroll 8
     for (int v = 0; v < kVectors; ++v) {
-      sums.sum[v] = Lane::addProduct(sums.sum[v], value, load(bRow, v, last));
+      sums.sum[v] = Lane::add(sums.sum[v], Lane::multiply(value, load(bRow, v, last)));
     }
   }
 
