@@ -1,38 +1,23 @@
-#include <gtest/gtest.h>
-
-#include <bit>
-#include <cmath>
-#include <cstdint>
-#include <limits>
-#include <random>
-#include <string>
-#include <vector>
-
-#include "math/kernels/cholesky.h"
 #include "math/kernels/fused_product.h"
-#include "math/kernels/ordered_product.h"
+
+#include <limits>
+
 #include "math/kernels/processor.h"
-#include "math/kernels/transpose.h"
+#include "tests/math/dense_testing.h"
 
 namespace {
 
 using namespace korin::kernels;
+using namespace dense_testing;
+using korin::Matrix;
 
-constexpr double kGuard = -7.25;  // fills what a kernel must leave alone
-
-// Bit-equal, except that any NaN stands for any other.
-bool same(double x, double y) {
-  return std::bit_cast<std::uint64_t>(x) == std::bit_cast<std::uint64_t>(y) ||
-         (std::isnan(x) && std::isnan(y));
-}
-
-// A strided block inside a guarded buffer; element (i, j) at data[offset + i*rs + j*cs].
-struct Block {
+// A strided block inside a guarded buffer; element (i, j) at data[kOffset + i*rs + j*cs].
+struct Strided {
   std::ptrdiff_t rs, cs;
   std::vector<double> data;
   static constexpr std::ptrdiff_t kOffset = 3;
-  Block(std::size_t rows, std::size_t cols, std::ptrdiff_t rowStride, std::ptrdiff_t colStride)
-      : rs(rowStride), cs(colStride), data(rows * rs + cols * cs + 2 * kOffset, kGuard) {}
+  Strided(std::size_t rows, std::size_t cols, std::ptrdiff_t rowStride, std::ptrdiff_t colStride)
+      : rs(rowStride), cs(colStride), data(rows * rs + cols * cs + 2 * kOffset, -7.25) {}
   double* begin() { return data.data() + kOffset; }
   double& at(std::size_t i, std::size_t j) { return begin()[i * rs + j * cs]; }
   template <class F>
@@ -56,8 +41,8 @@ class KernelsOnEveryLevel : public testing::TestWithParam<ProcessorLevel> {
     static const double kValues[] = {kInf, -kInf, std::nan(""), -0.0, 0.0, 5e-324, 1e308, -1e308};
     return random_() % 8 == 0 ? kValues[random_() % 8] : uniform();
   }
-  std::ptrdiff_t pick(int from, int to) {
-    return std::uniform_int_distribution<>(from, to)(random_);
+  ZtSize pick(int from, int to) {
+    return static_cast<ZtSize>(std::uniform_int_distribution<>(from, to)(random_));
   }
   std::mt19937 random_{20210713};
 
@@ -67,40 +52,23 @@ class KernelsOnEveryLevel : public testing::TestWithParam<ProcessorLevel> {
 
 TEST_P(KernelsOnEveryLevel, OrderedProductsAreThePlainLoopToTheBit) {
   struct Shape {
-    std::size_t m, n, k;
+    ZtSize m, n, k;
   };
   std::vector<Shape> shapes = {{1, 1, 1},    {5, 7, 0},    {1, 40, 9},    {40, 1, 600},
                                {9, 25, 257}, {65, 193, 7}, {66, 50, 513}, {2, 400, 3},
                                {23, 23, 23}, {70, 27, 300}};
-  for (int i = 0; i < 150; ++i) {
-    shapes.push_back(
-        {std::size_t(pick(1, 40)), std::size_t(pick(1, 60)), std::size_t(pick(0, 50))});
-  }
+  for (int i = 0; i < 150; ++i) shapes.push_back({pick(1, 40), pick(1, 60), pick(0, 50)});
   for (const auto& [m, n, k] : shapes) {
-    const bool transposed = random_() % 2 == 0;
-    const bool wild = random_() % 3 == 0;
-    Block a(m, k, k + pick(0, 5), 1);
-    Block b = transposed ? Block(k, n, 1, k + pick(0, 5))
-                         : Block(k, n, n + (random_() % 4 == 0 ? 600 : pick(0, 5)), 1);
+    const bool byRows = random_() % 2 == 0, wild = random_() % 3 == 0;
     const auto next = [&] { return wild ? special() : uniform(); };
-    a.fill(m, k, next);
-    b.fill(k, n, next);
-    Block c(m, n, n + pick(0, 3), 1);
-    Block expected = c;
-    for (std::size_t i = 0; i < m; ++i) {
-      for (std::size_t j = 0; j < n; ++j) {
-        double sum = 0.0;
-        for (std::size_t p = 0; p < k; ++p) sum += a.at(i, p) * b.at(p, j);
-        expected.at(i, j) = sum;
-      }
-    }
-    const auto product = transposed ? orderedProductTransposed : orderedProduct;
-    product(m, n, k, a.begin(), a.rs, b.begin(), transposed ? b.cs : b.rs, c.begin(), c.rs);
-    for (std::size_t i = 0; i < c.data.size(); ++i) {
-      ASSERT_TRUE(same(c.data[i], expected.data[i]))
-          << m << "x" << n << "x" << k << (transposed ? " transposed" : "") << " at " << i << ": "
-          << c.data[i] << " instead of " << expected.data[i];
-    }
+    Block a(m, k, pick(0, 5)), target(m, n, pick(0, 3));
+    Block b(byRows ? n : k, byRows ? k : n, random_() % 4 == 0 ? 600 : pick(0, 5));
+    a.fill(next);
+    b.fill(next);
+    if (byRows) target.view.setMatMulTransMat(a.view, b.view);
+    if (!byRows) target.view.setMatMulMat(a.view, b.view);
+    ASSERT_TRUE(sameBits(target.view, plainProduct(a.view, b.view, byRows))) << k << byRows;
+    ASSERT_TRUE(target.outsideUntouched());
   }
 }
 
@@ -113,22 +81,22 @@ TEST_P(KernelsOnEveryLevel, FusedProductTakesAnyStridesAndSigns) {
     const auto layout = [&](std::size_t rows, std::size_t cols) {
       switch (random_() % 3) {
         case 0:
-          return Block(rows, cols, cols + pick(0, 4), 1);
+          return Strided(rows, cols, cols + pick(0, 4), 1);
         case 1:
-          return Block(rows, cols, 1, rows + pick(0, 4));
+          return Strided(rows, cols, 1, rows + pick(0, 4));
         default:
-          return Block(rows, cols, 2 * cols + pick(0, 4), 2);
+          return Strided(rows, cols, 2 * cols + pick(0, 4), 2);
       }
     };
-    Block a = layout(m, k);
-    Block b = layout(k, n);
-    Block c = layout(m, n);
+    Strided a = layout(m, k);
+    Strided b = layout(k, n);
+    Strided c = layout(m, n);
     const double alpha = random_() % 2 == 0 ? 1.0 : -1.0;
     const double beta = random_() % 2 == 0 ? 1.0 : 0.0;
     a.fill(m, k, [&] { return uniform(); });
     b.fill(k, n, [&] { return uniform(); });
     c.fill(m, n, [&] { return beta == 0.0 ? std::nan("") : uniform(); });
-    Block expected = c;
+    Strided expected = c;
     for (std::size_t i = 0; i < m; ++i) {
       for (std::size_t j = 0; j < n; ++j) {
         double sum = 0.0;
@@ -146,49 +114,49 @@ TEST_P(KernelsOnEveryLevel, FusedProductTakesAnyStridesAndSigns) {
 
 TEST_P(KernelsOnEveryLevel, TransposeMovesEveryElementAndNothingElse) {
   for (int round = 0; round < 60; ++round) {
-    const std::size_t rows = pick(1, 150);
-    const std::size_t cols = pick(1, 150);
-    Block a(rows, cols, cols + pick(0, 9), 1);
-    a.fill(rows, cols, [&] { return uniform(); });
-    Block t(cols, rows, rows + pick(0, 9), 1);
-    Block expected = t;
-    for (std::size_t i = 0; i < rows; ++i) {
-      for (std::size_t j = 0; j < cols; ++j) expected.at(j, i) = a.at(i, j);
-    }
-    transpose(rows, cols, a.begin(), a.rs, t.begin(), t.rs);
-    ASSERT_EQ(t.data, expected.data) << rows << "x" << cols;
+    const Block a(pick(1, 150), pick(1, 150), pick(0, 9));
+    Block target(a.view.cols, a.view.rows, pick(0, 9));
+    target.view.setTransposeOf(a.view);
+    ASSERT_TRUE(sameBits(target.view, transposed(a.view)));
+    ASSERT_TRUE(target.outsideUntouched());
   }
 }
 
-// The right-looking factorisation one column at a time.
-std::size_t plainCholesky(std::size_t n, Block& a) {
-  for (std::size_t k = 0; k < n; ++k) {
-    if (0.0 >= a.at(k, k)) return k;
-    a.at(k, k) = std::sqrt(a.at(k, k));
-    const double inverse = 1.0 / a.at(k, k);
-    for (std::size_t i = k + 1; i < n; ++i) a.at(i, k) *= inverse;
-    for (std::size_t j = k + 1; j < n; ++j) {
-      for (std::size_t i = j; i < n; ++i) a.at(i, j) -= a.at(i, k) * a.at(j, k);
+// Column by column on the lower triangle, as any faster way has to round. Returns the pivot that
+// failed, or n.
+ZtSize plainCholesky(Matrix& a) {
+  const ZtSize n = a.rows;
+  for (ZtSize k = 0; k < n; ++k) {
+    if (0.0 >= a(k, k)) return k;
+    a(k, k) = std::sqrt(a(k, k));
+    const double inverse = 1.0 / a(k, k);
+    for (ZtSize i = k + 1; i < n; ++i) a(i, k) *= inverse;
+    for (ZtSize j = k + 1; j < n; ++j) {
+      for (ZtSize i = j; i < n; ++i) a(i, j) -= a(i, k) * a(j, k);
     }
   }
+  a.setTriL(a);
   return n;
 }
 
 TEST_P(KernelsOnEveryLevel, CholeskyIsThePlainLoopToTheBitAlsoWhereItFails) {
-  for (const std::size_t n : {1, 2, 7, 8, 9, 16, 23, 24, 25, 40, 67, 131, 300}) {
+  for (const ZtSize n : {0, 1, 2, 7, 8, 9, 16, 23, 24, 25, 40, 67, 131, 300}) {
     for (int round = 0; round < 6; ++round) {
-      Block a(n, n, n + pick(0, 3), 1);
-      a.fill(n, n, [&] { return uniform(); });
-      for (std::size_t i = 0; i < n; ++i) a.at(i, i) += 2.0 * std::sqrt(double(n)) + 1.0;
-      const std::size_t spot = pick(0, int(n) - 1);
-      if (round >= 2) a.at(spot, spot) = round == 2 ? std::nan("") : -1.0;  // else may fail or not
-      if (round == 5) a.at(spot, 0) = -0.0;
-      Block expected = a;
-      const std::size_t done = plainCholesky(n, expected);
-      ASSERT_EQ(cholesky(n, a.begin(), a.rs), done);
-      for (std::size_t i = 0; i < a.data.size(); ++i) {
-        ASSERT_TRUE(same(a.data[i], expected.data[i])) << "n = " << n << ", failed at " << done;
+      Block target(n, n, pick(0, 3));
+      Matrix& a = target.view;
+      target.fill([&] { return uniform(); });
+      a.setSelfAddDiag(2.0 * std::sqrt(double(n)) + 1.0);
+      for (ZtSize i = 1; i < n; ++i) a(i - 1, i) = 1e300;  // never read
+      if (round >= 2 && n > 0) {                           // may fail or not
+        const ZtSize spot = pick(0, int(n) - 1);
+        if (round == 5) a(spot, 0) = -0.0;
+        a(spot, spot) = round == 2 ? std::nan("") : -double(round % 2);
       }
+      Matrix expected = a;
+      const ZtSize done = plainCholesky(expected);
+      ASSERT_EQ(a.setCholesky(false), done == n);
+      ASSERT_TRUE(sameBits(a, expected)) << "failed at " << done;
+      ASSERT_TRUE(target.outsideUntouched());
     }
   }
 }
