@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "math/kernels/fused_product.h"
+#include "math/kernels/transpose.h"
 
 namespace korin {
 
@@ -12,6 +13,9 @@ namespace {
 using std::ptrdiff_t;
 using std::size_t;
 
+/// Widest part of a group worked on at once: its triangle is inverted and multiplied as a whole,
+/// which is wasteful for large ones, while each part gathers its Z22 afresh.
+constexpr size_t kPartColumns = 256;
 /// Columns of Z22 gathered at a time: a strip of a few hundred rows stays in the second-level
 /// cache, and the products with it are deep enough to run at full rate.
 constexpr size_t kStripWidth = 192;
@@ -71,6 +75,17 @@ void invertTriangle(size_t n, Block l, Block w, double* scratch) {
   for (size_t i = 0; i < top; ++i) std::fill_n(w.at(i, top).data, rest, 0.0);
 }
 
+/// Copies the lower triangle of a column-major square, from row and column `first` on, above the
+/// diagonal: columns first .. end-1 and the rows below them down to n.
+void mirror(double* square, size_t ld, size_t first, size_t end, size_t n) {
+  for (size_t c = first; c < end; ++c) {
+    for (size_t i = c + 1; i < end; ++i) square[i * ld + c] = square[c * ld + i];
+  }
+  if (end == n) return;
+  kernels::transpose(end - first, n - end, square + first * ld + end, static_cast<ptrdiff_t>(ld),
+                     square + end * ld + first, static_cast<ptrdiff_t>(ld));
+}
+
 /// Runs the recurrence group by group; the workspace is kept between groups.
 class PanelInverter {
  public:
@@ -78,26 +93,36 @@ class PanelInverter {
   void invertGroup(unsigned int g);
 
  private:
-  /// Consecutive rows, within one ancestor, among the group's rows below it: local index of the
-  /// first, and its place in the rows of the ancestor being read.
+  /// Some neighbouring columns of a group and the rows below them.
+  struct Part {
+    size_t columns;
+    size_t count;
+    const unsigned int* below;
+    Block square;  // Z11, above Z21 in the panel
+    Block under;
+  };
+  /// Consecutive rows, within one ancestor, among the rows below a part: local index of the first.
   struct Run {
     size_t first;
-    size_t place;
+    size_t length;
   };
 
   size_t columns(unsigned int g) const { return f_.firstColumn[g + 1] - f_.firstColumn[g]; }
   size_t height(unsigned int g) const { return f_.rowStart[g + 1] - f_.rowStart[g]; }
   const unsigned int* rows(unsigned int g) const { return f_.rows + f_.rowStart[g]; }
 
-  void findRuns(const unsigned int* below, size_t count);
-  void placeRuns(const unsigned int* below, size_t run, unsigned int ancestor);
-  void gatherStrip(const unsigned int* below, size_t count, size_t first, size_t end, Block strip);
-  void multiplyByKnown(unsigned int g, Block y, Block z21);
-  void completeSquare(size_t n, size_t below, Block w, Block y, Block z21, Block z11);
+  void invertPart(const Part& part);
+  void findRuns(const Part& part);
+  void placeRows(const Part& part, size_t run, unsigned int ancestor);
+  void gatherStrip(const Part& part, size_t first, size_t end, Block strip);
+  void multiplyByKnown(const Part& part, Block y);
+  void completeSquare(const Part& part, Block w, Block y);
 
   SupernodalFactor f_;
   std::vector<unsigned int> groupOf_;
   std::vector<Run> runs_;
+  /// Of each row below the part its place among the rows of the ancestor being read.
+  std::vector<unsigned int> place_;
   std::vector<double> w_;
   std::vector<double> scratch_;
   std::vector<double> y_;
@@ -111,9 +136,10 @@ PanelInverter::PanelInverter(const SupernodalFactor& factor) : f_(factor), group
   size_t tallest = 0;
   for (unsigned int g = 0; g < f_.groupCount; ++g) {
     std::fill(groupOf_.begin() + f_.firstColumn[g], groupOf_.begin() + f_.firstColumn[g + 1], g);
-    const size_t below = height(g) - columns(g);
-    widest = std::max(widest, columns(g));
-    largestY = std::max(largestY, below * columns(g));
+    const size_t width = std::min(columns(g), kPartColumns);
+    const size_t below = columns(g) > width ? height(g) : height(g) - width;
+    widest = std::max(widest, width);
+    largestY = std::max(largestY, below * width);
     largestStrip = std::max(largestStrip, below * std::min(below, kStripWidth));
     tallest = std::max(tallest, below);
   }
@@ -121,26 +147,34 @@ PanelInverter::PanelInverter(const SupernodalFactor& factor) : f_(factor), group
   scratch_.resize(widest * widest / 4 + 8 * widest);
   y_.resize(largestY);
   strip_.resize(largestStrip);
-  runs_.reserve(tallest + 1);
+  place_.resize(tallest);
+  runs_.reserve(tallest);
 }
 
-void PanelInverter::findRuns(const unsigned int* below, size_t count) {
+void PanelInverter::findRuns(const Part& part) {
   runs_.clear();
-  for (size_t i = 0; i < count; ++i) {
-    const bool continues =
-        i > 0 && below[i] == below[i - 1] + 1 && groupOf_[below[i]] == groupOf_[below[i - 1]];
-    if (!continues) runs_.push_back({i, 0});
+  unsigned int expected = 0;
+  unsigned int group = 0;
+  for (size_t i = 0; i < part.count; ++i) {
+    const unsigned int row = part.below[i];
+    if (i > 0 && row == expected && groupOf_[row] == group) {
+      ++runs_.back().length;
+    } else {
+      group = groupOf_[row];
+      runs_.push_back({i, 1});
+    }
+    expected = row + 1;
   }
-  runs_.push_back({count, 0});
 }
 
-/// Finds the runs from `run` on in the ancestor's rows. As all of them occur there, a run's first
-/// row tells where the whole run is.
-void PanelInverter::placeRuns(const unsigned int* below, size_t run, unsigned int ancestor) {
-  const unsigned int* at = rows(ancestor);
-  const unsigned int* const end = at + height(ancestor);
-  for (; run + 1 < runs_.size(); ++run) {
-    const unsigned int wanted = below[runs_[run].first];
+/// Finds the rows from `run` on among the ancestor's rows. As all of them occur there, the first
+/// row of a run tells where the whole run is.
+void PanelInverter::placeRows(const Part& part, size_t run, unsigned int ancestor) {
+  const unsigned int* const begin = rows(ancestor);
+  const unsigned int* const end = begin + height(ancestor);
+  const unsigned int* at = begin;
+  for (; run < runs_.size(); ++run) {
+    const unsigned int wanted = part.below[runs_[run].first];
     // Galloping: the next run is usually near.
     size_t step = 1;
     while (step < static_cast<size_t>(end - at) && at[step] < wanted) {
@@ -148,93 +182,101 @@ void PanelInverter::placeRuns(const unsigned int* below, size_t run, unsigned in
       step *= 2;
     }
     at = std::lower_bound(at, std::min(at + step + 1, end), wanted);
-    runs_[run].place = static_cast<size_t>(at - rows(ancestor));
+    auto place = static_cast<unsigned int>(at - begin);
+    unsigned int* target = place_.data() + runs_[run].first;
+    for (size_t i = 0; i < runs_[run].length; ++i) target[i] = place++;
   }
 }
 
 /// Copies columns first .. end-1 of Z22, from row `first` down, out of the ancestors' panels, and
 /// makes the strip's top square symmetric. Strip row i is row first + i of Z22.
-void PanelInverter::gatherStrip(const unsigned int* below, size_t count, size_t first, size_t end,
-                                Block strip) {
+void PanelInverter::gatherStrip(const Part& part, size_t first, size_t end, Block strip) {
+  const auto ld = static_cast<size_t>(strip.colStride);
   size_t run = 0;
   for (size_t j = first; j < end;) {
-    const unsigned int ancestor = groupOf_[below[j]];
-    const unsigned int firstColumn = f_.firstColumn[ancestor];
-    const size_t ld = height(ancestor);
+    const unsigned int ancestor = groupOf_[part.below[j]];
+    const unsigned int nextColumn = f_.firstColumn[ancestor + 1];
     size_t owned = j + 1;
-    while (owned < end && below[owned] < f_.firstColumn[ancestor + 1]) ++owned;
-    while (runs_[run + 1].first <= j) ++run;
-    placeRuns(below, run, ancestor);
+    while (owned < end && part.below[owned] < nextColumn) ++owned;
+    while (runs_[run].first + runs_[run].length <= j) ++run;
+    placeRows(part, run, ancestor);
+    const double* panel = f_.values + f_.panelStart[ancestor];
     for (size_t c = j; c < owned; ++c) {
-      const double* source = f_.values + f_.panelStart[ancestor] + ld * (below[c] - firstColumn);
-      double* target = strip.at(j - first, c - first).data;
-      size_t from = j;
-      for (size_t r = run; runs_[r].first < count; ++r) {
-        const double* values = source + runs_[r].place + (from - runs_[r].first);
-        for (; from < runs_[r + 1].first; ++from) *target++ = *values++;
-      }
+      const double* source = panel + height(ancestor) * place_[c];
+      double* target = strip.at(0, c - first).data - first;
+      for (size_t i = j; i < part.count; ++i) target[i] = source[place_[i]];
     }
-    for (size_t i = owned; i < end; ++i) {
-      for (size_t c = j; c < owned; ++c) strip(c - first, i - first) = strip(i - first, c - first);
-    }
+    // The ancestors' squares are full; what is below them is wanted right of them as well.
+    kernels::transpose(owned - j, end - owned, strip.at(owned - first, j - first).data,
+                       strip.colStride, strip.data + (owned - first) * ld + (j - first),
+                       strip.colStride);
     j = owned;
   }
 }
 
 /// Z21 = -Z22 Y. Each strip of Z22 serves its columns and, transposed, its rows.
-void PanelInverter::multiplyByKnown(unsigned int g, Block y, Block z21) {
-  const size_t n = columns(g);
-  const size_t count = height(g) - n;
-  const unsigned int* below = rows(g) + n;
-  findRuns(below, count);
+void PanelInverter::multiplyByKnown(const Part& part, Block y) {
+  const size_t n = part.columns;
+  const size_t count = part.count;
+  findRuns(part);
   for (size_t first = 0; first < count; first += kStripWidth) {
     const size_t end = std::min(first + kStripWidth, count);
     const Block strip{strip_.data(), 1, static_cast<ptrdiff_t>(count - first)};
-    gatherStrip(below, count, first, end, strip);
-    if (first == 0) {
-      product(count, n, end, -1.0, strip, y, Write::Over, z21);
-    } else {
-      product(count - first, n, end - first, -1.0, strip, y.at(first, 0), Write::AddTo,
-              z21.at(first, 0));
-    }
+    gatherStrip(part, first, end, strip);
+    product(count - first, n, end - first, -1.0, strip, y.at(first, 0),
+            first == 0 ? Write::Over : Write::AddTo, part.under.at(first, 0));
+    if (end == count) break;
     product(end - first, n, count - end, -1.0, strip.at(end - first, 0).transposed(), y.at(end, 0),
-            Write::AddTo, z21.at(first, 0));
+            Write::AddTo, part.under.at(first, 0));
   }
 }
 
 /// Z11 = W^T W - Y^T Z21, both triangles.
-void PanelInverter::completeSquare(size_t n, size_t below, Block w, Block y, Block z21, Block z11) {
+void PanelInverter::completeSquare(const Part& part, Block w, Block y) {
+  const size_t n = part.columns;
   for (size_t j = 0; j < n; j += kTriangleBlock) {
-    const size_t width = std::min(kTriangleBlock, n - j);
+    const size_t end = std::min(j + kTriangleBlock, n);
     for (size_t i = j; i < n; i += kTriangleBlock) {
       const size_t tall = std::min(kTriangleBlock, n - i);
-      product(tall, width, n - i, 1.0, w.at(i, i).transposed(), w.at(i, j), Write::Over,
-              z11.at(i, j));
+      product(tall, end - j, n - i, 1.0, w.at(i, i).transposed(), w.at(i, j), Write::Over,
+              part.square.at(i, j));
     }
-    product(n - j, width, below, -1.0, y.at(0, j).transposed(), z21.at(0, j), Write::AddTo,
-            z11.at(j, j));
-    for (size_t c = j; c < j + width; ++c) {
-      for (size_t i = c + 1; i < n; ++i) z11(c, i) = z11(i, c);
-    }
+    product(n - j, end - j, part.count, -1.0, y.at(0, j).transposed(), part.under.at(0, j),
+            Write::AddTo, part.square.at(j, j));
+    mirror(part.square.data, static_cast<size_t>(part.square.colStride), j, end, n);
   }
 }
 
-void PanelInverter::invertGroup(unsigned int g) {
-  const size_t n = columns(g);
-  const size_t below = height(g) - n;
-  const Block panel{f_.values + f_.panelStart[g], 1, static_cast<ptrdiff_t>(height(g))};
-  const Block z21 = panel.at(n, 0);
+void PanelInverter::invertPart(const Part& part) {
+  const size_t n = part.columns;
   const Block w{w_.data(), static_cast<ptrdiff_t>(n), 1};
-  const Block y{y_.data(), 1, static_cast<ptrdiff_t>(below)};
-  invertTriangle(n, panel, w, scratch_.data());
-  if (below > 0) {
+  // Row-major, so that Y^T is read along its rows.
+  const Block y{y_.data(), static_cast<ptrdiff_t>(n), 1};
+  invertTriangle(n, part.square, w, scratch_.data());
+  if (part.count > 0) {
     for (size_t j = 0; j < n; j += kTriangleBlock) {
       const size_t width = std::min(kTriangleBlock, n - j);
-      product(below, width, n - j, 1.0, z21.at(0, j), w.at(j, j), Write::Over, y.at(0, j));
+      product(part.count, width, n - j, 1.0, part.under.at(0, j), w.at(j, j), Write::Over,
+              y.at(0, j));
     }
-    multiplyByKnown(g, y, z21);
+    multiplyByKnown(part, y);
   }
-  completeSquare(n, below, w, y, z21, panel);
+  completeSquare(part, w, y);
+}
+
+void PanelInverter::invertGroup(unsigned int g) {
+  const Block panel{f_.values + f_.panelStart[g], 1, static_cast<ptrdiff_t>(height(g))};
+  for (size_t end = columns(g); end > 0;) {
+    const size_t parts = (end + kPartColumns - 1) / kPartColumns;
+    const size_t width = (end + parts - 1) / parts;
+    const size_t first = end - width;
+    const Block under = panel.at(end, first);
+    invertPart({width, height(g) - end, rows(g) + end, panel.at(first, first), under});
+    // The group's square is kept full across its parts.
+    kernels::transpose(width, columns(g) - end, under.data, under.colStride,
+                       panel.at(first, end).data, under.colStride);
+    end = first;
+  }
 }
 
 }  // namespace
