@@ -22,7 +22,7 @@ constexpr size_t kStripWidth = 192;
 /// Triangles up to this order are inverted row by row.
 constexpr size_t kTriangleBase = 16;
 /// Blocks of columns in which products with a triangle skip its empty half.
-constexpr size_t kTriangleBlock = 96;
+constexpr size_t kTriangleBlock = 24;
 
 /// A block of a dense matrix with row and column strides.
 struct Block {
@@ -84,6 +84,25 @@ void mirror(double* square, size_t ld, size_t first, size_t end, size_t n) {
   if (end == n) return;
   kernels::transpose(end - first, n - end, square + first * ld + end, static_cast<ptrdiff_t>(ld),
                      square + end * ld + first, static_cast<ptrdiff_t>(ld));
+}
+
+/// target[i] = source[place[i]]. Not inlined: it is most of the time of small groups and wants all
+/// registers for itself.
+[[gnu::noinline]] void copyPlaced(const double* __restrict source,
+                                  const unsigned int* __restrict place, size_t count,
+                                  double* __restrict target) {
+  size_t i = 0;
+  for (; i + 4 <= count; i += 4) {
+    const double a = source[place[i]];
+    const double b = source[place[i + 1]];
+    const double c = source[place[i + 2]];
+    const double d = source[place[i + 3]];
+    target[i] = a;
+    target[i + 1] = b;
+    target[i + 2] = c;
+    target[i + 3] = d;
+  }
+  for (; i < count; ++i) target[i] = source[place[i]];
 }
 
 /// Runs the recurrence group by group; the workspace is kept between groups.
@@ -204,7 +223,7 @@ void PanelInverter::gatherStrip(const Part& part, size_t first, size_t end, Bloc
     for (size_t c = j; c < owned; ++c) {
       const double* source = panel + height(ancestor) * place_[c];
       double* target = strip.at(0, c - first).data - first;
-      for (size_t i = j; i < part.count; ++i) target[i] = source[place_[i]];
+      copyPlaced(source, place_.data() + j, part.count - j, target + j);
     }
     // The ancestors' squares are full; what is below them is wanted right of them as well.
     kernels::transpose(owned - j, end - owned, strip.at(owned - first, j - first).data,
