@@ -5,6 +5,7 @@
 
 #include "math/kernels/fused_product.h"
 #include "math/kernels/transpose.h"
+#include "math/kernels/triangle_inverse.h"
 
 namespace korin {
 
@@ -19,8 +20,6 @@ constexpr size_t kPartColumns = 256;
 /// Columns of Z22 gathered at a time: a strip of a few hundred rows stays in the second-level
 /// cache, and the products with it are deep enough to run at full rate.
 constexpr size_t kStripWidth = 192;
-/// Triangles up to this order are inverted row by row.
-constexpr size_t kTriangleBase = 16;
 /// Blocks of columns in which products with a triangle skip its empty half.
 constexpr size_t kTriangleBlock = 24;
 
@@ -46,33 +45,21 @@ void product(size_t m, size_t n, size_t k, double sign, Block a, Block b, Write 
                         c.colStride);
 }
 
-/// W = L^-1 for lower-triangular L, row by row; w is row-major, its upper triangle becomes 0.
-void invertSmallTriangle(size_t n, Block l, Block w) {
-  for (size_t i = 0; i < n; ++i) {
-    double* row = w.at(i, 0).data;
-    std::fill_n(row, n, 0.0);
-    for (size_t k = 0; k < i; ++k) {
-      const double factor = l(i, k);
-      const double* solved = w.at(k, 0).data;
-      for (size_t j = 0; j <= k; ++j) row[j] += factor * solved[j];
-    }
-    const double reciprocal = 1.0 / l(i, i);
-    for (size_t j = 0; j < i; ++j) row[j] *= -reciprocal;
-    row[i] = reciprocal;
+/// W = L^-1 by halves: W21 = -W22 L21 W11. L is column-major, W row-major with zeros above its
+/// diagonal; room for kernels::kSmallTriangle values follows it. `scratch` holds n * n / 4 values.
+void invertTriangle(kernels::TriangleInverseFunction invertSmall, size_t n, Block l, Block w,
+                    double* scratch) {
+  if (n <= kernels::kSmallTriangle) {
+    return invertSmall(n, l.data, l.colStride, w.data, w.rowStride);
   }
-}
-
-/// W = L^-1 by halves: W21 = -W22 L21 W11. `scratch` holds n * n / 4 values.
-void invertTriangle(size_t n, Block l, Block w, double* scratch) {
-  if (n <= kTriangleBase) return invertSmallTriangle(n, l, w);
   const size_t top = (n / 2 + 7) / 8 * 8;
   const size_t rest = n - top;
-  invertTriangle(top, l, w, scratch);
-  invertTriangle(rest, l.at(top, top), w.at(top, top), scratch);
+  invertTriangle(invertSmall, top, l, w, scratch);
+  for (size_t i = 0; i < top; ++i) std::fill_n(w.at(i, top).data, rest, 0.0);
+  invertTriangle(invertSmall, rest, l.at(top, top), w.at(top, top), scratch);
   const Block t{scratch, static_cast<ptrdiff_t>(top), 1};
   product(rest, top, top, 1.0, l.at(top, 0), w, Write::Over, t);
   product(rest, top, rest, -1.0, w.at(top, top), t, Write::Over, w.at(top, 0));
-  for (size_t i = 0; i < top; ++i) std::fill_n(w.at(i, top).data, rest, 0.0);
 }
 
 /// Copies the lower triangle of a column-major square, from row and column `first` on, above the
@@ -138,6 +125,7 @@ class PanelInverter {
   void completeSquare(const Part& part, Block w, Block y);
 
   SupernodalFactor f_;
+  kernels::TriangleInverseFunction invertSmall_ = kernels::smallTriangleInverse();
   std::vector<unsigned int> groupOf_;
   std::vector<Run> runs_;
   /// Of each row below the part its place among the rows of the ancestor being read.
@@ -162,7 +150,7 @@ PanelInverter::PanelInverter(const SupernodalFactor& factor) : f_(factor), group
     largestStrip = std::max(largestStrip, below * std::min(below, kStripWidth));
     tallest = std::max(tallest, below);
   }
-  w_.resize(widest * widest);
+  w_.resize(widest * widest + kernels::kSmallTriangle);
   scratch_.resize(widest * widest / 4 + 8 * widest);
   y_.resize(largestY);
   strip_.resize(largestStrip);
@@ -271,7 +259,7 @@ void PanelInverter::invertPart(const Part& part) {
   const Block w{w_.data(), static_cast<ptrdiff_t>(n), 1};
   // Row-major, so that Y^T is read along its rows.
   const Block y{y_.data(), static_cast<ptrdiff_t>(n), 1};
-  invertTriangle(n, part.square, w, scratch_.data());
+  invertTriangle(invertSmall_, n, part.square, w, scratch_.data());
   if (part.count > 0) {
     for (size_t j = 0; j < n; j += kTriangleBlock) {
       const size_t width = std::min(kTriangleBlock, n - j);

@@ -1,0 +1,48 @@
+#ifndef ZEPH_MATH_KERNELS_TRIANGLE_ROWS_H
+#define ZEPH_MATH_KERNELS_TRIANGLE_ROWS_H
+
+// The inversion of a small triangle, written once on vectors of eight doubles that the compiler
+// splits as the processor level asks for. Included only by the triangle_inverse_*.cpp files, each
+// of which gets a copy of its own.
+
+#include "math/kernels/triangle_inverse.h"
+
+namespace korin::kernels {
+namespace {
+
+typedef double Half __attribute__((vector_size(64)));
+typedef double LooseHalf __attribute__((vector_size(64), aligned(8), may_alias));
+
+inline __attribute__((always_inline)) void storeHalf(double* p, Half x) {
+  *reinterpret_cast<LooseHalf*>(p) = x;
+}
+
+/// Row i of W is (e_i - sum over k < i of l(i, k) W(k, :)) / l(i, i).
+inline __attribute__((always_inline)) void invertByRows(size_t n, const double* l, ptrdiff_t ld,
+                                                        double* w, ptrdiff_t wStride) {
+  Half left[kSmallTriangle];
+  Half right[kSmallTriangle];
+  const Half zero = {};
+  for (size_t i = 0; i < n; ++i, ++l, w += wStride) {
+    Half x = zero;
+    Half y = zero;
+    const double reciprocal = 1.0 / l[static_cast<ptrdiff_t>(i) * ld];
+    const double* entry = l;
+    for (size_t k = 0; k < i; ++k, entry += ld) {
+      x -= *entry * left[k];
+      if (k >= 8) y -= *entry * right[k];
+    }
+    x *= reciprocal;
+    y *= reciprocal;
+    (i < 8 ? x : y)[i % 8] = reciprocal;
+    left[i] = x;
+    right[i] = y;
+    storeHalf(w, x);
+    storeHalf(w + 8, y);
+  }
+}
+
+}  // namespace
+}  // namespace korin::kernels
+
+#endif
