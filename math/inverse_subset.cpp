@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <vector>
 
 #include "math/simplicial_inverse.h"
 #include "math/sparsemxmatrix.h"
@@ -9,26 +10,63 @@
 
 namespace korin {
 
-InverseSubset::InverseSubset(const SimplicialFactor& factor)
-    : factor_(factor), found_(findColumnGroups(factor)) {
-  if (isEliminationPattern(factor_, found_)) {
-    merged_ = mergeColumnGroups(found_);
-    values_.assign(merged_.panelStart.back(), 0.0);
-    gatherPanels(factor_, merged_, values_.data());
-    panels_ = merged_.over(factor_.n, values_.data());
-    supernodalInverse(panels_);
-  } else {
-    values_.resize(factor_.colStarts[factor_.n]);
-    simplicialInverse(factor_, values_.data());
+namespace {
+
+/// Columns so cheap, in nanoseconds each, that already looking for groups would cost a good part of
+/// what panels could save.
+constexpr double kCheapColumn = 120.0;
+/// Panels must promise a gain beyond the error of the estimates and the search already made.
+constexpr double kWorthPanels = 0.8;
+
+using Tracker = IndexTracker<unsigned int>;
+
+/// places[i] = where rows[i] is among the panel's rows, which hold them all.
+void findPlaces(const unsigned int* rows, unsigned int count, const unsigned int* panelRows,
+                std::vector<unsigned int>& places) {
+  places.resize(count);
+  unsigned int at = 0;
+  for (unsigned int i = 0; i < count; ++i) {
+    while (panelRows[at] != rows[i]) ++at;
+    places[i] = at;
   }
 }
 
+void dropPosition(std::vector<Tracker>& order, unsigned int position) {
+  const auto match = [position](const Tracker& t) { return t.position == position; };
+  order.erase(std::find_if(order.begin(), order.end(), match));
+}
+
+}  // namespace
+
+InverseSubset::InverseSubset(const SimplicialFactor& factor) : factor_(factor) {
+  if (preparePanels()) {
+    storage_ = zeroPanels(merged_.panelStart.back());
+    panels_ = merged_.over(factor_.n, storage_.get());
+    gatherPanels(factor_, panels_);
+    supernodalInverse(panels_);
+  } else {
+    merged_ = {};
+    storage_ = zeroPanels(factor_.colStarts[factor_.n]);
+    simplicialInverse(factor_, storage_.get());
+  }
+}
+
+/// Finds and merges groups; whether they pay.
+bool InverseSubset::preparePanels() {
+  const double columnByColumn = estimatedTime(factor_);
+  if (columnByColumn <= kCheapColumn * factor_.n) return false;
+  found_ = findColumnGroups(factor_);
+  if (!isEliminationPattern(factor_, found_)) return false;
+  merged_ = mergeColumnGroups(found_);
+  return estimatedTime(merged_) < kWorthPanels * columnByColumn;
+}
+
 void InverseSubset::diagonal(const unsigned int* perm, double* diagonal) const {
-  if (merged_.count() > 0) return panelDiagonal(panels_, perm, diagonal);
+  if (onPanels()) return panelDiagonal(panels_, perm, diagonal);
   for (unsigned int k = 0; k < factor_.n; ++k) {
     const unsigned int p = factor_.colStarts[k];
     const bool present = p < factor_.colStarts[k + 1] && factor_.rowIndices[p] == k;
-    diagonal[perm[k]] = present ? values_[p] : 0.0;
+    diagonal[perm[k]] = present ? storage_[p] : 0.0;
   }
 }
 
@@ -40,48 +78,38 @@ void InverseSubset::mapTo(const unsigned int* perm, unsigned int* colStarts,
   for (unsigned int c = 0; c < factor_.n; ++c) colStarts[c + 1] += colStarts[c];
 
   // The columns of a group hold the same rows but those above their diagonals: one sort serves all.
-  std::vector<IndexTracker<unsigned int>> order;
-  std::vector<unsigned int> place;  // of each of the group's rows in a column of values_
+  ColumnGroups lateFound;
+  if (found_.count() == 0) lateFound = findColumnGroups(factor_);
+  const ColumnGroups& groups = found_.count() == 0 ? lateFound : found_;
+  std::vector<Tracker> order;
+  std::vector<unsigned int> places;
   unsigned int panel = 0;
-  for (unsigned int g = 0; g < found_.count(); ++g) {
-    const unsigned int* rows = found_.rows.data() + found_.rowStart[g];
-    const unsigned int height = found_.height(g);
-    order.resize(height);
-    place.resize(height);
-    for (unsigned int i = 0; i < height; ++i) order[i] = {i, perm[rows[i]]};
+  for (unsigned int g = 0; g < groups.count(); ++g) {
+    const unsigned int* rows = groups.rows.data() + groups.rowStart[g];
+    order.resize(groups.height(g));
+    for (unsigned int i = 0; i < order.size(); ++i) order[i] = {i, perm[rows[i]]};
     std::sort(order.begin(), order.end());
-
-    const bool onPanels = merged_.count() > 0;
-    std::size_t stride = 0;
-    std::size_t base = 0;
-    if (onPanels) {
-      while (merged_.firstColumn[panel + 1] <= found_.firstColumn[g]) ++panel;
-      const unsigned int* panelRows = merged_.rows.data() + merged_.rowStart[panel];
-      stride = merged_.height(panel);
-      base =
-          merged_.panelStart[panel] + stride * (found_.firstColumn[g] - merged_.firstColumn[panel]);
-      unsigned int at = 0;
-      for (unsigned int i = 0; i < height; ++i) {
-        while (panelRows[at] != rows[i]) ++at;
-        place[i] = at;
-      }
-    } else {
-      for (unsigned int i = 0; i < height; ++i) place[i] = i;
+    unsigned int firstPlace = 0;
+    const unsigned int firstColumn = groups.firstColumn[g];
+    if (onPanels()) {
+      while (merged_.firstColumn[panel + 1] <= firstColumn) ++panel;
+      firstPlace = firstColumn - merged_.firstColumn[panel];
+      findPlaces(rows, groups.height(g), merged_.rows.data() + merged_.rowStart[panel], places);
+      for (Tracker& t : order) t.position = places[t.position];
     }
-
-    for (unsigned int c = found_.firstColumn[g]; c < found_.firstColumn[g + 1]; ++c) {
-      const unsigned int local = c - found_.firstColumn[g];
-      // Without panels the column starts with its diagonal, place `local`.
-      const double* source = values_.data();
-      const std::size_t offset = onPanels ? base + stride * local : starts[c] - std::size_t{local};
+    for (unsigned int c = firstColumn; c < groups.firstColumn[g + 1]; ++c) {
+      const unsigned int diagonalPlace = firstPlace + (c - firstColumn);
+      // In the factor's own layout a column starts with its diagonal entry.
+      const std::size_t source =
+          onPanels() ? merged_.panelStart[panel] +
+                           std::size_t{merged_.height(panel)} * (c - merged_.firstColumn[panel])
+                     : std::size_t{starts[c]} - diagonalPlace;
       unsigned int target = colStarts[perm[c]];
-      for (const IndexTracker<unsigned int>& t : order) {
+      for (const Tracker& t : order) {
         rowIndices[target] = t.key;
-        values[target++] = source[offset + place[t.position]];
+        values[target++] = storage_[source + t.position];
       }
-      order.erase(std::remove_if(order.begin(), order.end(),
-                                 [local](const auto& t) { return t.position == local; }),
-                  order.end());
+      if (c + 1 < groups.firstColumn[g + 1]) dropPosition(order, diagonalPlace);
     }
   }
 }

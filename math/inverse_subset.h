@@ -1,8 +1,7 @@
 #ifndef ZEPH_MATH_INVERSE_SUBSET_H
 #define ZEPH_MATH_INVERSE_SUBSET_H
 
-#include <vector>
-
+#include "math/panel_storage.h"
 #include "math/supernodes.h"
 
 namespace korin {
@@ -35,13 +34,16 @@ class InverseSubset {
              double* values) const;
 
  private:
+  bool preparePanels();
+  bool onPanels() const { return merged_.count() > 0; }
+
   SimplicialFactor factor_;
-  /// Neighbouring columns of equal pattern.
+  /// Neighbouring columns of equal pattern; empty when nobody looked for them.
   ColumnGroups found_;
   /// The same merged for the panels; empty when the inverse is laid out like the factor.
   ColumnGroups merged_;
   /// The inverse, on the merged groups' panels or laid out like the factor's values.
-  std::vector<double> values_;
+  PanelStorage storage_;
   SupernodalFactor panels_{};
 };
 

@@ -70,4 +70,16 @@ void simplicialInverse(const SimplicialFactor& f, double* inverse) {
   }
 }
 
+double estimatedTime(const SimplicialFactor& f) {
+  constexpr double kPerColumn = 30.0;
+  constexpr double kPerEntry = 4.0;
+  constexpr double kPerTerm = 0.6;
+  double terms = 0.0;
+  for (unsigned int c = 0; c < f.n; ++c) {
+    const double length = f.colStarts[c + 1] - f.colStarts[c];
+    terms += length * length;
+  }
+  return kPerColumn * f.n + kPerEntry * f.colStarts[f.n] + kPerTerm * terms;
+}
+
 }  // namespace korin

@@ -15,6 +15,9 @@ namespace korin {
 /// n doubles and one index an entry.
 void simplicialInverse(const SimplicialFactor& factor, double* inverse);
 
+/// Estimated time of `simplicialInverse` in nanoseconds, on the scale of the panels' estimate.
+double estimatedTime(const SimplicialFactor& factor);
+
 }  // namespace korin
 
 #endif

@@ -10,14 +10,16 @@ namespace {
 /// Estimated time of the recurrence on one group, in nanoseconds: what decides about merging.
 /// Fitted to an AVX-512 machine; only the relations between the constants matter.
 double groupCost(double columns, double rowsBelow) {
-  constexpr double kPerGroup = 150.0;   // calls, searching the panels of the ancestors
-  constexpr double kPerRow = 4.0;       // finding a row's place in them
-  constexpr double kPerGathered = 0.3;  // copying an entry of Z22
-  constexpr double kPerOperation = 0.02;
+  constexpr double kPerGroup = 350.0;   // calls, workspace, the ends of dense products
+  constexpr double kPerRow = 8.0;       // finding a row's place among those of the ancestors
+  constexpr double kPerGathered = 0.5;  // copying an entry of Z22
+  constexpr double kPerEntry = 2.5;     // an entry of the panel, into which L has to be copied
+  constexpr double kPerOperation = 0.025;
   const double gathered = 0.5 * rowsBelow * rowsBelow;
   const double operations =
       2.0 * columns * rowsBelow * (rowsBelow + columns) + columns * columns * columns;
-  return kPerGroup + kPerRow * rowsBelow + kPerGathered * gathered + kPerOperation * operations;
+  return kPerGroup + kPerRow * rowsBelow + kPerGathered * gathered +
+         kPerEntry * columns * (columns + rowsBelow) + kPerOperation * operations;
 }
 
 bool continuesGroup(const SimplicialFactor& f, unsigned int column) {
@@ -130,19 +132,26 @@ ColumnGroups mergeColumnGroups(const ColumnGroups& groups) {
   return result;
 }
 
-void gatherPanels(const SimplicialFactor& factor, const ColumnGroups& groups, double* panels) {
+double estimatedTime(const ColumnGroups& groups) {
+  double sum = 0.0;
   for (unsigned int g = 0; g < groups.count(); ++g) {
-    const unsigned int* rows = groups.rows.data() + groups.rowStart[g];
-    const unsigned int height = groups.height(g);
-    double* column = panels + groups.panelStart[g];
-    for (unsigned int c = groups.firstColumn[g]; c < groups.firstColumn[g + 1]; ++c) {
+    sum += groupCost(groups.columns(g), groups.height(g) - groups.columns(g));
+  }
+  return sum;
+}
+
+void gatherPanels(const SimplicialFactor& factor, const SupernodalFactor& panels) {
+  for (unsigned int g = 0; g < panels.groupCount; ++g) {
+    const unsigned int* rows = panels.rows + panels.rowStart[g];
+    const unsigned int height = panels.rowStart[g + 1] - panels.rowStart[g];
+    double* column = panels.values + panels.panelStart[g];
+    for (unsigned int c = panels.firstColumn[g]; c < panels.firstColumn[g + 1]; ++c) {
       const unsigned int start = factor.colStarts[c];
       const unsigned int end = factor.colStarts[c + 1];
-      const unsigned int local = c - groups.firstColumn[g];
-      if (end - start == height - local) {
-        std::copy(factor.values + start, factor.values + end, column + local);
+      unsigned int place = c - panels.firstColumn[g];
+      if (end - start == height - place) {
+        std::copy(factor.values + start, factor.values + end, column + place);
       } else {
-        unsigned int place = local;
         for (unsigned int p = start; p < end; ++p, ++place) {
           while (rows[place] != factor.rowIndices[p]) ++place;
           column[place] = factor.values[p];

@@ -63,8 +63,11 @@ bool isEliminationPattern(const SimplicialFactor& factor, const ColumnGroups& gr
 /// relaxed supernodes of Ashcraft and Grimes, 1989, tuned here). Needs an elimination pattern.
 ColumnGroups mergeColumnGroups(const ColumnGroups& groups);
 
-/// Copies the factor's entries into zeroed panels of `groups`, which must cover its pattern.
-void gatherPanels(const SimplicialFactor& factor, const ColumnGroups& groups, double* panels);
+/// Estimated time of the recurrence on the groups' panels, in nanoseconds.
+double estimatedTime(const ColumnGroups& groups);
+
+/// Copies the factor's entries into zeroed panels, whose groups must cover its pattern.
+void gatherPanels(const SimplicialFactor& factor, const SupernodalFactor& panels);
 
 /// diagonal[perm[k]] = entry (k, k), n of them.
 void panelDiagonal(const SupernodalFactor& panels, const unsigned int* perm, double* diagonal);

@@ -13,10 +13,6 @@ namespace {
 typedef double Half __attribute__((vector_size(64)));
 typedef double LooseHalf __attribute__((vector_size(64), aligned(8), may_alias));
 
-inline __attribute__((always_inline)) void storeHalf(double* p, Half x) {
-  *reinterpret_cast<LooseHalf*>(p) = x;
-}
-
 /// Row i of W is (e_i - sum over k < i of l(i, k) W(k, :)) / l(i, i).
 inline __attribute__((always_inline)) void invertByRows(size_t n, const double* l, ptrdiff_t ld,
                                                         double* w, ptrdiff_t wStride) {
@@ -37,8 +33,8 @@ inline __attribute__((always_inline)) void invertByRows(size_t n, const double* 
     (i < 8 ? x : y)[i % 8] = reciprocal;
     left[i] = x;
     right[i] = y;
-    storeHalf(w, x);
-    storeHalf(w + 8, y);
+    *reinterpret_cast<LooseHalf*>(w) = x;
+    *reinterpret_cast<LooseHalf*>(w + 8) = y;
   }
 }
 

@@ -1,0 +1,39 @@
+#ifndef ZEPH_MATH_PANEL_STORAGE_H
+#define ZEPH_MATH_PANEL_STORAGE_H
+
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdlib>
+#include <memory>
+#include <new>
+
+namespace korin {
+
+struct FreeMemory {
+  void operator()(void* memory) const { std::free(memory); }
+};
+using PanelStorage = std::unique_ptr<double[], FreeMemory>;
+
+/// `count` zeros. Large blocks ask for huge pages: touching fresh memory 4 KiB at a time costs as
+/// much as the arithmetic on the panels of a 2-D problem. Throws std::bad_alloc.
+inline PanelStorage zeroPanels(std::size_t count) {
+  constexpr std::size_t kHugePage = std::size_t{1} << 21;
+  const std::size_t bytes = count * sizeof(double);
+  if (bytes < 2 * kHugePage) {
+    PanelStorage storage(static_cast<double*>(std::calloc(count + 1, sizeof(double))));
+    if (storage == nullptr) throw std::bad_alloc();
+    return storage;
+  }
+  const std::size_t rounded = (bytes + kHugePage - 1) / kHugePage * kHugePage;
+  PanelStorage storage(static_cast<double*>(std::aligned_alloc(kHugePage, rounded)));
+  if (storage == nullptr) throw std::bad_alloc();
+  madvise(storage.get(), rounded, MADV_HUGEPAGE);  // a wish: whether it is granted is no matter
+  std::fill_n(storage.get(), count, 0.0);
+  return storage;
+}
+
+}  // namespace korin
+
+#endif
