@@ -20,6 +20,9 @@ constexpr size_t kPartColumns = 256;
 /// Columns of Z22 gathered at a time: a strip of a few hundred rows stays in the second-level
 /// cache, and the products with it are deep enough to run at full rate.
 constexpr size_t kStripWidth = 192;
+/// Rows of a panel that are multiplied by all its columns in turn: with up to kPartColumns columns
+/// they fit the second-level cache.
+constexpr size_t kRowChunk = 192;
 /// Blocks of columns in which products with a triangle skip its empty half.
 constexpr size_t kTriangleBlock = 24;
 
@@ -238,19 +241,36 @@ void PanelInverter::multiplyByKnown(const Part& part, Block y) {
   }
 }
 
+/// Y = L21 W, some rows at a time, which stay in the second-level cache.
+void multiplyByTriangle(size_t count, size_t n, Block l21, Block w, Block y) {
+  for (size_t i = 0; i < count; i += kRowChunk) {
+    const size_t rows = std::min(kRowChunk, count - i);
+    for (size_t j = 0; j < n; j += kTriangleBlock) {
+      product(rows, std::min(kTriangleBlock, n - j), n - j, 1.0, l21.at(i, j), w.at(j, j),
+              Write::Over, y.at(i, j));
+    }
+  }
+}
+
 /// Z11 = W^T W - Y^T Z21, both triangles.
 void PanelInverter::completeSquare(const Part& part, Block w, Block y) {
   const size_t n = part.columns;
   for (size_t j = 0; j < n; j += kTriangleBlock) {
-    const size_t end = std::min(j + kTriangleBlock, n);
     for (size_t i = j; i < n; i += kTriangleBlock) {
-      const size_t tall = std::min(kTriangleBlock, n - i);
-      product(tall, end - j, n - i, 1.0, w.at(i, i).transposed(), w.at(i, j), Write::Over,
-              part.square.at(i, j));
+      product(std::min(kTriangleBlock, n - i), std::min(kTriangleBlock, n - j), n - i, 1.0,
+              w.at(i, i).transposed(), w.at(i, j), Write::Over, part.square.at(i, j));
     }
-    product(n - j, end - j, part.count, -1.0, y.at(0, j).transposed(), part.under.at(0, j),
-            Write::AddTo, part.square.at(j, j));
-    mirror(part.square.data, static_cast<size_t>(part.square.colStride), j, end, n);
+  }
+  for (size_t i = 0; i < part.count; i += kRowChunk) {
+    const size_t rows = std::min(kRowChunk, part.count - i);
+    for (size_t j = 0; j < n; j += kTriangleBlock) {
+      product(n - j, std::min(kTriangleBlock, n - j), rows, -1.0, y.at(i, j).transposed(),
+              part.under.at(i, j), Write::AddTo, part.square.at(j, j));
+    }
+  }
+  for (size_t j = 0; j < n; j += kTriangleBlock) {
+    mirror(part.square.data, static_cast<size_t>(part.square.colStride), j,
+           std::min(j + kTriangleBlock, n), n);
   }
 }
 
@@ -261,11 +281,7 @@ void PanelInverter::invertPart(const Part& part) {
   const Block y{y_.data(), static_cast<ptrdiff_t>(n), 1};
   invertTriangle(invertSmall_, n, part.square, w, scratch_.data());
   if (part.count > 0) {
-    for (size_t j = 0; j < n; j += kTriangleBlock) {
-      const size_t width = std::min(kTriangleBlock, n - j);
-      product(part.count, width, n - j, 1.0, part.under.at(0, j), w.at(j, j), Write::Over,
-              y.at(0, j));
-    }
+    multiplyByTriangle(part.count, n, part.under, w, y);
     multiplyByKnown(part, y);
   }
   completeSquare(part, w, y);
