@@ -3,181 +3,122 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <functional>
 #include <numeric>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
-#include "solver/protosparse.h"
+#include "math/korin_vector.h"
+#include "solver/partial_inverse_lu.h"
+#include "tests/math/coupled_shapes.h"
+#include "tests/solver/dense_inverse.h"
 
+namespace zeph_solver {
 namespace {
 
-using zeph_solver::ProtoSparse;
-using Dense = std::vector<std::vector<double>>;
-
-/// A symmetric, diagonally dominant test matrix; the sizes and shapes make CHOLMOD choose a
-/// simplicial factor for some and a supernodal one for others.
-struct Case {
-  std::string name;
-  unsigned int n;
-  std::function<bool(unsigned int, unsigned int)> coupled;  // for rows i > columns j
-};
-
-const std::vector<Case> kCases{
-    {"scalar", 1, [](auto, auto) { return false; }},
-    {"diagonal", 9, [](auto, auto) { return false; }},
-    {"tridiagonal", 200, [](auto i, auto j) { return i == j + 1; }},
-    {"arrow", 150, [](auto, auto j) { return j == 0; }},
-    {"blocks", 96, [](auto i, auto j) { return i / 6 == j / 6 || i == j + 30; }},
-    {"grid", 400, [](auto i, auto j) { return i == j + 20 || (i == j + 1 && i % 20); }},
-    {"two components", 120, [](auto i, auto j) { return i % 2 == j % 2 && i < j + 9; }},
-    {"grid in space", 343,
-     [](auto i, auto j) { return i == j + 49 || i == j + 7 || (i == j + 1 && i % 7); }},
-    {"full", 180, [](auto, auto) { return true; }},
-};
-
-Dense makeMatrix(const Case& c, std::mt19937& random) {
+// Symmetric and diagonally dominant; the triplets in random order, some of them in two parts.
+ProtoSparse coupled(std::size_t n, const CoupledShape& shape, std::mt19937& random) {
   std::uniform_real_distribution<double> value(-1, 1);
-  Dense a(c.n, std::vector<double>(c.n, 0.0));
-  for (unsigned int i = 0; i < c.n; ++i) {
-    a[i][i] += 0.5;
-    for (unsigned int j = 0; j < i; ++j) {
-      if (!c.coupled(i, j)) continue;
-      a[i][j] = a[j][i] = value(random);
-      a[i][i] += std::abs(a[i][j]);
-      a[j][j] += std::abs(a[i][j]);
+  ProtoSparse A(n, n);
+  for (std::size_t i = 0; i < n; ++i) {
+    A.addElement(i, i, 0.5);
+    for (std::size_t j = 0; j < i; ++j) {
+      if (!shape.coupled(i, j, random)) continue;
+      const double v = value(random), part = random() % 4 == 0 ? 0.25 * v : 0.0;
+      for (const auto& [r, c, x] : {std::tuple(i, j, v - part), {j, i, v}, {i, j, part}}) {
+        A.addElement(r, c, x);
+      }
+      A.addElement(i, i, std::abs(v));
+      A.addElement(j, j, std::abs(v));
     }
   }
-  return a;
+  std::shuffle(A.elements.begin(), A.elements.end(), random);
+  return A;
 }
 
-/// The triplets of a in random order, some of them in two parts.
-ProtoSparse assemble(const Dense& a, std::mt19937& random) {
-  ProtoSparse m(a.size(), a.size());
-  std::vector<std::array<size_t, 2>> places;
-  for (size_t i = 0; i < a.size(); ++i) {
-    for (size_t j = 0; j < a.size(); ++j) {
-      if (a[i][j] != 0) places.push_back({i, j});
+// Runs check(A, n) on small and large matrices of every shape: CHOLMOD's factor is simplicial for
+// some of them and supernodal for others.
+void onEveryShape(const std::function<void(ProtoSparse A, std::size_t n)>& check) {
+  std::mt19937 random(3);
+  for (const CoupledShape& shape : kCoupledShapes) {
+    for (const std::size_t n : {1, 9, 180}) {
+      SCOPED_TRACE(testing::Message() << shape.name << " of order " << n);
+      check(coupled(n, shape, random), n);
+      if (testing::Test::HasFatalFailure()) return;
     }
   }
-  std::shuffle(places.begin(), places.end(), random);
-  for (const auto& [i, j] : places) {
-    const double part = random() % 4 == 0 ? 0.25 * a[i][j] : 0.0;
-    m.addElement(i, j, a[i][j] - part);
-    m.addElement(i, j, part);
-  }
-  return m;
-}
-
-std::vector<double> inverseDiagonal(Dense a) {
-  std::vector<double> diagonal;
-  for (size_t k = 0; k < a.size(); ++k) {  // Gauss-Jordan in place
-    const double pivot = a[k][k];
-    a[k][k] = 1;
-    for (double& v : a[k]) v /= pivot;
-    for (size_t i = 0; i < a.size(); ++i) {
-      const double factor = a[i][k];
-      if (i == k || factor == 0) continue;
-      a[i][k] = 0;
-      for (size_t j = 0; j < a.size(); ++j) a[i][j] -= factor * a[k][j];
-    }
-  }
-  for (size_t k = 0; k < a.size(); ++k) diagonal.push_back(a[k][k]);
-  return diagonal;
 }
 
 TEST(PartialInverseChol, GivesTheDiagonalOfTheInverseAndLeavesASurplusAlone) {
-  std::mt19937 random(3);
-  for (const Case& c : kCases) {
-    SCOPED_TRACE(c.name);
-    const Dense a = makeMatrix(c, random);
-    const std::vector<double> expected = inverseDiagonal(a);
-    ZtVector d(c.n + 2);
-    std::fill_n(d.data, d.size, -8.0);
-    zeph_solver::partialInverseChol(assemble(a, random), d);
-    for (size_t k = 0; k < c.n; ++k) ASSERT_NEAR(d.data[k], expected[k], 1e-11 * expected[k]);
-    EXPECT_EQ(d.data[c.n], -8.0);
-    EXPECT_EQ(d.data[c.n + 1], -8.0);
-  }
+  onEveryShape([](const ProtoSparse& A, std::size_t n) {
+    const korin::Matrix expected = denseInverse(A).inverse;
+    korin::Vector d(n + 2);
+    d.setSub_scalar(-8.0, 0, n + 2);
+    partialInverseChol(A, d);
+    for (std::size_t k = 0; k < n; ++k) ASSERT_NEAR(d[k], expected(k, k), 1e-11 * expected(k, k));
+    EXPECT_TRUE(d[n] == -8.0 && d[n + 1] == -8.0);
+  });
+}
+
+TEST(PartialInverseChol, ReadsTheUpperTriangleOnlyWhereTheLuRouteReadsAll) {
+  ProtoSparse A(2, 2);
+  for (std::size_t i : {0, 1}) A.addElement(i, i, 2.0);
+  A.addElement(0, 1, -1.0);
+  A.addElement(1, 0, 0.5);
+  ZtVector byCholesky(2), byLu(2);
+  partialInverse(A, true, byCholesky);
+  partialInverse(A, false, byLu);
+  EXPECT_NEAR(byCholesky.data[0], 2.0 / 3.0, 1e-15);
+  EXPECT_NEAR(byLu.data[0], 4.0 / 9.0, 1e-15);
 }
 
 TEST(CholeskyFactor, ReproducesTheMatrixInItsOwnAndInThePermutedOrder) {
-  std::mt19937 random(5);
-  for (const Case& c : kCases) {
-    const Dense a = makeMatrix(c, random);
+  onEveryShape([](const ProtoSparse& A, std::size_t n) {
+    korin::Matrix a, l, permutedA(n, n), product(n, n);
+    A.toDenseMatrix(a, false);
     for (const bool permuted : {false, true}) {
-      SCOPED_TRACE(c.name + (permuted ? " permuted" : ""));
-      std::vector<unsigned int> perm(c.n);
+      std::vector<unsigned int> perm(n);
       std::iota(perm.begin(), perm.end(), 0U);
       ProtoSparse factor;
-      zeph_solver::choleskyFactor(assemble(a, random), factor, permuted ? perm.data() : nullptr);
+      choleskyFactor(A, factor, permuted ? perm.data() : nullptr);
       ASSERT_TRUE(factor.isCompressed());
-      ASSERT_EQ(factor.rowCount, c.n);
-      Dense product(c.n, std::vector<double>(c.n, 0.0));
-      ZtMatrix l;
       factor.toDenseMatrix(l, false);
-      for (size_t i = 0; i < c.n; ++i) {
-        for (size_t j = 0; j < c.n; ++j) {
-          for (size_t k = 0; k <= std::min(i, j); ++k) {
-            product[perm[i]][perm[j]] += l.data[i * l.stride + k] * l.data[j * l.stride + k];
-          }
-          ASSERT_TRUE(j <= i || l.data[i * l.stride + j] == 0.0);
-        }
-      }
-      for (size_t i = 0; i < c.n; ++i) {
-        for (size_t j = 0; j < c.n; ++j) ASSERT_NEAR(product[i][j], a[i][j], 1e-12 * c.n);
-      }
+      product.setTriL(l);
+      ASSERT_EQ(l, product);
+      product.setMatMulTransMat(l, l);
+      for (std::size_t k = 0; k < n * n; ++k) *permutedA.flatRow(k) = a(perm[k / n], perm[k % n]);
+      ASSERT_TRUE(product.isEqual(permutedA, 1e-12 * static_cast<double>(n)));
     }
-  }
-}
-
-TEST(PartialInverseChol, ReadsTheUpperTriangleOnly) {
-  ProtoSparse upper(2, 2), lower(2, 2);
-  for (ProtoSparse* m : {&upper, &lower}) {
-    m->addElement(0, 0, 4);
-    m->addElement(1, 1, 3);
-  }
-  upper.addElement(0, 1, 2);
-  lower.addElement(1, 0, 2);
-  ZtVector d(2);
-  zeph_solver::partialInverseChol(upper, d);
-  EXPECT_DOUBLE_EQ(d.data[0], 0.375);
-  EXPECT_DOUBLE_EQ(d.data[1], 0.5);
-  zeph_solver::partialInverseChol(lower, d);
-  EXPECT_DOUBLE_EQ(d.data[0], 0.25);
-  EXPECT_DOUBLE_EQ(d.data[1], 1.0 / 3.0);
+  });
 }
 
 TEST(PartialInverseChol, IndefiniteMatricesGiveNonFiniteEntriesAndDoNotThrow) {
-  std::mt19937 random(9);
-  for (const Case& c : kCases) {
-    if (c.name == "two components") continue;  // the other component stays finite
-    SCOPED_TRACE(c.name);
-    Dense a = makeMatrix(c, random);
-    for (size_t k = 0; k < c.n; ++k) a[k][k] = -a[k][k];
-    ZtVector d(c.n);
-    zeph_solver::partialInverseChol(assemble(a, random), d);
-    for (size_t k = 0; k < c.n; ++k) ASSERT_FALSE(std::isfinite(d.data[k])) << k;
-    a = makeMatrix(c, random);
-    a[c.n / 2][c.n / 2] = -1;
-    zeph_solver::partialInverseChol(assemble(a, random), d);
-    EXPECT_FALSE(std::isfinite(d.data[c.n / 2]));
-  }
+  onEveryShape([](const ProtoSparse& A, std::size_t n) {
+    ProtoSparse spoilt = A;
+    for (const std::size_t k : {n / 2, n - 1}) spoilt.addElement(k, k, -1000.0);
+    korin::Vector d(n);
+    partialInverseChol(spoilt, d);
+    EXPECT_FALSE(std::isfinite(d[n / 2]) || std::isfinite(d[n - 1]));
+    spoilt = A;
+    spoilt.scalarMultiplication(-1.0);
+    partialInverseChol(spoilt, d);
+    for (std::size_t k = 0; k < n; ++k) ASSERT_FALSE(std::isfinite(d[k])) << k;
+  });
 }
 
 TEST(PartialInverseChol, ThrowsUnderItsOwnSignatureWhenThereIsNoFactor) {
   const ProtoSparse rectangular(3, 5);
   ZtVector d(5);
-  std::fill_n(d.data, 5, 7.0);
+  d.data[0] = 7.0;
   ProtoSparse l;
   const std::vector<std::pair<std::string, std::function<void()>>> calls{
       {"void zeph_solver::partialInverseChol(const ProtoSparse&, ZtVector&) ",
-       [&] { zeph_solver::partialInverseChol(rectangular, d); }},
+       [&] { partialInverseChol(rectangular, d); }},
       {"void zeph_solver::choleskyFactor(const ProtoSparse&, ProtoSparse&, unsigned int*) ",
-       [&] { zeph_solver::choleskyFactor(rectangular, l, nullptr); }}};
+       [&] { choleskyFactor(rectangular, l, nullptr); }}};
   for (const auto& [signature, call] : calls) {
     try {
       call();
@@ -191,3 +132,4 @@ TEST(PartialInverseChol, ThrowsUnderItsOwnSignatureWhenThereIsNoFactor) {
 }
 
 }  // namespace
+}  // namespace zeph_solver

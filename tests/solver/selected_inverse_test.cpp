@@ -9,6 +9,7 @@
 #include <random>
 #include <vector>
 
+#include "solver/partial_inverse_lu.h"
 #include "tests/solver/dense_inverse.h"
 
 namespace zeph_solver {
@@ -93,15 +94,17 @@ TEST(SelectedInverseTest, DiagonalMatchesTheDenseInverse) {
       const DenseInverse expected = denseInverse(A);
       if (expected.condition > 1e9) continue;
       ++compared;
-      ZtVector diagonal(n + 1);
-      diagonal.data[n] = -7.0;
-      partialInverseLUSelected(A, diagonal);
       const double tolerance = 1e-13 * expected.condition * expected.inverse.maxAbsVal();
-      for (std::size_t i = 0; i < n; ++i) {
-        ASSERT_NEAR(diagonal.data[i], expected.inverse(i, i), tolerance)
-            << kind.name << ", trial " << trial << ", n " << n << ", entry " << i;
+      for (const auto route : {partialInverseLU, partialInverseLUSelected}) {
+        ZtVector diagonal(n + 1);
+        diagonal.data[n] = -7.0;
+        route(A, diagonal);
+        for (std::size_t i = 0; i < n; ++i) {
+          ASSERT_NEAR(diagonal.data[i], expected.inverse(i, i), tolerance)
+              << kind.name << ", trial " << trial << ", n " << n << ", entry " << i;
+        }
+        ASSERT_EQ(diagonal.data[n], -7.0) << kind.name;
       }
-      ASSERT_EQ(diagonal.data[n], -7.0) << kind.name;
     }
     EXPECT_GT(compared, trials / 3) << kind.name << ": too few matrices are regular";
   }
@@ -119,6 +122,9 @@ TEST(SelectedInverseTest, NoInverseGivesNaNOnly) {
       {"equal rows", 3, 3, {{0, 0, 1}, {0, 1, 2}, {1, 0, 1}, {1, 1, 2}, {2, 2, 5}}},
       {"empty row", 3, 3, {{0, 0, 1}, {0, 1, 2}, {2, 1, 1}, {2, 2, 2}}},
       {"no elements", 4, 4, {}},
+      {"nothing at all", 0, 0, {}},
+      {"no rows", 0, 3, {}},
+      {"no columns", 3, 0, {}},
       {"lost in rounding", 2, 2, {{0, 0, 0.1}, {0, 1, 0.3}, {1, 0, 0.7}, {1, 1, 2.1}}},
       {"more rows", 4, 3, {{0, 0, 1}, {1, 1, 1}, {2, 2, 1}}},
       {"more columns", 3, 4, {{0, 0, 1}, {1, 1, 1}, {2, 2, 1}}},
@@ -131,12 +137,15 @@ TEST(SelectedInverseTest, NoInverseGivesNaNOnly) {
     ProtoSparse A(c.rows, c.cols);
     for (const MatrixElement& e : c.elements) A.addElement(e.row, e.col, e.value);
     const std::size_t n = std::min(c.rows, c.cols);
-    ZtVector diagonal(n + 2);
-    std::fill_n(diagonal.data, n + 2, 3.0);
-    partialInverseLUSelected(A, diagonal);
-    for (std::size_t i = 0; i < n; ++i) EXPECT_TRUE(std::isnan(diagonal.data[i])) << c.name << i;
-    EXPECT_EQ(diagonal.data[n], 3.0) << c.name;
-    EXPECT_EQ(diagonal.data[n + 1], 3.0) << c.name;
+    for (const auto route : {partialInverseLU, partialInverseLUSelected}) {
+      ZtVector diagonal(n + 2);
+      std::fill_n(diagonal.data, n + 2, 3.0);
+      route(A, diagonal);
+      for (std::size_t i = 0; i < n + 2; ++i) {
+        EXPECT_EQ(diagonal.data[i] == 3.0, i >= n) << c.name << i;
+        EXPECT_TRUE(i >= n || route == partialInverseLU || std::isnan(diagonal.data[i])) << c.name;
+      }
+    }
   }
 }
 
