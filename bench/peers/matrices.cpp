@@ -1,0 +1,96 @@
+#include "matrices.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <random>
+#include <utility>
+
+#include "front/levelling_network.h"
+#include "front/matrix_file.h"
+
+namespace compare {
+namespace {
+
+using zeph_solver::MatrixElement;
+using zeph_solver::ProtoSparse;
+
+ProtoSparse grid(std::size_t side, int dimensions) {
+  std::size_t n = 1;
+  for (int d = 0; d < dimensions; ++d) n *= side;
+  ProtoSparse A(n, n);
+  for (std::size_t i = 0; i < n; ++i) {
+    A.addElement(i, i, 2.0 * dimensions);
+    std::size_t step = 1;
+    for (int d = 0; d < dimensions; ++d, step *= side) {
+      if (i / step % side + 1 == side) continue;
+      A.addElement(i, i + step, -1.0);
+      A.addElement(i + step, i, -1.0);
+    }
+  }
+  return A;
+}
+
+ProtoSparse flow(std::size_t side) {
+  const std::size_t n = side * side;
+  ProtoSparse A(n, n);
+  for (std::size_t i = 0; i < n; ++i) {
+    A.addElement(i, i, 4.01);
+    if (i % side > 0) A.addElement(i, i - 1, -1.3);
+    if (i % side + 1 < side) A.addElement(i, i + 1, -0.7);
+    if (i >= side) A.addElement(i, i - side, -1.4);
+    if (i + side < n) A.addElement(i, i + side, -0.6);
+  }
+  return A;
+}
+
+ProtoSparse randomGeneral(std::size_t n) {
+  std::mt19937 random(1);
+  std::uniform_real_distribution<> uniform(-1.0, 1.0);
+  ProtoSparse A(n, n);
+  for (std::size_t i = 0; i < n; ++i) {
+    A.addElement(i, i, 4.0);
+    for (int k = 0; k < 2; ++k) A.addElement(i, random() % n, uniform(random));
+  }
+  return A;
+}
+
+bool isSymmetric(const ProtoSparse& A) {
+  ProtoSparse sorted(A);
+  sorted.compress();
+  ProtoSparse transposed(sorted);
+  transposed.transposeSelf();
+  transposed.compress();
+  return std::equal(sorted.elements.begin(), sorted.elements.end(), transposed.elements.begin(),
+                    transposed.elements.end(), [](const MatrixElement& a, const MatrixElement& b) {
+                      return a.row == b.row && a.col == b.col && a.value == b.value;
+                    });
+}
+
+TestMatrix fromFile(const std::string& path) {
+  const std::string file = path.substr(path.find_last_of('/') + 1);
+  TestMatrix m{file.substr(0, file.rfind('.')),
+               zeph::assemble(zeph::readSparse(path), zeph::Triangles::Both), false};
+  m.symmetric = isSymmetric(m.A);
+  return m;
+}
+
+}  // namespace
+
+TestMatrix makeMatrix(const std::string& text) {
+  const std::size_t colon = text.find(':');
+  const std::string kind = text.substr(0, colon);
+  const std::string size = colon == std::string::npos ? "" : text.substr(colon + 1);
+  const std::size_t count = std::strtoul(size.c_str(), nullptr, 10);
+  if (kind == "grid2d") return {"2-D grid " + size + "²", grid(count, 2), true};
+  if (kind == "grid3d") return {"3-D grid " + size + "³", grid(count, 3), true};
+  if (kind == "flow") return {"convection-diffusion " + size + "²", flow(count), false};
+  if (kind == "random") return {"random, " + size + " rows", randomGeneral(count), false};
+  if (kind == "network") {
+    return {"levelling network, " + size + " points",
+            zeph::levellingNormalMatrix(zeph::makeLevellingNetwork(count, 1)), true};
+  }
+  return fromFile(text);
+}
+
+}  // namespace compare

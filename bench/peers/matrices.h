@@ -1,0 +1,29 @@
+#ifndef ZEPH_BENCH_MATRICES_H
+#define ZEPH_BENCH_MATRICES_H
+
+#include <string>
+
+#include "solver/protosparse.h"
+
+namespace compare {
+
+/// A matrix to measure: both triangles, in the order in which it was assembled.
+struct TestMatrix {
+  std::string name;  ///< for the tables; never a folder
+  zeph_solver::ProtoSparse A;
+  bool symmetric;
+};
+
+/// The matrix that a text stands for:
+///   grid2d:SIDE      five-point Laplacian of a square grid, fixed border
+///   grid3d:SIDE      seven-point Laplacian of a cube
+///   network:POINTS   normal matrix of a random levelling network
+///   flow:SIDE        convection-diffusion on a square grid, unsymmetric
+///   random:ROWS      random pattern of about three entries a row, diagonally dominant, unsymmetric
+///   anything else    a Matrix Market file
+/// Throws zeph::Error for files.
+TestMatrix makeMatrix(const std::string& text);
+
+}  // namespace compare
+
+#endif
