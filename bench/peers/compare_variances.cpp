@@ -130,10 +130,15 @@ double simplicialStep(CholmodRun& run, double limit, std::vector<double>& diagon
     work += length * length;
   }
   if (work > kSimplicialLimit) return std::numeric_limits<double>::quiet_NaN();
-  std::vector<double> inverse(L.colStarts[L.n]);
   Best best;
-  compare::repeat(limit / 3.0, 1, 5,
-                  [&] { best.add(seconds([&] { korin::simplicialInverse(L, inverse.data()); })); });
+  std::vector<double> inverse;
+  compare::repeat(limit / 3.0, 1, 5, [&] {
+    inverse = {};
+    best.add(seconds([&] {
+      inverse.resize(L.colStarts[L.n]);
+      korin::simplicialInverse(L, inverse.data());
+    }));
+  });
   for (unsigned int j = 0; j < L.n; ++j) diagonal[run.order()[j]] = inverse[L.colStarts[j]];
   return best.value;
 }

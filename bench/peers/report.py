@@ -302,7 +302,7 @@ def general_table(programs, sizes, files, _):
                          milliseconds(r["selected"]), solves,
                          times(ratio(r["solves"], r["selected"])),
                          milliseconds(r.get("mumps")),
-                         times(ratio(r.get("mumps"), r["selected"])), f"{r['difference']:.0e}",
+                         times(ratio(r.get("mumps"), r["selected"])), f"{r.get('difference', float('nan')):.0e}",
                          megabytes(r.get("selected_mb")), megabytes(r.get("mumps_mb"))])
     return "## Variances of general matrices\n\n" + table(
         ["matrix", "unknowns", "UMFPACK factor (ms)", "`partialInverseLUSelected` (ms)",
