@@ -278,6 +278,10 @@ class Matrix : public ZtMatrix {
   void saveAsMatlab(const char* path, const char* name) const;
 };
 
+}  // namespace korin
+
+// In the records' own namespace, so that they are found for a plain ZtMatrix from everywhere.
+
 /// Same shape and equal elements; NaN equals nothing.
 bool operator==(const ZtMatrix& a, const ZtMatrix& b);
 bool operator!=(const ZtMatrix& a, const ZtMatrix& b);
@@ -285,6 +289,10 @@ bool operator!=(const ZtMatrix& a, const ZtMatrix& b);
 /// "[rows,cols]{", a line "\n( x x )" a row with the stream's formatting, "}".
 std::ostream& operator<<(std::ostream& out, const ZtMatrix& m);
 
+namespace korin {
+using ::operator==;
+using ::operator!=;
+using ::operator<<;
 }  // namespace korin
 
 #endif

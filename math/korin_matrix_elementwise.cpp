@@ -136,13 +136,13 @@ bool Matrix::isValid() const {
   return foldElements(*this, true, [](bool ok, ZtReal x) { return ok && std::isfinite(x); });
 }
 
+}  // namespace korin
+
 bool operator==(const ZtMatrix& a, const ZtMatrix& b) {
   // A view, because the operand itself need not be a korin::Matrix.
-  return Matrix(a.rows, a.cols, a.stride, a.data, kZtView).isEqual(b);
+  return korin::Matrix(a.rows, a.cols, a.stride, a.data, kZtView).isEqual(b);
 }
 
 bool operator!=(const ZtMatrix& a, const ZtMatrix& b) {
   return !(a == b);
 }
-
-}  // namespace korin

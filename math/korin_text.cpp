@@ -114,11 +114,6 @@ const char* rowNumberFormat(ZtSize rows) {
   return "%.3d ";
 }
 
-void streamElements(std::ostream& out, const ZtReal* x, ZtSize count) {
-  for (ZtSize c = 0; c < count; ++c) out << " " << x[c];
-  out << " )";
-}
-
 }  // namespace
 
 ZtSize Matrix::writeToString(char* out) const {
@@ -159,15 +154,6 @@ void Matrix::display(char* out) const {
   }
 }
 
-std::ostream& operator<<(std::ostream& out, const ZtMatrix& m) {
-  out << "[" << m.rows << "," << m.cols << "]{";
-  for (ZtSize r = 0; r < m.rows; ++r) {
-    out << "\n(";
-    streamElements(out, rowOf(m, r), m.cols);
-  }
-  return out << "}";
-}
-
 ZtSize Vector::writeToString(char* out) const {
   Writer writer(out);
   writer.print("%d: ", static_cast<int>(size));
@@ -199,10 +185,24 @@ void Vector::display(char* out) const {
   writer.print("]\n");
 }
 
+}  // namespace korin
+
+static void streamElements(std::ostream& out, const ZtReal* x, ZtSize count) {
+  for (ZtSize c = 0; c < count; ++c) out << " " << x[c];
+  out << " )";
+}
+
+std::ostream& operator<<(std::ostream& out, const ZtMatrix& m) {
+  out << "[" << m.rows << "," << m.cols << "]{";
+  for (ZtSize r = 0; r < m.rows; ++r) {
+    out << "\n(";
+    streamElements(out, korin::rowOf(m, r), m.cols);
+  }
+  return out << "}";
+}
+
 std::ostream& operator<<(std::ostream& out, const ZtVector& v) {
   out << "[" << v.size << "](";
   streamElements(out, v.data, v.size);
   return out;
 }
-
-}  // namespace korin

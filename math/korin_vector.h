@@ -137,6 +137,10 @@ class Vector : public ZtVector {
   void saveAsMatlab(const char* path, const char* name) const;
 };
 
+}  // namespace korin
+
+// In the records' own namespace, as for ZtMatrix.
+
 /// Same size and equal elements; NaN equals nothing.
 bool operator==(const ZtVector& a, const ZtVector& b);
 bool operator!=(const ZtVector& a, const ZtVector& b);
@@ -144,6 +148,10 @@ bool operator!=(const ZtVector& a, const ZtVector& b);
 /// "[size]( x x )" with the stream's formatting.
 std::ostream& operator<<(std::ostream& out, const ZtVector& v);
 
+namespace korin {
+using ::operator==;
+using ::operator!=;
+using ::operator<<;
 }  // namespace korin
 
 #endif

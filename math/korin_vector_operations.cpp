@@ -153,12 +153,12 @@ bool Vector::isValid() const {
   return asRow(*this).isValid();
 }
 
+}  // namespace korin
+
 bool operator==(const ZtVector& a, const ZtVector& b) {
-  return asRow(a).isEqual(asRow(b));
+  return korin::asRow(a).isEqual(korin::asRow(b));
 }
 
 bool operator!=(const ZtVector& a, const ZtVector& b) {
   return !(a == b);
 }
-
-}  // namespace korin

@@ -146,8 +146,8 @@ TEST(DisplayForm, DrawsBoxesAndPadsRowNumbers) {
 
 TEST(StreamForm, UsesTheStreamsFormatting) {
   std::ostringstream out;
-  out << std::fixed << std::setprecision(1) << matrixOf(2, 2, {1, 2, 3, 4.25}) << Matrix()
-      << matrixOf(1, 2, {5, 6}).row(0) << Vector();
+  out << std::fixed << std::setprecision(1) << matrixOf(2, 2, {1, 2, 3, 4.25}) << ZtMatrix()
+      << matrixOf(1, 2, {5, 6}).row(0) << ZtVector();
   EXPECT_EQ(out.str(), "[2,2]{\n( 1.0 2.0 )\n( 3.0 4.2 )}[0,0]{}[2]( 5.0 6.0 )[0]( )");
 }
 
