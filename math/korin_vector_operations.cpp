@@ -116,7 +116,14 @@ void Vector::setLeftDivideDiag(const ZtMatrix& d, const ZtVector& b) {
 void Vector::setSolveCholesky(const ZtVector& b, korin::Matrix& a) {
   a.setCholesky(true);
   Vector y(b.size);
-  y.setLeftDivideTriL(a, b);
+  // Each sum is completed before the one subtraction, on purpose: setLeftDivideTriL, which
+  // subtracts term by term, rounds differently.
+  for (ZtSize i = 0; i < y.size; ++i) {
+    const ZtReal* x = rowOf(a, i);
+    ZtReal sum = 0.0;
+    for (ZtSize k = 0; k < i; ++k) sum += x[k] * y[k];
+    y[i] = (b.data[i] - sum) / x[i];
+  }
   a.setTransposeSelf();
   setLeftDivideTriU(a, y);
 }

@@ -232,15 +232,22 @@ TEST(Cholesky, FailuresAreReportedAndNanIsCarriedOn) {
   EXPECT_TRUE(m.setCholesky(true) && std::isnan(m(1, 0)) && std::isnan(m(1, 1)));
 }
 
-TEST(Cholesky, SolveLeavesTheTransposedFactor) {
+TEST(Cholesky, SolveSumsBeforeItSubtractsAndLeavesTheTransposedFactor) {
   for (const ZtSize n : {0, 1, 3, 80}) {
     Matrix a = randomMatrix(n, n), product(n, n);
     a.setSymmetricTriL(a);
     a.setSelfAddDiag(2.0 * static_cast<ZtReal>(n) + 1.0);
     const Matrix original = a;
     const Vector b = randomVector(n);
-    Vector x = b, residual(n);
+    Vector x = b, residual(n), expected(n);
     x.setSolveCholesky(x, a);
+    for (ZtSize i = 0; i < n; ++i) {
+      ZtReal sum = 0.0;
+      for (ZtSize k = 0; k < i; ++k) sum += a(k, i) * expected[k];
+      expected[i] = (b[i] - sum) / a(i, i);
+    }
+    expected.setLeftDivideTriU(a, expected);
+    EXPECT_EQ(x, expected);
     residual.setMatMulVec(original, x);
     EXPECT_TRUE(residual.isEqual(b, 1e-13));
     product.setTransMatMulMat(a, a);
