@@ -53,6 +53,15 @@ class FrontTest : public ::testing::Test {
     return "no error";
   }
 
+  /// Expects an Error whose "KIND sentence" starts with `words`, or has them later if not atStart.
+  template <class Work>
+  void expectError(const Work& work, const std::string& words, bool atStart = true) const {
+    const std::string error = errorOf(work);
+    const std::size_t at = error.find(words);
+    EXPECT_TRUE(at == 0 || (!atStart && at != error.npos)) << error << "\nis not\n" << words;
+    EXPECT_EQ(error.find('\n'), error.npos);
+  }
+
   /// Random number from 0 to n - 1.
   unsigned below(std::size_t n) { return static_cast<unsigned>(random_() % n); }
 

@@ -74,11 +74,11 @@ class MatrixMarketTest : public FrontTest {
   }
 };
 
-constexpr const char* kReal = "%%MatrixMarket matrix coordinate real general\n";
-constexpr const char* kArray = "%%MatrixMarket matrix array real general\n";
-constexpr const char* kSymmetric = "%%MatrixMarket matrix coordinate real symmetric\n";
-constexpr const char* kSkew = "%%MatrixMarket matrix coordinate real skew-symmetric\n";
-constexpr const char* kInteger = "%%MatrixMarket matrix coordinate integer general\n";
+const std::string kReal = "%%MatrixMarket matrix coordinate real general\n";
+const std::string kArray = "%%MatrixMarket matrix array real general\n";
+const std::string kSymmetric = "%%MatrixMarket matrix coordinate real symmetric\n";
+const std::string kSkew = "%%MatrixMarket matrix coordinate real skew-symmetric\n";
+const std::string kInteger = "%%MatrixMarket matrix coordinate integer general\n";
 
 TEST_F(MatrixMarketTest, refusesBadFilesWithTheLineAtFault) {
   const struct {
@@ -93,53 +93,48 @@ TEST_F(MatrixMarketTest, refusesBadFilesWithTheLineAtFault) {
       {"%%MatrixMarket matrix coordinate real hermitian\n", "line 1: Hermitian matrices are not"},
       {"%%MatrixMarket matrix coordinate real\n", "line 1: the symmetry \"\""},
       {"%%MatrixMarket matrix coordinate real odd\n", "line 1: the symmetry \"odd\""},
-      {std::string(kReal) + "% only a comment\n", "m.mtx ends after line 2 without the size line"},
-      {std::string(kReal) + "2 2\n", "line 2: expected the size line \"rows columns entries\""},
-      {std::string(kReal) + "2 x 1\n", "line 2: expected the size line"},
-      {std::string(kReal) + "2 2 1 7\n", "line 2: unexpected \"7\" after the size line"},
-      {std::string(kReal) + "3000000000 1 1\n", "line 2: the size"},
-      {std::string(kReal) + "2 99999999999999999999 1\n", "is larger than 2147483647"},
-      {std::string(kSymmetric) + "2 3 1\n", "line 2: a symmetric or skew-symmetric matrix must be"},
-      {std::string(kReal) + "2 2 2\n1 1 5\n",
+      {kReal + "% only a comment\n", "m.mtx ends after line 2 without the size line"},
+      {kReal + "2 2\n", "line 2: expected the size line \"rows columns entries\""},
+      {kReal + "2 x 1\n", "line 2: expected the size line"},
+      {kReal + "2 2 1 7\n", "line 2: unexpected \"7\" after the size line"},
+      {kReal + "3000000000 1 1\n", "line 2: the size"},
+      {kReal + "2 99999999999999999999 1\n", "is larger than 2147483647"},
+      {kSymmetric + "2 3 1\n", "line 2: a symmetric or skew-symmetric matrix must be"},
+      {kReal + "2 2 2\n1 1 5\n",
        "m.mtx ends after line 3 with 1 of the 2 entries that line 2 promises"},
-      {std::string(kReal) + "2 2 900000000000\n1 1 5\n", "with 1 of the 900000000000 entries"},
-      {std::string(kReal) + "2 2 1\n\n1 1 5\n2 2 5\n", "line 5: there are more than the 1 entries"},
-      {std::string(kReal) + "2 2 1\n3 1 5\n", "line 3: the row index 3 is outside 1 to 2"},
-      {std::string(kReal) + "2 2 1\n0 1 5\n", "line 3: the row index 0 is outside 1 to 2"},
-      {std::string(kReal) + "2 4 1\n1 5 5\n", "line 3: the column index 5 is outside 1 to 4"},
-      {std::string(kReal) + "2 2 1\n-1 1 5\n", "found \"-1\" as the row index"},
-      {std::string(kReal) + "2 2 1\n1 1.5 5\n", "found \"1.5\" as the column index"},
-      {std::string(kReal) + "2 2 1\n1\n", "line 3: expected \"row column value\""},
-      {std::string(kReal) + "2 2 1\n1 2\n", "line 3: the value of entry (1, 2) is missing"},
-      {std::string(kReal) + "2 2 1\n1 2 x7\n", "the value \"x7\" of entry (1, 2) is not a number"},
-      {std::string(kReal) + "2 2 1\n1 2 7z\n", "the value \"7z\" of entry (1, 2) is not a number"},
-      {std::string(kReal) + "2 2 1\n1 2 +-7\n", "the value \"+-7\" of entry (1, 2) is not a"},
-      {std::string(kReal) + "2 2 1\n1 2 7 8\n",
-       "line 3: unexpected \"8\" after the value of entry"},
-      {std::string(kReal) + "2 2 1\n1 2 nan\n", "line 3: the value of entry (1, 2) is nan"},
-      {std::string(kReal) + "2 2 1\n1 2 -Inf\n", "line 3: the value of entry (1, 2) is -inf"},
-      {std::string(kReal) + "2 2 1\n1 2 1e999\n",
-       "the value \"1e999\" of entry (1, 2) is too large"},
-      {std::string(kInteger) + "2 2 1\n1 2 1.5\n", "\"1.5\" of entry (1, 2) is not an integer"},
-      {std::string(kSymmetric) + "3 3 2\n2 1 5\n1 3 5\n", "line 4: entry (1, 3) lies above the"},
-      {std::string(kSkew) + "3 3 1\n2 2 5\n", "line 3: entry (2, 2) of a skew-symmetric matrix"},
-      {std::string(kArray) + "2 1\n1\nx\n", "line 4: the value \"x\" of entry (2, 1) is not a"},
-      {std::string(kArray) + "2 2\n1\n2\n3\n", "with 3 of the 4 entries that line 2 promises"},
-      {std::string(kArray) + "2000000000 2000000000\n1\n", "with 1 of the 4000000000000000000"},
-      {std::string(kArray) + "1 1\n1\n2\n", "line 4: there are more than the 1 entries"},
-      {std::string(kArray) + "2 1\n1 2\n", "line 3: unexpected \"2\" after the value of entry"},
+      {kReal + "2 2 900000000000\n1 1 5\n", "with 1 of the 900000000000 entries"},
+      {kReal + "2 2 1\n\n1 1 5\n2 2 5\n", "line 5: there are more than the 1 entries"},
+      {kReal + "2 2 1\n3 1 5\n", "line 3: the row index 3 is outside 1 to 2"},
+      {kReal + "2 2 1\n0 1 5\n", "line 3: the row index 0 is outside 1 to 2"},
+      {kReal + "2 4 1\n1 5 5\n", "line 3: the column index 5 is outside 1 to 4"},
+      {kReal + "2 2 1\n-1 1 5\n", "found \"-1\" as the row index"},
+      {kReal + "2 2 1\n1 1.5 5\n", "found \"1.5\" as the column index"},
+      {kReal + "2 2 1\n1\n", "line 3: expected \"row column value\""},
+      {kReal + "2 2 1\n1 2\n", "line 3: the value of entry (1, 2) is missing"},
+      {kReal + "2 2 1\n1 2 x7\n", "the value \"x7\" of entry (1, 2) is not a number"},
+      {kReal + "2 2 1\n1 2 7z\n", "the value \"7z\" of entry (1, 2) is not a number"},
+      {kReal + "2 2 1\n1 2 +-7\n", "the value \"+-7\" of entry (1, 2) is not a"},
+      {kReal + "2 2 1\n1 2 7 8\n", "line 3: unexpected \"8\" after the value of entry"},
+      {kReal + "2 2 1\n1 2 nan\n", "line 3: the value of entry (1, 2) is nan"},
+      {kReal + "2 2 1\n1 2 -Inf\n", "line 3: the value of entry (1, 2) is -inf"},
+      {kReal + "2 2 1\n1 2 1e999\n", "the value \"1e999\" of entry (1, 2) is too large"},
+      {kInteger + "2 2 1\n1 2 1.5\n", "\"1.5\" of entry (1, 2) is not an integer"},
+      {kSymmetric + "3 3 2\n2 1 5\n1 3 5\n", "line 4: entry (1, 3) lies above the"},
+      {kSkew + "3 3 1\n2 2 5\n", "line 3: entry (2, 2) of a skew-symmetric matrix"},
+      {kArray + "2 1\n1\nx\n", "line 4: the value \"x\" of entry (2, 1) is not a"},
+      {kArray + "2 2\n1\n2\n3\n", "with 3 of the 4 entries that line 2 promises"},
+      {kArray + "2000000000 2000000000\n1\n", "with 1 of the 4000000000000000000"},
+      {kArray + "1 1\n1\n2\n", "line 4: there are more than the 1 entries"},
+      {kArray + "2 1\n1 2\n", "line 3: unexpected \"2\" after the value of entry"},
   };
   for (const auto& c : cases) {
     const std::string file = write("m.mtx", c.text);
-    const std::string sparse = errorOf([&] { zeph::readMatrixMarket(file); });
-    EXPECT_NE(sparse.find(c.sentence), sparse.npos) << c.text << "\n" << sparse;
-    EXPECT_EQ(sparse.find('\n'), sparse.npos);
-    EXPECT_EQ(errorOf([&] { zeph::readMatrixMarketDense(file); }), sparse);
+    expectError([&] { zeph::readMatrixMarket(file); }, c.sentence, false);
+    expectError([&] { zeph::readMatrixMarketDense(file); }, c.sentence, false);
   }
-  EXPECT_EQ(errorOf([&] { zeph::readMatrixMarket(path("none.mtx")); }),
-            "3 cannot read none.mtx: No such file or directory");
-  EXPECT_NE(errorOf([&] { zeph::readMatrixMarket(path("")); }).find("directory"),
-            std::string::npos);
+  expectError([&] { zeph::readMatrixMarket(path("none.mtx")); },
+              "3 cannot read none.mtx: No such file or directory");
+  expectError([&] { zeph::readMatrixMarket(path("")); }, "directory", false);
 }
 
 TEST_F(MatrixMarketTest, acceptsEveryLegalSpelling) {
@@ -151,34 +146,31 @@ TEST_F(MatrixMarketTest, acceptsEveryLegalSpelling) {
   const SparseMatrix m = zeph::readMatrixMarket(file);
   ASSERT_EQ(m.entries.size(), 4u);  // duplicates and zeros are kept
   EXPECT_EQ(flat(zeph::toDense(m).values), (std::vector<double>{1.5, 0, 0, 0, 0, -0.25}));
-  const std::string bad =
-      write("n.mtx", std::string(kReal) + "2 2 3\n1 2 NaN\n2 1 inf\n1 1 1e999\n");
+  const std::string bad = write("n.mtx", kReal + "2 2 3\n1 2 NaN\n2 1 inf\n1 1 1e999\n");
   const SparseMatrix n = zeph::readMatrixMarket(bad, {true});
   EXPECT_TRUE(std::isnan(n.entries[0].value));
   EXPECT_TRUE(std::isinf(n.entries[1].value) && std::isinf(n.entries[2].value));
-  const std::string big = write("i.mtx", std::string(kInteger) + "1 1 1\n1 1 -9007199254740993\n");
+  const std::string big = write("i.mtx", kInteger + "1 1 1\n1 1 -9007199254740993\n");
   EXPECT_EQ(zeph::readMatrixMarket(big).entries[0].value, -9007199254740992.0);
 }
 
 TEST_F(MatrixMarketTest, agreesWithCholmodsReader) {
-  const std::string upper = write("u.mtx", std::string(kSymmetric) + "2 2 2\n1 1 3\n1 2 5\n");
+  const std::string upper = write("u.mtx", kSymmetric + "2 2 2\n1 1 3\n1 2 5\n");
   EXPECT_EQ(flat(zeph::readDense(upper).values), readByCholmod(upper, false));
-  const std::string skew = write("s.mtx", std::string(kSkew) + "2 2 1\n1 2 5\n");
+  const std::string skew = write("s.mtx", kSkew + "2 2 1\n1 2 5\n");
   zeph::writeSparse(path("w.mtx"), zeph::readMatrixMarket(skew));
   EXPECT_NE(read(path("w.mtx")).find("\n2 1 -5\n"), std::string::npos);
   for (int round = 0; round < 60; ++round) {
     const auto symmetry = static_cast<Symmetry>(round % 3);
     SparseMatrix m = randomMatrix(symmetry);
-    for (auto& e : m.entries)
-      e.value = std::ldexp(e.value, -std::ilogb(e.value));  // sums stay finite
+    for (auto& e : m.entries) e.value = std::scalbn(e.value, -std::ilogb(e.value));  // sums fit
     zeph::writeSparse(path("m.mtx"), m);
     std::string text = read(path("m.mtx"));
-    if (round % 2 == 0)
-      text = text.substr(0, text.find('\n') + 1) + "% a comment\n\n" +
-             text.substr(text.find('\n') + 1);
+    if (round % 2 == 0) text.insert(text.find('\n') + 1, "% a comment\n\n");
     const std::string file = write("m.mtx", text);
-    EXPECT_EQ(readByCholmod(file, false), flat(zeph::readMatrixMarketDense(file).values)) << text;
-    EXPECT_EQ(readByCholmod(file, false), flat(zeph::toDense(zeph::readMatrixMarket(file)).values));
+    const std::vector<double> expected = readByCholmod(file, false);
+    EXPECT_EQ(flat(zeph::readMatrixMarketDense(file).values), expected) << text;
+    EXPECT_EQ(flat(zeph::toDense(zeph::readMatrixMarket(file)).values), expected);
   }
   for (const char* symmetry : {"general", "symmetric", "skew-symmetric"}) {
     const std::string file =
@@ -216,8 +208,8 @@ TEST_F(MatrixMarketTest, everyDoubleReadsBackToTheSameBits) {
 }
 
 TEST_F(MatrixMarketTest, linesLongerThanTheBufferAndPipesAreRead) {
-  const std::string text = std::string(kReal) + "%" + std::string(700000, '-') + "\n1 2 1\n1 2" +
-                           std::string(300000, ' ') + "4";
+  const std::string text =
+      kReal + "%" + std::string(700000, '-') + "\n1 2 1\n1 2" + std::string(300000, ' ') + "4";
   const std::string file = write("m.mtx", text);
   EXPECT_EQ(zeph::readMatrixMarket(file).entries.at(0).value, 4.0);
   ASSERT_EQ(std::system(("mkfifo " + path("pipe")).c_str()), 0);
@@ -226,12 +218,12 @@ TEST_F(MatrixMarketTest, linesLongerThanTheBufferAndPipesAreRead) {
 }
 
 TEST_F(MatrixMarketTest, hugeSizesAreRefusedNotAttempted) {
-  const std::string file = write("m.mtx", std::string(kReal) + "2000000000 2000000000 1\n1 1 1\n");
+  const std::string file = write("m.mtx", kReal + "2000000000 2000000000 1\n1 1 1\n");
   EXPECT_EQ(zeph::readMatrixMarket(file).entries.size(), 1u);
-  EXPECT_EQ(errorOf([&] { zeph::readDense(file); }).substr(0, 1), "8");
-  EXPECT_EQ(errorOf([&] { zeph::checkMatrix(zeph::readSparse(file)); }).substr(0, 1), "8");
-  EXPECT_EQ(errorOf([] { zeph::readSparse("/dev/zero"); }),
-            "3 /dev/zero, line 1: the line has no end; this is not a matrix file");
+  expectError([&] { zeph::readDense(file); }, "8");
+  expectError([&] { zeph::checkMatrix(zeph::readSparse(file)); }, "8");
+  expectError([] { zeph::readSparse("/dev/zero"); },
+              "3 /dev/zero, line 1: the line has no end; this is not a matrix file");
 }
 
 }  // namespace

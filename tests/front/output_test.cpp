@@ -51,12 +51,9 @@ TEST_F(OutputTest, unwritablePlacesAreNamed) {
   } cases[] = {{path("none/x.csv"), "7 cannot write none/x.csv: No such file or directory"},
                {path("folder"), "7 cannot write folder: Is a directory"},
                {"", "7 the name of the output file is empty"}};
-  for (const auto& c : cases) {
-    const std::string error = errorOf([&] { AtomicFile out(c.file); });
-    EXPECT_EQ(error.substr(0, c.sentence.size()), c.sentence);
-  }
-  const std::string full = errorOf([&] { zeph::writeVector("/dev/full", ZtVector(3, nullptr)); });
-  EXPECT_NE(full.find("7 cannot write /dev/full: No space left"), full.npos) << full;
+  for (const auto& c : cases) expectError([&] { AtomicFile out(c.file); }, c.sentence);
+  expectError([&] { zeph::writeVector("/dev/full", ZtVector(3, nullptr)); },
+              "7 cannot write /dev/full: No space left");
   EXPECT_EQ(fileCount(), 1u);
 }
 
@@ -74,12 +71,11 @@ TEST_F(OutputTest, csvIsWhatTheLibraryWrites) {
     zeph::writeSparse(path("ours.csv"), m);
     const std::string text = read(path("library.csv"));
     ASSERT_EQ(read(path("ours.csv")), text);
-    if (text.empty()) continue;
+    if (text.empty() || m.rows == 1 || m.cols == 1) continue;
     const SparseMatrix back = zeph::readSparse(path("ours.csv"));
     zeph::writeSparse(path("again.csv"), back);
-    if (back.rows > 1 && back.cols > 1 && m.rows > 1 && m.cols > 1) {
-      EXPECT_EQ(read(path("again.csv")), text);
-    }
+    if (back.rows == 1 || back.cols == 1) continue;
+    EXPECT_EQ(read(path("again.csv")), text);
   }
   const double values[] = {0.1, -0.0, std::numeric_limits<double>::denorm_min()};
   zeph::writeVector(path("v.csv"), ZtVector(3, values));
@@ -98,15 +94,13 @@ TEST_F(OutputTest, badCsvIsRefusedWithTheLineAtFault) {
                {"0,0,nan\n", "line 1: the value \"nan\" is not finite"},
                {"0,0,1e999\n", "line 1: the value \"1e999\" is not finite"},
                {"0,0,1,2\n", "line 1: unexpected \",\" after the value"},
-               {"-1,0,1\n", "found \"-1\" as the row index"},
-               {"2147483647,0,1\n", "the row index is larger than 2147483646"}};
+               {"-1,0,1\n", "line 1: expected \"row,column,value\", found \"-1\" as the row index"},
+               {"2147483647,0,1\n", "line 1: the row index is larger than 2147483646"}};
   for (const auto& c : cases) {
     const std::string file = write("m.csv", c.text);
-    const std::string error = errorOf([&] { zeph::readSparse(file); });
-    EXPECT_EQ(error.substr(0, 13), "3 m.csv, line");
-    EXPECT_NE(error.find(c.sentence), error.npos) << error;
+    expectError([&] { zeph::readSparse(file); }, std::string("3 m.csv, ") + c.sentence);
   }
-  EXPECT_EQ(errorOf([] { zeph::requireMatrixEnding("A.txt"); }).substr(0, 1), "2");
+  expectError([] { zeph::requireMatrixEnding("A.txt"); }, "2");
 }
 
 }  // namespace

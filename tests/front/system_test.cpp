@@ -9,6 +9,7 @@
 #include "front/operations.h"
 #include "front/solve.h"
 #include "front/variances.h"
+#include "math/korin.h"
 #include "tests/front/front_test.h"
 
 namespace {
@@ -66,39 +67,27 @@ class SystemTest : public FrontTest {
   static void expectVariances(const SparseMatrix& m, Route asked, Route taken) {
     const zeph::Variances v = zeph::variances(m, asked);
     EXPECT_EQ(v.choice.route, taken) << v.choice.reason;
-    SparseMatrix unit = matrix(m.rows, Symmetry::General, {});
-    for (unsigned i = 0; i < m.rows; ++i) unit.entries.push_back({i, i, 1.0});
-    const ZtMatrix inverse = zeph::solve(m, zeph::toDense(unit), Route::Lu).X;
-    ASSERT_EQ(v.diagonal.size, m.rows);
-    for (std::size_t i = 0; i < m.rows; ++i) {
-      EXPECT_NEAR(v.diagonal.data[i], inverse.data[i * inverse.stride + i], 1e-12);
-    }
+    DenseMatrix unit;
+    korin::Matrix identity(m.rows, m.rows);
+    identity.setIdentity();
+    unit.values = identity;
+    korin::Vector diagonal(m.rows);
+    diagonal.setDiag(zeph::solve(m, unit, Route::Lu).X);
+    EXPECT_TRUE(diagonal.isEqual(v.diagonal, 1e-12));
   }
 
-  static ZtMatrix product(const ZtMatrix& a, const ZtMatrix& b, bool transposeB = false) {
-    ZtMatrix c(a.rows, transposeB ? b.rows : b.cols, 0, nullptr);
-    for (std::size_t i = 0; i < c.rows; ++i) {
-      for (std::size_t j = 0; j < c.cols; ++j) {
-        long double sum = 0.0L;
-        for (std::size_t k = 0; k < a.cols; ++k) {
-          sum +=
-              a.data[i * a.stride + k] * b.data[transposeB ? j * b.stride + k : k * b.stride + j];
-        }
-        c.data[i * c.stride + j] = static_cast<double>(sum);
-      }
-    }
+  static korin::Matrix dense(const SparseMatrix& m) { return zeph::toDense(m).values; }
+
+  static korin::Matrix product(const korin::Matrix& a, const ZtMatrix& b) {
+    korin::Matrix c(a.rows, b.cols);
+    c.setMatMulMat(a, b);
     return c;
-  }
-
-  static void expectNear(const ZtMatrix& a, const ZtMatrix& b, double tolerance) {
-    ASSERT_TRUE(a.rows == b.rows && a.cols == b.cols);
-    for (std::size_t k = 0; k < a.rows * a.cols; ++k) EXPECT_NEAR(a.data[k], b.data[k], tolerance);
   }
 
   DenseMatrix columns(std::size_t rows, std::size_t cols) {
     DenseMatrix B;
     B.source = "b.mtx";
-    B.values = ZtMatrix(rows, cols, cols, nullptr);
+    B.values = korin::Matrix(rows, cols);
     for (std::size_t k = 0; k < rows * cols; ++k) B.values.data[k] = value();
     return B;
   }
@@ -113,8 +102,12 @@ TEST_F(SystemTest, variancesOfEveryRouteAreTheInversesDiagonal) {
       expectVariances(m, Route::Lu, Route::Lu);
       expectVariances(m, Route::LuSolves, Route::LuSolves);
     }
-    const SparseMatrix g = general(n);
-    expectVariances(g, Route::Lu, Route::Lu);
+    expectVariances(general(n), Route::Lu, Route::Lu);
+    SparseMatrix indefinite = definite(n, Symmetry::Symmetric);
+    const unsigned spoilt = below(n);
+    for (auto& e : indefinite.entries) e.value *= e.row == spoilt && e.col == spoilt ? -1.0 : 1.0;
+    expectError([&] { zeph::variances(indefinite); }, "5 A.mtx is not positive definite:");
+    expectVariances(indefinite, Route::Lu, Route::Lu);
   }
   expectVariances(general(9), Route::Automatic, Route::Lu);
   expectVariances(matrix(2, Symmetry::Symmetric, {{1, 0, 2.0}, {0, 0, 1.0}}), Route::Automatic,
@@ -131,7 +124,7 @@ TEST_F(SystemTest, solutionsOfEveryRouteSolve) {
       for (const Route asked : {Route::Automatic, Route::LuSolves}) {
         const zeph::Solution s = zeph::solve(m, B, asked);
         EXPECT_LT(s.relativeResidual, 1e-14);
-        expectNear(product(zeph::toDense(m).values, s.X), B.values, 1e-11);
+        EXPECT_TRUE(product(dense(m), s.X).isEqual(B.values, 1e-11));
       }
     }
   }
@@ -153,6 +146,8 @@ TEST_F(SystemTest, unfitMatricesAreRefusedInOneSentence) {
     grid.entries.push_back({i, i, 1.0 + 200.0 * (i != 120)});
   }
   grid.entries.push_back({120, 120, -2.0});
+  SparseMatrix countingUp = matrix(3, G, {});  // 1 to 9: the rows are equally far apart
+  for (unsigned k = 0; k < 9; ++k) countingUp.entries.push_back({k / 3, k % 3, k + 1.0});
   SparseMatrix loop = matrix(500, S, {});  // each row sums to 0, to rounding
   for (unsigned i = 0; i < 500; ++i) {
     const double w = 0.1 * (1 + i % 7);
@@ -184,28 +179,17 @@ TEST_F(SystemTest, unfitMatricesAreRefusedInOneSentence) {
       {matrix(3, G, {{0, 0, 1.0}, {1, 1, 1.0}}), Route::Automatic,
        "6 A.mtx is singular: it has fewer entries (2) than its 3 rows need"},
       {matrix(2, G, {{0, 0, 1.0}, {1, 0, 1.0}}), Route::Automatic, "6 A.mtx is singular"},
-      {matrix(3, G,
-              {{0, 0, 1},
-               {0, 1, 2},
-               {0, 2, 3},
-               {1, 0, 4},
-               {1, 1, 5},
-               {1, 2, 6},
-               {2, 0, 7},
-               {2, 1, 8},
-               {2, 2, 9}}),
-       Route::Automatic, "6 A.mtx is singular to working precision"},
+      {countingUp, Route::Automatic, "6 A.mtx is singular to working precision"},
       {loop, Route::Lu, "6 A.mtx is singular to working precision"},
       {loop, Route::LuSolves, "6 A.mtx is singular to working precision"},
   };
   for (const auto& c : cases) {
-    const std::string sentence = c.sentence;
     const DenseMatrix B = columns(c.m.rows, 1);
-    EXPECT_EQ(errorOf([&] { zeph::variances(c.m, c.asked); }).substr(0, sentence.size()), sentence);
-    EXPECT_EQ(errorOf([&] { zeph::solve(c.m, B, c.asked); }).substr(0, sentence.size()), sentence);
-    if (c.asked != Route::Cholesky && sentence[0] != '5') continue;
+    expectError([&] { zeph::variances(c.m, c.asked); }, c.sentence);
+    expectError([&] { zeph::solve(c.m, B, c.asked); }, c.sentence);
+    if (c.asked != Route::Cholesky && c.sentence[0] != '5') continue;
     for (const bool reorder : {false, true}) {
-      EXPECT_EQ(errorOf([&] { zeph::factor(c.m, reorder); }).substr(0, sentence.size()), sentence);
+      expectError([&] { zeph::factor(c.m, reorder); }, c.sentence);
     }
   }
   for (const Route route : {Route::Automatic, Route::Cholesky}) {
@@ -213,29 +197,14 @@ TEST_F(SystemTest, unfitMatricesAreRefusedInOneSentence) {
     EXPECT_TRUE(error[0] == '5' || error[0] == '6') << error;
   }
   const SparseMatrix hollow = matrix(2000000000, G, {{0, 0, 1.0}});
-  EXPECT_EQ(errorOf([&] { zeph::variances(hollow); }).substr(0, 19), "6 A.mtx is singular");
+  expectError([&] { zeph::variances(hollow); }, "6 A.mtx is singular");
   const SparseMatrix m = definite(3, S);
-  const std::string height = "4 the right-hand side b.mtx is 4 x 1; A.mtx needs 3 rows";
-  EXPECT_EQ(errorOf([&] { zeph::solve(m, columns(4, 1)); }).substr(0, height.size()), height);
+  expectError([&] { zeph::solve(m, columns(4, 1)); },
+              "4 the right-hand side b.mtx is 4 x 1; A.mtx needs 3 rows");
   DenseMatrix bad = columns(3, 2);
   bad.values.data[3] = nan;
-  EXPECT_EQ(errorOf([&] { zeph::solve(m, bad); }),
-            "4 entry (2, 2) of the right-hand side b.mtx is not finite");
-}
-
-TEST_F(SystemTest, indefiniteMatricesNeverGiveVariancesByCholesky) {
-  for (int round = 0; round < 200; ++round) {
-    SparseMatrix m = definite(2 + below(30), Symmetry::Symmetric);
-    for (auto& e : m.entries) {
-      if (e.row == e.col && below(8) == 0) e.value = -e.value;
-    }
-    bool negative = false;
-    for (const auto& e : m.entries) negative = negative || (e.row == e.col && e.value < 0.0);
-    if (!negative) continue;
-    EXPECT_EQ(errorOf([&] { zeph::variances(m); }).substr(0, 33),
-              "5 A.mtx is not positive definite:");
-    expectVariances(m, Route::Lu, Route::Lu);
-  }
+  expectError([&] { zeph::solve(m, bad); },
+              "4 entry (2, 2) of the right-hand side b.mtx is not finite");
 }
 
 TEST_F(SystemTest, factorTimesItsTransposeIsThePermutedMatrix) {
@@ -244,13 +213,13 @@ TEST_F(SystemTest, factorTimesItsTransposeIsThePermutedMatrix) {
         definite(1 + below(20), round % 2 ? Symmetry::General : Symmetry::Symmetric);
     for (const bool reorder : {false, true}) {
       const zeph::CholeskyFactor f = zeph::factor(m, reorder);
-      const ZtMatrix whole = zeph::toDense(m).values;
-      ZtMatrix a = whole;
+      const korin::Matrix whole = dense(m), l = dense(f.L);
+      korin::Matrix a = whole, square(m.rows, m.rows);
       for (std::size_t k = 0; reorder && k < m.rows * m.rows; ++k) {
-        a.data[k] = whole.data[f.perm[k / m.rows] * m.rows + f.perm[k % m.rows]];
+        *a.flatRow(k) = whole(f.perm[k / m.rows], f.perm[k % m.rows]);
       }
-      const ZtMatrix l = zeph::toDense(f.L).values;
-      expectNear(product(l, l, true), a, 1e-12);
+      square.setMatMulTransMat(l, l);
+      EXPECT_TRUE(square.isEqual(a, 1e-12));
     }
   }
   zeph::writePermutation(path("p.txt"), {2, 0, 1});
@@ -260,33 +229,28 @@ TEST_F(SystemTest, factorTimesItsTransposeIsThePermutedMatrix) {
 TEST_F(SystemTest, inverseSetProductAndExport) {
   // An arrow that points down fills nothing, whichever triangle the file stores.
   for (const bool upper : {false, true}) {
-    std::vector<zeph_solver::MatrixElement> entries;
-    for (unsigned i = 0; i < 5; ++i) {
-      entries.push_back({i, i, 2.0});
-      if (i < 4)
-        entries.push_back(upper ? zeph_solver::MatrixElement{i, 4, 1.0}
-                                : zeph_solver::MatrixElement{4, i, 1.0});
-    }
-    EXPECT_EQ(zeph::inverseSet(matrix(5, Symmetry::Symmetric, entries)).entries.size(), 9u);
+    SparseMatrix arrow = matrix(5, Symmetry::Symmetric, {});
+    for (unsigned i = 0; i < 5; ++i) arrow.entries.push_back({upper ? i : 4, upper ? 4 : i, 2.0});
+    for (unsigned i = 0; i < 4; ++i) arrow.entries.push_back({i, i, 2.0});
+    EXPECT_EQ(zeph::inverseSet(arrow).entries.size(), 9u);
   }
   const SparseMatrix m = definite(7, Symmetry::Symmetric);
   const DenseMatrix B = columns(7, 3);
-  const ZtMatrix C = zeph::multiply(m, B);
-  expectNear(C, product(zeph::toDense(m).values, B.values), 1e-13);
-  EXPECT_EQ(errorOf([&] { zeph::multiply(m, columns(6, 1)); }).substr(0, 22),
-            "4 cannot multiply A.mt");
+  const korin::Matrix C = zeph::multiply(m, B);
+  EXPECT_TRUE(C.isEqual(product(dense(m), B.values), 1e-13));
+  expectError([&] { zeph::multiply(m, columns(6, 1)); }, "4 cannot multiply A.mt");
 
   zeph::exportMat(path("c.mat"), C, "C_variance");
   const std::string text = read(path("c.mat"));
   ASSERT_EQ(text.size(), 176u + 16u + 8u + 168u);
   std::vector<double> columnMajor(21);
   std::memcpy(columnMajor.data(), text.data() + text.size() - 168, 168);
-  EXPECT_EQ(columnMajor[8], C.data[1 * 3 + 1]);
+  EXPECT_EQ(columnMajor[8], C(1, 1));
   EXPECT_EQ(text.substr(176, 10), "C_variance");
   for (const char* name : {"", "1a", "a b", "_a"}) {
-    EXPECT_EQ(errorOf([&] { zeph::exportMat(path("d.mat"), C, name); }).substr(0, 1), "2") << name;
+    expectError([&] { zeph::exportMat(path("d.mat"), C, name); }, "2");
   }
-  EXPECT_EQ(errorOf([&] { zeph::exportMat("/dev/full", C, "C"); }).substr(0, 1), "7");
+  expectError([&] { zeph::exportMat("/dev/full", C, "C"); }, "7");
   EXPECT_EQ(fileCount(), 1u);
 }
 
@@ -299,11 +263,10 @@ TEST_F(SystemTest, cancelledWorkStopsAndStagesAreTold) {
   const SparseMatrix m = definite(5, Symmetry::Symmetric);
   zeph::variances(m, Route::Automatic, recorder);
   EXPECT_EQ(recorder.stages.size(), 2u);
-  EXPECT_EQ(
-      recorder.notes,
-      (std::vector<std::string>{"route: Cholesky (A.mtx is symmetric with a usable diagonal)"}));
+  ASSERT_EQ(recorder.notes.size(), 1u);
+  EXPECT_EQ(recorder.notes[0], "route: Cholesky (A.mtx is symmetric with a usable diagonal)");
   recorder.cancel();
-  EXPECT_EQ(errorOf([&] { zeph::variances(m, Route::Automatic, recorder); }).substr(0, 4), "130 ");
+  expectError([&] { zeph::variances(m, Route::Automatic, recorder); }, "130 ");
 }
 
 }  // namespace
