@@ -30,7 +30,11 @@ inline __attribute__((always_inline)) void invertByRows(size_t n, const double* 
     }
     x *= reciprocal;
     y *= reciprocal;
-    (i < 8 ? x : y)[i % 8] = reciprocal;
+    if (i < 8) {
+      x[i] = reciprocal;
+    } else {
+      y[i - 8] = reciprocal;
+    }
     left[i] = x;
     right[i] = y;
     *reinterpret_cast<LooseHalf*>(w) = x;
