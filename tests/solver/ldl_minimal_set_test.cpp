@@ -64,6 +64,7 @@ TEST(LdlMinimalSetTest, EqualsTheDefinitionOnRandomPatterns) {
       }
     }
     if (trial % 5 == 0) A.scalarMultiplication(dense ? 1.0 : 0.0);
+    if (trial % 4 == 0) A.addSparseElement(n, random() % cols, 1.0);  // outside, so without effect
     ProtoSparse set;
     partialInverseLDLMinimalSet(A, set);
     ASSERT_TRUE(set.rowCount == n && set.colCount == n && set.isCompressed());
