@@ -30,6 +30,7 @@ ZtReal* allocateReals(ZtSize rows, ZtSize stride) {
 
 void copyRows(ZtReal* target, ZtSize targetStride, const ZtReal* source, ZtSize sourceStride,
               ZtSize rows, ZtSize cols) {
+  if (cols == 0) return;  // the pointers may be null
   for (ZtSize r = 0; r < rows; ++r) {
     std::memmove(target + r * targetStride, source + r * sourceStride, cols * sizeof(ZtReal));
   }
@@ -220,6 +221,7 @@ ZtSize ZtMatrix_offset(const ZtMatrix* matrix, ZtSize row, ZtSize col) {
 }
 
 void ZtMatrix_setZero(ZtMatrix* matrix) {
+  if (matrix->cols == 0) return;
   for (ZtSize r = 0; r < matrix->rows; ++r) {
     std::fill_n(matrix->data + r * matrix->stride, matrix->cols, 0.0);
   }
