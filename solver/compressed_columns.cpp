@@ -59,7 +59,8 @@ void fillCompressedColumns(const ProtoSparse& A, Index* colPointers, Index* rowI
   if (A.denseBlock) {
     fillFromBlock(*A.denseBlock, colPointers, rowIndices, values);
   } else {
-    fillFromTriplets(A.elements, A.colCount, colPointers, rowIndices, values);
+    fillFromTriplets(A.elements, static_cast<std::uint32_t>(A.colCount), colPointers, rowIndices,
+                     values);
   }
 }
 

@@ -165,7 +165,7 @@ void Factorisation::init(int rowCount, int colCount, int nnz) {
 void Factorisation::init(const ProtoSparse& A) {
   A.sortElements();
   init(static_cast<int>(A.rowCount), static_cast<int>(A.colCount), static_cast<int>(A.nz()));
-  std::fill_n(colPointers.get(), A.colCount + 1, 0);
+  std::fill_n(colPointers.get(), cols + 1, 0);
   fillCompressedColumns(A, colPointers.get(), rowIndices.get(), values.get());
 }
 

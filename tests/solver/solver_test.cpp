@@ -206,7 +206,8 @@ TEST(SolverFallback, AFailedAnalysisGoesToLuSilently) {
     EXPECT_LT(residual(A, X, B), 1e-12);
   }
   // Rectangular, indefinite and singular matrices, and a wrong reuse: nothing may be printed.
-  ProtoSparse wide(2, 3), indefinite(2, 2), singular(3, 3);
+  ProtoSparse wide(2, 3), indefinite(2, 2), singular(3, 3), beyond32Bits(1ul << 32, 1ul << 32);
+  beyond32Bits.addElement(2, 2, 1.0);
   wide.addElement(0, 0, 1.0);
   for (std::size_t i = 0; i < 2; ++i) {
     indefinite.addElement(i, i, 1.0);
@@ -225,6 +226,9 @@ TEST(SolverFallback, AFailedAnalysisGoesToLuSilently) {
     f.cholesky = cholesky;
     solver.factorise(singular, &f);
     EXPECT_TRUE(factorisationStatus(f).singular);
+    f.cholesky = cholesky;
+    solver.factorise(beyond32Bits, &f);
+    EXPECT_EQ(f.size(), 0) << "counts are cut to 32 bits";
   }
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
 }
