@@ -62,8 +62,9 @@ class TripletFile {
     used_ = 0;
   }
 
-  std::FILE* file_;
+  // Before the file: running out of memory must not leave it open.
   std::vector<char> buffer_ = std::vector<char>(kBufferSize);
+  std::FILE* file_;
   std::size_t used_ = 0;
 };
 
