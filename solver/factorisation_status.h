@@ -1,4 +1,5 @@
-// What became of a factorisation: the solver itself reports nothing.
+// What became of a factorisation: the solver itself reports nothing. For the floors above this one:
+// the shared library does not export it.
 #ifndef ZEPH_SOLVER_FACTORISATION_STATUS_H
 #define ZEPH_SOLVER_FACTORISATION_STATUS_H
 

@@ -2,12 +2,10 @@
 #ifndef ZEPH_SOLVER_PARTIAL_INVERSE_CHOL_H
 #define ZEPH_SOLVER_PARTIAL_INVERSE_CHOL_H
 
+#include "solver/protosparse.h"
 #include "solver/zeph_export.h"
-#include "types/zttypes.h"
 
 namespace zeph_solver {
-
-class ProtoSparse;
 
 /// Sparse lower Cholesky factor: L L^T = P A P^T.
 ///

@@ -151,14 +151,15 @@ class ZEPH_EXPORT ProtoSparse {
   bool isCompressed() const;
 
   /// this += other, or its transpose, with other's (0, 0) at (rowOffset, colOffset). The counts
-  /// stay. A dense other needs a dense target (`makeDense`). Adding an object to itself is allowed.
+  /// stay. A sparse target takes a sparse other's list as it is, zeros included, when no index
+  /// changes; otherwise, and from a dense other, it stores no exact zeros. `other` may be this.
   void add(const ProtoSparse& other, std::size_t rowOffset, std::size_t colOffset, bool transpose);
 
   /// this = this^T. In sparse mode the list order stays, so a compressed list becomes row-major.
   void transposeSelf();
 
   /// c = this * b for dense b (colCount x k); c must be rowCount x k and is not resized.
-  /// O(nz k); duplicates need no merging.
+  /// O(nz k); duplicates need no merging, and elements outside the shape are not looked for.
   void multiplyDense(const ZtMatrix& b, ZtMatrix& c);
 
   /// c = W * b for the window W of rows rowFirst .. c.rows - rowFirst - 1 and columns colFirst ..

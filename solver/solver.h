@@ -5,17 +5,14 @@
 
 #include <memory>
 
+#include "math/korin_vector.h"
+#include "solver/protosparse.h"
 #include "solver/suitesparse_handles.h"
 #include "solver/zeph_export.h"
 #include "types/zttypes.h"
 
-namespace korin {
-class Vector;
-}
-
 namespace zeph_solver {
 
-class ProtoSparse;
 class Solver;
 
 /// One numeric factorisation, made by a Solver and reused for further right-hand sides.
@@ -81,7 +78,7 @@ class ZEPH_EXPORT Solver {
   ~Solver();
 
   /// Factorises A into *f by the route that f->cholesky asks for. Sorts A's elements. f must not be
-  /// null. Failures are not reported; see factorisationStatus in solver/factorisation_status.h.
+  /// null. Failures are not reported: a solve with what came of them gives NaN or throws.
   void factorise(const ProtoSparse& A, Factorisation* f);
 
   /// Solves A X = B.
