@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <vector>
 
 #include "math/korin_matrix.h"
@@ -111,7 +112,11 @@ unsigned int Matrix::deserialize(const char* in) {
   ZtSize readRows = 0;
   ZtSize readCols = 0;
   const char* elements = getWord(getWord(in, readRows), readCols);
-  ZtMatrix_assign(this, readRows, readCols, readCols, nullptr, 0);
+  try {
+    ZtMatrix_assign(this, readRows, readCols, readCols, nullptr, 0);
+  } catch (const std::bad_alloc&) {
+    return 0;
+  }
   getElements(elements, *this);
   return binaryLength(2, rows, cols);
 }
@@ -147,7 +152,11 @@ unsigned int Vector::serialize(char* out) const {
 unsigned int Vector::deserialize(const char* in) {
   ZtSize readSize = 0;
   const char* elements = getWord(in, readSize);
-  ZtVector_assign(this, readSize, nullptr);
+  try {
+    ZtVector_assign(this, readSize, nullptr);
+  } catch (const std::bad_alloc&) {
+    return 0;
+  }
   Matrix target = asRow(*this);
   getElements(elements, target);
   return binaryLength(1, 1, size);

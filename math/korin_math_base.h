@@ -60,8 +60,8 @@ double interpolate(double t, double a, double b);
 /// Binary logarithm.
 double xlog2(double x);
 
-/// |a - b| <= max(|a|, |b|) * 1e-16, which is equality but for a few neighbours. Equal infinities
-/// are not fuzzily equal.
+/// |a - b| <= max(|a|, |b|) * 1e-16: plain equality of finite values, whose neighbours are farther
+/// apart. By the formula an infinity equals every finite value and not itself.
 bool fuzzyIsEqual(double a, double b);
 /// |a - b| <= tol.
 bool fuzzyIsEqual(double a, double b, double tol);

@@ -139,7 +139,7 @@ class Matrix : public ZtMatrix {
   void setSelfAddDiag(const ZtMatrix& d);
   void setSelfAddDiag(const ZtVector& d);
   void setSelfAddDiag(ZtReal value);
-  /// this = a * diag(d): column j of a times d(j, j).
+  /// this = a * diag(d): column j of a times d(j, j). this must not overlap d.
   void setMatMulDiag(const ZtMatrix& a, const ZtMatrix& d);
   void setMatMulDiag(const ZtMatrix& a, const ZtVector& d);
   /// this = diag(d) * a: row i of a times d(i, i).
@@ -267,8 +267,8 @@ class Matrix : public ZtMatrix {
   /// Binary form: rows and cols as 32-bit unsigned integers, then the elements as doubles row by
   /// row, all as in memory. Returns its length in bytes; a null out only measures.
   unsigned int serialize(char* out) const;
-  /// Reads the binary form into a fresh managed matrix; returns the bytes consumed. Whether this
-  /// is a view is not checked.
+  /// Reads the binary form into a fresh managed matrix; returns the bytes consumed, or 0 with this
+  /// unchanged when memory cannot hold the counts read. Whether this is a view is not checked.
   unsigned int deserialize(const char* in);
   /// Box-drawn table for a terminal with code page 437, NUL-terminated.
   void display(char* out) const;

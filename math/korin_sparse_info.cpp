@@ -3,6 +3,7 @@
 namespace korin {
 
 void SparseInfo::update(const ZtMatrix& m, bool rowLists, bool colLists) {
+  hasRowLists_ = hasColLists_ = false;  // should an allocation fail
   rowIndices_.resize(rowLists ? m.rows * (m.cols + 1) : 0);
   colIndices_.resize(colLists ? m.cols * (m.rows + 1) : 0);
   rows = m.rows;

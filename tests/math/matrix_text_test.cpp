@@ -119,6 +119,8 @@ TEST(BinaryForm, HasItsLayoutAndReadsBackAtAnyAlignment) {
   }
   EXPECT_EQ(Matrix().serialize(bytes.data()), 8u);
   EXPECT_EQ(wordsOf(bytes.substr(0, 8)), (Words{0, 0}));
+  Matrix m(view);  // counts that no memory holds
+  EXPECT_TRUE(m.deserialize(std::string(8, '\xFF').data()) == 0 && m == view);
 }
 
 TEST(DisplayForm, DrawsBoxesAndPadsRowNumbers) {
