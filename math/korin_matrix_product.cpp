@@ -108,7 +108,8 @@ void Matrix::setMatMulTransMatTrivial(const ZtMatrix& a, const ZtMatrix& b) {
 }
 
 void Matrix::setMatMulTransMatBlocked(const ZtMatrix& a, const ZtMatrix& b) {
-  Matrix transposed(b.cols, b.rows);
+  Matrix transposed;
+  transposed.changeSize(b.cols, b.rows);  // keeps the shape where the constructor makes 0 x 0
   transposed.setTransposeOf(b);
   setMatMulMatBlocked(a, transposed);
 }
@@ -158,7 +159,8 @@ void Matrix::setMatMulTransMat(const ZtMatrix& a, const SparseInfo& aInfo, const
 
 void Matrix::setABAt(const ZtMatrix& a, const SparseInfo& aInfo, const ZtMatrix& b,
                      const SparseInfo& bInfo) {
-  Matrix ab(a.rows, b.cols);
+  Matrix ab;
+  ab.changeSize(a.rows, b.cols);
   ab.setMatMulMat(a, aInfo, b, bInfo);
   setMatMulTransMat(ab, SparseInfo(ab, true, false), a, aInfo);
 }

@@ -1,3 +1,4 @@
+#include <functional>
 #include <limits>
 
 #include "tests/math/dense_testing.h"
@@ -175,6 +176,32 @@ TEST(MatrixProduct, NonZeroListsGiveThePlainSumsOverStoredNonZeros) {
   ab.setMatMulMatSparse(a, b);
   expected.setMatMulMatSparse(ab, transposed(a));
   EXPECT_TRUE(sameBits(c, expected));
+}
+
+TEST(MatrixProduct, AnEmptyInnerDimensionGivesZeros) {
+  Matrix a, b;
+  a.changeSize(3, 0);
+  b.changeSize(0, 3);
+  const SparseInfo none;
+  Matrix c(3, 3);
+  const std::function<void()> products[] = {
+      [&] { c.setMatMulMatTrivial(a, b, 0); },
+      [&] { c.setMatMulMatBlocked(a, b); },
+      [&] { c.setMatMulTransMatTrivial(a, a); },
+      [&] { c.setMatMulTransMatBlocked(a, a); },
+      [&] { c.setMatMulMatSparse(a, b); },
+      [&] { c.setMatMulMat(a, none, b, none); },
+      [&] { c.setMatMulTransMat(a, none, a, none); },
+      [&] { c.setTransMatMulMat(b, b); },
+      [&] { c.setABAt(a, Matrix()); },
+      [&] { c.setABAt(a, none, Matrix(), none); },
+      [&] { c.setAtBA(b, Matrix()); },
+  };
+  for (const auto& product : products) {
+    c.setIdentity(7.0);
+    product();
+    EXPECT_EQ(c.countNonZeros(), 0U) << &product - products;
+  }
 }
 
 TEST(MatrixProduct, IndexListsAreIncreasingAndEnded) {
