@@ -146,6 +146,9 @@ TEST_F(SystemTest, unfitMatricesAreRefusedInOneSentence) {
     grid.entries.push_back({i, i, 1.0 + 200.0 * (i != 120)});
   }
   grid.entries.push_back({120, 120, -2.0});
+  SparseMatrix hub = matrix(9, S, {{0, 0, -1.0}});  // eliminated last unless asked otherwise
+  for (unsigned i = 1; i < 9; ++i)
+    hub.entries.insert(hub.entries.end(), {{i, 0, 1.0}, {i, i, 9.0}});
   SparseMatrix countingUp = matrix(3, G, {});  // 1 to 9: the rows are equally far apart
   for (unsigned k = 0; k < 9; ++k) countingUp.entries.push_back({k / 3, k % 3, k + 1.0});
   SparseMatrix loop = matrix(500, S, {});  // each row sums to 0, to rounding
@@ -168,7 +171,7 @@ TEST_F(SystemTest, unfitMatricesAreRefusedInOneSentence) {
        "4 A.mtx is not symmetric: entry (2, 1) is 3 but entry (1, 2) is 0; the Cholesky route"},
       {matrix(2, Symmetry::SkewSymmetric, {{1, 0, 3.0}}), Route::Cholesky,
        "4 A.mtx is skew-symmetric; the Cholesky route needs a symmetric matrix, use LU (--lu)"},
-      {matrix(1, S, {{0, 0, -1.0}}), Route::Automatic,
+      {hub, Route::Automatic,
        "5 A.mtx is not positive definite: the Cholesky factorisation broke down at row 1;"},
       {matrix(2, S, {{0, 0, 1.0}, {1, 0, 2.0}, {1, 1, 1.0}}), Route::Automatic,
        "5 A.mtx is not positive definite"},
