@@ -12,9 +12,8 @@ namespace zeph_solver {
 /// Duplicates are summed in list order. In sparse mode nothing is dropped, not even an exact zero;
 /// in dense mode only entries of magnitude above 2^-52 are kept. Both triangles are written.
 ///
-/// @param colPointers  A.colCount + 1 entries. A dense A whose block has no column writes nothing
-/// at
-///                     all, so set them to 0 beforehand.
+/// @param colPointers  A.colCount + 1 entries. A dense A whose block has no column writes nothing,
+///                     so set them to 0 beforehand.
 /// @param rowIndices   room for A.nz() entries
 /// @param values       room for A.nz() entries; a NaN in a dense block is not kept
 ///

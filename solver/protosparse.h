@@ -1,5 +1,5 @@
-// Assembly form of a sparse matrix: a triplet (coordinate) list, or a dense block when
-/// vector-shaped.
+// Assembly form of a sparse matrix: a triplet (coordinate) list, or a dense block when it is
+// vector-shaped.
 #ifndef ZEPH_SOLVER_PROTOSPARSE_H
 #define ZEPH_SOLVER_PROTOSPARSE_H
 
@@ -37,8 +37,7 @@ static_assert(sizeof(MatrixElement) == 16, "triplets are sorted as 16-byte recor
 ///
 /// An object is in one of two modes:
 ///  - sparse: `denseBlock` is null, the matrix is the sum of all `elements`;
-///  - dense: `denseBlock` is the matrix and `elements` is not consulted (it may hold stale
-///  entries).
+///  - dense: `denseBlock` is the matrix and `elements` is not consulted (it may hold stale ones).
 /// Vector shapes (one row or one column) start dense; see `setSize`, `makeDense` and `makeSparse`
 /// for how an object changes mode. Copies keep the mode of their source.
 ///

@@ -78,7 +78,7 @@ class ZEPH_EXPORT Solver {
   ~Solver();
 
   /// Factorises A into *f by the route that f->cholesky asks for. Sorts A's elements. f must not be
-  /// null. Failures are not reported: a solve with what came of them gives NaN or throws.
+  /// null. Failures are not reported.
   void factorise(const ProtoSparse& A, Factorisation* f);
 
   /// Solves A X = B.
