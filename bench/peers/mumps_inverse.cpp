@@ -18,9 +18,6 @@ constexpr MUMPS_INT kPositiveDefinite = 1;
 constexpr MUMPS_INT kUnsymmetric = 0;
 constexpr MUMPS_INT kUseCommunicatorWorld = -987654;
 
-// Entries of the inverse computed together. The default of 32 is slower on all matrices tried.
-constexpr MUMPS_INT kBlockOfInverse = 256;
-
 class Instance {
  public:
   explicit Instance(bool symmetric) {
@@ -86,7 +83,6 @@ MumpsTimes mumpsInverseDiagonal(const zeph_solver::ProtoSparse& A, bool symmetri
   for (MUMPS_INT j = 0; j <= n; ++j) starts[j] = j + 1;
   for (MUMPS_INT j = 0; j < n; ++j) wanted[j] = j + 1;
   mumps.control(30) = 1;
-  mumps.control(27) = kBlockOfInverse;
   mumps->nrhs = n;
   mumps->lrhs = n;
   mumps->nz_rhs = n;

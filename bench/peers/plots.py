@@ -6,6 +6,7 @@ import matplotlib
 
 matplotlib.use("svg")
 import matplotlib.pyplot as plt  # noqa: E402
+import matplotlib.ticker  # noqa: E402
 
 matplotlib.rcParams.update({"svg.hashsalt": "compare", "font.family": "sans-serif",
                             "font.size": 10, "axes.spines.top": False,
@@ -50,6 +51,7 @@ def figure(measured, series, unit, path):
                           markersize=5, linewidth=1.6)
         axis.set_xscale("log")
         axis.set_yscale("log")
+        axis.xaxis.set_minor_formatter(matplotlib.ticker.NullFormatter())
         axis.set_title(f"{dimension}-D grids")
         axis.set_xlabel("unknowns")
         axis.grid(True, which="major", color="#dddddd", linewidth=0.7)

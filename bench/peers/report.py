@@ -162,7 +162,17 @@ def package_versions(names):
     return ", ".join(versions) or "unknown"
 
 
-def machine(core):
+def limits_text(programs):
+    found = programs.run("limits")
+    if not found:
+        return "unknown"
+    r = found[0]
+    return (f"{number(r['fused'])} GFLOP/s fused, {number(r['separate'])} GFLOP/s with separate "
+            f"multiply and add; memory {number(r['read'])} GB/s read, {number(r['copy'])} GB/s "
+            f"copied")
+
+
+def machine(programs):
     cpu = read("/proc/cpuinfo")
     compiler = subprocess.run(["c++", "--version"], capture_output=True, text=True).stdout
     flags = first(r"^flags\s*: (.*)", cpu, "")
@@ -179,7 +189,8 @@ def machine(core):
         ["system", first(r'PRETTY_NAME="(.*)"', read("/etc/os-release"))],
         ["compiler", compiler.splitlines()[0] if compiler else "unknown"],
         ["peers", package_versions(packages)],
-        ["OpenBLAS kernel", core or "unknown"],
+        ["OpenBLAS kernel", openblas_core(programs) or "unknown"],
+        ["limits of one core, measured", limits_text(programs)],
         ["threads", "one, except where `sortElements` and `compress` use all cores"],
     ]).replace("|---|---:|", "|---|---|")
 
@@ -451,7 +462,7 @@ def main():
     build(folder)
     programs = Programs(folder)
     sizes = QUICK if arguments.quick else FULL
-    sections = ["## The machine\n\n" + machine(openblas_core(programs))]
+    sections = ["## The machine\n\n" + machine(programs)]
     cache = {}
     makers = {"variances": variances_table, "general": general_table, "dense": dense_table,
               "assembly": assembly_table, "products": products_table}
