@@ -91,7 +91,7 @@ def number(x, digits=3):
     if abs(x) >= 10 ** digits:
         return f"{x:,.0f}"
     text = f"{x:.{digits}g}"
-    return f"{float(text):f}".rstrip("0").rstrip(".") if "e" in text else text
+    return f"{float(text):.9f}".rstrip("0").rstrip(".") if "e" in text else text
 
 
 def milliseconds(x):
@@ -458,6 +458,7 @@ def main():
     parser.add_argument("-o", metavar="FILE", help="write the tables there, not to the terminal")
     arguments = parser.parse_args()
 
+    files = sort_files(arguments.files)
     folder = os.path.join(ROOT, "build-compare")
     build(folder)
     programs = Programs(folder)
@@ -466,7 +467,6 @@ def main():
     cache = {}
     makers = {"variances": variances_table, "general": general_table, "dense": dense_table,
               "assembly": assembly_table, "products": products_table}
-    files = sort_files(arguments.files)
     for name in TABLES:
         if arguments.only in (None, name):
             sections.append(makers[name](programs, sizes, files.get(name, []), cache))
