@@ -25,7 +25,7 @@ FULL = {
     "triplets": 10**7,
     "product": (10**6, 10**5),
     "limits": {"variances": 3, "general": 24, "dense": 1, "assembly": 12, "products": 2},
-    "plot": {2: [32, 56, 100, 178, 300, 550, 1000], 3: [8, 12, 16, 22, 30, 40, 50]},
+    "plot": {2: [32, 56, 100, 178, 300, 550, 1000], 3: [8, 12, 16, 22, 30, 40]},
 }
 QUICK = {
     "variances": ["network:3000", "grid2d:60", "grid3d:14"],
