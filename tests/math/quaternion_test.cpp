@@ -11,11 +11,8 @@ namespace {
 
 using korin::Quaternion;
 
-void expectNear(const ZtQuaternion& q, const Quaternion& expected, double tolerance = 1e-15) {
-  EXPECT_NEAR(q.w, expected.w, tolerance);
-  EXPECT_NEAR(q.x, expected.x, tolerance);
-  EXPECT_NEAR(q.y, expected.y, tolerance);
-  EXPECT_NEAR(q.z, expected.z, tolerance);
+void expectNear(const ZtQuaternion& q, const ZtQuaternion& expected, double tolerance = 1e-15) {
+  EXPECT_TRUE(korin::Vector(q).isEqual(korin::Vector(expected), tolerance));
 }
 
 Quaternion scaled(const Quaternion& q, double s) {

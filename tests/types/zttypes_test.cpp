@@ -54,10 +54,10 @@ TEST(ZtMatrixRecord, AssignTakesASourceInsideItsOwnBuffer) {
   Numbers numbers(12);
   std::iota(numbers.begin(), numbers.end(), 0.0);
   ZtMatrix m(3, 4, 0, numbers.data());
-  ZtMatrix_assign(&m, 2, 2, 0, m.data + 5, 4);
-  EXPECT_EQ(elementsOf(m), (Numbers{5, 6, 9, 10}));
-  ZtMatrix_assign(&m, 2, 2, 0, m.data + 1, 1);
-  EXPECT_EQ(elementsOf(m), (Numbers{6, 9, 9, 10}));
+  ZtMatrix_assign(&m, 3, 2, 0, m.data + 1, 4);
+  EXPECT_EQ(elementsOf(m), (Numbers{1, 2, 5, 6, 9, 10}));
+  ZtMatrix_assign(&m, 3, 2, 0, m.data, 1);
+  EXPECT_EQ(elementsOf(m), (Numbers{1, 2, 2, 5, 5, 6}));
 }
 
 TEST(ZtVectorRecord, ArithmeticAndCopies) {
