@@ -23,6 +23,8 @@ constexpr size_t kStripWidth = 192;
 /// Rows of a panel that are multiplied by all its columns in turn: with up to kPartColumns columns
 /// they fit the second-level cache.
 constexpr size_t kRowChunk = 192;
+/// Most rows below a single column that goes without calls of the dense kernels.
+constexpr size_t kFewRows = 24;
 /// Blocks of columns in which products with a triangle skip its empty half.
 constexpr size_t kTriangleBlock = 24;
 
@@ -121,6 +123,7 @@ class PanelInverter {
   const unsigned int* rows(unsigned int g) const { return f_.rows + f_.rowStart[g]; }
 
   void invertPart(const Part& part);
+  void invertColumn(const Part& part);
   void findRuns(const Part& part);
   void placeRows(const Part& part, size_t run, unsigned int ancestor);
   void gatherStrip(const Part& part, size_t first, size_t end, Block strip);
@@ -276,6 +279,7 @@ void PanelInverter::completeSquare(const Part& part, Block w, Block y) {
 
 void PanelInverter::invertPart(const Part& part) {
   const size_t n = part.columns;
+  if (n == 1 && part.count <= kFewRows) return invertColumn(part);
   const Block w{w_.data(), static_cast<ptrdiff_t>(n), 1};
   // Row-major, so that Y^T is read along its rows.
   const Block y{y_.data(), static_cast<ptrdiff_t>(n), 1};
@@ -285,6 +289,28 @@ void PanelInverter::invertPart(const Part& part) {
     multiplyByKnown(part, y);
   }
   completeSquare(part, w, y);
+}
+
+/// A single column with few rows below, where calls would cost more than the arithmetic:
+/// y = l21 / d, z21 = -Z22 y, z11 = 1 / d^2 - y^T z21.
+void PanelInverter::invertColumn(const Part& part) {
+  const size_t count = part.count;
+  const double reciprocal = 1.0 / *part.square.data;
+  double* z = part.under.data;
+  double* y = y_.data();
+  for (size_t i = 0; i < count; ++i) y[i] = z[i] * reciprocal;
+  const Block known{strip_.data(), 1, static_cast<ptrdiff_t>(count)};
+  findRuns(part);
+  gatherStrip(part, 0, count, known);
+  double square = reciprocal * reciprocal;
+  for (size_t j = 0; j < count; ++j) {
+    const double* column = known.at(0, j).data;
+    double sum = 0.0;
+    for (size_t i = 0; i < count; ++i) sum += column[i] * y[i];
+    z[j] = -sum;
+    square += y[j] * sum;
+  }
+  *part.square.data = square;
 }
 
 void PanelInverter::invertGroup(unsigned int g) {

@@ -13,30 +13,27 @@ namespace {
 typedef double Half __attribute__((vector_size(64)));
 typedef double LooseHalf __attribute__((vector_size(64), aligned(8), may_alias));
 
+/// kUnit + 15 - i starts row i of the identity.
+constexpr double kUnit[31] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
+
 /// Row i of W is (e_i - sum over k < i of l(i, k) W(k, :)) / l(i, i).
 inline __attribute__((always_inline)) void invertByRows(size_t n, const double* l, ptrdiff_t ld,
                                                         double* w, ptrdiff_t wStride) {
   Half left[kSmallTriangle];
   Half right[kSmallTriangle];
-  const Half zero = {};
   for (size_t i = 0; i < n; ++i, ++l, w += wStride) {
-    Half x = zero;
-    Half y = zero;
     const double reciprocal = 1.0 / l[static_cast<ptrdiff_t>(i) * ld];
+    Half x = *reinterpret_cast<const LooseHalf*>(kUnit + 15 - i);
+    Half y = *reinterpret_cast<const LooseHalf*>(kUnit + 23 - i);
     const double* entry = l;
-    for (size_t k = 0; k < i; ++k, entry += ld) {
+    size_t k = 0;
+    for (; k < i && k < 8; ++k, entry += ld) x -= *entry * left[k];
+    for (; k < i; ++k, entry += ld) {
       x -= *entry * left[k];
-      if (k >= 8) y -= *entry * right[k];
+      y -= *entry * right[k];
     }
-    x *= reciprocal;
-    y *= reciprocal;
-    if (i < 8) {
-      x[i] = reciprocal;
-    } else {
-      y[i - 8] = reciprocal;
-    }
-    left[i] = x;
-    right[i] = y;
+    left[i] = x *= reciprocal;
+    right[i] = y *= reciprocal;
     *reinterpret_cast<LooseHalf*>(w) = x;
     *reinterpret_cast<LooseHalf*>(w + 8) = y;
   }
