@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cmath>
 #include <functional>
@@ -10,9 +8,8 @@
 #include <utility>
 #include <vector>
 
-#include "math/korin_matrix.h"
 #include "math/sparsematrix.h"
-#include "math/sparsevector.h"
+#include "tests/math/dense_testing.h"
 
 namespace {
 
@@ -494,15 +491,7 @@ TEST_F(SparseMatrices, WithoutDataReadingThrowsItsMessage) {
        [&] { none.getDenseSubMatrix(d, 0, 0, 3, 3, 0, 0); }},
       {scope + "setSub_mat(const korin::SparseMatrix&, " + six + ") source has no data",
        [&] { m.setSub_mat(none, 0, 0, 3, 3, 0, 0); }}};
-  for (const auto& [message, call] : cases) {
-    try {
-      call();
-      ADD_FAILURE() << "not thrown: " << message;
-    } catch (const ZtException& e) {
-      EXPECT_EQ(e.what(), message);
-      EXPECT_EQ(e.value, 256u);
-    }
-  }
+  for (const auto& [message, call] : cases) dense_testing::expectThrow(call, message);
 }
 
 }  // namespace

@@ -1,13 +1,14 @@
-#include <gtest/gtest.h>
-
 #include <random>
 #include <vector>
 
 #include "math/kernels/processor.h"
 #include "solver/protosparse.h"
+#include "tests/math/dense_testing.h"
 
 namespace {
 
+using dense_testing::Block;
+using dense_testing::transposed;
 using korin::Matrix;
 using korin::kernels::ProcessorLevel;
 using zeph_solver::ProtoSparse;
@@ -19,17 +20,14 @@ Matrix zeros(std::size_t rows, std::size_t cols) {
 }
 
 Matrix denseOf(const ProtoSparse& a) {
-  Matrix m = a.isDense() ? *a.denseBlock : zeros(a.rowCount, a.colCount);
-  if (!a.isDense()) {
-    for (const auto& e : a.elements) m(e.row, e.col) += e.value;
-  }
+  Matrix m;
+  a.toDenseMatrix(m, false);
   return m;
 }
 
 class ProtoSparseProducts : public ::testing::Test {
  protected:
   std::size_t below(std::size_t n) { return random_() % n; }
-  double real() { return static_cast<double>(random_()) * 0x1p-31 - 1.0; }
   /// Sums and products of small integers are exact, so both modes must give equal numbers.
   double integer() { return static_cast<double>(below(19)) - 9.0; }
 
@@ -40,19 +38,6 @@ class ProtoSparseProducts : public ::testing::Test {
   }
 
   std::mt19937 random_{7};
-};
-
-/// A matrix between guard rows and columns that nobody may write.
-struct Framed {
-  Framed(std::size_t rows, std::size_t cols)
-      : buffer(rows + 2, cols + 3, std::vector<double>((rows + 2) * (cols + 3), -77.5).data()),
-        view(rows, cols, buffer, 1, 0) {}
-  bool frameIntact() {
-    Matrix whole = buffer;
-    whole.setSub_scalar(-77.5, 1, 0, view.rows, view.cols);
-    return whole.minVal() == -77.5 && whole.maxVal() == -77.5;
-  }
-  Matrix buffer, view;
 };
 
 TEST_F(ProtoSparseProducts, WindowProductsMatchTheDenseModelInBothModes) {
@@ -80,11 +65,11 @@ TEST_F(ProtoSparseProducts, WindowProductsMatchTheDenseModelInBothModes) {
                    << "dense " << dense << ", " << a.rowCount << 'x' << a.colCount << ", c " << rows
                    << ", b " << inner << " rows, from " << rowFirst << ',' << colFirst);
       if (dense) a.makeDense();
-      Framed c(rows, b.cols);
+      Block c(rows, b.cols);
       a.multiplyDenseSub(b, c.view, rowFirst, colFirst);
       ASSERT_TRUE(c.view == expected);
       if (full) a.multiplyDense(b, c.view);
-      ASSERT_TRUE(c.view == expected && c.frameIntact());
+      ASSERT_TRUE(c.view == expected && c.outsideUntouched());
       ZtVector x(inner), y(rows);
       for (std::size_t j = 0; j < inner; ++j) x.data[j] = b(j, 0);
       a.multiplyDenseSub(x, y, rowFirst, colFirst);
@@ -99,15 +84,16 @@ TEST_F(ProtoSparseProducts, SumsInListOrderOnEveryProcessorLevelAndWidth) {
     korin::kernels::forceProcessorLevel(level);
     for (std::size_t cols = 1; cols < 70; ++cols) {
       ProtoSparse a(20, 15);
-      for (int i = 0; i < 300; ++i) a.addElement(i < 100 ? i / 5 : below(20), below(15), real());
-      Framed b(15, cols), c(20, cols);
-      for (std::size_t i = 0; i < 15 * cols; ++i) *b.view.flatRow(i) = real();
+      for (int i = 0; i < 300; ++i) {
+        a.addElement(i < 100 ? i / 5 : below(20), below(15), integer() / 7.0);
+      }
+      Block b(15, cols), c(20, cols);
       Matrix expected = zeros(20, cols);
       for (const auto& e : a.elements) {
         for (std::size_t k = 0; k < cols; ++k) expected(e.row, k) += e.value * b.view(e.col, k);
       }
       a.multiplyDense(b.view, c.view);
-      ASSERT_TRUE(c.view == expected && c.frameIntact())
+      ASSERT_TRUE(c.view == expected && c.outsideUntouched())
           << cols << " columns, level " << static_cast<int>(level);
     }
   }
@@ -136,12 +122,9 @@ TEST_F(ProtoSparseProducts, AddPlacesEveryElementInEveryCombinationOfModes) {
     if (round % 40 == 0) other.scalarMultiplication(0.0);
     ProtoSparse target = self ? other : triplets(9, 9, below(30));
     Matrix expected = denseOf(target);
-    const Matrix added = denseOf(other);
-    for (std::size_t i = 0; i < added.rows; ++i) {
-      for (std::size_t j = 0; j < added.cols; ++j) {
-        expected(rowOffset + (transpose ? j : i), colOffset + (transpose ? i : j)) += added(i, j);
-      }
-    }
+    const Matrix added = transpose ? transposed(denseOf(other)) : denseOf(other);
+    Matrix window(added.rows, added.cols, expected, rowOffset, colOffset);
+    window.setMatAddMat(window, added);
     const std::size_t before = target.nz(), count = other.nz();
     target.elements.shrink_to_fit();
     if (denseThis) target.makeDense();
@@ -157,15 +140,12 @@ TEST_F(ProtoSparseProducts, AddPlacesEveryElementInEveryCombinationOfModes) {
 
 TEST_F(ProtoSparseProducts, TransposeSelfKeepsTheListOrder) {
   ProtoSparse a = triplets(4, 7, 30);
-  const ProtoSparse before = a;
   for (bool dense : {false, true}) {
     if (dense) a.makeDense();
+    const ProtoSparse before = a;
     a.transposeSelf();
-    const Matrix now = denseOf(a), then = denseOf(before);
-    ASSERT_EQ(a.rowCount, dense ? 4u : 7u);
-    for (std::size_t i = 0; i < 28; ++i) {
-      ASSERT_EQ(dense ? now(i / 7, i % 7) : now(i % 7, i / 7), then(i / 7, i % 7));
-    }
+    ASSERT_EQ(a.rowCount, before.colCount);
+    ASSERT_EQ(denseOf(a), transposed(denseOf(before)));
     for (std::size_t i = 0; i < a.elements.size(); ++i) {
       ASSERT_EQ(a.elements[i].col, before.elements[i].row);
     }
