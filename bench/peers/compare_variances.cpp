@@ -185,13 +185,14 @@ struct Measured {
   std::vector<double> wholeDiagonal, stepDiagonal;
 };
 
-/// Our call and the parts of CHOLMOD and ours in turn.
-Measured measureInTurn(const ProtoSparse& A, CholmodRun& chosen, double limit) {
+/// Our call on A as it was assembled, and the parts of CHOLMOD and ours, in turn.
+Measured measureInTurn(const ProtoSparse& A, const ProtoSparse& sorted, CholmodRun& chosen,
+                       double limit) {
   const std::size_t n = A.rowCount;
   Measured m;
   m.wholeDiagonal.resize(n);
   m.stepDiagonal.resize(n);
-  CholmodRun supernodal(A, CHOLMOD_SUPERNODAL);
+  CholmodRun supernodal(sorted, CHOLMOD_SUPERNODAL);
   chosen.analyse();
   supernodal.analyse();
   const bool isSuper = chosen.factor().is_super;
@@ -269,7 +270,7 @@ int measure(const compare::Arguments& arguments) {
   record.add("panels", isSuper);
   if (isSuper) record.add("step_operations", stepOperations(chosen.factor()));
 
-  const Measured t = measureInTurn(m.A, chosen, limit);
+  const Measured t = measureInTurn(m.A, sorted, chosen, limit);
   record.add("supernodal_factor", t.supernodalFactor.value).add("factor", t.factor.value);
   record.add("step", t.step.value).add("order", t.order.value).add("whole", t.whole.value);
   record.add("tolerance", tolerance(sorted, t.wholeDiagonal));
