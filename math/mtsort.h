@@ -32,11 +32,10 @@ class Tasks {
     for (const std::future<void>& task : started_) task.wait();
   }
 
-  /// Runs `work` on a new thread; false if the system has none left. `room` is the number of
-  /// threads to expect, looked at when the first one is started.
+  /// Runs `work` on a new thread; false if the system has none left.
   template <typename Work>
-  bool start(int room, Work work) {
-    if (started_.capacity() == 0) started_.reserve(static_cast<std::size_t>(room));
+  bool start(Work work) {
+    if (started_.capacity() == 0) started_.reserve(kMostHandOffs);
     try {
       started_.push_back(std::async(std::launch::async, std::move(work)));
     } catch (const std::system_error&) {
@@ -46,6 +45,9 @@ class Tasks {
   }
 
  private:
+  // Every hand-off halves the budget, an int.
+  static constexpr std::size_t kMostHandOffs = 31;
+
   std::vector<std::future<void>> started_;
 };
 
@@ -83,9 +85,8 @@ void sortRange(T* a, std::ptrdiff_t n, int threads, int failures) {
     bool started = false;
     // On purpose the right part's size decides, also when it is the left part that is handed off.
     if (right >= kHandOffRight && threads >= 2) {
-      const int room = threads;
       threads /= 2;
-      started = tasks.start(room, [=] { sortRange(apart, size, threads, failures); });
+      started = tasks.start([=] { sortRange(apart, size, threads, failures); });
     }
     if (!started) sortRange(apart, size, threads, failures);
 
