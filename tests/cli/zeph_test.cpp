@@ -1,18 +1,12 @@
 // Runs the real program on real files: results, exit codes, sentences, and what is left on disk.
-#include <gtest/gtest.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <sstream>
-#include <string>
 #include <vector>
 
-namespace fs = std::filesystem;
+#include "tests/front/front_test.h"
 
 namespace {
 
@@ -22,48 +16,15 @@ struct Outcome {
   std::string err;
 };
 
-class ZephProgram : public testing::Test {
+class ZephProgram : public FrontTest {
  protected:
-  void SetUp() override {
-    folder_ =
-        fs::temp_directory_path() / ("zeph_test_" + std::to_string(::getpid()) + "_" +
-                                     testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::create_directories(folder_);
-  }
-  void TearDown() override { fs::remove_all(folder_); }
-
-  std::string path(const std::string& name) const { return (folder_ / name).string(); }
-
-  void write(const std::string& name, const std::string& text) const {
-    std::ofstream(path(name), std::ios::binary) << text;
-  }
-
-  std::string read(const std::string& name) const {
-    std::ostringstream text;
-    text << std::ifstream(path(name), std::ios::binary).rdbuf();
-    return text.str();
-  }
-
   /// Runs zeph inside the test's folder.
   Outcome run(const std::string& arguments) const {
-    const std::string command = "cd '" + folder_.string() + "' && '" ZEPH_PROGRAM "' " + arguments +
-                                " >.out 2>.err </dev/null";
+    const std::string command =
+        "cd '" + path("") + "' && '" ZEPH_PROGRAM "' " + arguments + " >.out 2>.err </dev/null";
     const int status = std::system(command.c_str());
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, read(".out"), read(".err")};
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, read(path(".out")), read(path(".err"))};
   }
-
-  /// Names of all files in the test's folder but the two captured streams.
-  std::vector<std::string> filesLeft() const {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(folder_)) {
-      const std::string name = entry.path().filename().string();
-      if (name != ".out" && name != ".err") names.push_back(name);
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-  }
-
-  fs::path folder_;
 };
 
 /// All numbers of a Matrix Market or CSV text, comments left out.
@@ -112,7 +73,7 @@ TEST_F(ZephProgram, CommandsPutTheirResultsWhereTheyAreAskedTo) {
     const Outcome result = run(c.arguments);
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_NE(result.err.find(c.said), std::string::npos) << result.err;
-    const std::vector<double> found = numbersIn(c.file ? read(c.file) : result.out);
+    const std::vector<double> found = numbersIn(c.file ? read(path(c.file)) : result.out);
     ASSERT_EQ(found.size(), c.numbers.size()) << c.arguments << "\n" << result.out;
     for (std::size_t i = 0; i < found.size(); ++i) {
       EXPECT_NEAR(found[i], c.numbers[i], 1e-15) << c.arguments;
@@ -124,7 +85,7 @@ TEST_F(ZephProgram, ExportsAMatFile) {
   write("M.mtx", kVector2);
   const Outcome result = run("export M.mtx out.mat --name vari");
   ASSERT_EQ(result.status, 0) << result.err;
-  const std::string file = read("out.mat");
+  const std::string file = read(path("out.mat"));
   EXPECT_EQ(file.size(), 128u + 8 + 16 + 16 + 8 + 4 + 4 + 8 + 16);
   EXPECT_EQ(file.substr(0, 12), "ztMath/Korin");
 }
@@ -148,11 +109,11 @@ TEST_F(ZephProgram, DemonstrationPredictsItsOwnErrors) {
   const std::size_t at = result.out.find("spread ");
   ASSERT_NE(at, std::string::npos) << result.out;
   EXPECT_NEAR(std::strtod(result.out.c_str() + at + 7, nullptr), 1.0, 0.05);
-  std::istringstream estimates(read("d/e/estimates.csv"));
+  std::istringstream estimates(read(path("d/e/estimates.csv")));
   std::size_t lines = 0;
   for (std::string line; std::getline(estimates, line);) ++lines;
   EXPECT_EQ(lines, 3001u);
-  EXPECT_NE(read("d/e/network.svg").find("</svg>"), std::string::npos);
+  EXPECT_NE(read(path("d/e/network.svg")).find("</svg>"), std::string::npos);
 }
 
 struct BadCase {
@@ -184,7 +145,8 @@ TEST_F(ZephProgram, BadInputGetsOneSentenceAndLeavesNothingBehind) {
   write("dependent.mtx", head + "2 2 4\n1 1 1\n1 2 2\n2 1 2\n2 2 4\n");
   write("indefinite.mtx", head + "2 2 4\n1 1 1\n1 2 2\n2 1 2\n2 2 1\n");
   write("bad.csv", "0,0,1\n1;1;2\n");
-  const std::vector<std::string> before = filesLeft();
+  run("version");
+  const std::size_t before = fileCount();
   const std::vector<BadCase> cases = {
       {"missing file", "variances none.mtx -o o.csv", 3, {"none.mtx"}},
       {"truncated file", "variances truncated.mtx -o o.csv", 3, {"truncated.mtx", "line 4"}},
@@ -228,7 +190,7 @@ TEST_F(ZephProgram, BadInputGetsOneSentenceAndLeavesNothingBehind) {
     for (const std::string& piece : bad.said) {
       EXPECT_NE(result.err.find(piece), std::string::npos) << piece << " in: " << result.err;
     }
-    EXPECT_EQ(filesLeft(), before);
+    EXPECT_EQ(fileCount(), before);
   }
 }
 

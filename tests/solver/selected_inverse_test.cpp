@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <functional>
 #include <limits>
 #include <random>
 #include <vector>
@@ -15,81 +14,72 @@
 namespace zeph_solver {
 namespace {
 
-using Random = std::mt19937;
+// A matrix of order n while it is filled.
+struct Draft {
+  std::size_t n;
+  std::mt19937& random;
+  ProtoSparse A{n, n};
 
-double uniform(Random& random) {
-  return std::uniform_real_distribution<double>(-1, 1)(random);
-}
-
-void scatter(ProtoSparse& A, std::size_t count, Random& random,
-             const std::function<double(Random&)>& value) {
-  for (; count > 0; --count) {
-    A.addElement(random() % A.rowCount, random() % A.colCount, value(random));
+  double uniform() { return std::uniform_real_distribution<double>(-1, 1)(random); }
+  // Integers cancel exactly, and UMFPACK then leaves holes in its factors.
+  void scatter(std::size_t count, bool integers = false) {
+    for (; count > 0; --count) {
+      const double value = integers ? static_cast<double>(random() % 3) - 1.0 : uniform();
+      A.addElement(random() % n, random() % n, value);
+    }
   }
-}
-
-void addDiagonal(ProtoSparse& A, double value) {
-  for (std::size_t i = 0; i < A.rowCount; ++i) A.addElement(i, i, value);
-}
-
-struct Kind {
-  const char* name;
-  std::size_t largest;
-  std::function<void(ProtoSparse& A, std::size_t n, Random&)> fill;
+  void addDiagonal(double value) {
+    for (std::size_t i = 0; i < n; ++i) A.addElement(i, i, value);
+  }
 };
 
-const Kind kKinds[] = {
-    {"random, pivoting needed", 60,
-     [](ProtoSparse& A, std::size_t n, Random& random) {
-       scatter(A, 4 * n, random, uniform);
-       addDiagonal(A, 1e-3);
-     }},
-    // Small integers: numbers cancel exactly, and UMFPACK then leaves holes in its factors.
-    {"integers, cancelling", 40,
-     [](ProtoSparse& A, std::size_t n, Random& random) {
-       scatter(A, 4 * n, random, [](Random& r) { return static_cast<double>(r() % 3) - 1.0; });
-       addDiagonal(A, 1.0);
-     }},
+const struct {
+  const char* name;
+  std::size_t largest;
+  void (*fill)(Draft& d);
+} kKinds[] = {
+    {"random, pivoting needed", 60, [](Draft& d) { d.scatter(4 * d.n), d.addDiagonal(1e-3); }},
+    {"integers", 40, [](Draft& d) { d.scatter(4 * d.n, true), d.addDiagonal(1.0); }},
     {"no diagonal stored, wanted entries off the pattern", 50,
-     [](ProtoSparse& A, std::size_t n, Random& random) {
-       for (std::size_t i = 0; i < n; ++i) {
-         A.addElement(i, (i + 1) % n, 2.0 + uniform(random));
-         const std::size_t j = random() % n;
-         if (j != i) A.addElement(i, j, uniform(random));
+     [](Draft& d) {
+       for (std::size_t i = 0; i < d.n; ++i) {
+         d.A.addElement(i, (i + 1) % d.n, 2.0 + d.uniform());
+         const std::size_t j = d.random() % d.n;
+         if (j != i) d.A.addElement(i, j, d.uniform());
        }
      }},
-    {"full, wider than a group", 230,
-     [](ProtoSparse& A, std::size_t n, Random& random) { scatter(A, 8 * n * n, random, uniform); }},
+    {"full, wider than a group", 230, [](Draft& d) { d.scatter(8 * d.n * d.n); }},
     {"rows of very different size, blocks apart", 60,
-     [](ProtoSparse& A, std::size_t n, Random& random) {
-       for (std::size_t i = 0; i < n; ++i) {
-         const double scale = std::ldexp(1.0, static_cast<int>(random() % 20));
-         A.addElement(i, i, 3.0 * scale);
-         A.addElement(i, i / 5 * 5, uniform(random) * scale);
+     [](Draft& d) {
+       for (std::size_t i = 0; i < d.n; ++i) {
+         const double scale = std::ldexp(1.0, static_cast<int>(d.random() % 20));
+         d.A.addElement(i, i, 3.0 * scale);
+         d.A.addElement(i, i / 5 * 5, d.uniform() * scale);
        }
      }},
     {"grid of 15 columns, symmetric pattern", 300,
-     [](ProtoSparse& A, std::size_t n, Random& random) {
-       addDiagonal(A, 4.0);
-       for (std::size_t i = 0; i < n; ++i) {
+     [](Draft& d) {
+       d.addDiagonal(4.0);
+       for (std::size_t i = 0; i < d.n; ++i) {
          for (std::size_t j : {i + 1, i + 15}) {
-           if (j >= n || (j == i + 1 && j % 15 == 0)) continue;
-           A.addElement(i, j, uniform(random));
-           A.addElement(j, i, uniform(random));
+           if (j >= d.n || (j == i + 1 && j % 15 == 0)) continue;
+           d.A.addElement(i, j, d.uniform());
+           d.A.addElement(j, i, d.uniform());
          }
        }
      }},
 };
 
 TEST(SelectedInverseTest, DiagonalMatchesTheDenseInverse) {
-  Random random(11);
-  for (const Kind& kind : kKinds) {
+  std::mt19937 random(11);
+  for (const auto& kind : kKinds) {
     int compared = 0;
     const int trials = kind.largest > 100 ? 3 : 60;
     for (int trial = 0; trial < trials; ++trial) {
       const std::size_t n = trial == 0 ? kind.largest : 1 + random() % kind.largest;
-      ProtoSparse A(n, n);
-      kind.fill(A, n, random);
+      Draft draft{n, random};
+      kind.fill(draft);
+      ProtoSparse& A = draft.A;
       if (trial % 5 == 4) A.makeDense();
       const DenseInverse expected = denseInverse(A);
       if (expected.condition > 1e9) continue;
