@@ -79,14 +79,11 @@ TEST_P(KernelsOnEveryLevel, FusedProductTakesAnyStridesAndSigns) {
     const std::size_t n = pick(1, skinny ? 4 : 70);
     const std::size_t k = pick(0, round % 25 == 0 ? 300 : (skinny ? 4 : 40));
     const auto layout = [&](std::size_t rows, std::size_t cols) {
-      switch (random_() % 3) {
-        case 0:
-          return Strided(rows, cols, cols + pick(0, 4), 1);
-        case 1:
-          return Strided(rows, cols, 1, rows + pick(0, 4));
-        default:
-          return Strided(rows, cols, 2 * cols + pick(0, 4), 2);
-      }
+      const std::ptrdiff_t gap = pick(0, 4), height = rows, width = cols;
+      const Strided layouts[] = {{rows, cols, width + gap, 1},
+                                 {rows, cols, 1, height + gap},
+                                 {rows, cols, 2 * width + gap, 2}};
+      return layouts[random_() % 3];
     };
     Strided a = layout(m, k);
     Strided b = layout(k, n);

@@ -1,3 +1,4 @@
+#include <functional>
 #include <utility>
 
 #include "tests/math/dense_testing.h"
@@ -86,21 +87,18 @@ TEST(MatrixStorage, ViewsRefuseToChangeSizeWithTheirOwnMessages) {
   Vector owner = parent.row(0), slice(2, owner, 1);
   view.changeSize(2, 3);
   slice.changeSize(2);
-  const auto expectRefusal = [](auto action, const std::string& start) {
-    dense_testing::expectThrow(action, start + " of this object is not allowed");
-  };
-  expectRefusal([&] { view.changeSize(3, 2); },
-                "void korin::Matrix::changeSize(ZtSize, ZtSize) resizing");
-  expectRefusal([&] { view.insertCols(0, 0, 1.0); },
-                "void korin::Matrix::insertCols(ZtSize, ZtSize, ZtReal) resizing");
-  expectRefusal([&] { view.insertRows(0, 0, 1.0); },
-                "void korin::Matrix::insertRows(ZtSize, ZtSize, ZtReal) resizing");
-  expectRefusal([&] { view.setTransposeSelf(); },
-                "void korin::Matrix::setTransposeSelf() Resizing");
-  expectRefusal([&] { slice.changeSize(1); }, "void korin::Vector::changeSize(ZtSize) Resizing");
-  expectRefusal([&] { slice.insertItems(0, 0, 1.0); },
-                "void korin::Vector::insertItems(ZtSize, ZtSize, ZtReal) Resizing");
-  expectRefusal([&] { slice.push_back(1.0); }, "void korin::Vector::changeSize(ZtSize) Resizing");
+  const std::pair<std::function<void()>, std::string> cases[] = {
+      {[&] { view.changeSize(3, 2); }, "Matrix::changeSize(ZtSize, ZtSize) resizing"},
+      {[&] { view.insertCols(0, 0, 1.0); }, "Matrix::insertCols(ZtSize, ZtSize, ZtReal) resizing"},
+      {[&] { view.insertRows(0, 0, 1.0); }, "Matrix::insertRows(ZtSize, ZtSize, ZtReal) resizing"},
+      {[&] { view.setTransposeSelf(); }, "Matrix::setTransposeSelf() Resizing"},
+      {[&] { slice.changeSize(1); }, "Vector::changeSize(ZtSize) Resizing"},
+      {[&] { slice.insertItems(0, 0, 1.0); },
+       "Vector::insertItems(ZtSize, ZtSize, ZtReal) Resizing"},
+      {[&] { slice.push_back(1.0); }, "Vector::changeSize(ZtSize) Resizing"}};
+  for (const auto& [action, start] : cases) {
+    dense_testing::expectThrow(action, "void korin::" + start + " of this object is not allowed");
+  }
   EXPECT_TRUE(view == matrixOf(2, 3, {1, 2, 3}) && slice == vectorOf({2, 3}));
 }
 
