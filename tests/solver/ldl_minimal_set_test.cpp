@@ -3,42 +3,34 @@
 #include <gtest/gtest.h>
 
 #include <random>
-#include <vector>
 
+#include "math/korin_vector.h"
 #include "tests/solver/entry_model.h"
 
 namespace zeph_solver {
 namespace {
 
-// The set by its definition, with dense columns.
-Entries literalSet(const std::vector<std::vector<bool>>& stored) {
-  const std::size_t n = stored.size();
-  std::vector<std::vector<double>> set(n, std::vector<double>(n, 0.0));
-  for (std::size_t j = 0; j < n; ++j) set[j][j] = 1.0;
+// The set by its definition, with dense columns; of a square matrix with ones where A has entries.
+Entries literalSet(const korin::Matrix& stored) {
+  const std::size_t n = stored.rows;
+  korin::Matrix set(n, n);
+  set.setIdentity();
   for (std::size_t j = 0; j < n; ++j) {
-    std::vector<double> upper = set[j];
-    std::vector<double> lower(n, 0.0);
+    korin::Vector upper = set.col(j), lower(n);
+    lower.setSub_zero(0, n);
     for (std::size_t k = 0; k <= j; ++k) {
-      if (upper[k] == 0.0) continue;
-      for (std::size_t r = 0; r < n; ++r) {
-        if (!stored[r][k]) continue;
-        if (k < r && r <= j) upper[r] = 1.0;
-        if (std::max(j, k + 1) <= r) lower[r] = 1.0;
+      for (std::size_t r = 0; upper[k] != 0.0 && r < n; ++r) {
+        if (stored(r, k) != 0.0 && k < r && r <= j) upper[r] = 1.0;
+        if (stored(r, k) != 0.0 && std::max(j, k + 1) <= r) lower[r] = 1.0;
       }
     }
-    for (std::size_t r = 0; r < n; ++r) upper[r] += set[j][r];
+    upper.setVecAddVec(upper, set.col(j));
     upper[j] += lower[j];
     lower[j] = 0.0;
-    set[j] = upper;
-    for (std::size_t c = 0; c < n; ++c) {
-      if (c != j) set[c][j] += lower[c];
-    }
+    set.setCol(upper, j);
+    for (std::size_t c = 0; c < n; ++c) set(j, c) += lower[c];
   }
-  Entries entries;
-  for (std::size_t c = 0; c < n; ++c) {
-    for (std::size_t r = 0; r < n; ++r) entries[{r, c}] = set[c][r];
-  }
-  return withoutZeros(entries);
+  return entriesOf(set);
 }
 
 TEST(LdlMinimalSetTest, EqualsTheDefinitionOnRandomPatterns) {
@@ -49,19 +41,15 @@ TEST(LdlMinimalSetTest, EqualsTheDefinitionOnRandomPatterns) {
     const bool dense = trial % 3 == 0;
     ProtoSparse A(n, cols);
     if (dense) A.makeDense();
-    std::vector<std::vector<bool>> stored(n, std::vector<bool>(n, false));
+    korin::Matrix stored(n, n);
+    ZtMatrix_setZero(&stored);
     for (std::size_t count = random() % (3 * n); count > 0; --count) {
-      const std::size_t r = random() % n;
-      const std::size_t c = random() % cols;
+      const std::size_t r = random() % n, c = random() % cols;
       // A dense form keeps what is above 2^-52; a list keeps duplicates, tiny values and zeros.
       const double value = random() % 4 == 0 ? kDoubleEpsilon : -2.0;
-      if (dense) {
-        (*A.denseBlock)(r, c) = value;
-        stored[r][c] = value != kDoubleEpsilon;
-      } else {
-        A.addElement(r, c, value);
-        stored[r][c] = true;
-      }
+      if (dense) (*A.denseBlock)(r, c) = value;
+      if (!dense) A.addElement(r, c, value);
+      stored(r, c) = dense && value == kDoubleEpsilon ? 0.0 : 1.0;
     }
     if (trial % 5 == 0) A.scalarMultiplication(dense ? 1.0 : 0.0);
     if (trial % 4 == 0) A.addSparseElement(n, random() % cols, 1.0);  // outside, so without effect
