@@ -2,18 +2,19 @@
 
 #include <cholmod.h>
 
+#include <bit>
 #include <cmath>
 #include <cstring>
-#include <limits>
-#include <vector>
 
 #include "front/matrix_check.h"
 #include "front/matrix_file.h"
 #include "tests/front/front_test.h"
+#include "tests/math/dense_testing.h"
 
 namespace {
 
-using zeph::DenseMatrix;
+using dense_testing::sameBits;
+using korin::Matrix;
 using zeph::SparseMatrix;
 using zeph::Symmetry;
 
@@ -22,10 +23,8 @@ class MatrixMarketTest : public FrontTest {
   // Any finite double, denormals and extremes included.
   double anyDouble() {
     double value;
-    do {
-      const std::uint64_t bits = std::uint64_t{random_()} << 32 | random_();
-      std::memcpy(&value, &bits, sizeof value);
-    } while (!std::isfinite(value));
+    do value = std::bit_cast<double>(std::uint64_t{random_()} << 32 | random_());
+    while (!std::isfinite(value));
     return value;
   }
 
@@ -44,8 +43,8 @@ class MatrixMarketTest : public FrontTest {
     return m;
   }
 
-  // The file as CHOLMOD reads it, all entries, row-major.
-  static std::vector<double> readByCholmod(const std::string& path, bool array) {
+  // Both readers take the file as CHOLMOD's does.
+  static void expectAgreement(const std::string& path, bool array) {
     cholmod_common common;
     cholmod_start(&common);
     common.print = 0;
@@ -54,23 +53,14 @@ class MatrixMarketTest : public FrontTest {
     cholmod_dense* dense =
         array ? cholmod_read_dense(file, &common) : cholmod_sparse_to_dense(sparse, &common);
     std::fclose(file);
-    std::vector<double> values;
-    for (std::size_t r = 0; dense != nullptr && r < dense->nrow; ++r) {
-      for (std::size_t c = 0; c < dense->ncol; ++c) {
-        values.push_back(static_cast<double*>(dense->x)[r + c * dense->d]);
-      }
-    }
+    ASSERT_NE(dense, nullptr) << read(path);
+    const Matrix byColumns(dense->ncol, dense->nrow, static_cast<double*>(dense->x));
+    const Matrix expected = dense_testing::transposed(byColumns);
+    EXPECT_EQ(Matrix(zeph::readMatrixMarketDense(path).values), expected) << read(path);
+    EXPECT_EQ(Matrix(zeph::toDense(zeph::readMatrixMarket(path)).values), expected) << read(path);
     cholmod_free_dense(&dense, &common);
     cholmod_free_sparse(&sparse, &common);
     cholmod_finish(&common);
-    return values;
-  }
-
-  static std::vector<double> flat(const ZtMatrix& m) { return {m.data, m.data + m.rows * m.cols}; }
-
-  static bool sameBits(const std::vector<double>& a, const std::vector<double>& b) {
-    return a.size() == b.size() &&
-           (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(double)) == 0);
   }
 };
 
@@ -145,7 +135,8 @@ TEST_F(MatrixMarketTest, acceptsEveryLegalSpelling) {
             "+1 1 +1.5e+0\r\n% comment\r\n\r\n 2 3 -.25 \r\n2\t3\t1e-400\r\n1 3 0");
   const SparseMatrix m = zeph::readMatrixMarket(file);
   ASSERT_EQ(m.entries.size(), 4u);  // duplicates and zeros are kept
-  EXPECT_EQ(flat(zeph::toDense(m).values), (std::vector<double>{1.5, 0, 0, 0, 0, -0.25}));
+  EXPECT_EQ(Matrix(zeph::toDense(m).values),
+            dense_testing::matrixOf(2, 3, {1.5, 0, 0, 0, 0, -0.25}));
   const std::string bad = write("n.mtx", kReal + "2 2 3\n1 2 NaN\n2 1 inf\n1 1 1e999\n");
   const SparseMatrix n = zeph::readMatrixMarket(bad, {true});
   EXPECT_TRUE(std::isnan(n.entries[0].value));
@@ -155,8 +146,7 @@ TEST_F(MatrixMarketTest, acceptsEveryLegalSpelling) {
 }
 
 TEST_F(MatrixMarketTest, agreesWithCholmodsReader) {
-  const std::string upper = write("u.mtx", kSymmetric + "2 2 2\n1 1 3\n1 2 5\n");
-  EXPECT_EQ(flat(zeph::readDense(upper).values), readByCholmod(upper, false));
+  expectAgreement(write("u.mtx", kSymmetric + "2 2 2\n1 1 3\n1 2 5\n"), false);
   const std::string skew = write("s.mtx", kSkew + "2 2 1\n1 2 5\n");
   zeph::writeSparse(path("w.mtx"), zeph::readMatrixMarket(skew));
   EXPECT_NE(read(path("w.mtx")).find("\n2 1 -5\n"), std::string::npos);
@@ -167,20 +157,13 @@ TEST_F(MatrixMarketTest, agreesWithCholmodsReader) {
     zeph::writeSparse(path("m.mtx"), m);
     std::string text = read(path("m.mtx"));
     if (round % 2 == 0) text.insert(text.find('\n') + 1, "% a comment\n\n");
-    const std::string file = write("m.mtx", text);
-    const std::vector<double> expected = readByCholmod(file, false);
-    EXPECT_EQ(flat(zeph::readMatrixMarketDense(file).values), expected) << text;
-    EXPECT_EQ(flat(zeph::toDense(zeph::readMatrixMarket(file)).values), expected);
+    expectAgreement(write("m.mtx", text), false);
   }
   for (const char* symmetry : {"general", "symmetric", "skew-symmetric"}) {
-    const std::string file =
-        write("a.mtx", std::string("%%MatrixMarket matrix array real ") + symmetry +
-                           "\n3 3\n1\n2\n3\n" + (symmetry[1] == 'k' ? "" : "4\n5\n6\n") +
-                           (symmetry[0] == 'g' ? "7\n8\n9\n" : ""));
-    const std::vector<double> expected = readByCholmod(file, true);
-    ASSERT_EQ(expected.size(), 9u);
-    EXPECT_EQ(flat(zeph::readMatrixMarketDense(file).values), expected);
-    EXPECT_EQ(flat(zeph::toDense(zeph::readMatrixMarket(file)).values), expected);
+    const std::string columns = std::string("1\n2\n3\n") + (symmetry[1] == 'k' ? "" : "4\n5\n6\n") +
+                                (symmetry[0] == 'g' ? "7\n8\n9\n" : "");
+    const std::string head = std::string("%%MatrixMarket matrix array real ") + symmetry;
+    expectAgreement(write("a.mtx", head + "\n3 3\n" + columns), true);
   }
 }
 
@@ -195,15 +178,14 @@ TEST_F(MatrixMarketTest, everyDoubleReadsBackToTheSameBits) {
     EXPECT_TRUE(m.entries.empty() || std::memcmp(back.entries.data(), m.entries.data(),
                                                  m.entries.size() * sizeof m.entries[0]) == 0);
 
-    ZtMatrix dense(3, 4, 4, nullptr);
+    Matrix dense(3, 4);
     for (int k = 0; k < 12; ++k) dense.data[k] = anyDouble();
     for (const char* name : {"d.mtx", "d.csv"}) {
       zeph::writeDense(path(name), dense);
-      EXPECT_TRUE(sameBits(flat(zeph::readDense(path(name)).values), flat(dense))) << name;
+      EXPECT_TRUE(sameBits(zeph::readDense(path(name)).values, dense)) << name;
     }
-    const ZtVector v(12, dense.data);
-    zeph::writeVector(path("v.mtx"), v);
-    EXPECT_TRUE(sameBits(flat(zeph::readDense(path("v.mtx")).values), flat(dense)));
+    zeph::writeVector(path("v.mtx"), ZtVector(12, dense.data));
+    EXPECT_TRUE(sameBits(zeph::readDense(path("v.mtx")).values, Matrix(12, 1, dense.data)));
   }
 }
 

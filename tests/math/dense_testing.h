@@ -60,6 +60,7 @@ struct Block {
 
 // Bit-equal, except that any NaN stands for any other.
 inline testing::AssertionResult sameBits(const korin::Matrix& x, const korin::Matrix& y) {
+  if (x.rows != y.rows || x.cols != y.cols) return testing::AssertionFailure() << "other shape";
   for (ZtSize i = 0; i < x.rows; ++i) {
     for (ZtSize j = 0; j < x.cols; ++j) {
       const ZtReal a = x(i, j), b = y(i, j);
