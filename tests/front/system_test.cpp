@@ -63,25 +63,28 @@ class SystemTest : public FrontTest {
     return m;
   }
 
-  // Against the solutions for the unit vectors, whose product with A is checked by another test.
-  static void expectVariances(const SparseMatrix& m, Route asked, Route taken) {
-    const zeph::Variances v = zeph::variances(m, asked);
-    EXPECT_EQ(v.choice.route, taken) << v.choice.reason;
-    DenseMatrix unit;
-    korin::Matrix identity(m.rows, m.rows);
-    identity.setIdentity();
-    unit.values = identity;
-    korin::Vector diagonal(m.rows);
-    diagonal.setDiag(zeph::solve(m, unit, Route::Lu).X);
-    EXPECT_TRUE(diagonal.isEqual(v.diagonal, 1e-12));
-  }
-
   static korin::Matrix dense(const SparseMatrix& m) { return zeph::toDense(m).values; }
 
   static korin::Matrix product(const korin::Matrix& a, const ZtMatrix& b) {
     korin::Matrix c(a.rows, b.cols);
     c.setMatMulMat(a, b);
     return c;
+  }
+
+  // Solves for the unit vectors on a route; the variances of that route are on the diagonal.
+  static void expectInverse(const SparseMatrix& m, Route asked, Route taken) {
+    const zeph::Variances v = zeph::variances(m, asked);
+    EXPECT_EQ(v.choice.route, taken) << v.choice.reason;
+    korin::Matrix identity(m.rows, m.rows);
+    identity.setIdentity();
+    DenseMatrix unit;
+    unit.values = identity;
+    const zeph::Solution s = zeph::solve(m, unit, asked);
+    EXPECT_LT(s.relativeResidual, 1e-14);
+    EXPECT_TRUE(product(dense(m), s.X).isEqual(identity, 1e-11));
+    korin::Vector diagonal(m.rows);
+    diagonal.setDiag(s.X);
+    EXPECT_TRUE(diagonal.isEqual(v.diagonal, 1e-12));
   }
 
   DenseMatrix columns(std::size_t rows, std::size_t cols) {
@@ -93,41 +96,29 @@ class SystemTest : public FrontTest {
   }
 };
 
-TEST_F(SystemTest, variancesOfEveryRouteAreTheInversesDiagonal) {
+TEST_F(SystemTest, everyRouteSolvesAndItsVariancesAreTheDiagonal) {
   for (int round = 0; round < 60; ++round) {
     const std::size_t n = 1 + below(25);
     for (const Symmetry symmetry : {Symmetry::General, Symmetry::Symmetric}) {
       const SparseMatrix m = definite(n, symmetry);
-      expectVariances(m, Route::Automatic, Route::Cholesky);
-      expectVariances(m, Route::Lu, Route::Lu);
-      expectVariances(m, Route::LuSolves, Route::LuSolves);
+      expectInverse(m, Route::Automatic, Route::Cholesky);
+      expectInverse(m, Route::Lu, Route::Lu);
+      expectInverse(m, Route::LuSolves, Route::LuSolves);
     }
-    expectVariances(general(n), Route::Lu, Route::Lu);
+    expectInverse(general(n), Route::Lu, Route::Lu);
     SparseMatrix indefinite = definite(n, Symmetry::Symmetric);
     const unsigned spoilt = below(n);
     for (auto& e : indefinite.entries) e.value *= e.row == spoilt && e.col == spoilt ? -1.0 : 1.0;
     expectError([&] { zeph::variances(indefinite); }, "5 A.mtx is not positive definite:");
-    expectVariances(indefinite, Route::Lu, Route::Lu);
+    expectInverse(indefinite, Route::Lu, Route::Lu);
   }
-  expectVariances(general(9), Route::Automatic, Route::Lu);
-  expectVariances(matrix(2, Symmetry::Symmetric, {{1, 0, 2.0}, {0, 0, 1.0}}), Route::Automatic,
-                  Route::Lu);
-  expectVariances(matrix(2, Symmetry::SkewSymmetric, {{1, 0, 2.0}}), Route::Automatic, Route::Lu);
+  expectInverse(general(9), Route::Automatic, Route::Lu);
+  expectInverse(matrix(2, Symmetry::Symmetric, {{1, 0, 2.0}, {0, 0, 1.0}}), Route::Automatic,
+                Route::Lu);
+  expectInverse(matrix(2, Symmetry::SkewSymmetric, {{1, 0, 2.0}}), Route::Automatic, Route::Lu);
 }
 
-TEST_F(SystemTest, solutionsOfEveryRouteSolve) {
-  for (int round = 0; round < 60; ++round) {
-    const std::size_t n = 1 + below(25);
-    for (const SparseMatrix& m :
-         {definite(n, Symmetry::General), definite(n, Symmetry::Symmetric), general(n)}) {
-      const DenseMatrix B = columns(n, 1 + below(4));
-      for (const Route asked : {Route::Automatic, Route::LuSolves}) {
-        const zeph::Solution s = zeph::solve(m, B, asked);
-        EXPECT_LT(s.relativeResidual, 1e-14);
-        EXPECT_TRUE(product(dense(m), s.X).isEqual(B.values, 1e-11));
-      }
-    }
-  }
+TEST_F(SystemTest, residualsOfHugeNumbersAreFinite) {
   // The norms do not square their entries.
   DenseMatrix huge = columns(2, 1);
   huge.values.data[0] = huge.values.data[1] = 1e200;
