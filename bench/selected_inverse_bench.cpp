@@ -33,6 +33,7 @@
 #include "math/inverse_subset.h"
 #include "math/simplicial_inverse.h"
 #include "math/supernodal_inverse.h"
+#include "solver/cholmod_panels.h"
 #include "solver/partial_inverse_chol.h"
 #include "solver/solver.h"
 
@@ -107,17 +108,10 @@ CholmodHandle<cholmod_factor> factorise(cholmod_sparse* a, const std::vector<int
 }
 
 void stepOnPanels(const cholmod_factor& L, Times& times, std::vector<double>& diagonal) {
-  const auto* starts = static_cast<const int*>(L.px);
-  const std::vector<std::size_t> panelStarts(starts, starts + L.nsuper + 1);
-  const korin::SupernodalFactor panels{static_cast<unsigned int>(L.n),
-                                       static_cast<unsigned int>(L.nsuper),
-                                       static_cast<const unsigned int*>(L.super),
-                                       static_cast<const unsigned int*>(L.pi),
-                                       static_cast<const unsigned int*>(L.s),
-                                       panelStarts.data(),
-                                       static_cast<double*>(L.x)};
+  const zeph_solver::CholmodPanels view(L);
+  const korin::SupernodalFactor& panels = view.panels();
   timed(times.step, [&] { korin::supernodalInverse(panels); });
-  korin::panelDiagonal(panels, static_cast<const unsigned int*>(L.Perm), diagonal.data());
+  korin::panelDiagonal(panels, view.permutation(), diagonal.data());
   times.operations = 0.0;
   for (unsigned int g = 0; g < panels.groupCount; ++g) {
     const double n = panels.firstColumn[g + 1] - panels.firstColumn[g];

@@ -4,11 +4,11 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <vector>
 
 #include "math/inverse_subset.h"
 #include "math/supernodal_inverse.h"
 #include "math/zt_error.h"
+#include "solver/cholmod_panels.h"
 #include "solver/protosparse.h"
 #include "solver/solver.h"
 
@@ -43,17 +43,9 @@ CholmodHandle<cholmod_sparse> toSparse(Factorisation& f) {
 
 /// Inverts in place, on the panels that CHOLMOD left.
 void invertSupernodal(const cholmod_factor& L, double* diagonal) {
-  const auto* starts = static_cast<const int*>(L.px);
-  const std::vector<std::size_t> panelStarts(starts, starts + L.nsuper + 1);
-  const korin::SupernodalFactor panels{static_cast<unsigned int>(L.n),
-                                       static_cast<unsigned int>(L.nsuper),
-                                       static_cast<const unsigned int*>(L.super),
-                                       static_cast<const unsigned int*>(L.pi),
-                                       static_cast<const unsigned int*>(L.s),
-                                       panelStarts.data(),
-                                       static_cast<double*>(L.x)};
-  korin::supernodalInverse(panels);
-  korin::panelDiagonal(panels, static_cast<const unsigned int*>(L.Perm), diagonal);
+  const CholmodPanels view(L);
+  korin::supernodalInverse(view.panels());
+  korin::panelDiagonal(view.panels(), view.permutation(), diagonal);
 }
 
 void invertSimplicial(const cholmod_sparse& L, const void* perm, double* diagonal) {

@@ -17,6 +17,7 @@
 #include "matrices.h"
 #include "measure.h"
 #include "mumps_inverse.h"
+#include "solver/cholmod_panels.h"
 #include "solver/partial_inverse_chol.h"
 #include "solver/solver.h"
 
@@ -91,17 +92,9 @@ double inverseStep(CholmodRun& run, double* diagonal) {
         [&] { korin::InverseSubset(view(*columns.get())).diagonal(run.order(), diagonal); });
   }
   return seconds([&] {
-    const auto* starts = static_cast<const int*>(L.px);
-    const std::vector<std::size_t> panelStarts(starts, starts + L.nsuper + 1);
-    const korin::SupernodalFactor panels{static_cast<unsigned int>(L.n),
-                                         static_cast<unsigned int>(L.nsuper),
-                                         static_cast<const unsigned int*>(L.super),
-                                         static_cast<const unsigned int*>(L.pi),
-                                         static_cast<const unsigned int*>(L.s),
-                                         panelStarts.data(),
-                                         static_cast<double*>(L.x)};
-    korin::supernodalInverse(panels);
-    korin::panelDiagonal(panels, run.order(), diagonal);
+    const zeph_solver::CholmodPanels view(L);
+    korin::supernodalInverse(view.panels());
+    korin::panelDiagonal(view.panels(), view.permutation(), diagonal);
   });
 }
 
