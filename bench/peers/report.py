@@ -259,7 +259,7 @@ def variances_text(records, unfit):
                       times(ratio(r.get("mumps_inverse"), r["step"])),
                       milliseconds(r.get("umfpack_solve")), number(solves),
                       times(ratio(solves, r["whole"]))])
-        memory.append([name, megabytes(8e-6 * r["entries"]), megabytes(r.get("factor_mb")),
+        memory.append([name, megabytes(r["entries"] * 8 / 2**20), megabytes(r.get("factor_mb")),
                        megabytes(r.get("whole_mb")), megabytes(r.get("mumps_mb")),
                        megabytes(r.get("umfpack_mb"))])
     text = "### The inverse step beside CHOLMOD's supernodal factorisation (ms)\n\n"
@@ -274,7 +274,7 @@ def variances_text(records, unfit):
     text += table(["matrix", "our call", "MUMPS analysis", "MUMPS factor", "MUMPS A⁻¹ entries",
                    "MUMPS / ours, all", "MUMPS / ours, step", "UMFPACK, one solve",
                    "UMFPACK, n solves (s)", "n solves / ours"], peers)
-    text += "\n### Peak memory above the matrix itself (MB)\n\n"
+    text += "\n### Peak memory above the matrix itself (MB, 2²⁰ bytes)\n\n"
     text += table(["matrix", "values of L alone", "CHOLMOD order + factor", "our call", "MUMPS",
                    "UMFPACK factors"], memory)
     for r in unfit:
