@@ -28,7 +28,7 @@ ProtoSparse randomMatrix(std::size_t triplets, std::size_t rows) {
   return a;
 }
 
-double largest(const Matrix& a, const Matrix& b) {
+[[maybe_unused]] double largest(const Matrix& a, const Matrix& b) {
   double difference = 0.0;
   for (std::size_t i = 0; i < a.rows * a.cols; ++i) {
     const double error = std::fabs(a.data[i] - b.data[i]);

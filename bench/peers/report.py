@@ -351,7 +351,7 @@ def dense_table(programs, sizes, files, _):
     core = next(iter(default.values())).get("core") if default else None
     return "## Dense products (GFLOP/s)\n\n" + table(
         ["order", "ours", "ours, AVX2 level", "ours, fused (inner kernel of the inverses)",
-         f"OpenBLAS, default ({core})", "OpenBLAS, AVX-512 forced (SkylakeX)",
+         f"OpenBLAS, default ({core or 'not installed'})", "OpenBLAS, AVX-512 forced (SkylakeX)",
          "OpenBLAS, AVX2 forced (Haswell)", "Eigen", "plain loop", "ours / OpenBLAS default",
          "ours / AVX-512 forced", "AVX2 level / AVX2 forced", "ours / Eigen"], rows)
 
@@ -452,7 +452,7 @@ def main():
     parser.add_argument("files", nargs="*", metavar="[NAME=]FILE.mtx",
                         help="matrices to measure as well: symmetric ones in the table of "
                              "variances, others in that of general matrices")
-    parser.add_argument("--quick", action="store_true", help="small sizes, about a minute")
+    parser.add_argument("--quick", action="store_true", help="small sizes, seconds")
     parser.add_argument("--only", choices=TABLES, help="one table")
     parser.add_argument("--plots", metavar="FOLDER", help="write scaling plots (SVG) there")
     parser.add_argument("-o", metavar="FILE", help="write the tables there, not to the terminal")
