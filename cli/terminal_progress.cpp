@@ -19,8 +19,9 @@ Progress* interrupted = nullptr;
 
 extern "C" void onInterrupt(int) {
   interrupted->cancel();
+  AtomicFile::stopAll();
   // A factorisation cannot be interrupted from outside, so the process ends here, unless a file is
-  // being written: then the next checkpoint stops the work and the file's owner removes it.
+  // being written: then the next write stops the work and the file's owner removes it.
   if (AtomicFile::temporariesInUse() != 0) return;
   constexpr char kMessage[] = "\nzeph: stopped on request; nothing was written\n";
   [[maybe_unused]] const auto written = ::write(STDERR_FILENO, kMessage, sizeof kMessage - 1);

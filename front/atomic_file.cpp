@@ -18,6 +18,7 @@ namespace {
 constexpr std::size_t kBufferBytes = std::size_t{1} << 18;
 
 std::atomic<int> gTemporaries{0};
+std::atomic<bool> gStopped{false};
 
 Error cannotWrite(const std::string& path, int reason) {
   const std::string name = path == "-" ? "standard output" : path;
@@ -91,6 +92,9 @@ void AtomicFile::write(std::string_view text) {
 }
 
 void AtomicFile::flush() {
+  if (gStopped && !temporary_.empty()) {
+    throw Error(ErrorKind::Cancelled, "stopped on request; nothing was written");
+  }
   std::string_view rest = buffer_;
   while (!rest.empty()) {
     const ssize_t written = ::write(descriptor_, rest.data(), rest.size());
@@ -125,6 +129,10 @@ void AtomicFile::discard() noexcept {
 
 void AtomicFile::requireWritable(const std::string& path) {
   AtomicFile probe(path);
+}
+
+void AtomicFile::stopAll(bool stop) noexcept {
+  gStopped = stop;
 }
 
 int AtomicFile::temporariesInUse() noexcept {

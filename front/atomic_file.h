@@ -38,6 +38,11 @@ class AtomicFile {
   /// computation, so that it does not end in front of a locked door.
   static void requireWritable(const std::string& path);
 
+  /// From now on every write and commit of a temporary file in this process throws
+  /// Error(Cancelled), so that their owners remove them; stopAll(false) ends that. May be called
+  /// from a signal handler.
+  static void stopAll(bool stop = true) noexcept;
+
   /// Number of temporary files of this process at the moment. When it is 0, a signal handler can
   /// end the process without leaving one behind.
   static int temporariesInUse() noexcept;

@@ -44,6 +44,22 @@ TEST_F(OutputTest, fileAppearsWholeOrNotAtAll) {
   EXPECT_EQ(AtomicFile::temporariesInUse(), 0);
 }
 
+TEST_F(OutputTest, stopRequestKeepsWhatStoodThere) {
+  write("old", "kept");
+  try {
+    AtomicFile out(path("old"));
+    out.write("new");
+    AtomicFile::stopAll();
+    out.commit();
+    ADD_FAILURE() << "written after the request";
+  } catch (const zeph::Error& e) {
+    EXPECT_EQ(e.kind(), zeph::ErrorKind::Cancelled);
+  }
+  AtomicFile::stopAll(false);
+  EXPECT_EQ(read(path("old")), "kept");
+  EXPECT_EQ(fileCount(), 1u);
+}
+
 TEST_F(OutputTest, unwritablePlacesAreNamed) {
   std::filesystem::create_directory(path("folder"));
   const struct {
