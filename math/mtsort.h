@@ -3,59 +3,25 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <future>
-#include <system_error>
 #include <type_traits>
-#include <utility>
-#include <vector>
 
+#include "math/mtsort_crew.h"
 #include "math/mtsort_order.h"
 #include "math/mtsort_steps.h"
 
 namespace korin {
 namespace mtsort {
 
-/// A part is handed to a new thread only if the right part of its split has this many elements.
+/// A part is handed off only if the right part of its split has this many elements.
 constexpr std::ptrdiff_t kHandOffRight = 512;
 
 /// Splits whose smaller part has less than 1/kUneven of the range count as failures.
 constexpr std::ptrdiff_t kUneven = 8;
 
-/// The threads started by one call. They are waited for, in the order they were started, when the
-/// call ends; what they throw is not passed on.
-class Tasks {
- public:
-  Tasks() = default;
-  Tasks(const Tasks&) = delete;
-  Tasks& operator=(const Tasks&) = delete;
-  ~Tasks() {
-    for (const std::future<void>& task : started_) task.wait();
-  }
-
-  /// Runs `work` on a new thread; false if the system has none left.
-  template <typename Work>
-  bool start(Work work) {
-    if (started_.capacity() == 0) started_.reserve(kMostHandOffs);
-    try {
-      started_.push_back(std::async(std::launch::async, std::move(work)));
-    } catch (const std::system_error&) {
-      return false;
-    }
-    return true;
-  }
-
- private:
-  // Every hand-off halves the budget, an int.
-  static constexpr std::size_t kMostHandOffs = 31;
-
-  std::vector<std::future<void>> started_;
-};
-
-/// Sorts a[0 .. n-1] with up to `threads` threads, giving up on pivots after `failures` uneven
-/// splits.
-template <typename T>
-void sortRange(T* a, std::ptrdiff_t n, int threads, int failures) {
-  Tasks tasks;
+/// Sorts a[0 .. n-1], giving up on pivots after `failures` uneven splits. Of each split one part is
+/// left to `apart(part, size, right, failures)`, which is told the size of the right part, too.
+template <typename T, typename Apart>
+void sortRange(T* a, std::ptrdiff_t n, int failures, const Apart& apart) {
   while (n > kSmallRun) {
     const std::ptrdiff_t split = splitAtMedianOfThree(a, n);
     if (split == 0) {
@@ -79,21 +45,40 @@ void sortRange(T* a, std::ptrdiff_t n, int threads, int failures) {
       breakPattern(rest, right - 1);
     }
 
-    const bool leftApart = right >= split;
-    T* const apart = leftApart ? a : rest;
-    const std::ptrdiff_t size = leftApart ? split : right - 1;
-    bool started = false;
-    // On purpose the right part's size decides, also when it is the left part that is handed off.
-    if (right >= kHandOffRight && threads >= 2) {
-      threads /= 2;
-      started = tasks.start([=] { sortRange(apart, size, threads, failures); });
+    if (right >= split) {
+      apart(a, split, right, failures);
+      a = rest;
+      n = right - 1;
+    } else {
+      apart(rest, right - 1, right, failures);
+      n = split;
     }
-    if (!started) sortRange(apart, size, threads, failures);
-
-    if (leftApart) a = rest;
-    n = leftApart ? right - 1 : split;
   }
   sortSmall(a, n);
+}
+
+template <typename T>
+void sortAlone(T* a, std::ptrdiff_t n, int failures) {
+  sortRange(a, n, failures, [](T* part, std::ptrdiff_t size, std::ptrdiff_t, int left) {
+    sortAlone(part, size, left);
+  });
+}
+
+/// Sorts a range with the threads of a crew, as many at once as its budget allows.
+template <typename T>
+void sortShared(const HandOff<T>& range, Crew<T>& crew) {
+  HandOffs<T> handOffs(crew);
+  int threads = range.threads;
+  sortRange(range.a, range.n, range.failures,
+            [&](T* part, std::ptrdiff_t size, std::ptrdiff_t right, int failures) {
+              // On purpose the right part's size decides, also when it is the left one that goes.
+              if (right >= kHandOffRight && threads >= 2) {
+                threads /= 2;
+                handOffs.add(part, size, threads, failures);
+              } else {
+                sortAlone(part, size, failures);
+              }
+            });
 }
 
 }  // namespace mtsort
@@ -103,16 +88,16 @@ void sortRange(T* a, std::ptrdiff_t n, int threads, int failures) {
 /// included. Not stable: elements with equal key and weight end up in any order.
 ///
 /// A quicksort (Hoare 1962) with the median of three as pivot, a partition without branches and
-/// small runs sorted by counting. After each split one side is sorted apart, by a new thread with
-/// half the thread budget where that pays, and all threads have ended when the call returns. Ranges
-/// whose splits are uneven more than log2 n times are finished by heapsort (Musser 1997; shuffling
-/// after an uneven split as in Peters 2021), so no input takes more than O(n log n); lists already
-/// in order, and exactly reversed ones, are recognised and take O(n).
+/// small runs sorted by counting. After each split one side is sorted apart; where that pays it is
+/// handed off with half the thread budget, to be sorted by whichever thread comes to it first. No
+/// more threads are started than there are processors, and all have ended when the call returns.
+/// Ranges whose splits are uneven more than log2 n times are finished by heapsort (Musser 1997;
+/// shuffling after an uneven split as in Peters 2021), so no input takes more than O(n log n);
+/// lists already in order, and exactly reversed ones, are recognised and take O(n).
 ///
 /// n <= 1 (negative counts included) and threads <= 1 (no thread is started) are fine. No memory is
-/// allocated but the list of threads. Throws std::bad_alloc if that fails; the list then still
-/// holds its elements, in some order. A lack of threads is no error: the caller's thread does the
-/// work.
+/// allocated but the list of threads. A lack of either is no error: the caller's thread does the
+/// work. Nothing is thrown.
 template <typename T>
 void mtSort(T* a, int n, int threads) {
   static_assert(std::is_trivially_copyable<T>::value && std::is_default_constructible<T>::value,
@@ -120,7 +105,14 @@ void mtSort(T* a, int n, int threads) {
   if (n < 2 || mtsort::finishOrdered(a, n)) return;
   int log2 = 0;
   while (n >> log2 > 1) ++log2;
-  mtsort::sortRange(a, n, threads, log2);
+  if (n < mtsort::kHandOffRight || threads < 2) return mtsort::sortAlone(a, n, log2);
+  mtsort::Crew<T> crew(mtsort::sortShared<T>, threads);
+  mtsort::HandOff<T> whole;
+  whole.a = a;
+  whole.n = n;
+  whole.threads = threads;
+  whole.failures = log2;
+  mtsort::sortShared(whole, crew);
 }
 
 }  // namespace korin

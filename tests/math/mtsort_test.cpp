@@ -1,8 +1,10 @@
 #include "math/mtsort.h"
 
 #include <gtest/gtest.h>
+#include <sched.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -25,7 +27,25 @@ struct Event {
   u32 time;
 };
 
+/// Notices which threads look at it.
+struct Witnessed {
+  u32 key;
+};
+std::atomic<int> g_round{0};
+std::atomic<int> g_threads{0};
+
 }  // namespace
+
+template <>
+struct korin::MtSortOrder<Witnessed> {
+  static std::uint64_t key(const Witnessed& e) {
+    thread_local int round = 0;
+    if (round != g_round) ++g_threads;
+    round = g_round;
+    return e.key;
+  }
+  static std::uint64_t weight(const Witnessed&) { return 0; }
+};
 
 template <>
 struct korin::MtSortOrder<Event> {
@@ -109,7 +129,7 @@ TEST(MtSort, AgreesWithStableSortOnEveryShapeAndSizeAndWhereSplitsKeepFailing) {
     }
     for (int failures = 0; failures < 4; ++failures) {
       Triplets sorted = shorter;
-      if (failures < 3) korin::mtsort::sortRange(sorted.data(), 5000, 1, failures);
+      if (failures < 3) korin::mtsort::sortAlone(sorted.data(), 5000, failures);
       if (failures == 3) korin::mtsort::heapSort(sorted.data(), 5000);
       EXPECT_TRUE(isSorted(sorted)) << failures << " failures";
     }
@@ -153,6 +173,35 @@ TEST(MtSort, FollowsTheOrderDefinedForAnotherType) {
     ASSERT_EQ(events[i].payload, events[i].time + 0.5);
     ASSERT_LE(events[i ? i - 1 : 0].time, events[i].time);
   }
+}
+
+TEST(MtSort, UsesNoMoreThreadsThanBudgetAndProcessorsAllow) {
+  const auto threadsFor = [](u32 n, int budget) {
+    std::mt19937 random(n);
+    std::vector<Witnessed> list(n);
+    for (Witnessed& e : list) e.key = static_cast<u32>(random());
+    g_threads = 0;
+    ++g_round;
+    korin::mtSort(list.data(), static_cast<int>(n), budget);
+    const auto inOrder = [](const Witnessed& a, const Witnessed& b) { return a.key < b.key; };
+    EXPECT_TRUE(std::is_sorted(list.begin(), list.end(), inOrder)) << n << ' ' << budget;
+    return g_threads.load();
+  };
+  cpu_set_t all, one;
+  ASSERT_EQ(sched_getaffinity(0, sizeof all, &all), 0);
+  for (int budget : {1, 2, 3, 7, 32, 1 << 30}) {
+    EXPECT_EQ(threadsFor(511, budget), 1);
+    EXPECT_LE(threadsFor(50000, budget), std::min(budget, CPU_COUNT(&all)));
+  }
+  // Another thread may come too late, but not time after time.
+  bool helped = false;
+  for (int i = 0; i < 30 && !helped; ++i) helped = threadsFor(200000, 32) > 1;
+  EXPECT_EQ(helped, CPU_COUNT(&all) > 1);
+  CPU_ZERO(&one);
+  CPU_SET(sched_getcpu(), &one);
+  ASSERT_EQ(sched_setaffinity(0, sizeof one, &one), 0);
+  EXPECT_EQ(threadsFor(50000, 32), 1);
+  ASSERT_EQ(sched_setaffinity(0, sizeof all, &all), 0);
 }
 
 }  // namespace
