@@ -12,10 +12,7 @@ namespace korin {
 
 namespace {
 
-/// Columns so cheap, in nanoseconds each, that already looking for groups would cost a good part of
-/// what panels could save.
-constexpr double kCheapColumn = 120.0;
-/// Panels must promise a gain beyond the error of the estimates and the search already made.
+/// Panels must promise a gain beyond the error of the estimates.
 constexpr double kWorthPanels = 0.8;
 
 using Tracker = IndexTracker<unsigned int>;
@@ -38,8 +35,9 @@ void dropPosition(std::vector<Tracker>& order, unsigned int position) {
 
 }  // namespace
 
-InverseSubset::InverseSubset(const SimplicialFactor& factor) : factor_(factor) {
-  if (preparePanels()) {
+InverseSubset::InverseSubset(const SimplicialFactor& factor, FactorPattern pattern)
+    : factor_(factor) {
+  if (preparePanels(pattern)) {
     storage_ = zeroPanels(merged_.panelStart.back());
     panels_ = merged_.over(factor_.n, storage_.get());
     gatherPanels(factor_, panels_);
@@ -51,14 +49,17 @@ InverseSubset::InverseSubset(const SimplicialFactor& factor) : factor_(factor) {
   }
 }
 
-/// Finds and merges groups; whether they pay.
-bool InverseSubset::preparePanels() {
-  const double columnByColumn = estimatedTime(factor_);
-  if (columnByColumn <= kCheapColumn * factor_.n) return false;
-  found_ = findColumnGroups(factor_);
-  if (!isEliminationPattern(factor_, found_)) return false;
-  merged_ = mergeColumnGroups(found_);
-  return estimatedTime(merged_) < kWorthPanels * columnByColumn;
+/// Finds the groups where panels pay, which a sketch tells before any row is read.
+bool InverseSubset::preparePanels(FactorPattern pattern) {
+  const std::vector<GroupSketch> sketch = sketchGroups(factor_);
+  const std::vector<GroupSketch> merged = mergeGroups(sketch);
+  if (estimatedTime(merged) >= kWorthPanels * estimatedTime(factor_)) return false;
+  if (pattern == FactorPattern::Any) {
+    found_ = findColumnGroups(factor_);
+    if (found_.count() != sketch.size() || !isEliminationPattern(factor_, found_)) return false;
+  }
+  merged_ = columnGroups(factor_, merged);
+  return true;
 }
 
 void InverseSubset::diagonal(const unsigned int* perm, double* diagonal) const {

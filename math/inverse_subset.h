@@ -6,6 +6,10 @@
 
 namespace korin {
 
+/// What is known of a factor's pattern: nothing, or that it is the one that elimination gives, as a
+/// factorisation leaves it, so that it need not be checked before working on panels.
+enum class FactorPattern { Any, Elimination };
+
 /// Selected inverse of a simplicial Cholesky factor: the entries of (L L^T)^-1 on L's pattern.
 ///
 /// The constructor computes them in the factor's own (permuted) indices, on dense panels where
@@ -16,11 +20,13 @@ namespace korin {
 ///   korin::InverseSubset subset({n, colStarts, rowIndices, values});
 ///   subset.diagonal(perm, variances);
 ///
-/// Any pattern is accepted, rows ascending, diagonal first; entries outside it count as 0. Zero
+/// Any pattern is accepted, unless more is claimed for it, rows ascending, diagonal first; entries
+/// outside it count as 0. Zero
 /// pivots give infinities and NaN. All members throw nothing but std::bad_alloc.
 class InverseSubset {
  public:
-  explicit InverseSubset(const SimplicialFactor& factor);
+  explicit InverseSubset(const SimplicialFactor& factor,
+                         FactorPattern pattern = FactorPattern::Any);
   InverseSubset(const InverseSubset&) = delete;
   InverseSubset& operator=(const InverseSubset&) = delete;
 
@@ -34,7 +40,7 @@ class InverseSubset {
              double* values) const;
 
  private:
-  bool preparePanels();
+  bool preparePanels(FactorPattern pattern);
   bool onPanels() const { return merged_.count() > 0; }
 
   SimplicialFactor factor_;

@@ -90,54 +90,62 @@ bool isEliminationPattern(const SimplicialFactor& factor, const ColumnGroups& gr
   return true;
 }
 
-ColumnGroups mergeColumnGroups(const ColumnGroups& groups) {
-  // From the last group to the first, each one either joins the merged group right of it or starts
-  // one of its own. A merged group is known by its last found group, whose rows below it keeps.
-  struct Merged {
-    unsigned int firstColumn;
-    unsigned int lastGroup;
-  };
-  std::vector<Merged> merged;
+std::vector<GroupSketch> sketchGroups(const SimplicialFactor& f) {
+  std::vector<GroupSketch> sketch;
+  for (unsigned int c = f.n; c-- > 0;) {
+    const unsigned int start = f.colStarts[c];
+    const unsigned int length = f.colStarts[c + 1] - start;
+    const unsigned int below = length > 0 ? length - 1 : 0;
+    const unsigned int parent = below > 0 ? f.rowIndices[start + 1] : f.n;
+    if (!sketch.empty() && parent == c + 1 && sketch.back().firstColumn == parent &&
+        below == sketch.back().rowsBelow + sketch.back().columns()) {
+      sketch.back().firstColumn = c;
+    } else {
+      sketch.push_back({c, c + 1, below, parent});
+    }
+  }
+  std::reverse(sketch.begin(), sketch.end());
+  return sketch;
+}
+
+std::vector<GroupSketch> mergeGroups(const std::vector<GroupSketch>& groups) {
+  // From the last group to the first, each one either joins the merged group right of it, whose
+  // rows below stay the same, or starts one of its own.
+  std::vector<GroupSketch> merged;
   double costOfLast = 0.0;
-  for (unsigned int g = groups.count(); g-- > 0;) {
-    const unsigned int below = groups.height(g) - groups.columns(g);
-    const double cost = groupCost(groups.columns(g), below);
-    if (!merged.empty() && below > 0) {
-      Merged& right = merged.back();
-      const unsigned int end = groups.firstColumn[right.lastGroup + 1];
-      const unsigned int parentRow = groups.rows[groups.rowStart[g] + groups.columns(g)];
-      const double together =
-          groupCost(end - groups.firstColumn[g],
-                    groups.height(right.lastGroup) - groups.columns(right.lastGroup));
-      if (parentRow < end && together <= cost + costOfLast) {
-        right.firstColumn = groups.firstColumn[g];
+  for (auto g = groups.rbegin(); g != groups.rend(); ++g) {
+    const double cost = groupCost(g->columns(), g->rowsBelow);
+    if (!merged.empty() && g->rowsBelow > 0) {
+      GroupSketch& right = merged.back();
+      const double together = groupCost(right.endColumn - g->firstColumn, right.rowsBelow);
+      if (g->firstRowBelow < right.endColumn && together <= cost + costOfLast) {
+        right.firstColumn = g->firstColumn;
         costOfLast = together;
         continue;
       }
     }
-    merged.push_back({groups.firstColumn[g], g});
+    merged.push_back(*g);
     costOfLast = cost;
   }
-
-  ColumnGroups result;
-  for (auto m = merged.rbegin(); m != merged.rend(); ++m) {
-    const unsigned int last = m->lastGroup;
-    for (unsigned int c = m->firstColumn; c < groups.firstColumn[last]; ++c) {
-      result.rows.push_back(c);
-    }
-    result.rows.insert(result.rows.end(), groups.rows.begin() + groups.rowStart[last],
-                       groups.rows.begin() + groups.rowStart[last + 1]);
-    closeGroup(result, groups.firstColumn[last + 1]);
-  }
-  return result;
+  std::reverse(merged.begin(), merged.end());
+  return merged;
 }
 
-double estimatedTime(const ColumnGroups& groups) {
+double estimatedTime(const std::vector<GroupSketch>& groups) {
   double sum = 0.0;
-  for (unsigned int g = 0; g < groups.count(); ++g) {
-    sum += groupCost(groups.columns(g), groups.height(g) - groups.columns(g));
-  }
+  for (const GroupSketch& g : groups) sum += groupCost(g.columns(), g.rowsBelow);
   return sum;
+}
+
+ColumnGroups columnGroups(const SimplicialFactor& factor, const std::vector<GroupSketch>& sketch) {
+  ColumnGroups groups;
+  for (const GroupSketch& g : sketch) {
+    for (unsigned int c = g.firstColumn; c + 1 < g.endColumn; ++c) groups.rows.push_back(c);
+    groups.rows.insert(groups.rows.end(), factor.rowIndices + factor.colStarts[g.endColumn - 1],
+                       factor.rowIndices + factor.colStarts[g.endColumn]);
+    closeGroup(groups, g.endColumn);
+  }
+  return groups;
 }
 
 void gatherPanels(const SimplicialFactor& factor, const SupernodalFactor& panels) {

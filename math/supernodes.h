@@ -58,13 +58,30 @@ ColumnGroups findColumnGroups(const SimplicialFactor& factor);
 /// needs this. One pass over the groups' rows.
 bool isEliminationPattern(const SimplicialFactor& factor, const ColumnGroups& groups);
 
+/// The size of a group and its place in the elimination tree, without its rows.
+struct GroupSketch {
+  unsigned int firstColumn;
+  unsigned int endColumn;
+  unsigned int rowsBelow;
+  unsigned int firstRowBelow;  ///< n where there is none
+  unsigned int columns() const { return endColumn - firstColumn; }
+};
+
+/// The groups that `findColumnGroups` finds in an elimination pattern, from the lengths of the
+/// columns and their first rows alone. Cost: the number of columns.
+std::vector<GroupSketch> sketchGroups(const SimplicialFactor& factor);
+
 /// Merges groups with the following one where it holds their first row below and where the zeros
 /// that become explicit cost less than the larger panels save (the thresholds are those of the
-/// relaxed supernodes of Ashcraft and Grimes, 1989, tuned here). Needs an elimination pattern.
-ColumnGroups mergeColumnGroups(const ColumnGroups& groups);
+/// relaxed supernodes of Ashcraft and Grimes, 1989, tuned here).
+std::vector<GroupSketch> mergeGroups(const std::vector<GroupSketch>& groups);
 
 /// Estimated time of the recurrence on the groups' panels, in nanoseconds.
-double estimatedTime(const ColumnGroups& groups);
+double estimatedTime(const std::vector<GroupSketch>& groups);
+
+/// The groups with their rows: their own columns and the rows below the last of these. The factor
+/// must have an elimination pattern.
+ColumnGroups columnGroups(const SimplicialFactor& factor, const std::vector<GroupSketch>& sketch);
 
 /// Copies the factor's entries into zeroed panels, whose groups must cover its pattern.
 void gatherPanels(const SimplicialFactor& factor, const SupernodalFactor& panels);

@@ -49,9 +49,10 @@ void invertSupernodal(const cholmod_factor& L, double* diagonal) {
 }
 
 void invertSimplicial(const cholmod_sparse& L, const void* perm, double* diagonal) {
-  const korin::InverseSubset subset(korin::SimplicialFactor{
+  const korin::SimplicialFactor factor{
       static_cast<unsigned int>(L.ncol), static_cast<const unsigned int*>(L.p),
-      static_cast<const unsigned int*>(L.i), static_cast<const double*>(L.x)});
+      static_cast<const unsigned int*>(L.i), static_cast<const double*>(L.x)};
+  const korin::InverseSubset subset(factor, korin::FactorPattern::Elimination);
   subset.diagonal(static_cast<const unsigned int*>(perm), diagonal);
 }
 

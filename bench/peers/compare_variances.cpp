@@ -89,7 +89,10 @@ double inverseStep(CholmodRun& run, double* diagonal) {
   if (!L.is_super) {
     const auto columns = run.takeColumns();
     return seconds(
-        [&] { korin::InverseSubset(view(*columns.get())).diagonal(run.order(), diagonal); });
+        [&] {
+          korin::InverseSubset(view(*columns.get()), korin::FactorPattern::Elimination)
+              .diagonal(run.order(), diagonal);
+        });
   }
   return seconds([&] {
     const zeph_solver::CholmodPanels view(L);

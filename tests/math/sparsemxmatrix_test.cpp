@@ -114,7 +114,10 @@ void expectPanelInverse(Columns l, const Dense& expected) {
                                        l.rows.data(), l.values.data()};
   const korin::ColumnGroups found = korin::findColumnGroups(factor);
   ASSERT_TRUE(korin::isEliminationPattern(factor, found));
-  for (const korin::ColumnGroups& groups : {found, korin::mergeColumnGroups(found)}) {
+  const auto sketch = korin::sketchGroups(factor);
+  ASSERT_EQ(sketch.size(), found.count());
+  for (const korin::ColumnGroups& groups :
+       {found, korin::columnGroups(factor, korin::mergeGroups(sketch))}) {
     for (const auto level :
          {ProcessorLevel::Baseline, ProcessorLevel::Avx2, ProcessorLevel::Avx512}) {
       korin::kernels::forceProcessorLevel(level);
