@@ -88,11 +88,10 @@ double inverseStep(CholmodRun& run, double* diagonal) {
   const cholmod_factor& L = run.factor();
   if (!L.is_super) {
     const auto columns = run.takeColumns();
-    return seconds(
-        [&] {
-          korin::InverseSubset(view(*columns.get()), korin::FactorPattern::Elimination)
-              .diagonal(run.order(), diagonal);
-        });
+    return seconds([&] {
+      korin::InverseSubset(view(*columns.get()), korin::FactorPattern::Elimination)
+          .diagonal(run.order(), diagonal);
+    });
   }
   return seconds([&] {
     const zeph_solver::CholmodPanels view(L);
