@@ -158,7 +158,9 @@ class ZEPH_EXPORT ProtoSparse {
   void transposeSelf();
 
   /// c = this * b for dense b (colCount x k); c must be rowCount x k and is not resized.
-  /// O(nz k); duplicates need no merging, and elements outside the shape are not looked for.
+  /// O(nz k); duplicates need no merging, and elements outside the shape are not looked for. For a
+  /// large c of 16 columns or more, a list in no order takes up to 16 MiB of workspace, twice that
+  /// for a window.
   void multiplyDense(const ZtMatrix& b, ZtMatrix& c);
 
   /// c = W * b for the window W of rows rowFirst .. c.rows - rowFirst - 1 and columns colFirst ..

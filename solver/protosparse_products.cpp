@@ -2,9 +2,12 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <new>
 #include <utility>
 #include <vector>
 
+#include "math/kernels/triplet_bands.h"
 #include "math/kernels/triplet_product.h"
 #include "solver/matrix_views.h"
 #include "solver/protosparse.h"
@@ -23,7 +26,13 @@ static_assert(offsetof(MatrixElement, row) == 0 && offsetof(MatrixElement, col) 
 // every single sum, as written here.
 void addProduct(const MatrixElement* elements, std::size_t count, const ZtMatrix& b, ZtMatrix& c) {
   if (!sharesMemory(b, c)) {
-    korin::kernels::addTripletProduct(elements, count, b.data, b.stride, c.data, c.stride, b.cols);
+    if (korin::kernels::bandsPay(elements, count, c.rows, b.cols)) {
+      korin::kernels::addTripletProductInBands(elements, count, b.data, b.stride, c.data, c.stride,
+                                               c.rows, b.cols);
+    } else {
+      korin::kernels::addTripletProduct(elements, count, b.data, b.stride, c.data, c.stride,
+                                        b.cols);
+    }
     return;
   }
   for (const MatrixElement* e = elements; e != elements + count; ++e) {
@@ -50,15 +59,23 @@ std::uint32_t windowEnd(std::size_t operandSize, std::uint32_t first) {
 enum FreeBound : unsigned { kRowLow = 1, kRowHigh = 2, kColLow = 4, kColHigh = 8, kAllFree = 15 };
 
 // c += W * b, testing each element only against the bounds that are not free. Elements inside are
-// gathered, shifted to the window's corner, in portions that stay in the first-level cache.
+// gathered, shifted to the window's corner, in portions that stay in the first-level cache or,
+// where that pays, are large enough for the product to put them into an order of its own.
 template <unsigned kFree>
 void addWindowProduct(const std::vector<MatrixElement>& elements, const Window& w,
                       const ZtMatrix& b, ZtMatrix& c) {
   constexpr std::size_t kPortion = 512;
-  std::array<MatrixElement, kPortion> inside;
+  std::array<MatrixElement, kPortion> cached;
+  std::unique_ptr<MatrixElement[]> large;
   const std::size_t size = elements.size();
+  std::size_t portion = std::min(size, korin::kernels::kBandPortion);
+  if (korin::kernels::bandsPay(elements.data(), size, c.rows, b.cols)) {
+    large.reset(new (std::nothrow) MatrixElement[portion]);
+  }
+  if (large == nullptr) portion = kPortion;
+  MatrixElement* const inside = large == nullptr ? cached.data() : large.get();
   for (std::size_t i = 0; i < size;) {
-    const std::size_t end = std::min(size, i + kPortion);
+    const std::size_t end = std::min(size, i + portion);
     std::size_t count = 0;
     for (; i < end; ++i) {
       const MatrixElement e = elements[i];
@@ -68,7 +85,7 @@ void addWindowProduct(const std::vector<MatrixElement>& elements, const Window& 
                ((kFree & kColLow) != 0 || e.col >= w.colFirst) &
                ((kFree & kColHigh) != 0 || e.col < w.colEnd);
     }
-    addProduct(inside.data(), count, b, c);
+    addProduct(inside, count, b, c);
   }
 }
 

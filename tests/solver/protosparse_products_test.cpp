@@ -2,6 +2,8 @@
 #include <vector>
 
 #include "math/kernels/processor.h"
+#include "math/kernels/triplet_bands.h"
+#include "math/kernels/triplet_product.h"
 #include "solver/protosparse.h"
 #include "tests/math/dense_testing.h"
 
@@ -98,6 +100,56 @@ TEST_F(ProtoSparseProducts, SumsInListOrderOnEveryProcessorLevelAndWidth) {
     }
   }
   korin::kernels::forceProcessorLevel(before);
+}
+
+TEST_F(ProtoSparseProducts, ScatteredListsSumInListOrderWithinEveryRow) {
+  // Sums of fractions over hundreds of triplets a row show any change of order. The first case
+  // takes the product by bands of rows, by its size; in the second the triplets of a row come
+  // together.
+  for (bool scattered : {true, false}) {
+    const std::size_t rows = 60000, cols = 17, used = scattered ? 150 : 1;
+    ProtoSparse a(rows, rows);
+    for (int i = 0; i < 40000; ++i) {
+      a.addElement(below(used) * 399 + (i < 20000), below(rows / 100) * 100, integer() / 7.0);
+    }
+    ASSERT_EQ(korin::kernels::bandsPay(a.elements.data(), a.elements.size(), rows, cols),
+              scattered);
+    Matrix b(rows, cols), c(rows, cols);
+    for (std::size_t i = 0; i < rows * cols; ++i) b.data[i] = integer() / 3.0;
+    for (unsigned first : {0u, 300u}) {
+      Matrix expected = zeros(rows, cols);
+      for (const auto& e : a.elements) {
+        if (std::min(e.row, e.col) < first || std::max(e.row, e.col) >= rows - first) continue;
+        for (std::size_t k = 0; k < cols; ++k) {
+          expected(e.row - first, k) += e.value * b(e.col - first, k);
+        }
+      }
+      a.multiplyDenseSub(b, c, first, first);
+      EXPECT_TRUE(c == expected) << first;
+    }
+  }
+}
+
+TEST_F(ProtoSparseProducts, BandsOfAnySizeAndPortionGiveThePlainProduct) {
+  using namespace korin::kernels;
+  for (std::size_t count :
+       {std::size_t{0}, std::size_t{1}, std::size_t{5000}, kBandPortion + 999}) {
+    for (std::size_t rows : {1u, 255u, 256u, 257u, 100000u}) {
+      for (std::size_t cols : {1u, 33u}) {
+        if (count * cols > 10000000) continue;
+        ProtoSparse a(rows, 9);
+        for (std::size_t i = 0; i < count; ++i)
+          a.addElement(below(rows), below(9), 1.0 / static_cast<double>(i + 1));
+        Matrix b(9, cols), c = zeros(rows, cols), expected = zeros(rows, cols);
+        for (std::size_t i = 0; i < 9 * cols; ++i) b.data[i] = integer() / 7.0;
+        addTripletProduct(a.elements.data(), a.elements.size(), b.data, cols, expected.data, cols,
+                          cols);
+        addTripletProductInBands(a.elements.data(), a.elements.size(), b.data, cols, c.data, cols,
+                                 rows, cols);
+        EXPECT_TRUE(c == expected) << count << " triplets, " << rows << " x " << cols;
+      }
+    }
+  }
 }
 
 TEST_F(ProtoSparseProducts, OperandsThatShareMemorySeeEverySum) {
