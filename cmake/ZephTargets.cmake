@@ -20,7 +20,7 @@ function(zeph_configure_target target)
     VISIBILITY_INLINES_HIDDEN ON)
   # Summation orders are part of the contract: no silent fusing of a multiply and an add.
   target_compile_options(${target} PRIVATE -ffp-contract=off -Wall -Wextra -Wconversion
-                         -Wno-sign-conversion)
+                         -Wno-sign-conversion -Wformat-security)
   # GCC 12 sees overlapping copies in "literal" + std::string where there are none.
   target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
   if(ZEPH_WARNINGS_AS_ERRORS)

@@ -41,6 +41,7 @@ Colour shade(double t) {
 /// Grows an SVG text by formatted pieces.
 class Svg {
  public:
+  void add(const char* text) { text_ += text; }
   template <class... Values>
   void add(const char* format, Values... values) {
     char piece[512];

@@ -182,7 +182,7 @@ void Vector::display(char* out) const {
   Writer writer(out);
   writer.print("Vector %d: [ ", static_cast<int>(size));
   writer.printElements("%.7g ", data, size);
-  writer.print("]\n");
+  writer.print("%c\n", ']');
 }
 
 }  // namespace korin

@@ -117,7 +117,9 @@ TEST(SolverFallback, AFailedAnalysisGoesToLuSilently) {
     Factorisation f(&solver);
     Matrix X(15, 2);
     solver.solveGeneric(A, X, B, true, &f, true, true);
-    EXPECT_TRUE(!f.cholesky && solves(A, X, B));
+    EXPECT_TRUE(solves(A, X, B));
+    // Older versions of CHOLMOD give up where no ordering was chosen; newer ones choose one.
+    EXPECT_TRUE(CHOLMOD_MAIN_VERSION >= 4 || !f.cholesky);
   }
   // Rectangular, indefinite and singular matrices: nothing may be printed.
   const double numbers[] = {1, 2, 2, 1};
