@@ -6,6 +6,8 @@
 
 #include "math/kernels/ordered_product.h"
 #include "math/kernels/overlap.h"
+#include "math/kernels/tile.h"
+#include "math/kernels/tiled_product.h"
 
 namespace korin::kernels {
 namespace {
@@ -35,12 +37,8 @@ Buffer allocate(size_t count) {
   return Buffer(new double[count]);
 }
 
-void addRow(size_t n, double* x, const double* y) {
-  for (size_t j = 0; j < n; ++j) x[j] += y[j];
-}
-
-void subtractRow(size_t n, double* x, const double* y) {
-  for (size_t j = 0; j < n; ++j) x[j] -= y[j];
+void combine(Combine how, size_t m, size_t n, ConstBlock x, ConstBlock y, Block out) {
+  tiles().combine(how, m, n, x.data, x.stride, y.data, y.stride, out.data, out.stride, nullptr);
 }
 
 bool overlap(size_t rowsX, size_t colsX, ConstBlock x, size_t rowsY, size_t colsY, ConstBlock y) {
@@ -77,36 +75,27 @@ void multiply(bool small, size_t m, size_t n, size_t k, ConstBlock a, ConstBlock
                                        c.stride);
 }
 
-// A factor of one of the seven products: first + sign * second, or first alone when sign is 0.
+// A factor of one of the seven products: x, x + y or x - y.
 struct Factor {
-  ConstBlock first;
-  ConstBlock second;
-  int sign;
+  Combine how;
+  ConstBlock x;
+  ConstBlock y;
 };
 
-void formRow(size_t n, size_t i, const Factor& f, double* out) {
-  const double* x = f.first.row(i);
-  const double* y = f.second.row(i);
-  if (f.sign > 0) {
-    for (size_t j = 0; j < n; ++j) out[j] = x[j] + y[j];
-  } else if (f.sign < 0) {
-    for (size_t j = 0; j < n; ++j) out[j] = x[j] - y[j];
-  } else {
-    std::copy_n(x, n, out);
-  }
-}
-
-// The seven products of h x h quarters, one after the other. Where they are the loop kernel's they
-// are made in strips of rows, so that the strips of the left factor and of the product stay in the
-// second-level cache between the passes over them.
+// The seven products of h x h quarters, one after the other. Where they are the loop kernel's, the
+// right factor is formed packed, and the product is made in strips of rows, so that the strips of
+// the left factor and of the product stay in the second-level cache between the passes over them.
 class SevenProducts {
  public:
   SevenProducts(bool small, size_t h)
-      : small_(small), h_(h), strip_(small ? std::min(h, kStripRows) : h) {
+      : h_(h),
+        packs_(small && h <= PackedRight::kLargest),
+        strip_(packs_ ? std::min(h, kStripRows) : h) {
+    const size_t right = packs_ ? PackedRight::room(h, h) : h * h;
     const auto stride = static_cast<ptrdiff_t>(h);
-    buffer_ = allocate((h + 2 * strip_) * h);
+    buffer_ = allocate(right + 2 * strip_ * h);
     right_ = {buffer_.get(), stride};
-    left_ = right_.at(h, 0);
+    left_ = {buffer_.get() + right, stride};
     product_ = left_.at(strip_, 0);
   }
 
@@ -115,23 +104,39 @@ class SevenProducts {
  private:
   static constexpr size_t kStripRows = 64;
 
-  // Writes x*y to `out`, or to the strip where out is null, and calls use(i, row) for every row i
-  // of the product in turn.
+  // Writes x*y to `out`, or to a buffer where out is null, and calls use(first, rows, product) for
+  // strips of the product in turn.
   template <class Use>
   void multiplyAndUse(const Factor& x, const Factor& y, Block out, Use use) {
-    for (size_t i = 0; i < h_; ++i) formRow(h_, i, y, right_.row(i));
+    PackedRight packed(h_, h_, buffer_.get());
+    if (packs_) {
+      packed.fill(y.how, y.x.data, y.x.stride, y.y.data, y.y.stride);
+    } else if (y.how != Combine::Copy) {
+      combine(y.how, h_, h_, y.x, y.y, right_);
+    }
+    const ConstBlock right = y.how == Combine::Copy ? y.x : right_;
     for (size_t first = 0; first < h_; first += strip_) {
       const size_t rows = std::min(strip_, h_ - first);
-      for (size_t i = 0; i < rows && x.sign != 0; ++i) formRow(h_, first + i, x, left_.row(i));
-      const ConstBlock left = x.sign != 0 ? ConstBlock(left_) : x.first.at(first, 0);
+      ConstBlock left = x.x.at(first, 0);
+      if (x.how != Combine::Copy) {
+        combine(x.how, rows, h_, left, x.y.at(first, 0), left_);
+        left = left_;
+      }
       const Block product = out.data == nullptr ? product_ : out.at(first, 0);
-      multiply(small_, rows, h_, h_, left, right_, product);
-      for (size_t i = 0; i < rows; ++i) use(first + i, product.row(i));
+      if (packs_) {
+        packed.multiply(rows, {left.data, left.stride, 1}, {product.data, product.stride, 1});
+      } else {
+        blockProduct(rows, h_, h_, left.data, left.stride, right.data, right.stride, product.data,
+                     product.stride);
+      }
+      for (size_t i = 0; i < rows; i += kStripRows) {
+        use(first + i, std::min(kStripRows, rows - i), product.at(i, 0));
+      }
     }
   }
 
-  bool small_;
   size_t h_;
+  bool packs_;
   size_t strip_;
   Buffer buffer_;
   Block right_;
@@ -147,29 +152,39 @@ void SevenProducts::run(ConstBlock a, ConstBlock b, Block c) {
   const ConstBlock a11 = a, a12 = a.at(0, h), a21 = a.at(h, 0), a22 = a.at(h, h);
   const ConstBlock b11 = b, b12 = b.at(0, h), b21 = b.at(h, 0), b22 = b.at(h, h);
   const Block c11 = c, c12 = c.at(0, h), c21 = c.at(h, 0), c22 = c.at(h, h);
-  const Block strip{nullptr, 0};
-  const auto nothing = [](size_t, const double*) {};
+  const auto alone = [](ConstBlock x) { return Factor{Combine::Copy, x, x}; };
+  const auto sum = [](ConstBlock x, ConstBlock y) { return Factor{Combine::Sum, x, y}; };
+  const auto difference = [](ConstBlock x, ConstBlock y) {
+    return Factor{Combine::Difference, x, y};
+  };
+  const Block buffer{nullptr, 0};
+  const auto nothing = [](size_t, size_t, ConstBlock) {};
+  // Rows i ... of a quarter of C become themselves plus or minus the rows of a product.
+  const auto join = [h](Combine how, Block quarter, size_t i, size_t rows, ConstBlock product) {
+    combine(how, rows, h, quarter.at(i, 0), product, quarter.at(i, 0));
+  };
 
-  multiplyAndUse({a11, a22, 1}, {b11, b22, 1}, c11, nothing);  // M1
-  multiplyAndUse({a21, a22, 1}, {b11, b11, 0}, c21, nothing);  // M2
-  multiplyAndUse({a11, a11, 0}, {b12, b22, -1}, c12, [&](size_t i, const double* m3) {
-    double* sum = c22.row(i);
-    std::copy_n(c11.row(i), h, sum);
-    addRow(h, sum, m3);
-    subtractRow(h, sum, c21.row(i));
+  multiplyAndUse(sum(a11, a22), sum(b11, b22), c11, nothing);  // M1
+  multiplyAndUse(sum(a21, a22), alone(b11), c21, nothing);     // M2
+  multiplyAndUse(alone(a11), difference(b12, b22), c12, [&](size_t i, size_t rows, ConstBlock m3) {
+    combine(Combine::Sum, rows, h, c11.at(i, 0), m3, c22.at(i, 0));
+    join(Combine::Difference, c22, i, rows, c21.at(i, 0));
   });
-  multiplyAndUse({a22, a22, 0}, {b21, b11, -1}, strip, [&](size_t i, const double* m4) {
-    addRow(h, c11.row(i), m4);
-    addRow(h, c21.row(i), m4);
+  multiplyAndUse(alone(a22), difference(b21, b11), buffer,
+                 [&](size_t i, size_t rows, ConstBlock m4) {
+                   join(Combine::Sum, c11, i, rows, m4);
+                   join(Combine::Sum, c21, i, rows, m4);
+                 });
+  multiplyAndUse(sum(a11, a12), alone(b22), buffer, [&](size_t i, size_t rows, ConstBlock m5) {
+    join(Combine::Difference, c11, i, rows, m5);
+    join(Combine::Sum, c12, i, rows, m5);
   });
-  multiplyAndUse({a11, a12, 1}, {b22, b22, 0}, strip, [&](size_t i, const double* m5) {
-    subtractRow(h, c11.row(i), m5);
-    addRow(h, c12.row(i), m5);
-  });
-  multiplyAndUse({a21, a11, -1}, {b11, b12, 1}, strip,
-                 [&](size_t i, const double* m6) { addRow(h, c22.row(i), m6); });
-  multiplyAndUse({a12, a22, -1}, {b21, b22, 1}, strip,
-                 [&](size_t i, const double* m7) { addRow(h, c11.row(i), m7); });
+  multiplyAndUse(
+      difference(a21, a11), sum(b11, b12), buffer,
+      [&](size_t i, size_t rows, ConstBlock m6) { join(Combine::Sum, c22, i, rows, m6); });
+  multiplyAndUse(
+      difference(a12, a22), sum(b21, b22), buffer,
+      [&](size_t i, size_t rows, ConstBlock m7) { join(Combine::Sum, c11, i, rows, m7); });
 }
 
 // Each block of C is its first product plus the second, C22, C21, C11 and C12 in turn.
@@ -181,7 +196,7 @@ void eightProducts(bool small, size_t m, size_t n, size_t k, size_t hm, size_t h
     const Block t{buffer.get(), static_cast<ptrdiff_t>(cols)};
     multiply(small, rows, cols, hk, a.at(i, 0), b.at(0, j), out);
     multiply(small, rows, cols, k - hk, a.at(i, hk), b.at(hk, j), t);
-    for (size_t r = 0; r < rows; ++r) addRow(cols, out.row(r), t.row(r));
+    combine(Combine::Sum, rows, cols, out, t, out);
   };
   quarter(hm, m - hm, hn, n - hn);
   quarter(hm, m - hm, 0, hn);

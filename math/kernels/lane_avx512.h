@@ -14,8 +14,30 @@
 namespace korin::kernels {
 namespace {
 
+// Half a vector, for tiles whose last vector would be half empty.
+struct HalfLane {
+  using Vector = __m256d;
+  using Mask = __mmask8;
+  static constexpr int kWidth = 4;
+  static Vector zero() { return _mm256_setzero_pd(); }
+  static Vector load(const double* p) { return _mm256_loadu_pd(p); }
+  static Mask mask(size_t count) { return static_cast<Mask>((1U << count) - 1U); }
+  static Vector loadPart(const double* p, Mask m) { return _mm256_maskz_loadu_pd(m, p); }
+  static void storePart(double* p, Vector x, Mask m) { _mm256_mask_storeu_pd(p, m, x); }
+  static Vector broadcast(const double* p) { return _mm256_broadcast_sd(p); }
+  static Vector add(Vector x, Vector y) { return _mm256_add_pd(x, y); }
+  static Vector subtract(Vector x, Vector y) { return _mm256_sub_pd(x, y); }
+  static Vector multiplyScalar(const double* p, Vector y) {
+    Vector product;
+    asm("vmulpd %1%{1to4%}, %2, %0" : "=v"(product) : "m"(*p), "v"(y));
+    return product;
+  }
+  static Vector multiplyAdd(Vector x, Vector y, Vector z) { return _mm256_fmadd_pd(x, y, z); }
+};
+
 struct Lane {
   using Vector = __m512d;
+  using Half = HalfLane;
   using Mask = __mmask8;
   static constexpr int kWidth = 8;
   static Vector zero() { return _mm512_setzero_pd(); }

@@ -1,5 +1,6 @@
 #include "math/kernels/pack.h"
 
+#include <algorithm>
 #include <memory>
 #include <new>
 
@@ -27,6 +28,10 @@ void copyRows(std::size_t k, const double* b, std::ptrdiff_t brs, double* panel,
 
 void packPanel(const TileTable& table, std::size_t k, std::size_t cols, const double* b,
                std::ptrdiff_t brs, std::ptrdiff_t bcs, double* panel, std::size_t stride) {
+  // Tiles read whole vectors: what stands beyond the columns must be numbers, if only for speed.
+  for (std::size_t p = 0; p < k && cols < stride; ++p) {
+    std::fill(panel + p * stride + cols, panel + (p + 1) * stride, 0.0);
+  }
   if (bcs == 1 && cols == 24) return copyRows<24>(k, b, brs, panel, stride);
   if (bcs == 1 && cols == 8) return copyRows<8>(k, b, brs, panel, stride);
   if (brs == 1 && bcs != 1) {

@@ -8,63 +8,84 @@
 
 namespace korin::kernels {
 
-template <class Lane, int kRows, int kVectors, bool kFused, bool kPartial>
-struct RegisterTile {
-  using Vector = typename Lane::Vector;
-  using Mask = typename Lane::Mask;
-  static constexpr int kWidth = Lane::kWidth;
+template <class Lane, TileTail kTail>
+struct LastVector {
+  using Type = Lane;
+};
+template <class Lane>
+struct LastVector<Lane, TileTail::Half> {
+  using Type = typename Lane::Half;
+};
 
-  static inline __attribute__((always_inline)) Vector load(const double* p, int v, Mask last) {
-    return kPartial && v == kVectors - 1 ? Lane::loadPart(p + v * kWidth, last)
-                                         : Lane::load(p + v * kWidth);
+// The last vector of a row stands apart, because its loads may be masked, or it may be narrower.
+template <class Lane, int kRows, int kVectors, bool kFused, TileTail kTail>
+struct RegisterTile {
+  using Last = typename LastVector<Lane, kTail>::Type;
+  static constexpr int kBody = kVectors - 1;
+  static constexpr int kLastAt = kBody * Lane::kWidth;
+
+  template <class L>
+  static inline __attribute__((always_inline)) typename L::Vector step(const double* x,
+                                                                       typename L::Vector y,
+                                                                       typename L::Vector sum) {
+    return kFused ? L::multiplyAdd(L::broadcast(x), y, sum) : L::add(sum, L::multiplyScalar(x, y));
   }
-  static inline __attribute__((always_inline)) void store(double* p, int v, Mask last, Vector x) {
-    if (kPartial && v == kVectors - 1) {
-      Lane::storePart(p + v * kWidth, x, last);
-    } else {
-      Lane::store(p + v * kWidth, x);
-    }
+
+  template <class L>
+  static inline __attribute__((always_inline)) typename L::Vector join(typename L::Vector old,
+                                                                       typename L::Vector sum,
+                                                                       unsigned flags) {
+    return (flags & kTileNegate) != 0 ? L::subtract(old, sum) : L::add(old, sum);
   }
 
   static void run(size_t k, const double* a, ptrdiff_t ars, ptrdiff_t acs, const double* b,
                   ptrdiff_t brs, double* c, ptrdiff_t crs, size_t lastCols, unsigned flags) {
-    const Mask last = Lane::mask(lastCols);
-    Vector sum[kRows][kVectors];
-    const bool carry = !kFused && (flags & kTileUpdate) != 0;
+    const typename Last::Mask mask = Last::mask(lastCols);
+    typename Lane::Vector sum[kRows][kBody == 0 ? 1 : kBody];
+    typename Last::Vector lastSum[kRows];
+    const bool update = (flags & kTileUpdate) != 0;
+    const bool carry = !kFused && update;
     const double* row = c;
 #pragma GCC unroll 8
     for (int r = 0; r < kRows; ++r, row += crs) {
 #pragma GCC unroll 6
-      for (int v = 0; v < kVectors; ++v) sum[r][v] = carry ? load(row, v, last) : Lane::zero();
+      for (int v = 0; v < kBody; ++v) {
+        sum[r][v] = carry ? Lane::load(row + v * Lane::kWidth) : Lane::zero();
+      }
+      lastSum[r] = carry ? Last::loadPart(row + kLastAt, mask) : Last::zero();
     }
     // Keeps the compiler from holding the addresses of all rows of C during the loop.
     asm("" : "+r"(c), "+r"(crs));
     for (; k != 0; --k, a += acs, b += brs) {
-      Vector y[kVectors];
+      typename Lane::Vector y[kBody == 0 ? 1 : kBody];
 #pragma GCC unroll 6
-      for (int v = 0; v < kVectors; ++v) y[v] = load(b, v, last);
+      for (int v = 0; v < kBody; ++v) y[v] = Lane::load(b + v * Lane::kWidth);
+      const typename Last::Vector z =
+          kTail == TileTail::Masked ? Last::loadPart(b + kLastAt, mask) : Last::load(b + kLastAt);
 #pragma GCC unroll 8
       for (int r = 0; r < kRows; ++r) {
         const double* x = a + r * ars;
 #pragma GCC unroll 6
-        for (int v = 0; v < kVectors; ++v) {
-          sum[r][v] = kFused ? Lane::multiplyAdd(Lane::broadcast(x), y[v], sum[r][v])
-                             : Lane::add(sum[r][v], Lane::multiplyScalar(x, y[v]));
-        }
+        for (int v = 0; v < kBody; ++v) sum[r][v] = step<Lane>(x, y[v], sum[r][v]);
+        lastSum[r] = step<Last>(x, z, lastSum[r]);
       }
     }
-    const bool join = kFused && flags != kTileFresh;
+    const bool joins = kFused && flags != kTileFresh;
 #pragma GCC unroll 8
     for (int r = 0; r < kRows; ++r, c += crs) {
 #pragma GCC unroll 6
-      for (int v = 0; v < kVectors; ++v) {
-        Vector x = sum[r][v];
-        if (join) {
-          const Vector old = (flags & kTileUpdate) != 0 ? load(c, v, last) : Lane::zero();
-          x = (flags & kTileNegate) != 0 ? Lane::subtract(old, x) : Lane::add(old, x);
-        }
-        store(c, v, last, x);
+      for (int v = 0; v < kBody; ++v) {
+        double* out = c + v * Lane::kWidth;
+        if (joins)
+          sum[r][v] = join<Lane>(update ? Lane::load(out) : Lane::zero(), sum[r][v], flags);
+        Lane::store(out, sum[r][v]);
       }
+      double* out = c + kLastAt;
+      if (joins) {
+        lastSum[r] =
+            join<Last>(update ? Last::loadPart(out, mask) : Last::zero(), lastSum[r], flags);
+      }
+      Last::storePart(out, lastSum[r], mask);
     }
   }
 };

@@ -15,10 +15,19 @@ enum TileFlags : unsigned {
   kTileNegate = 2,  ///< fused tiles only: the sum is subtracted instead of added
 };
 
+/// How a tile reads the last vector of a row of B.
+enum class TileTail {
+  Whole,   ///< all of it: B has readable elements there, whatever lastCols
+  Half,    ///< half a vector, of which lastCols columns count; only where TileTable::half says so
+  Masked,  ///< lastCols columns, at the cost of one more operation for every row of B
+};
+inline constexpr size_t kTileTails = 3;
+
 /// One register tile: C (rows x cols) gets the sum over p = 0 .. k-1 of A(i, p) * B(p, j), where
 /// A(i, p) is a[i*ars + p*acs], B(p, j) is b[p*brs + j] and C(i, j) is c[i*crs + j]. `lastCols`
-/// is the number of columns in the last vector of a row; columns beyond it are neither read nor
-/// written. The numbers of rows and vectors are those of the table position.
+/// is the number of columns in the last vector of a row; columns of C beyond it are neither read
+/// nor written, those of B as the tile's TileTail says. The numbers of rows and vectors are those
+/// of the table position.
 ///
 /// An ordered tile adds in increasing p, one rounded multiplication and one rounded addition
 /// each, starting from 0.0 or, with kTileUpdate, from what C holds: splitting k over several
@@ -39,6 +48,23 @@ using DotFunction = void (*)(size_t k, const double* a, ptrdiff_t ars, const dou
                              ptrdiff_t bcs, double* c, ptrdiff_t crs, ptrdiff_t ccs,
                              unsigned flags);
 
+enum class Combine { Copy, Sum, Difference };
+
+/// Columns side by side in panels, each row-major by itself: the first `wider` panels are one
+/// vector wider than `width`. The panel that begins with column j lies at out[j*rows].
+struct PanelLayout {
+  size_t rows;
+  size_t width;
+  size_t wider;
+};
+
+/// out(i, j) = x(i, j), x(i, j) + y(i, j) or x(i, j) - y(i, j) for m x n row-major blocks; y is not
+/// read for a copy. With `panels` (whose rows are m), out is laid out as they say, the last vector
+/// of every row filled up with zeros, and ors does not count. out may be x or y.
+using CombineFunction = void (*)(Combine how, size_t m, size_t n, const double* x, ptrdiff_t xrs,
+                                 const double* y, ptrdiff_t yrs, double* out, ptrdiff_t ors,
+                                 const PanelLayout* panels);
+
 inline constexpr size_t kMaxTileRows = 8;
 inline constexpr size_t kMaxTileVectors = 6;
 inline constexpr size_t kMaxTileCols = 48;
@@ -55,13 +81,14 @@ struct TileTable {
   /// Rows of B further apart than this are worth packing where many rows of C use them: a narrow
   /// tile uses little of every cache line and page it touches.
   ptrdiff_t packStride;
-  TileFunction ordered[kMaxTileRows][kMaxTileVectors];  ///< [rows - 1][vectors - 1]
-  TileFunction fused[kMaxTileRows][kMaxTileVectors];
-  TileFunction orderedFull;  ///< the tile of most rows and vectors where lastCols == width
-  TileFunction fusedFull;
+  size_t half;  ///< doubles in half a vector where there are tiles that end in one, otherwise 0
+  /// [TileTail][rows - 1][vectors - 1]
+  TileFunction ordered[kTileTails][kMaxTileRows][kMaxTileVectors];
+  TileFunction fused[kTileTails][kMaxTileRows][kMaxTileVectors];
   size_t dotCols;                          ///< columns of the widest dot-product tile
   DotFunction dot[kDotRows][kMaxDotCols];  ///< [rows - 1][columns - 1]
   TransposeFunction transpose;
+  CombineFunction combine;
 };
 
 extern const TileTable kBaselineTiles;

@@ -1,3 +1,4 @@
+#include "math/kernels/combine_rows.h"
 #include "math/kernels/lane_avx512.h"
 #include "math/kernels/register_tile.h"
 
@@ -36,26 +37,32 @@ void transposeBlock(const double* src, ptrdiff_t srcStride, double* dst, ptrdiff
   }
 }
 
-template <int kRows, int kVectors, bool kFused>
-constexpr TileFunction kPart = &RegisterTile<Lane, kRows, kVectors, kFused, true>::run;
+template <int kRows, int kVectors, bool kFused, TileTail kTail>
+constexpr TileFunction kTile = &RegisterTile<Lane, kRows, kVectors, kFused, kTail>::run;
 
 template <int kRows, int kCols>
 constexpr DotFunction kDot = &DotTile<Lane, kRows, kCols>::run;
 
 }  // namespace
 
-#define ZEPH_TILE_ROW(rows, fused) \
-  { kPart<rows, 1, fused>, kPart<rows, 2, fused>, kPart<rows, 3, fused> }
-#define ZEPH_WIDE_ROW(rows, fused)                                                              \
-  {                                                                                             \
-    kPart<rows, 1, fused>, kPart<rows, 2, fused>, kPart<rows, 3, fused>, kPart<rows, 4, fused>, \
-        kPart<rows, 5, fused>, kPart<rows, 6, fused>                                            \
+#define ZEPH_TILE_ROW(rows, ...) \
+  { kTile<rows, 1, __VA_ARGS__>, kTile<rows, 2, __VA_ARGS__>, kTile<rows, 3, __VA_ARGS__> }
+#define ZEPH_WIDE_ROW(rows, ...)                                                              \
+  {                                                                                           \
+    kTile<rows, 1, __VA_ARGS__>, kTile<rows, 2, __VA_ARGS__>, kTile<rows, 3, __VA_ARGS__>,    \
+        kTile<rows, 4, __VA_ARGS__>, kTile<rows, 5, __VA_ARGS__>, kTile<rows, 6, __VA_ARGS__> \
   }
-#define ZEPH_TILE_ROWS(fused)                                                      \
+#define ZEPH_TILE_ROWS(...)                                                                      \
+  {                                                                                              \
+    ZEPH_WIDE_ROW(1, __VA_ARGS__), ZEPH_WIDE_ROW(2, __VA_ARGS__), ZEPH_WIDE_ROW(3, __VA_ARGS__), \
+        ZEPH_WIDE_ROW(4, __VA_ARGS__), ZEPH_TILE_ROW(5, __VA_ARGS__),                            \
+        ZEPH_TILE_ROW(6, __VA_ARGS__), ZEPH_TILE_ROW(7, __VA_ARGS__),                            \
+        ZEPH_TILE_ROW(8, __VA_ARGS__)                                                            \
+  }
+#define ZEPH_TILES(fused)                                                          \
   {                                                                                \
-    ZEPH_WIDE_ROW(1, fused), ZEPH_WIDE_ROW(2, fused), ZEPH_WIDE_ROW(3, fused),     \
-        ZEPH_WIDE_ROW(4, fused), ZEPH_TILE_ROW(5, fused), ZEPH_TILE_ROW(6, fused), \
-        ZEPH_TILE_ROW(7, fused), ZEPH_TILE_ROW(8, fused)                           \
+    ZEPH_TILE_ROWS(fused, TileTail::Whole), ZEPH_TILE_ROWS(fused, TileTail::Half), \
+        ZEPH_TILE_ROWS(fused, TileTail::Masked)                                    \
   }
 #define ZEPH_DOT_ROW(rows) \
   { kDot<rows, 1>, kDot<rows, 2>, kDot<rows, 3>, kDot<rows, 4> }
@@ -67,12 +74,12 @@ const TileTable kAvx512Tiles = {
     8,
     {6, 6, 6, 6, 3, 3, 3, 3},
     512,
-    ZEPH_TILE_ROWS(false),
-    ZEPH_TILE_ROWS(true),
-    &RegisterTile<Lane, 8, 3, false, false>::run,
-    &RegisterTile<Lane, 8, 3, true, false>::run,
+    4,
+    ZEPH_TILES(false),
+    ZEPH_TILES(true),
     4,
     {ZEPH_DOT_ROW(1), ZEPH_DOT_ROW(2), ZEPH_DOT_ROW(3), ZEPH_DOT_ROW(4)},
-    &transposeBlock};
+    &transposeBlock,
+    &CombineRows<Lane>::run};
 
 }  // namespace korin::kernels

@@ -10,11 +10,19 @@ namespace {
 // Block sizes. A block of B of kInner x kColumns doubles takes 384 KiB and is streamed once for
 // every tile row from a second-level cache of 512 KiB or more; the tile row of A it meets, at most
 // 8 x kInner doubles or 16 KiB, stays in the first-level cache meanwhile.
-constexpr std::size_t kInner = 256;
+constexpr std::size_t kInner = 264;
 constexpr std::size_t kColumns = 192;
 
 // Rows of B that are far apart are packed where at least this many rows of C use them.
 constexpr std::size_t kPackRows = 64;
+
+// Columns at the right edge that do not fill a vector are packed for at least this many rows of C.
+constexpr std::size_t kEdgeRows = 64;
+
+// Most tiles side by side: of two vectors of two doubles each.
+constexpr std::size_t kMaxTileColumns = PackedRight::kLargest / 4;
+
+enum class Packing { None, Edge, All };
 
 // Terms of a dot product at a time: four rows of A, 16 KiB, stay in the first-level cache while
 // they meet the columns of B.
@@ -31,6 +39,7 @@ class EvenParts {
     longer_ = count % parts_;
   }
   std::size_t parts() const { return parts_; }
+  std::size_t longer() const { return longer_; }
   std::size_t size(std::size_t part) const { return size_ + (part < longer_ ? 1 : 0); }
 
  private:
@@ -48,81 +57,109 @@ struct Block {
   unsigned flags;
 };
 
-// One tile of a block: its first row and column, its size, and the rows of B it reads.
-struct Tile {
-  std::size_t i, rows;
+// The tiles of a block that stand in one column: what they read of B and how.
+struct TileColumn {
   std::size_t j, vectors, lastCols;
+  TileTail tail;
   const double* b;
   std::ptrdiff_t brs;
 };
 
-void runTile(const TileTable& table, const Block& block, const Tile& tile, double* c,
-             std::ptrdiff_t crs) {
-  const bool ordered = block.family == TileFamily::Ordered;
-  const bool full = tile.rows == table.rows && tile.vectors == table.vectors[table.rows - 1] &&
-                    tile.lastCols == table.width;
-  const TileFunction run =
-      full ? (ordered ? table.orderedFull : table.fusedFull)
-           : (ordered ? table.ordered : table.fused)[tile.rows - 1][tile.vectors - 1];
-  run(block.k, block.a.at(tile.i, 0), block.a.rowStride, block.a.colStride, tile.b, tile.brs, c,
-      crs, tile.lastCols, block.flags);
+// Vectors, the last of which may be half a one, for `cols` columns that end in lastCols.
+TileTail tailOf(const TileTable& table, std::size_t lastCols, bool packed) {
+  if (table.half != 0 && (packed ? lastCols <= table.half : lastCols == table.half)) {
+    return TileTail::Half;
+  }
+  return packed || lastCols == table.width ? TileTail::Whole : TileTail::Masked;
+}
+
+void runTile(const TileTable& table, const Block& block, const TileColumn& column, std::size_t i,
+             std::size_t rows, double* c, std::ptrdiff_t crs) {
+  const auto& tile = block.family == TileFamily::Ordered ? table.ordered : table.fused;
+  tile[static_cast<int>(column.tail)][rows - 1][column.vectors - 1](
+      block.k, block.a.at(i, 0), block.a.rowStride, block.a.colStride, column.b, column.brs, c, crs,
+      column.lastCols, block.flags);
 }
 
 // A tile of a C without unit column stride is made in a row-major copy.
-void runScatteredTile(const TileTable& table, const Block& block, const Tile& tile) {
+void runScatteredTile(const TileTable& table, const Block& block, const TileColumn& column,
+                      std::size_t i, std::size_t rows) {
   alignas(64) double copy[kMaxTileRows * kMaxTileCols];
-  const std::size_t cols = (tile.vectors - 1) * table.width + tile.lastCols;
+  const Target c = block.c.from(i, column.j);
+  const std::size_t cols = (column.vectors - 1) * table.width + column.lastCols;
   if ((block.flags & kTileUpdate) != 0) {
     for (std::size_t j = 0; j < cols; ++j) {
-      for (std::size_t i = 0; i < tile.rows; ++i) {
-        copy[i * kMaxTileCols + j] = *block.c.at(tile.i + i, tile.j + j);
-      }
+      for (std::size_t r = 0; r < rows; ++r) copy[r * kMaxTileCols + j] = *c.at(r, j);
     }
   }
-  runTile(table, block, tile, copy, kMaxTileCols);
+  runTile(table, block, column, i, rows, copy, kMaxTileCols);
   for (std::size_t j = 0; j < cols; ++j) {
-    for (std::size_t i = 0; i < tile.rows; ++i) {
-      *block.c.at(tile.i + i, tile.j + j) = copy[i * kMaxTileCols + j];
+    for (std::size_t r = 0; r < rows; ++r) *c.at(r, j) = copy[r * kMaxTileCols + j];
+  }
+}
+
+// The tiles of a block that stand side by side, and how they would lie packed.
+struct TileColumns {
+  std::size_t count = 0;
+  PanelLayout layout{};
+  TileColumn tile[kMaxTileColumns];
+
+  // Reading B where it lies.
+  TileColumns(const TileTable& table, std::size_t k, std::size_t n, std::size_t vectors,
+              const Operand& b) {
+    const EvenParts parts((n + table.width - 1) / table.width, vectors);
+    count = parts.parts();
+    layout = {k, parts.size(count - 1) * table.width, parts.longer()};
+    for (std::size_t part = 0, j = 0; part < count; ++part) {
+      const std::size_t stride = parts.size(part) * table.width;
+      const std::size_t lastCols = std::min(stride, n - j) - (stride - table.width);
+      tile[part] = {j,          parts.size(part), lastCols, tailOf(table, lastCols, false),
+                    b.at(0, j), b.rowStride};
+      j += stride;
     }
   }
-}
+  std::size_t cols(const TileTable& table, std::size_t part) const {
+    return (tile[part].vectors - 1) * table.width + tile[part].lastCols;
+  }
+  // Tile column `part` reads its panel of `packed` from now on.
+  void readPacked(const TileTable& table, std::size_t part, const double* packed) {
+    TileColumn& t = tile[part];
+    t.tail = tailOf(table, t.lastCols, true);
+    t.b = packed + t.j * layout.rows;
+    t.brs = static_cast<std::ptrdiff_t>(t.vectors * table.width);
+  }
+};
 
-// Packs the columns of B that the tiles of a row read, tile by tile.
-void packTiles(const TileTable& table, const Block& block, const EvenParts& colParts,
-               double* packed) {
-  for (std::size_t part = 0, j = 0; part < colParts.parts(); ++part) {
-    const std::size_t stride = colParts.size(part) * table.width;
-    packPanel(table, block.k, std::min(stride, block.n - j), block.b.at(0, j), block.b.rowStride,
-              block.b.colStride, packed + j * block.k, stride);
-    j += stride;
+void pack(const TileTable& table, const Block& block, Packing packing, TileColumns& columns) {
+  if (packing == Packing::None) return;
+  double* packed = packingBuffer(kInner * kColumns);
+  if (packing == Packing::All && block.b.colStride == 1) {
+    table.combine(Combine::Copy, block.k, block.n, block.b.data, block.b.rowStride, nullptr, 0,
+                  packed, 0, &columns.layout);
+  }
+  for (std::size_t part = 0; part < columns.count; ++part) {
+    if (packing == Packing::Edge && columns.tile[part].tail != TileTail::Masked) continue;
+    const std::size_t j = columns.tile[part].j;
+    columns.readPacked(table, part, packed);
+    if (packing == Packing::All && block.b.colStride == 1) continue;
+    packPanel(table, block.k, columns.cols(table, part), block.b.at(0, j), block.b.rowStride,
+              block.b.colStride, packed + j * block.k, columns.tile[part].vectors * table.width);
   }
 }
 
-void runBlock(const TileTable& table, const Block& block, bool pack) {
+void runTiles(const TileTable& table, const Block& block, const TileColumns& columns) {
   const EvenParts rowParts(block.m, table.rows);
-  const EvenParts colParts((block.n + table.width - 1) / table.width,
-                           table.vectors[rowParts.size(0) - 1]);
-  double* packed = pack ? packingBuffer(kInner * kColumns) : nullptr;
-  if (pack) packTiles(table, block, colParts, packed);
-  Tile tile{};
-  for (std::size_t rowPart = 0; rowPart < rowParts.parts(); ++rowPart) {
-    tile.rows = rowParts.size(rowPart);
-    tile.j = 0;
-    for (std::size_t part = 0; part < colParts.parts(); ++part) {
-      tile.vectors = colParts.size(part);
-      const std::size_t stride = tile.vectors * table.width;
-      const std::size_t cols = std::min(stride, block.n - tile.j);
-      tile.lastCols = cols - (stride - table.width);
-      tile.b = pack ? packed + tile.j * block.k : block.b.at(0, tile.j);
-      tile.brs = pack ? static_cast<std::ptrdiff_t>(stride) : block.b.rowStride;
+  for (std::size_t rowPart = 0, i = 0; rowPart < rowParts.parts(); ++rowPart) {
+    const std::size_t rows = rowParts.size(rowPart);
+    for (std::size_t part = 0; part < columns.count; ++part) {
+      const TileColumn& column = columns.tile[part];
       if (block.c.colStride == 1) {
-        runTile(table, block, tile, block.c.at(tile.i, tile.j), block.c.rowStride);
+        runTile(table, block, column, i, rows, block.c.at(i, column.j), block.c.rowStride);
       } else {
-        runScatteredTile(table, block, tile);
+        runScatteredTile(table, block, column, i, rows);
       }
-      tile.j += stride;
     }
-    tile.i += tile.rows;
+    i += rows;
   }
 }
 
@@ -139,23 +176,52 @@ void tiledProduct(TileFamily family, std::size_t m, std::size_t n, std::size_t k
   const TileTable& table = tiles();
   if (fitsOneTile(table, m, n, k) && b.colStride == 1 && c.colStride == 1) {
     const std::size_t vectors = (n + table.width - 1) / table.width;
-    const Tile tile{0, m, 0, vectors, n - (vectors - 1) * table.width, b.data, b.rowStride};
-    return runTile(table, {family, m, n, k, a, b, c, flags}, tile, c.data, c.rowStride);
+    const std::size_t lastCols = n - (vectors - 1) * table.width;
+    const TileColumn column{0,      vectors,    lastCols, tailOf(table, lastCols, false),
+                            b.data, b.rowStride};
+    return runTile(table, {family, m, n, k, a, b, c, flags}, column, 0, m, c.data, c.rowStride);
   }
-  const bool pack =
-      b.colStride != 1 || (b.rowStride >= table.packStride && m >= kPackRows && n > table.width);
+  Packing packing = m >= kEdgeRows ? Packing::Edge : Packing::None;
+  if (b.colStride != 1 || (b.rowStride >= table.packStride && m >= kPackRows && n > table.width)) {
+    packing = Packing::All;
+  }
+  const std::size_t vectors = table.vectors[EvenParts(m, table.rows).size(0) - 1];
   for (std::size_t j = 0; j < n; j += kColumns) {
-    std::size_t p = 0;
+    const EvenParts inner(k, kInner);
     Block block{family, m, std::min(kColumns, n - j), 0, a, b, c.from(0, j), flags};
-    do {
-      block.k = std::min(kInner, k - p);
+    for (std::size_t part = 0, p = 0; part < inner.parts(); ++part) {
+      block.k = inner.size(part);
       block.a = a.from(0, p);
       block.b = b.from(p, j);
-      runBlock(table, block, pack);
+      TileColumns columns(table, block.k, block.n, vectors, block.b);
+      pack(table, block, packing, columns);
+      runTiles(table, block, columns);
       block.flags |= kTileUpdate;
       p += block.k;
-    } while (p < k);
+    }
   }
+}
+
+PackedRight::PackedRight(std::size_t k, std::size_t n, double* buffer)
+    : table_(tiles()), k_(k), n_(n), buffer_(buffer) {}
+
+std::size_t PackedRight::room(std::size_t k, std::size_t n) {
+  const std::size_t width = tiles().width;
+  return k * ((n + width - 1) / width * width);
+}
+
+void PackedRight::fill(Combine how, const double* x, std::ptrdiff_t xrs, const double* y,
+                       std::ptrdiff_t yrs) {
+  const TileColumns columns(table_, k_, n_, table_.vectors[table_.rows - 1], {buffer_, 0, 1});
+  table_.combine(how, k_, n_, x, xrs, y, yrs, buffer_, 0, &columns.layout);
+}
+
+void PackedRight::multiply(std::size_t m, const Operand& a, const Target& c) const {
+  TileColumns columns(table_, k_, n_, table_.vectors[table_.rows - 1], {buffer_, 0, 1});
+  for (std::size_t part = 0; part < columns.count; ++part) {
+    columns.readPacked(table_, part, buffer_);
+  }
+  runTiles(table_, {TileFamily::Ordered, m, n_, k_, a, {}, c, kTileFresh}, columns);
 }
 
 void dotProduct(std::size_t m, std::size_t n, std::size_t k, const Operand& a, const Operand& b,
