@@ -21,6 +21,7 @@ struct HalfLane {
   static constexpr int kWidth = 4;
   static Vector zero() { return _mm256_setzero_pd(); }
   static Vector load(const double* p) { return _mm256_loadu_pd(p); }
+  static void store(double* p, Vector x) { _mm256_storeu_pd(p, x); }
   static Mask mask(size_t count) { return static_cast<Mask>((1U << count) - 1U); }
   static Vector loadPart(const double* p, Mask m) { return _mm256_maskz_loadu_pd(m, p); }
   static void storePart(double* p, Vector x, Mask m) { _mm256_mask_storeu_pd(p, m, x); }

@@ -15,15 +15,6 @@ struct AlignedDelete {
   void operator()(double* p) const { ::operator delete (p, std::align_val_t{kCacheLine}); }
 };
 
-// A constant count lets the compiler turn the inner loop into a few vector moves.
-template <std::size_t kCols>
-void copyRows(std::size_t k, const double* b, std::ptrdiff_t brs, double* panel,
-              std::size_t stride) {
-  for (; k != 0; --k, b += brs, panel += stride) {
-    for (std::size_t j = 0; j < kCols; ++j) panel[j] = b[j];
-  }
-}
-
 }  // namespace
 
 void packPanel(const TileTable& table, std::size_t k, std::size_t cols, const double* b,
@@ -32,8 +23,6 @@ void packPanel(const TileTable& table, std::size_t k, std::size_t cols, const do
   for (std::size_t p = 0; p < k && cols < stride; ++p) {
     std::fill(panel + p * stride + cols, panel + (p + 1) * stride, 0.0);
   }
-  if (bcs == 1 && cols == 24) return copyRows<24>(k, b, brs, panel, stride);
-  if (bcs == 1 && cols == 8) return copyRows<8>(k, b, brs, panel, stride);
   if (brs == 1 && bcs != 1) {
     return transposeBlocks(table, cols, k, b, bcs, panel, static_cast<std::ptrdiff_t>(stride));
   }

@@ -40,6 +40,25 @@ struct RegisterTile {
 
   static void run(size_t k, const double* a, ptrdiff_t ars, ptrdiff_t acs, const double* b,
                   ptrdiff_t brs, double* c, ptrdiff_t crs, size_t lastCols, unsigned flags) {
+    work<false>(k, a, ars, acs, b, brs, c, crs, lastCols, flags, nullptr);
+  }
+
+  static void pack(size_t k, const double* a, ptrdiff_t ars, ptrdiff_t acs, const double* b,
+                   ptrdiff_t brs, double* c, ptrdiff_t crs, size_t lastCols, unsigned flags,
+                   double* packed) {
+    work<true>(k, a, ars, acs, b, brs, c, crs, lastCols, flags, packed);
+  }
+
+  // Rows of B that a packing tile asks for ahead of their use: they may lie in different pages,
+  // which no prefetcher foresees.
+  static constexpr ptrdiff_t kAhead = 8;
+
+  template <bool kPack>
+  static inline __attribute__((always_inline)) void work(size_t k, const double* a, ptrdiff_t ars,
+                                                         ptrdiff_t acs, const double* b,
+                                                         ptrdiff_t brs, double* c, ptrdiff_t crs,
+                                                         size_t lastCols, unsigned flags,
+                                                         double* packed) {
     const typename Last::Mask mask = Last::mask(lastCols);
     typename Lane::Vector sum[kRows][kBody == 0 ? 1 : kBody];
     typename Last::Vector lastSum[kRows];
@@ -62,6 +81,15 @@ struct RegisterTile {
       for (int v = 0; v < kBody; ++v) y[v] = Lane::load(b + v * Lane::kWidth);
       const typename Last::Vector z =
           kTail == TileTail::Masked ? Last::loadPart(b + kLastAt, mask) : Last::load(b + kLastAt);
+      if (kPack) {
+#pragma GCC unroll 6
+        for (int v = 0; v < kVectors; ++v) {
+          __builtin_prefetch(b + kAhead * brs + v * Lane::kWidth);
+          if (v < kBody) Lane::store(packed + v * Lane::kWidth, y[v]);
+        }
+        Last::store(packed + kLastAt, z);
+        packed += kVectors * Lane::kWidth;
+      }
 #pragma GCC unroll 8
       for (int r = 0; r < kRows; ++r) {
         const double* x = a + r * ars;

@@ -37,6 +37,12 @@ using TileFunction = void (*)(size_t k, const double* a, ptrdiff_t ars, ptrdiff_
                               const double* b, ptrdiff_t brs, double* c, ptrdiff_t crs,
                               size_t lastCols, unsigned flags);
 
+/// The same, and row p of B, filled up with zeros to whole vectors, is copied to
+/// packed[p * vectors * width].
+using PackingTileFunction = void (*)(size_t k, const double* a, ptrdiff_t ars, ptrdiff_t acs,
+                                     const double* b, ptrdiff_t brs, double* c, ptrdiff_t crs,
+                                     size_t lastCols, unsigned flags, double* packed);
+
 /// dst(j, i) = src(i, j) for a square block of TileTable::width; strides in elements.
 using TransposeFunction = void (*)(const double* src, ptrdiff_t srcStride, double* dst,
                                    ptrdiff_t dstStride);
@@ -68,6 +74,7 @@ using CombineFunction = void (*)(Combine how, size_t m, size_t n, const double* 
 inline constexpr size_t kMaxTileRows = 8;
 inline constexpr size_t kMaxTileVectors = 6;
 inline constexpr size_t kMaxTileCols = 48;
+inline constexpr size_t kMaxPackingVectors = 3;
 inline constexpr size_t kDotRows = 4;
 inline constexpr size_t kMaxDotCols = 4;
 
@@ -78,13 +85,13 @@ struct TileTable {
   /// Vectors in a row of the widest tile with [rows - 1] rows: low tiles are wider, to have as
   /// many independent sums and as few calls.
   unsigned char vectors[kMaxTileRows];
-  /// Rows of B further apart than this are worth packing where many rows of C use them: a narrow
-  /// tile uses little of every cache line and page it touches.
-  ptrdiff_t packStride;
   size_t half;  ///< doubles in half a vector where there are tiles that end in one, otherwise 0
   /// [TileTail][rows - 1][vectors - 1]
   TileFunction ordered[kTileTails][kMaxTileRows][kMaxTileVectors];
   TileFunction fused[kTileTails][kMaxTileRows][kMaxTileVectors];
+  /// [TileTail][vectors - 1], for the rows of a full tile
+  PackingTileFunction orderedPacking[kTileTails][kMaxPackingVectors];
+  PackingTileFunction fusedPacking[kTileTails][kMaxPackingVectors];
   size_t dotCols;                          ///< columns of the widest dot-product tile
   DotFunction dot[kDotRows][kMaxDotCols];  ///< [rows - 1][columns - 1]
   TransposeFunction transpose;

@@ -40,6 +40,9 @@ void transposeBlock(const double* src, ptrdiff_t srcStride, double* dst, ptrdiff
 template <int kRows, int kVectors, bool kFused, TileTail kTail>
 constexpr TileFunction kTile = &RegisterTile<Lane, kRows, kVectors, kFused, kTail>::run;
 
+template <int kVectors, bool kFused, TileTail kTail>
+constexpr PackingTileFunction kPacking = &RegisterTile<Lane, 8, kVectors, kFused, kTail>::pack;
+
 template <int kRows, int kCols>
 constexpr DotFunction kDot = &DotTile<Lane, kRows, kCols>::run;
 
@@ -64,6 +67,13 @@ constexpr DotFunction kDot = &DotTile<Lane, kRows, kCols>::run;
     ZEPH_TILE_ROWS(fused, TileTail::Whole), ZEPH_TILE_ROWS(fused, TileTail::Half), \
         ZEPH_TILE_ROWS(fused, TileTail::Masked)                                    \
   }
+#define ZEPH_PACKING_ROW(...) \
+  { kPacking<1, __VA_ARGS__>, kPacking<2, __VA_ARGS__>, kPacking<3, __VA_ARGS__> }
+#define ZEPH_PACKING(fused)                                                            \
+  {                                                                                    \
+    ZEPH_PACKING_ROW(fused, TileTail::Whole), ZEPH_PACKING_ROW(fused, TileTail::Half), \
+        ZEPH_PACKING_ROW(fused, TileTail::Masked)                                      \
+  }
 #define ZEPH_DOT_ROW(rows) \
   { kDot<rows, 1>, kDot<rows, 2>, kDot<rows, 3>, kDot<rows, 4> }
 
@@ -73,10 +83,11 @@ const TileTable kAvx512Tiles = {
     8,
     8,
     {6, 6, 6, 6, 3, 3, 3, 3},
-    512,
     4,
     ZEPH_TILES(false),
     ZEPH_TILES(true),
+    ZEPH_PACKING(false),
+    ZEPH_PACKING(true),
     4,
     {ZEPH_DOT_ROW(1), ZEPH_DOT_ROW(2), ZEPH_DOT_ROW(3), ZEPH_DOT_ROW(4)},
     &transposeBlock,

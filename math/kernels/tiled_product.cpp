@@ -13,16 +13,13 @@ namespace {
 constexpr std::size_t kInner = 264;
 constexpr std::size_t kColumns = 192;
 
-// Rows of B that are far apart are packed where at least this many rows of C use them.
-constexpr std::size_t kPackRows = 64;
-
-// Columns at the right edge that do not fill a vector are packed for at least this many rows of C.
-constexpr std::size_t kEdgeRows = 64;
+// B is packed where at least this many rows of C use it, unless its rows are so near to one another
+// that it stays in the first-level cache as it is.
+constexpr std::size_t kPackRows = 24;
+constexpr std::ptrdiff_t kPackStride = 56;
 
 // Most tiles side by side: of two vectors of two doubles each.
 constexpr std::size_t kMaxTileColumns = PackedRight::kLargest / 4;
-
-enum class Packing { None, Edge, All };
 
 // Terms of a dot product at a time: four rows of A, 16 KiB, stay in the first-level cache while
 // they meet the columns of B.
@@ -63,6 +60,7 @@ struct TileColumn {
   TileTail tail;
   const double* b;
   std::ptrdiff_t brs;
+  double* packed;  // where the first tile has to pack B for those below it, or null
 };
 
 // Vectors, the last of which may be half a one, for `cols` columns that end in lastCols.
@@ -73,19 +71,29 @@ TileTail tailOf(const TileTable& table, std::size_t lastCols, bool packed) {
   return packed || lastCols == table.width ? TileTail::Whole : TileTail::Masked;
 }
 
+// The tile that begins in row i, made in a row-major c.
 void runTile(const TileTable& table, const Block& block, const TileColumn& column, std::size_t i,
              std::size_t rows, double* c, std::ptrdiff_t crs) {
-  const auto& tile = block.family == TileFamily::Ordered ? table.ordered : table.fused;
-  tile[static_cast<int>(column.tail)][rows - 1][column.vectors - 1](
-      block.k, block.a.at(i, 0), block.a.rowStride, block.a.colStride, column.b, column.brs, c, crs,
-      column.lastCols, block.flags);
+  const bool ordered = block.family == TileFamily::Ordered;
+  const int tail = static_cast<int>(column.tail);
+  const Operand a = block.a.from(i, 0);
+  if (column.packed == nullptr) {
+    (ordered ? table.ordered : table.fused)[tail][rows - 1][column.vectors - 1](
+        block.k, a.data, a.rowStride, a.colStride, column.b, column.brs, c, crs, column.lastCols,
+        block.flags);
+  } else {
+    (ordered ? table.orderedPacking : table.fusedPacking)[tail][column.vectors - 1](
+        block.k, a.data, a.rowStride, a.colStride, column.b, column.brs, c, crs, column.lastCols,
+        block.flags, column.packed);
+  }
 }
 
-// A tile of a C without unit column stride is made in a row-major copy.
-void runScatteredTile(const TileTable& table, const Block& block, const TileColumn& column,
-                      std::size_t i, std::size_t rows) {
-  alignas(64) double copy[kMaxTileRows * kMaxTileCols];
+// The same where it belongs: for a C without unit column stride in a row-major copy first.
+void runTile(const TileTable& table, const Block& block, const TileColumn& column, std::size_t i,
+             std::size_t rows) {
   const Target c = block.c.from(i, column.j);
+  if (c.colStride == 1) return runTile(table, block, column, i, rows, c.data, c.rowStride);
+  alignas(64) double copy[kMaxTileRows * kMaxTileCols];
   const std::size_t cols = (column.vectors - 1) * table.width + column.lastCols;
   if ((block.flags & kTileUpdate) != 0) {
     for (std::size_t j = 0; j < cols; ++j) {
@@ -114,50 +122,51 @@ struct TileColumns {
       const std::size_t stride = parts.size(part) * table.width;
       const std::size_t lastCols = std::min(stride, n - j) - (stride - table.width);
       tile[part] = {j,          parts.size(part), lastCols, tailOf(table, lastCols, false),
-                    b.at(0, j), b.rowStride};
+                    b.at(0, j), b.rowStride,      nullptr};
       j += stride;
     }
   }
   std::size_t cols(const TileTable& table, std::size_t part) const {
     return (tile[part].vectors - 1) * table.width + tile[part].lastCols;
   }
-  // Tile column `part` reads its panel of `packed` from now on.
-  void readPacked(const TileTable& table, std::size_t part, const double* packed) {
+  // From now on tile column `part` reads its panel of `panels`.
+  void readPacked(const TileTable& table, std::size_t part, const double* panels) {
     TileColumn& t = tile[part];
     t.tail = tailOf(table, t.lastCols, true);
-    t.b = packed + t.j * layout.rows;
+    t.b = panels + t.j * layout.rows;
     t.brs = static_cast<std::ptrdiff_t>(t.vectors * table.width);
+    t.packed = nullptr;
   }
 };
 
-void pack(const TileTable& table, const Block& block, Packing packing, TileColumns& columns) {
-  if (packing == Packing::None) return;
-  double* packed = packingBuffer(kInner * kColumns);
-  if (packing == Packing::All && block.b.colStride == 1) {
-    table.combine(Combine::Copy, block.k, block.n, block.b.data, block.b.rowStride, nullptr, 0,
-                  packed, 0, &columns.layout);
-  }
+// The tiles of the first row, which pack B for those below them. A B without unit column stride is
+// packed before.
+void runFirstTiles(const TileTable& table, const Block& block, std::size_t rows,
+                   TileColumns& columns, bool pack) {
+  double* panels = pack ? packingBuffer(kInner * kColumns) : nullptr;
   for (std::size_t part = 0; part < columns.count; ++part) {
-    if (packing == Packing::Edge && columns.tile[part].tail != TileTail::Masked) continue;
-    const std::size_t j = columns.tile[part].j;
-    columns.readPacked(table, part, packed);
-    if (packing == Packing::All && block.b.colStride == 1) continue;
-    packPanel(table, block.k, columns.cols(table, part), block.b.at(0, j), block.b.rowStride,
-              block.b.colStride, packed + j * block.k, columns.tile[part].vectors * table.width);
+    TileColumn& column = columns.tile[part];
+    if (pack && block.b.colStride != 1) {
+      packPanel(table, block.k, columns.cols(table, part), block.b.at(0, column.j),
+                block.b.rowStride, block.b.colStride, panels + column.j * block.k,
+                column.vectors * table.width);
+      columns.readPacked(table, part, panels);
+    } else if (pack) {
+      column.packed = panels + column.j * block.k;
+    }
+    runTile(table, block, column, 0, rows);
+    if (column.packed != nullptr) columns.readPacked(table, part, panels);
   }
 }
 
-void runTiles(const TileTable& table, const Block& block, const TileColumns& columns) {
+void runTiles(const TileTable& table, const Block& block, TileColumns& columns, bool pack) {
   const EvenParts rowParts(block.m, table.rows);
-  for (std::size_t rowPart = 0, i = 0; rowPart < rowParts.parts(); ++rowPart) {
+  std::size_t i = rowParts.size(0);
+  runFirstTiles(table, block, i, columns, pack);
+  for (std::size_t rowPart = 1; rowPart < rowParts.parts(); ++rowPart) {
     const std::size_t rows = rowParts.size(rowPart);
     for (std::size_t part = 0; part < columns.count; ++part) {
-      const TileColumn& column = columns.tile[part];
-      if (block.c.colStride == 1) {
-        runTile(table, block, column, i, rows, block.c.at(i, column.j), block.c.rowStride);
-      } else {
-        runScatteredTile(table, block, column, i, rows);
-      }
+      runTile(table, block, columns.tile[part], i, rows);
     }
     i += rows;
   }
@@ -177,15 +186,14 @@ void tiledProduct(TileFamily family, std::size_t m, std::size_t n, std::size_t k
   if (fitsOneTile(table, m, n, k) && b.colStride == 1 && c.colStride == 1) {
     const std::size_t vectors = (n + table.width - 1) / table.width;
     const std::size_t lastCols = n - (vectors - 1) * table.width;
-    const TileColumn column{0,      vectors,    lastCols, tailOf(table, lastCols, false),
-                            b.data, b.rowStride};
+    const TileColumn column{0,      vectors,     lastCols, tailOf(table, lastCols, false),
+                            b.data, b.rowStride, nullptr};
     return runTile(table, {family, m, n, k, a, b, c, flags}, column, 0, m, c.data, c.rowStride);
   }
-  Packing packing = m >= kEdgeRows ? Packing::Edge : Packing::None;
-  if (b.colStride != 1 || (b.rowStride >= table.packStride && m >= kPackRows && n > table.width)) {
-    packing = Packing::All;
-  }
-  const std::size_t vectors = table.vectors[EvenParts(m, table.rows).size(0) - 1];
+  const std::size_t firstRows = EvenParts(m, table.rows).size(0);
+  const bool reused = m >= kPackRows && b.rowStride >= kPackStride && n > table.width;
+  const bool pack = b.colStride != 1 || (reused && firstRows == table.rows);
+  const std::size_t vectors = table.vectors[firstRows - 1];
   for (std::size_t j = 0; j < n; j += kColumns) {
     const EvenParts inner(k, kInner);
     Block block{family, m, std::min(kColumns, n - j), 0, a, b, c.from(0, j), flags};
@@ -194,8 +202,7 @@ void tiledProduct(TileFamily family, std::size_t m, std::size_t n, std::size_t k
       block.a = a.from(0, p);
       block.b = b.from(p, j);
       TileColumns columns(table, block.k, block.n, vectors, block.b);
-      pack(table, block, packing, columns);
-      runTiles(table, block, columns);
+      runTiles(table, block, columns, pack);
       block.flags |= kTileUpdate;
       p += block.k;
     }
@@ -221,7 +228,7 @@ void PackedRight::multiply(std::size_t m, const Operand& a, const Target& c) con
   for (std::size_t part = 0; part < columns.count; ++part) {
     columns.readPacked(table_, part, buffer_);
   }
-  runTiles(table_, {TileFamily::Ordered, m, n_, k_, a, {}, c, kTileFresh}, columns);
+  runTiles(table_, {TileFamily::Ordered, m, n_, k_, a, {}, c, kTileFresh}, columns, false);
 }
 
 void dotProduct(std::size_t m, std::size_t n, std::size_t k, const Operand& a, const Operand& b,
