@@ -36,6 +36,9 @@ class EvenParts {
     longer_ = count % parts_;
   }
   std::size_t parts() const { return parts_; }
+  // How many parts have size(0); the others are smaller by one.
+  std::size_t largest() const { return longer_ == 0 ? parts_ : longer_; }
+  // How many parts are larger than the last.
   std::size_t longer() const { return longer_; }
   std::size_t size(std::size_t part) const { return size_ + (part < longer_ ? 1 : 0); }
 
@@ -54,16 +57,15 @@ struct Block {
   unsigned flags;
 };
 
-// The tiles of a block that stand in one column: what they read of B and how.
+// Tiles that stand in one column of a block: their columns and what they read of B.
 struct TileColumn {
-  std::size_t j, vectors, lastCols;
+  std::size_t j, cols, vectors, lastCols;
   TileTail tail;
   const double* b;
   std::ptrdiff_t brs;
-  double* packed;  // where the first tile has to pack B for those below it, or null
+  TileFunction run;  // for the row of tiles at hand
 };
 
-// Vectors, the last of which may be half a one, for `cols` columns that end in lastCols.
 TileTail tailOf(const TileTable& table, std::size_t lastCols, bool packed) {
   if (table.half != 0 && (packed ? lastCols <= table.half : lastCols == table.half)) {
     return TileTail::Half;
@@ -71,110 +73,133 @@ TileTail tailOf(const TileTable& table, std::size_t lastCols, bool packed) {
   return packed || lastCols == table.width ? TileTail::Whole : TileTail::Masked;
 }
 
-// The tile that begins in row i, made in a row-major c.
-void runTile(const TileTable& table, const Block& block, const TileColumn& column, std::size_t i,
-             std::size_t rows, double* c, std::ptrdiff_t crs) {
-  const bool ordered = block.family == TileFamily::Ordered;
-  const int tail = static_cast<int>(column.tail);
-  const Operand a = block.a.from(i, 0);
-  if (column.packed == nullptr) {
-    (ordered ? table.ordered : table.fused)[tail][rows - 1][column.vectors - 1](
-        block.k, a.data, a.rowStride, a.colStride, column.b, column.brs, c, crs, column.lastCols,
-        block.flags);
-  } else {
-    (ordered ? table.orderedPacking : table.fusedPacking)[tail][column.vectors - 1](
-        block.k, a.data, a.rowStride, a.colStride, column.b, column.brs, c, crs, column.lastCols,
-        block.flags, column.packed);
-  }
-}
-
-// The same where it belongs: for a C without unit column stride in a row-major copy first.
-void runTile(const TileTable& table, const Block& block, const TileColumn& column, std::size_t i,
-             std::size_t rows) {
-  const Target c = block.c.from(i, column.j);
-  if (c.colStride == 1) return runTile(table, block, column, i, rows, c.data, c.rowStride);
-  alignas(64) double copy[kMaxTileRows * kMaxTileCols];
-  const std::size_t cols = (column.vectors - 1) * table.width + column.lastCols;
-  if ((block.flags & kTileUpdate) != 0) {
-    for (std::size_t j = 0; j < cols; ++j) {
-      for (std::size_t r = 0; r < rows; ++r) copy[r * kMaxTileCols + j] = *c.at(r, j);
-    }
-  }
-  runTile(table, block, column, i, rows, copy, kMaxTileCols);
-  for (std::size_t j = 0; j < cols; ++j) {
-    for (std::size_t r = 0; r < rows; ++r) *c.at(r, j) = copy[r * kMaxTileCols + j];
-  }
-}
-
-// The tiles of a block that stand side by side, and how they would lie packed.
+// The tiles of a block that stand side by side, and how B lies packed for them.
 struct TileColumns {
-  std::size_t count = 0;
-  PanelLayout layout{};
+  std::size_t count;
+  PanelLayout layout;
   TileColumn tile[kMaxTileColumns];
 
   // Reading B where it lies.
   TileColumns(const TileTable& table, std::size_t k, std::size_t n, std::size_t vectors,
-              const Operand& b) {
+              const double* b, std::ptrdiff_t brs) {
     const EvenParts parts((n + table.width - 1) / table.width, vectors);
     count = parts.parts();
     layout = {k, parts.size(count - 1) * table.width, parts.longer()};
     for (std::size_t part = 0, j = 0; part < count; ++part) {
       const std::size_t stride = parts.size(part) * table.width;
-      const std::size_t lastCols = std::min(stride, n - j) - (stride - table.width);
-      tile[part] = {j,          parts.size(part), lastCols, tailOf(table, lastCols, false),
-                    b.at(0, j), b.rowStride,      nullptr};
+      const std::size_t cols = std::min(stride, n - j);
+      const std::size_t lastCols = cols - (stride - table.width);
+      const TileTail tail = tailOf(table, lastCols, false);
+      tile[part] = {j, cols, parts.size(part), lastCols, tail, b + j, brs, nullptr};
       j += stride;
     }
   }
-  std::size_t cols(const TileTable& table, std::size_t part) const {
-    return (tile[part].vectors - 1) * table.width + tile[part].lastCols;
-  }
-  // From now on tile column `part` reads its panel of `panels`.
-  void readPacked(const TileTable& table, std::size_t part, const double* panels) {
-    TileColumn& t = tile[part];
-    t.tail = tailOf(table, t.lastCols, true);
-    t.b = panels + t.j * layout.rows;
-    t.brs = static_cast<std::ptrdiff_t>(t.vectors * table.width);
-    t.packed = nullptr;
+
+  std::size_t panelAt(std::size_t part) const { return tile[part].j * layout.rows; }
+
+  // Reading the panels from now on.
+  void readPacked(const TileTable& table, const double* panels) {
+    for (std::size_t part = 0; part < count; ++part) {
+      TileColumn& t = tile[part];
+      t.tail = tailOf(table, t.lastCols, true);
+      t.b = panels + panelAt(part);
+      t.brs = static_cast<std::ptrdiff_t>(t.vectors * table.width);
+    }
   }
 };
 
-// The tiles of the first row, which pack B for those below them. A B without unit column stride is
-// packed before.
-void runFirstTiles(const TileTable& table, const Block& block, std::size_t rows,
-                   TileColumns& columns, bool pack) {
-  double* panels = pack ? packingBuffer(kInner * kColumns) : nullptr;
+// Has tile(c, crs), which makes a tile of C in row-major order, make it in a copy: for a C without
+// unit column stride.
+template <class Tile>
+__attribute__((noinline)) void runInCopy(const Target& c, std::size_t rows, std::size_t cols,
+                                         unsigned flags, Tile tile) {
+  alignas(64) double copy[kMaxTileRows * kMaxTileCols];
+  if ((flags & kTileUpdate) != 0) {
+    for (std::size_t j = 0; j < cols; ++j) {
+      for (std::size_t r = 0; r < rows; ++r) copy[r * kMaxTileCols + j] = *c.at(r, j);
+    }
+  }
+  tile(copy, kMaxTileCols);
+  for (std::size_t j = 0; j < cols; ++j) {
+    for (std::size_t r = 0; r < rows; ++r) *c.at(r, j) = copy[r * kMaxTileCols + j];
+  }
+}
+
+// `count` rows of tiles of the same height from row i on.
+void runTileRows(const TileTable& table, const Block& block, TileColumns& columns, std::size_t i,
+                 std::size_t rows, std::size_t count) {
+  const auto& tiles = block.family == TileFamily::Ordered ? table.ordered : table.fused;
+  TileColumn* const end = columns.tile + columns.count;
+  for (TileColumn* t = columns.tile; t != end; ++t) {
+    t->run = tiles[static_cast<int>(t->tail)][rows - 1][t->vectors - 1];
+  }
+  const bool inPlace = block.c.colStride == 1;
+  for (; count != 0; --count, i += rows) {
+    const double* a = block.a.at(i, 0);
+    double* out = block.c.at(i, 0);
+    for (const TileColumn* t = columns.tile; t != end; ++t) {
+      const auto tile = [&](double* c, std::ptrdiff_t crs) {
+        t->run(block.k, a, block.a.rowStride, block.a.colStride, t->b, t->brs, c, crs, t->lastCols,
+               block.flags);
+      };
+      if (inPlace) {
+        tile(out + t->j, block.c.rowStride);
+      } else {
+        runInCopy(block.c.from(i, t->j), rows, t->cols, block.flags, tile);
+      }
+    }
+  }
+}
+
+// The first row of tiles, which packs B for those below it.
+void runPackingRow(const TileTable& table, const Block& block, const TileColumns& columns,
+                   double* panels) {
+  const auto& tiles =
+      block.family == TileFamily::Ordered ? table.orderedPacking : table.fusedPacking;
   for (std::size_t part = 0; part < columns.count; ++part) {
-    TileColumn& column = columns.tile[part];
-    if (pack && block.b.colStride != 1) {
-      packPanel(table, block.k, columns.cols(table, part), block.b.at(0, column.j),
-                block.b.rowStride, block.b.colStride, panels + column.j * block.k,
-                column.vectors * table.width);
-      columns.readPacked(table, part, panels);
-    } else if (pack) {
-      column.packed = panels + column.j * block.k;
+    const TileColumn& t = columns.tile[part];
+    const auto tile = [&](double* c, std::ptrdiff_t crs) {
+      tiles[static_cast<int>(t.tail)][t.vectors - 1](
+          block.k, block.a.data, block.a.rowStride, block.a.colStride, t.b, t.brs, c, crs,
+          t.lastCols, block.flags, panels + columns.panelAt(part));
+    };
+    if (block.c.colStride == 1) {
+      tile(block.c.data + t.j, block.c.rowStride);
+    } else {
+      runInCopy(block.c.from(0, t.j), table.rows, t.cols, block.flags, tile);
     }
-    runTile(table, block, column, 0, rows);
-    if (column.packed != nullptr) columns.readPacked(table, part, panels);
   }
 }
 
-void runTiles(const TileTable& table, const Block& block, TileColumns& columns, bool pack) {
-  const EvenParts rowParts(block.m, table.rows);
-  std::size_t i = rowParts.size(0);
-  runFirstTiles(table, block, i, columns, pack);
-  for (std::size_t rowPart = 1; rowPart < rowParts.parts(); ++rowPart) {
-    const std::size_t rows = rowParts.size(rowPart);
-    for (std::size_t part = 0; part < columns.count; ++part) {
-      runTile(table, block, columns.tile[part], i, rows);
-    }
-    i += rows;
+void packTransposed(const TileTable& table, const Block& block, const TileColumns& columns,
+                    double* panels) {
+  for (std::size_t part = 0; part < columns.count; ++part) {
+    const TileColumn& t = columns.tile[part];
+    packPanel(table, block.k, t.cols, block.b.at(0, t.j), block.b.rowStride, block.b.colStride,
+              panels + columns.panelAt(part), t.vectors * table.width);
   }
 }
 
-// Small products skip the blocking.
-bool fitsOneTile(const TileTable& table, std::size_t m, std::size_t n, std::size_t k) {
-  return m <= table.rows && n <= table.width * table.vectors[m - 1] && k <= kInner;
+// `pack` where B is to be packed first; with a B of unit column stride only where the first row of
+// tiles is a full one.
+void runBlock(const TileTable& table, const Block& block, TileColumns& columns, bool pack) {
+  const EvenParts rows(block.m, table.rows);
+  std::size_t done = 0;
+  if (pack) {
+    double* panels = packingBuffer(kInner * kColumns);
+    if (block.b.colStride != 1) {
+      packTransposed(table, block, columns, panels);
+    } else {
+      runPackingRow(table, block, columns, panels);
+      done = 1;
+    }
+    columns.readPacked(table, panels);
+  }
+  const std::size_t high = rows.size(0), largest = rows.largest();
+  runTileRows(table, block, columns, done * high, high, largest - done);
+  if (largest != rows.parts()) {
+    runTileRows(table, block, columns, largest * high, high - 1, rows.parts() - largest);
+  }
 }
 
 }  // namespace
@@ -183,28 +208,33 @@ void tiledProduct(TileFamily family, std::size_t m, std::size_t n, std::size_t k
                   const Operand& b, const Target& c, unsigned flags) {
   if (m == 0 || n == 0) return;
   const TileTable& table = tiles();
-  if (fitsOneTile(table, m, n, k) && b.colStride == 1 && c.colStride == 1) {
-    const std::size_t vectors = (n + table.width - 1) / table.width;
-    const std::size_t lastCols = n - (vectors - 1) * table.width;
-    const TileColumn column{0,      vectors,     lastCols, tailOf(table, lastCols, false),
-                            b.data, b.rowStride, nullptr};
-    return runTile(table, {family, m, n, k, a, b, c, flags}, column, 0, m, c.data, c.rowStride);
+  const EvenParts rows(m, table.rows);
+  const std::size_t vectors = table.vectors[rows.size(0) - 1];
+  // Small products skip the blocking.
+  if (m <= table.rows && n <= table.width * vectors && k <= kInner && b.colStride == 1 &&
+      c.colStride == 1) {
+    const std::size_t used = (n + table.width - 1) / table.width;
+    const std::size_t lastCols = n - (used - 1) * table.width;
+    const auto& tile = family == TileFamily::Ordered ? table.ordered : table.fused;
+    return tile[static_cast<int>(tailOf(table, lastCols, false))][m - 1][used - 1](
+        k, a.data, a.rowStride, a.colStride, b.data, b.rowStride, c.data, c.rowStride, lastCols,
+        flags);
   }
-  const std::size_t firstRows = EvenParts(m, table.rows).size(0);
   const bool reused = m >= kPackRows && b.rowStride >= kPackStride && n > table.width;
-  const bool pack = b.colStride != 1 || (reused && firstRows == table.rows);
-  const std::size_t vectors = table.vectors[firstRows - 1];
+  const bool pack = b.colStride != 1 || (reused && rows.size(0) == table.rows);
   for (std::size_t j = 0; j < n; j += kColumns) {
     const EvenParts inner(k, kInner);
-    Block block{family, m, std::min(kColumns, n - j), 0, a, b, c.from(0, j), flags};
-    for (std::size_t part = 0, p = 0; part < inner.parts(); ++part) {
-      block.k = inner.size(part);
-      block.a = a.from(0, p);
-      block.b = b.from(p, j);
-      TileColumns columns(table, block.k, block.n, vectors, block.b);
-      runTiles(table, block, columns, pack);
-      block.flags |= kTileUpdate;
-      p += block.k;
+    for (std::size_t part = 0, p = 0; part < inner.parts(); p += inner.size(part), ++part) {
+      const Block block{family,
+                        m,
+                        std::min(kColumns, n - j),
+                        inner.size(part),
+                        a.from(0, p),
+                        b.from(p, j),
+                        c.from(0, j),
+                        part == 0 ? flags : flags | kTileUpdate};
+      TileColumns columns(table, block.k, block.n, vectors, block.b.data, block.b.rowStride);
+      runBlock(table, block, columns, pack);
     }
   }
 }
@@ -219,16 +249,15 @@ std::size_t PackedRight::room(std::size_t k, std::size_t n) {
 
 void PackedRight::fill(Combine how, const double* x, std::ptrdiff_t xrs, const double* y,
                        std::ptrdiff_t yrs) {
-  const TileColumns columns(table_, k_, n_, table_.vectors[table_.rows - 1], {buffer_, 0, 1});
+  const TileColumns columns(table_, k_, n_, table_.vectors[table_.rows - 1], buffer_, 0);
   table_.combine(how, k_, n_, x, xrs, y, yrs, buffer_, 0, &columns.layout);
 }
 
 void PackedRight::multiply(std::size_t m, const Operand& a, const Target& c) const {
-  TileColumns columns(table_, k_, n_, table_.vectors[table_.rows - 1], {buffer_, 0, 1});
-  for (std::size_t part = 0; part < columns.count; ++part) {
-    columns.readPacked(table_, part, buffer_);
-  }
-  runTiles(table_, {TileFamily::Ordered, m, n_, k_, a, {}, c, kTileFresh}, columns, false);
+  TileColumns columns(table_, k_, n_, table_.vectors[table_.rows - 1], buffer_, 0);
+  columns.readPacked(table_, buffer_);
+  const Operand b{buffer_, 0, 1};
+  runBlock(table_, {TileFamily::Ordered, m, n_, k_, a, b, c, kTileFresh}, columns, false);
 }
 
 void dotProduct(std::size_t m, std::size_t n, std::size_t k, const Operand& a, const Operand& b,
