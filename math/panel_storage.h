@@ -17,11 +17,14 @@ struct FreeMemory {
 using PanelStorage = std::unique_ptr<double[], FreeMemory>;
 
 /// `count` zeros. Large blocks ask for huge pages: touching fresh memory 4 KiB at a time costs as
-/// much as the arithmetic on the panels of a 2-D problem. Throws std::bad_alloc.
+/// much as the arithmetic on the panels of a 2-D problem. The GNU C library also takes the size of
+/// such a block as a hint to keep that much freed memory for the next call instead of giving it
+/// back to the system page by page. Throws std::bad_alloc.
 inline PanelStorage zeroPanels(std::size_t count) {
   constexpr std::size_t kHugePage = std::size_t{1} << 21;
+  constexpr std::size_t kLarge = kHugePage / 4;
   const std::size_t bytes = count * sizeof(double);
-  if (bytes < 2 * kHugePage) {
+  if (bytes < kLarge) {
     PanelStorage storage(static_cast<double*>(std::calloc(count + 1, sizeof(double))));
     if (storage == nullptr) throw std::bad_alloc();
     return storage;
