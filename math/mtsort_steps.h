@@ -97,11 +97,16 @@ inline std::ptrdiff_t partition(T* a, std::ptrdiff_t n, Left left) {
 /// nothing less after it; returns its index. n >= 3.
 template <typename T>
 inline std::ptrdiff_t splitAtMedianOfThree(T* a, std::ptrdiff_t n) {
-  T& middle = a[n / 2];
-  orderPair(a[0], middle);
-  orderPair(middle, a[n - 1]);
-  orderPair(a[0], middle);
-  std::swap(a[0], middle);
+  // Compared all at once and moved once each; the least goes to where the median was looked for.
+  T* const spots[3] = {a + n / 2, a, a + n - 1};
+  const T found[3] = {a[0], a[n / 2], a[n - 1]};
+  const Place places[3] = {placeOf(found[0]), placeOf(found[1]), placeOf(found[2])};
+  const unsigned swapped01 = less(places[1], places[0]);
+  const unsigned swapped02 = less(places[2], places[0]);
+  const unsigned swapped12 = less(places[2], places[1]);
+  *spots[swapped01 + swapped02] = found[0];
+  *spots[1 - swapped01 + swapped12] = found[1];
+  *spots[2 - swapped02 - swapped12] = found[2];
   const Place pivot = placeOf(a[0]);
   // The last element is known not to be less than the pivot.
   const std::ptrdiff_t split =
