@@ -90,7 +90,8 @@ void sortShared(const HandOff<T>& range, Crew<T>& crew) {
 /// A quicksort (Hoare 1962) with the median of three as pivot, a partition without branches and
 /// small runs sorted by counting. After each split one side is sorted apart; where that pays it is
 /// handed off with half the thread budget, to be sorted by whichever thread comes to it first. No
-/// more threads are started than there are processors, and all have ended when the call returns.
+/// more threads are started than there are processors, none for short lists, and all have ended
+/// when the call returns.
 /// Ranges whose splits are uneven more than log2 n times are finished by heapsort (Musser 1997;
 /// shuffling after an uneven split as in Peters 2021), so no input takes more than O(n log n);
 /// lists already in order, and exactly reversed ones, are recognised and take O(n).

@@ -23,6 +23,9 @@ inline int availableProcessors() {
   return CPU_COUNT(&processors);
 }
 
+/// Starting and ending a thread takes as long as sorting a few thousand elements.
+constexpr std::ptrdiff_t kWorthThread = 4096;
+
 /// A range that one thread has handed off to be sorted by another one.
 template <typename T>
 struct HandOff {
@@ -37,9 +40,8 @@ struct HandOff {
 };
 
 /// The threads of one call of mtSort and the ranges that wait for them, oldest first. Threads are
-/// started when there is work for them, no more of them than there are processors, the caller's
-/// included: however many ranges are handed off, starting a thread costs as much as sorting some
-/// hundred elements.
+/// started when there is work for them that takes longer than starting one, no more of them than
+/// there are processors, the caller's included, however many ranges are handed off.
 template <typename T>
 class Crew {
  public:
@@ -66,7 +68,7 @@ class Crew {
     last_ = &range;
     if (idle_ > 0) {
       changed_.notify_all();
-    } else if (static_cast<int>(helpers_.size()) < mostHelpers_) {
+    } else if (range.n >= kWorthThread && static_cast<int>(helpers_.size()) < mostHelpers_) {
       startHelper();
     }
   }
