@@ -2,6 +2,7 @@
 
 #include <umfpack.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <limits>
@@ -34,40 +35,29 @@ void factorise(int n, const int* colPointers, const int* rowIndices, const doubl
   result.reset(numeric);
 }
 
-void resizeLines(CompressedLines& lines, int count, int entries) {
-  lines.start.resize(static_cast<std::size_t>(count) + 1);
-  lines.index.resize(static_cast<std::size_t>(entries));
-  lines.value.resize(static_cast<std::size_t>(entries));
+// Memory for `entries` indices and values, uninitialised.
+void allocate(CompressedLines& lines, int entries) {
+  lines.index = std::make_unique_for_overwrite<int[]>(static_cast<std::size_t>(entries));
+  lines.value = std::make_unique_for_overwrite<double[]>(static_cast<std::size_t>(entries));
 }
 
-// Removes the entries on the diagonal (stored, or lost because it is zero).
-void dropDiagonal(CompressedLines& lines) {
-  int kept = 0;
-  int first = 0;
-  for (int k = 0; k < lines.count(); ++k) {
-    const int last = lines.start[k + 1];
-    for (int p = first; p < last; ++p) {
-      if (lines.index[p] == k) continue;
-      lines.index[kept] = lines.index[p];
-      lines.value[kept++] = lines.value[p];
-    }
-    first = last;
-    lines.start[k + 1] = kept;
-  }
-  lines.index.resize(static_cast<std::size_t>(kept));
-  lines.value.resize(static_cast<std::size_t>(kept));
-}
-
-// The same matrix by its lines in the other direction; indices come out ascending.
-CompressedLines transposed(const CompressedLines& lines) {
+// The same matrix by its lines in the other direction, without its diagonal; indices come out
+// ascending.
+CompressedLines transposedBesideDiagonal(const CompressedLines& lines) {
   const int n = lines.count();
   CompressedLines result;
-  resizeLines(result, n, lines.start[n]);
-  for (int i : lines.index) ++result.start[i + 1];
-  for (int k = 0; k < n; ++k) result.start[k + 1] += result.start[k];
-  std::vector<int> next(result.start.begin(), result.start.end() - 1);
+  result.start.assign(static_cast<std::size_t>(n) + 1, 0);
   for (int k = 0; k < n; ++k) {
     for (int p = lines.start[k]; p < lines.start[k + 1]; ++p) {
+      if (lines.index[p] != k) ++result.start[lines.index[p] + 1];
+    }
+  }
+  for (int k = 0; k < n; ++k) result.start[k + 1] += result.start[k];
+  std::vector<int> next(result.start.begin(), result.start.end() - 1);
+  allocate(result, result.start[n]);
+  for (int k = 0; k < n; ++k) {
+    for (int p = lines.start[k]; p < lines.start[k + 1]; ++p) {
+      if (lines.index[p] == k) continue;
       const int q = next[lines.index[p]]++;
       result.index[q] = k;
       result.value[q] = lines.value[p];
@@ -76,32 +66,31 @@ CompressedLines transposed(const CompressedLines& lines) {
   return result;
 }
 
-// Sum over i of |l[k][i]| |u[i][k]|, the magnitudes subtracted on the way to pivot k.
-double subtractedMagnitude(const CompressedLines& lRows, const CompressedLines& uCols, int k) {
-  double sum = 0.0;
-  int p = lRows.start[k];
-  int q = uCols.start[k];
-  while (p < lRows.start[k + 1] && q < uCols.start[k + 1]) {
-    if (lRows.index[p] < uCols.index[q]) {
-      ++p;
-    } else if (lRows.index[p] > uCols.index[q]) {
-      ++q;
-    } else {
-      sum += std::fabs(lRows.value[p++] * uCols.value[q++]);
+// Of each pivot k the sum over j of |l[k][j]| |u[j][k]|, the magnitudes subtracted on the way to
+// it.
+std::vector<double> subtractedMagnitudes(const LuFactors& factors) {
+  const CompressedLines& lower = factors.lower;
+  const CompressedLines& upper = factors.upper;
+  std::vector<double> sums(factors.n, 0.0);
+  std::vector<double> column(factors.n, 0.0);
+  for (int j = 0; j < factors.n; ++j) {
+    for (int p = lower.start[j]; p < lower.start[j + 1]; ++p) {
+      column[lower.index[p]] = std::fabs(lower.value[p]);
     }
+    for (int p = upper.start[j]; p < upper.start[j + 1]; ++p) {
+      sums[upper.index[p]] += column[upper.index[p]] * std::fabs(upper.value[p]);
+    }
+    for (int p = lower.start[j]; p < lower.start[j + 1]; ++p) column[lower.index[p]] = 0.0;
   }
-  return sum;
+  return sums;
 }
 
-bool pivotsUsable(const CompressedLines& lRows, const CompressedLines& uCols,
-                  const std::vector<double>& pivots) {
-  for (std::size_t k = 0; k < pivots.size(); ++k) {
-    const double magnitude = std::fabs(pivots[k]);
-    if (!std::isfinite(magnitude)) return false;
-    // Also false for a pivot of exactly zero.
-    if (magnitude <= kLostPivot * subtractedMagnitude(lRows, uCols, static_cast<int>(k))) {
-      return false;
-    }
+bool pivotsUsable(const LuFactors& factors) {
+  const std::vector<double> subtracted = subtractedMagnitudes(factors);
+  for (int k = 0; k < factors.n; ++k) {
+    const double magnitude = std::fabs(factors.diagonal[k]);
+    // The second is also false for a pivot of exactly zero, and where the sum has overflowed.
+    if (!std::isfinite(magnitude) || !(magnitude > kLostPivot * subtracted[k])) return false;
   }
   return true;
 }
@@ -131,29 +120,33 @@ LuFactors luFactors(int rows, int cols, const int* colPointers, const int* rowIn
           UMFPACK_OK) {
     return factors;
   }
-  CompressedLines lRows;
-  CompressedLines uCols;
-  resizeLines(lRows, n, lowerEntries);
-  resizeLines(uCols, n, upperEntries);
+  // UMFPACK gives L by rows and U by columns: one after the other, in the same memory.
+  CompressedLines taken;
+  taken.start.resize(static_cast<std::size_t>(n) + 1);
+  allocate(taken, std::max(lowerEntries, upperEntries));
   std::vector<int> rowOrder(n);
   std::vector<int> colOrder(n);
   factors.diagonal.resize(n);
   factors.rowScale.resize(n);
   int multiplies = 0;
-  if (umfpack_di_get_numeric(lRows.start.data(), lRows.index.data(), lRows.value.data(),
-                             uCols.start.data(), uCols.index.data(), uCols.value.data(),
-                             rowOrder.data(), colOrder.data(), factors.diagonal.data(), &multiplies,
-                             factors.rowScale.data(), numeric.get()) != UMFPACK_OK) {
+  if (umfpack_di_get_numeric(taken.start.data(), taken.index.get(), taken.value.get(), nullptr,
+                             nullptr, nullptr, rowOrder.data(), colOrder.data(),
+                             factors.diagonal.data(), &multiplies, factors.rowScale.data(),
+                             numeric.get()) != UMFPACK_OK) {
     return factors;
   }
+  factors.lower = transposedBesideDiagonal(taken);
+  if (umfpack_di_get_numeric(nullptr, nullptr, nullptr, taken.start.data(), taken.index.get(),
+                             taken.value.get(), nullptr, nullptr, nullptr, nullptr, nullptr,
+                             numeric.get()) != UMFPACK_OK) {
+    return factors;
+  }
+  numeric.reset();
+  factors.upper = transposedBesideDiagonal(taken);
   if (multiplies == 0) {
     for (double& scale : factors.rowScale) scale = 1.0 / scale;
   }
-  dropDiagonal(lRows);
-  dropDiagonal(uCols);
-  factors.invertible = pivotsUsable(lRows, uCols, factors.diagonal);
-  factors.lower = transposed(lRows);
-  factors.upper = transposed(uCols);
+  factors.invertible = pivotsUsable(factors);
   factors.rowPosition = inversePermutation(rowOrder);
   factors.colPosition = inversePermutation(colOrder);
   return factors;

@@ -1,6 +1,8 @@
 #ifndef ZEPH_SOLVER_LU_FACTORS_H
 #define ZEPH_SOLVER_LU_FACTORS_H
 
+#include <memory>
+#include <span>
 #include <vector>
 
 namespace zeph_solver {
@@ -9,11 +11,15 @@ namespace zeph_solver {
 /// form: line k holds positions start[k] .. start[k+1]-1 of `index` (ascending) and `value`.
 struct CompressedLines {
   std::vector<int> start;
-  std::vector<int> index;
-  std::vector<double> value;
+  std::unique_ptr<int[]> index;
+  std::unique_ptr<double[]> value;
 
   /// Number of lines.
   int count() const { return static_cast<int>(start.size()) - 1; }
+  /// Indices of one line.
+  std::span<const int> line(int k) const {
+    return {index.get() + start[k], index.get() + start[k + 1]};
+  }
 };
 
 /// The sparse LU factors of a square matrix, P R A Q = L U, as plain arrays.

@@ -20,7 +20,8 @@ namespace zeph_solver {
 /// @param factors    factors of an invertible matrix (factors.invertible)
 /// @param diagonal   n entries, written
 /// Cost: about twice the factorisation's operations. Memory: the closed pattern of the factors in
-/// doubles, and the gathered block of one group. Throws std::bad_alloc only.
+/// doubles, with the zeros that groups store, and a strip of the gathered block of one group.
+/// Throws std::bad_alloc only.
 void luInverseDiagonal(const LuFactors& factors, double* diagonal);
 
 }  // namespace zeph_solver
