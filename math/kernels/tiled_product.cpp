@@ -202,28 +202,32 @@ void runBlock(const TileTable& table, const Block& block, TileColumns& columns, 
   }
 }
 
-}  // namespace
-
-void tiledProduct(TileFamily family, std::size_t m, std::size_t n, std::size_t k, const Operand& a,
-                  const Operand& b, const Target& c, unsigned flags) {
-  if (m == 0 || n == 0) return;
-  const TileTable& table = tiles();
-  const EvenParts rows(m, table.rows);
-  const std::size_t vectors = table.vectors[rows.size(0) - 1];
-  // Small products skip the blocking.
-  if (m <= table.rows && n <= table.width * vectors && k <= kInner && b.colStride == 1 &&
-      c.colStride == 1) {
-    const std::size_t used = (n + table.width - 1) / table.width;
-    const std::size_t lastCols = n - (used - 1) * table.width;
-    const auto& tile = family == TileFamily::Ordered ? table.ordered : table.fused;
-    return tile[static_cast<int>(tailOf(table, lastCols, false))][m - 1][used - 1](
-        k, a.data, a.rowStride, a.colStride, b.data, b.rowStride, c.data, c.rowStride, lastCols,
-        flags);
+// Products of one column of tiles that read B where it lies.
+void runColumn(const TileTable& table, TileFamily family, std::size_t m, std::size_t n,
+               std::size_t k, const Operand& a, const Operand& b, const Target& c, unsigned flags) {
+  const std::size_t vectors = (n + table.width - 1) / table.width;
+  const std::size_t lastCols = n - (vectors - 1) * table.width;
+  const int tail = static_cast<int>(tailOf(table, lastCols, false));
+  const auto& tile = (family == TileFamily::Ordered ? table.ordered : table.fused)[tail];
+  if (m <= table.rows) {
+    return tile[m - 1][vectors - 1](k, a.data, a.rowStride, a.colStride, b.data, b.rowStride,
+                                    c.data, c.rowStride, lastCols, flags);
   }
-  const bool reused = m >= kPackRows && b.rowStride >= kPackStride && n > table.width;
-  const bool pack = b.colStride != 1 || (reused && rows.size(0) == table.rows);
+  const EvenParts rows(m, table.rows);
+  for (std::size_t part = 0, i = 0; part < rows.parts(); i += rows.size(part), ++part) {
+    tile[rows.size(part) - 1][vectors - 1](k, a.at(i, 0), a.rowStride, a.colStride, b.data,
+                                           b.rowStride, c.at(i, 0), c.rowStride, lastCols, flags);
+  }
+}
+
+// Products block by block. Not to be inlined, for the sake of small products.
+__attribute__((noinline)) void runBlocks(const TileTable& table, TileFamily family, std::size_t m,
+                                         std::size_t n, std::size_t k, const Operand& a,
+                                         const Operand& b, const Target& c, bool pack,
+                                         unsigned flags) {
+  const std::size_t vectors = table.vectors[EvenParts(m, table.rows).size(0) - 1];
+  const EvenParts inner(k, kInner);
   for (std::size_t j = 0; j < n; j += kColumns) {
-    const EvenParts inner(k, kInner);
     for (std::size_t part = 0, p = 0; part < inner.parts(); p += inner.size(part), ++part) {
       const Block block{family,
                         m,
@@ -236,6 +240,22 @@ void tiledProduct(TileFamily family, std::size_t m, std::size_t n, std::size_t k
       TileColumns columns(table, block.k, block.n, vectors, block.b.data, block.b.rowStride);
       runBlock(table, block, columns, pack);
     }
+  }
+}
+
+}  // namespace
+
+void tiledProduct(TileFamily family, std::size_t m, std::size_t n, std::size_t k, const Operand& a,
+                  const Operand& b, const Target& c, unsigned flags) {
+  if (m == 0 || n == 0) return;
+  const TileTable& table = tiles();
+  const std::size_t highest = EvenParts(m, table.rows).size(0);
+  const bool reused = m >= kPackRows && b.rowStride >= kPackStride && n > table.width;
+  const bool pack = b.colStride != 1 || (reused && highest == table.rows);
+  if (n <= table.width * table.vectors[highest - 1] && k <= kInner && !pack && c.colStride == 1) {
+    runColumn(table, family, m, n, k, a, b, c, flags);
+  } else {
+    runBlocks(table, family, m, n, k, a, b, c, pack, flags);
   }
 }
 
