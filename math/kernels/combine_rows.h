@@ -13,6 +13,7 @@ struct CombineRows {
   using Vector = typename Lane::Vector;
   static constexpr int kWidth = Lane::kWidth;
   static constexpr size_t kCacheLine = 64 / sizeof(double);
+  static constexpr size_t kAhead = 8 * kCacheLine;
 
   template <Combine kHow>
   static inline __attribute__((always_inline)) Vector join(Vector x, Vector y) {
@@ -46,8 +47,8 @@ struct CombineRows {
   static void rows(size_t m, size_t n, const double* x, ptrdiff_t xrs, const double* y,
                    ptrdiff_t yrs, double* out, ptrdiff_t ors, const PanelLayout* panels) {
     for (size_t i = 0; i < m; ++i, x += xrs, y += yrs) {
-      if (i + 1 < m) {  // rows of wide matrices lie in pages that no prefetcher foresees
-        for (size_t j = 0; j < n; j += kCacheLine) {
+      if (i + 1 < m) {  // the next rows may lie in other pages, which no prefetcher foresees
+        for (size_t j = 0; j < kAhead; j += kCacheLine) {
           __builtin_prefetch(x + xrs + j);
           if (kHow != Combine::Copy) __builtin_prefetch(y + yrs + j);
         }
