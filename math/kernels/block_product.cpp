@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <functional>
-#include <memory>
 
 #include "math/kernels/ordered_product.h"
 #include "math/kernels/overlap.h"
+#include "math/kernels/pack.h"
 #include "math/kernels/tile.h"
 #include "math/kernels/tiled_product.h"
 
@@ -30,12 +30,6 @@ struct Block {
   double* row(size_t i) const { return data + static_cast<ptrdiff_t>(i) * stride; }
   Block at(size_t i, size_t j) const { return {row(i) + j, stride}; }
 };
-
-using Buffer = std::unique_ptr<double[]>;
-
-Buffer allocate(size_t count) {
-  return Buffer(new double[count]);
-}
 
 void combine(Combine how, size_t m, size_t n, ConstBlock x, ConstBlock y, Block out) {
   tiles().combine(how, m, n, x.data, x.stride, y.data, y.stride, out.data, out.stride, nullptr);
@@ -93,7 +87,7 @@ class SevenProducts {
         strip_(packs_ ? std::min(h, kStripRows) : h) {
     const size_t right = packs_ ? PackedRight::room(h, h) : h * h;
     const auto stride = static_cast<ptrdiff_t>(h);
-    buffer_ = allocate(right + 2 * strip_ * h);
+    buffer_ = allocateAligned(right + 2 * strip_ * h);
     right_ = {buffer_.get(), stride};
     left_ = {buffer_.get() + right, stride};
     product_ = left_.at(strip_, 0);
@@ -138,7 +132,7 @@ class SevenProducts {
   size_t h_;
   bool packs_;
   size_t strip_;
-  Buffer buffer_;
+  AlignedBuffer buffer_;
   Block right_;
   Block left_;
   Block product_;
@@ -190,7 +184,7 @@ void SevenProducts::run(ConstBlock a, ConstBlock b, Block c) {
 // Each block of C is its first product plus the second, C22, C21, C11 and C12 in turn.
 void eightProducts(bool small, size_t m, size_t n, size_t k, size_t hm, size_t hn, size_t hk,
                    ConstBlock a, ConstBlock b, Block c) {
-  const Buffer buffer = allocate((m - hm) * (n - hn));
+  const AlignedBuffer buffer = allocateAligned((m - hm) * (n - hn));
   const auto quarter = [&](size_t i, size_t rows, size_t j, size_t cols) {
     const Block out = c.at(i, j);
     const Block t{buffer.get(), static_cast<ptrdiff_t>(cols)};
@@ -230,7 +224,8 @@ void blockProduct(size_t m, size_t n, size_t k, const double* a, ptrdiff_t lda, 
     if (!overlap(m, k, left, m, n, target) && !overlap(k, n, right, m, n, target)) {
       return SevenProducts(small, hm).run(left, right, target);
     }
-    const Buffer whole = allocate(m * n);  // all products come before the first sum in C
+    const AlignedBuffer whole =
+        allocateAligned(m * n);  // all products come before the first sum in C
     SevenProducts(small, hm).run(left, right, {whole.get(), static_cast<ptrdiff_t>(n)});
     for (size_t i = 0; i < m; ++i) std::copy_n(whole.get() + i * n, n, target.row(i));
     return;

@@ -1,21 +1,21 @@
 #include "math/kernels/pack.h"
 
 #include <algorithm>
-#include <memory>
 #include <new>
 
 #include "math/kernels/transpose.h"
 
 namespace korin::kernels {
-namespace {
 
-constexpr std::size_t kCacheLine = 64;
+static constexpr std::align_val_t kCacheLine{64};
 
-struct AlignedDelete {
-  void operator()(double* p) const { ::operator delete (p, std::align_val_t{kCacheLine}); }
-};
+void AlignedDelete::operator()(double* p) const {
+  ::operator delete(p, kCacheLine);
+}
 
-}  // namespace
+AlignedBuffer allocateAligned(std::size_t count) {
+  return AlignedBuffer(static_cast<double*>(::operator new(count * sizeof(double), kCacheLine)));
+}
 
 void packPanel(const TileTable& table, std::size_t k, std::size_t cols, const double* b,
                std::ptrdiff_t brs, std::ptrdiff_t bcs, double* panel, std::size_t stride) {
@@ -33,13 +33,12 @@ void packPanel(const TileTable& table, std::size_t k, std::size_t cols, const do
 }
 
 double* packingBuffer(std::size_t count) {
-  thread_local std::unique_ptr<double, AlignedDelete> buffer;
+  thread_local AlignedBuffer buffer;
   thread_local std::size_t capacity = 0;
   if (count > capacity) {
     buffer.reset();
     capacity = 0;
-    buffer.reset(static_cast<double*>(
-        ::operator new (count * sizeof(double), std::align_val_t{kCacheLine})));
+    buffer = allocateAligned(count);
     capacity = count;
   }
   return buffer.get();
