@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "math/kernels/pack.h"
+#include "math/kernels/transpose.h"
 
 namespace korin::kernels {
 namespace {
@@ -111,9 +112,16 @@ struct TileColumns {
 // Has tile(c, crs), which makes a tile of C in row-major order, make it in a copy: for a C without
 // unit column stride.
 template <class Tile>
-__attribute__((noinline)) void runInCopy(const Target& c, std::size_t rows, std::size_t cols,
-                                         unsigned flags, Tile tile) {
+__attribute__((noinline)) void runInCopy(const TileTable& table, const Target& c, std::size_t rows,
+                                         std::size_t cols, unsigned flags, Tile tile) {
   alignas(64) double copy[kMaxTileRows * kMaxTileCols];
+  if (c.rowStride == 1) {
+    if ((flags & kTileUpdate) != 0) {
+      transposeBlocks(table, cols, rows, c.data, c.colStride, copy, kMaxTileCols);
+    }
+    tile(copy, kMaxTileCols);
+    return transposeBlocks(table, rows, cols, copy, kMaxTileCols, c.data, c.colStride);
+  }
   if ((flags & kTileUpdate) != 0) {
     for (std::size_t j = 0; j < cols; ++j) {
       for (std::size_t r = 0; r < rows; ++r) copy[r * kMaxTileCols + j] = *c.at(r, j);
@@ -145,7 +153,7 @@ void runTileRows(const TileTable& table, const Block& block, TileColumns& column
       if (inPlace) {
         tile(out + t->j, block.c.rowStride);
       } else {
-        runInCopy(block.c.from(i, t->j), rows, t->cols, block.flags, tile);
+        runInCopy(table, block.c.from(i, t->j), rows, t->cols, block.flags, tile);
       }
     }
   }
@@ -166,7 +174,7 @@ void runPackingRow(const TileTable& table, const Block& block, const TileColumns
     if (block.c.colStride == 1) {
       tile(block.c.data + t.j, block.c.rowStride);
     } else {
-      runInCopy(block.c.from(0, t.j), table.rows, t.cols, block.flags, tile);
+      runInCopy(table, block.c.from(0, t.j), table.rows, t.cols, block.flags, tile);
     }
   }
 }
