@@ -2,12 +2,12 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <memory>
 #include <new>
 #include <utility>
 #include <vector>
 
 #include "math/kernels/triplet_product.h"
+#include "math/panel_storage.h"
 
 namespace korin::kernels {
 namespace {
@@ -81,17 +81,21 @@ void addTripletProductInBands(const void* triplets, std::size_t count, const dou
                               std::size_t ldb, double* c, std::size_t ldc, std::size_t rows,
                               std::size_t cols) {
   const unsigned shift = bandShift(rows, cols);
-  const std::unique_ptr<Triplet[]> banded(new (std::nothrow)
-                                              Triplet[std::min(count, kBandPortion)]);
-  if (banded == nullptr) return addTripletProduct(triplets, count, b, ldb, c, ldc, cols);
+  PanelStorage workspace;
+  try {
+    workspace = rawPanels(std::min(count, kBandPortion) * (sizeof(Triplet) / sizeof(double)));
+  } catch (const std::bad_alloc&) {
+    return addTripletProduct(triplets, count, b, ldb, c, ldc, cols);
+  }
+  auto* const banded = reinterpret_cast<Triplet*>(workspace.get());
   std::vector<std::size_t> ends((rows >> shift) + 1);
   const auto* list = static_cast<const Triplet*>(triplets);
   for (; count > 0;) {
     const std::size_t portion = std::min(count, kBandPortion);
-    fillBands(list, portion, shift, ends, banded.get());
+    fillBands(list, portion, shift, ends, banded);
     std::size_t first = 0;
     for (const std::size_t end : ends) {
-      addTripletProduct(banded.get() + first, end - first, b, ldb, c, ldc, cols);
+      addTripletProduct(banded + first, end - first, b, ldb, c, ldc, cols);
       first = end;
     }
     list += portion;
