@@ -20,7 +20,7 @@ struct CombineRows {
     return kHow == Combine::Sum ? Lane::add(x, y) : Lane::subtract(x, y);
   }
 
-  // One row of one panel; returns nothing beyond `cols` but zeros up to whole vectors with `pad`.
+  // One row of one panel; writes nothing beyond `cols`, or with `pad` zeros up to a whole vector.
   template <Combine kHow>
   static inline __attribute__((always_inline)) void row(size_t cols, const double* x,
                                                         const double* y, double* out, bool pad) {

@@ -49,10 +49,6 @@ struct RegisterTile {
     work<true>(k, a, ars, acs, b, brs, c, crs, lastCols, flags, packed);
   }
 
-  // Rows of B that a packing tile asks for ahead of their use: they may lie in different pages,
-  // which no prefetcher foresees.
-  static constexpr ptrdiff_t kAhead = 8;
-
   template <bool kPack>
   static inline __attribute__((always_inline)) void work(size_t k, const double* a, ptrdiff_t ars,
                                                          ptrdiff_t acs, const double* b,
@@ -83,10 +79,7 @@ struct RegisterTile {
           kTail == TileTail::Masked ? Last::loadPart(b + kLastAt, mask) : Last::load(b + kLastAt);
       if (kPack) {
 #pragma GCC unroll 6
-        for (int v = 0; v < kVectors; ++v) {
-          __builtin_prefetch(b + kAhead * brs + v * Lane::kWidth);
-          if (v < kBody) Lane::store(packed + v * Lane::kWidth, y[v]);
-        }
+        for (int v = 0; v < kBody; ++v) Lane::store(packed + v * Lane::kWidth, y[v]);
         Last::store(packed + kLastAt, z);
         packed += kVectors * Lane::kWidth;
       }
