@@ -18,7 +18,10 @@ constexpr int kWidestGroup = 96;
 // Most groups that one pivot may bring together. Pivots with a long column and a short row, or the
 // other way round, often lie between those with both long: cheap on their own, they part the
 // others.
-constexpr std::size_t kLongestChain = 4;
+constexpr std::size_t kLongestChain = 8;
+// A group whose estimated time is more than this many times the pivot's own ends the chain: it has
+// been weighed against the next one before, and the pivot makes no difference.
+constexpr double kHeaviestLink = 8.0;
 // Pairs of a row and a column that no member has on its own spread when the pattern is closed, and
 // a few of them in every small group become an avalanche: most of them beside the largest member's.
 constexpr double kUncoveredShare = 0.02;
@@ -157,12 +160,14 @@ void GroupFormer::place(int j) {
   const Indices right = factors_.upper.line(j);
   const int parent = youngest(right, youngest(below, kNone));
   Group group{1, parent, count(), Pattern(below), Pattern(right)};
-  double costApart = groupCost(1.0, group.below.size(), group.right.size());
+  const double ownCost = groupCost(1.0, group.below.size(), group.right.size());
+  double costApart = ownCost;
   int width = 1;
   chain_.clear();
   for (int next = parent; next != kNone && chain_.size() < kLongestChain;) {
     const Group& other = groups_[next];
-    costApart += groupCost(other.width, other.below.size(), other.right.size());
+    const double otherCost = groupCost(other.width, other.below.size(), other.right.size());
+    costApart += otherCost;
     width += other.width;
     if (width > kWidestGroup) break;
     chain_.push_back(next);
@@ -171,6 +176,7 @@ void GroupFormer::place(int j) {
       groupOf_[j] = known_;
       return;
     }
+    if (otherCost > kHeaviestLink * ownCost) break;
     next = missing_ != kNone ? missing_ : parentOf(chain_.back());
   }
   groupOf_[j] = count();

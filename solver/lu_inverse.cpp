@@ -35,17 +35,13 @@ void setZero(const Block& block) {
   for (size_t j = 0; j < block.cols; ++j) std::fill_n(block.col(j), block.rows, 0.0);
 }
 
-// Workspace that grows to the largest block asked for.
+// Memory for one block at a time. It is told the size of the largest beforehand: large blocks that
+// grow in steps leave as many holes behind.
 class Workspace {
  public:
-  Block shaped(size_t rows, size_t cols) {
-    if (size_ < rows * cols) {
-      store_.reset();
-      size_ = rows * cols;
-      store_ = korin::rawPanels(size_);
-    }
-    return {store_.get(), rows, cols, rows};
-  }
+  void require(size_t rows, size_t cols) { size_ = std::max(size_, rows * cols); }
+  void allocate() { store_ = korin::rawPanels(size_); }
+  Block shaped(size_t rows, size_t cols) const { return {store_.get(), rows, cols, rows}; }
 
  private:
   korin::PanelStorage store_;
@@ -165,11 +161,17 @@ void SelectedInverse::layOut() {
   for (int g = 0; g < groups_.count(); ++g) {
     Known& known = known_[g];
     const size_t width = static_cast<size_t>(groups_.width(g));
-    const size_t height = width + groups_.right[g].size();
-    known.columns = {nullptr, height, width, height};
-    known.z12 = {nullptr, width, groups_.below[g].size(), width};
+    const size_t below = groups_.below[g].size();
+    const size_t right = groups_.right[g].size();
+    known.columns = {nullptr, width + right, width, width + right};
+    known.z12 = {nullptr, width, below, width};
     total += known.columns.size() + known.z12.size();
+    lu11Store_.require(width, width);
+    yStore_.require(width + below, width);
+    xtStore_.require(width + right, width);
+    z22Store_.require(right, std::min(below, kStripWidth));
   }
+  for (Workspace* store : {&lu11Store_, &yStore_, &xtStore_, &z22Store_}) store->allocate();
   // Left uninitialised: every entry is written before it is read.
   store_ = korin::rawPanels(total);
   double* next = store_.get();
