@@ -23,6 +23,8 @@ constexpr size_t kStripWidth = 192;
 /// Rows of a panel that are multiplied by all its columns in turn: with up to kPartColumns columns
 /// they fit the second-level cache.
 constexpr size_t kRowChunk = 192;
+/// Columns of Z22 by which memory is asked for ahead of copying.
+constexpr size_t kFetchedAhead = 4;
 /// Most rows below a single column that goes without calls of the dense kernels.
 constexpr size_t kFewRows = 24;
 /// Blocks of columns in which products with a triangle skip its empty half.
@@ -78,21 +80,16 @@ void mirror(double* square, size_t ld, size_t first, size_t end, size_t n) {
                      square + end * ld + first, static_cast<ptrdiff_t>(ld));
 }
 
-/// target[i] = source[place[i]]. Not inlined: it is most of the time of small groups and wants all
-/// registers for itself.
-[[gnu::noinline]] void copyPlaced(const double* __restrict source,
+/// target[i] = source[place[i]], while what a later call will read `ahead` of that is fetched: most
+/// of the time goes into waiting for memory. Not inlined: it wants all registers for itself.
+[[gnu::noinline]] void copyPlaced(const double* __restrict source, size_t ahead,
                                   const unsigned int* __restrict place, size_t count,
                                   double* __restrict target) {
+  constexpr size_t kLine = 8;
   size_t i = 0;
-  for (; i + 4 <= count; i += 4) {
-    const double a = source[place[i]];
-    const double b = source[place[i + 1]];
-    const double c = source[place[i + 2]];
-    const double d = source[place[i + 3]];
-    target[i] = a;
-    target[i + 1] = b;
-    target[i + 2] = c;
-    target[i + 3] = d;
+  for (; i + kLine <= count; i += kLine) {
+    __builtin_prefetch(source + ahead + place[i]);
+    for (size_t k = i; k < i + kLine; ++k) target[k] = source[place[k]];
   }
   for (; i < count; ++i) target[i] = source[place[i]];
 }
@@ -217,7 +214,9 @@ void PanelInverter::gatherStrip(const Part& part, size_t first, size_t end, Bloc
     for (size_t c = j; c < owned; ++c) {
       const double* source = panel + height(ancestor) * place_[c];
       double* target = strip.at(0, c - first).data - first;
-      copyPlaced(source, place_.data() + j, part.count - j, target + j);
+      const size_t later = std::min(c + kFetchedAhead, owned - 1);
+      copyPlaced(source, height(ancestor) * (place_[later] - place_[c]), place_.data() + j,
+                 part.count - j, target + j);
     }
     // The ancestors' squares are full; what is below them is wanted right of them as well.
     kernels::transpose(owned - j, end - owned, strip.at(owned - first, j - first).data,
