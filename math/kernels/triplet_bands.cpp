@@ -82,15 +82,16 @@ void addTripletProductInBands(const void* triplets, std::size_t count, const dou
                               std::size_t cols) {
   const unsigned shift = bandShift(rows, cols);
   PanelStorage workspace;
+  std::vector<std::size_t> ends;
   try {
+    ends.resize((rows >> shift) + 1);
     workspace = rawPanels(std::min(count, kBandPortion) * (sizeof(Triplet) / sizeof(double)));
   } catch (const std::bad_alloc&) {
     return addTripletProduct(triplets, count, b, ldb, c, ldc, cols);
   }
   auto* const banded = reinterpret_cast<Triplet*>(workspace.get());
-  std::vector<std::size_t> ends((rows >> shift) + 1);
   const auto* list = static_cast<const Triplet*>(triplets);
-  for (; count > 0;) {
+  while (count > 0) {
     const std::size_t portion = std::min(count, kBandPortion);
     fillBands(list, portion, shift, ends, banded);
     std::size_t first = 0;
