@@ -21,8 +21,8 @@ enum class FactorPattern { Any, Elimination };
 ///   subset.diagonal(perm, variances);
 ///
 /// Any pattern is accepted, unless more is claimed for it, rows ascending, diagonal first; entries
-/// outside it count as 0. Zero
-/// pivots give infinities and NaN. All members throw nothing but std::bad_alloc.
+/// outside it count as 0. Zero pivots give infinities and NaN. All members throw nothing but
+/// std::bad_alloc.
 class InverseSubset {
  public:
   explicit InverseSubset(const SimplicialFactor& factor,

@@ -48,11 +48,13 @@ void invertSupernodal(const cholmod_factor& L, double* diagonal) {
   korin::panelDiagonal(view.panels(), view.permutation(), diagonal);
 }
 
-void invertSimplicial(const cholmod_sparse& L, const void* perm, double* diagonal) {
+/// `complete`: the factorisation went through to the last column.
+void invertSimplicial(const cholmod_sparse& L, bool complete, const void* perm, double* diagonal) {
   const korin::SimplicialFactor factor{
       static_cast<unsigned int>(L.ncol), static_cast<const unsigned int*>(L.p),
       static_cast<const unsigned int*>(L.i), static_cast<const double*>(L.x)};
-  const korin::InverseSubset subset(factor, korin::FactorPattern::Elimination);
+  const korin::InverseSubset subset(
+      factor, complete ? korin::FactorPattern::Elimination : korin::FactorPattern::Any);
   subset.diagonal(static_cast<const unsigned int*>(perm), diagonal);
 }
 
@@ -99,9 +101,11 @@ void partialInverseChol(const ProtoSparse& A, ZtVector& diagonal) {
   if (hasNumericFactor(factorisation) && factorisation.cholmodFactor->is_super) {
     return invertSupernodal(*factorisation.cholmodFactor.get(), diagonal.data);
   }
+  const bool complete = hasNumericFactor(factorisation) &&
+                        factorisation.cholmodFactor->minor == factorisation.cholmodFactor->n;
   const CholmodHandle<cholmod_sparse> factor = toSparse(factorisation);
   if (factor == nullptr) korin::throwError(__PRETTY_FUNCTION__, kNoFactor);
-  invertSimplicial(*factor.get(), factorisation.cholmodFactor->Perm, diagonal.data);
+  invertSimplicial(*factor.get(), complete, factorisation.cholmodFactor->Perm, diagonal.data);
 }
 
 }  // namespace zeph_solver

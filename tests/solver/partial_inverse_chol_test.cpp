@@ -93,6 +93,22 @@ TEST(CholeskyFactor, ReproducesTheMatrixInItsOwnAndInThePermutedOrder) {
   });
 }
 
+// Sparse enough for CHOLMOD to work in columns, large enough to be inverted on panels.
+TEST(PartialInverseChol, SurvivesAGridFactorThatBreaksOffAnywhere) {
+  constexpr std::size_t kSide = 60, n = kSide * kSide;
+  for (std::size_t spoilt = 0; spoilt < n; spoilt += 397) {
+    ProtoSparse A(n, n);
+    for (std::size_t i = 0; i < n; ++i) {
+      A.addElement(i, i, i == spoilt ? -9.0 : 4.1);
+      if (i % kSide != 0) A.addElement(i - 1, i, -1.0);
+      if (i >= kSide) A.addElement(i - kSide, i, -1.0);
+    }
+    korin::Vector d(n);
+    partialInverseChol(A, d);
+    EXPECT_FALSE(std::isfinite(d[spoilt])) << spoilt;
+  }
+}
+
 TEST(PartialInverseChol, IndefiniteMatricesGiveNonFiniteEntriesAndDoNotThrow) {
   onEveryShape([](const ProtoSparse& A, std::size_t n) {
     ProtoSparse spoilt = A;
