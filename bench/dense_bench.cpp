@@ -6,10 +6,10 @@
 #include <random>
 #include <vector>
 
-#include "math/kernels/fused_product.h"
-#include "math/kernels/processor.h"
-#include "math/korin_matrix.h"
-#include "math/korin_vector.h"
+#include "kernels/processor.h"
+#include "kernels/products/fused_product.h"
+#include "math/dense/korin_matrix.h"
+#include "math/dense/korin_vector.h"
 
 namespace {
 

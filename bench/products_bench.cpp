@@ -6,7 +6,7 @@
 #include <random>
 #include <vector>
 
-#include "solver/protosparse.h"
+#include "solver/assembly/protosparse.h"
 
 #if __has_include(<eigen3/Eigen/Sparse>)
 #include <eigen3/Eigen/Sparse>

@@ -29,13 +29,13 @@
 #include <string>
 #include <vector>
 
-#include "front/matrix_market.h"
-#include "math/inverse_subset.h"
-#include "math/simplicial_inverse.h"
-#include "math/supernodal_inverse.h"
-#include "solver/cholmod_panels.h"
 #include "solver/partial_inverse_chol.h"
 #include "solver/solver.h"
+#include "solver/suitesparse/cholmod_panels.h"
+#include "sparse/inverse/inverse_subset.h"
+#include "sparse/inverse/simplicial_inverse.h"
+#include "sparse/inverse/supernodal_inverse.h"
+#include "zeph/files/matrix_market.h"
 
 namespace {
 

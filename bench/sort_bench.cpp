@@ -8,7 +8,7 @@
 #include <random>
 #include <vector>
 
-#include "math/mtsort.h"
+#include "math/sorting/mtsort.h"
 
 namespace {
 

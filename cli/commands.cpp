@@ -6,14 +6,14 @@
 #include <string>
 #include <utility>
 
-#include "front/atomic_file.h"
-#include "front/demonstration.h"
-#include "front/matrix_check.h"
-#include "front/matrix_file.h"
-#include "front/operations.h"
-#include "front/solve.h"
-#include "front/variances.h"
 #include "solver/library.h"
+#include "zeph/checks/matrix_check.h"
+#include "zeph/demo/demonstration.h"
+#include "zeph/files/atomic_file.h"
+#include "zeph/files/matrix_file.h"
+#include "zeph/operations.h"
+#include "zeph/solve.h"
+#include "zeph/variances.h"
 
 namespace zeph {
 

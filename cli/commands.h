@@ -1,12 +1,12 @@
 // The sub-commands of zeph. Each function declares one on the application; its work is done by the
-// checked layer in front/.
+// checked layer in zeph/.
 #ifndef ZEPH_CLI_COMMANDS_H
 #define ZEPH_CLI_COMMANDS_H
 
 #include <CLI/CLI.hpp>
 #include <functional>
 
-#include "front/progress.h"
+#include "zeph/progress.h"
 
 namespace zeph {
 

@@ -4,7 +4,7 @@
 
 #include "cli/commands.h"
 #include "cli/terminal_progress.h"
-#include "front/error.h"
+#include "zeph/error.h"
 
 namespace {
 

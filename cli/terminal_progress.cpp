@@ -5,7 +5,7 @@
 
 #include <cstdio>
 
-#include "front/atomic_file.h"
+#include "zeph/files/atomic_file.h"
 
 namespace zeph {
 

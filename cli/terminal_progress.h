@@ -8,7 +8,7 @@
 #include <string>
 #include <thread>
 
-#include "front/progress.h"
+#include "zeph/progress.h"
 
 namespace zeph {
 

@@ -10,10 +10,10 @@ endif()
 
 install(TARGETS zeph_solver zttypes EXPORT zeph_solver_targets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-foreach(floor types math solver)
+foreach(floor types kernels sparse math solver)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/${floor}/
           DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zeph_solver/${floor}
-          FILES_MATCHING PATTERN "*.h" PATTERN "kernels" EXCLUDE)
+          FILES_MATCHING PATTERN "*.h")
 endforeach()
 if(TARGET zeph)
   install(TARGETS zeph RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})

@@ -2,16 +2,16 @@
 #ifndef ZEPH_MATH_KORIN_H
 #define ZEPH_MATH_KORIN_H
 
-#include "math/allocator.h"
-#include "math/korin_math_base.h"
-#include "math/korin_matrix.h"
-#include "math/korin_quaternion.h"
-#include "math/korin_sparse_info.h"
-#include "math/korin_vector.h"
-#include "math/mtsort.h"
-#include "math/skiplist.h"
-#include "math/sparsematrix.h"
-#include "math/sparsemxmatrix.h"
-#include "math/sparsevector.h"
+#include "math/containers/allocator.h"
+#include "math/containers/skiplist.h"
+#include "math/containers/sparsematrix.h"
+#include "math/containers/sparsemxmatrix.h"
+#include "math/containers/sparsevector.h"
+#include "math/dense/korin_matrix.h"
+#include "math/dense/korin_sparse_info.h"
+#include "math/dense/korin_vector.h"
+#include "math/functions/korin_math_base.h"
+#include "math/functions/korin_quaternion.h"
+#include "math/sorting/mtsort.h"
 
 #endif

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "solver/compressed_columns.h"
+#include "solver/assembly/compressed_columns.h"
 
 namespace zeph_solver {
 namespace {

@@ -3,7 +3,7 @@
 #ifndef ZEPH_SOLVER_LDL_MINIMAL_SET_H
 #define ZEPH_SOLVER_LDL_MINIMAL_SET_H
 
-#include "solver/protosparse.h"
+#include "solver/assembly/protosparse.h"
 #include "solver/zeph_export.h"
 
 namespace zeph_solver {

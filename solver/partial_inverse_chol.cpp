@@ -5,12 +5,12 @@
 #include <algorithm>
 #include <cstddef>
 
-#include "math/inverse_subset.h"
-#include "math/supernodal_inverse.h"
-#include "math/zt_error.h"
-#include "solver/cholmod_panels.h"
-#include "solver/protosparse.h"
+#include "math/dense/zt_error.h"
+#include "solver/assembly/protosparse.h"
 #include "solver/solver.h"
+#include "solver/suitesparse/cholmod_panels.h"
+#include "sparse/inverse/inverse_subset.h"
+#include "sparse/inverse/supernodal_inverse.h"
 
 namespace zeph_solver {
 

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <limits>
 
-#include "math/korin_matrix.h"
-#include "math/korin_vector.h"
+#include "math/dense/korin_matrix.h"
+#include "math/dense/korin_vector.h"
 
 namespace zeph_solver {
 

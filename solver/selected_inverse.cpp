@@ -5,9 +5,9 @@
 #include <limits>
 #include <vector>
 
-#include "solver/compressed_columns.h"
-#include "solver/lu_factors.h"
-#include "solver/lu_inverse.h"
+#include "solver/assembly/compressed_columns.h"
+#include "solver/suitesparse/lu_factors.h"
+#include "sparse/inverse/lu_inverse.h"
 
 namespace zeph_solver {
 namespace {

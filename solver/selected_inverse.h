@@ -2,7 +2,7 @@
 #ifndef ZEPH_SOLVER_SELECTED_INVERSE_H
 #define ZEPH_SOLVER_SELECTED_INVERSE_H
 
-#include "solver/protosparse.h"
+#include "solver/assembly/protosparse.h"
 #include "solver/zeph_export.h"
 
 namespace zeph_solver {

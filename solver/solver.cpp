@@ -9,11 +9,11 @@
 #include <utility>
 #include <vector>
 
-#include "math/korin_matrix.h"
-#include "math/korin_vector.h"
-#include "math/zt_error.h"
-#include "solver/compressed_columns.h"
-#include "solver/protosparse.h"
+#include "math/dense/korin_matrix.h"
+#include "math/dense/korin_vector.h"
+#include "math/dense/zt_error.h"
+#include "solver/assembly/compressed_columns.h"
+#include "solver/assembly/protosparse.h"
 
 namespace zeph_solver {
 

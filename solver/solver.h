@@ -5,9 +5,9 @@
 
 #include <memory>
 
-#include "math/korin_vector.h"
-#include "solver/protosparse.h"
-#include "solver/suitesparse_handles.h"
+#include "math/dense/korin_vector.h"
+#include "solver/assembly/protosparse.h"
+#include "solver/suitesparse/suitesparse_handles.h"
 #include "solver/zeph_export.h"
 #include "types/zttypes.h"
 

@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "math/mtsort.h"
+#include "math/sorting/mtsort.h"
 #include "measure.h"
-#include "solver/protosparse.h"
+#include "solver/assembly/protosparse.h"
 
 #ifdef ZEPH_COMPARE_EIGEN
 #include <Eigen/SparseCore>

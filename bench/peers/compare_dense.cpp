@@ -13,9 +13,9 @@
 #include <vector>
 
 #include "eigen_peers.h"
-#include "math/kernels/fused_product.h"
-#include "math/kernels/processor.h"
-#include "math/korin_matrix.h"
+#include "kernels/processor.h"
+#include "kernels/products/fused_product.h"
+#include "math/dense/korin_matrix.h"
 #include "measure.h"
 
 #ifdef ZEPH_COMPARE_OPENBLAS

@@ -8,7 +8,7 @@
 
 #include "eigen_peers.h"
 #include "measure.h"
-#include "solver/protosparse.h"
+#include "solver/assembly/protosparse.h"
 
 namespace {
 

@@ -11,15 +11,15 @@
 #include <limits>
 #include <vector>
 
-#include "math/inverse_subset.h"
-#include "math/simplicial_inverse.h"
-#include "math/supernodal_inverse.h"
 #include "matrices.h"
 #include "measure.h"
 #include "mumps_inverse.h"
-#include "solver/cholmod_panels.h"
 #include "solver/partial_inverse_chol.h"
 #include "solver/solver.h"
+#include "solver/suitesparse/cholmod_panels.h"
+#include "sparse/inverse/inverse_subset.h"
+#include "sparse/inverse/simplicial_inverse.h"
+#include "sparse/inverse/supernodal_inverse.h"
 
 namespace {
 

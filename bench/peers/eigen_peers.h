@@ -1,7 +1,7 @@
 // Eigen's part of the comparisons, apart because it is compiled for the widest instructions of the
 // machine at hand.
-#ifndef ZEPH_BENCH_EIGEN_PEERS_H
-#define ZEPH_BENCH_EIGEN_PEERS_H
+#ifndef ZEPH_BENCH_PEERS_EIGEN_PEERS_H
+#define ZEPH_BENCH_PEERS_EIGEN_PEERS_H
 
 #include <cstddef>
 

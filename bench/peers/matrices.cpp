@@ -6,8 +6,8 @@
 #include <random>
 #include <utility>
 
-#include "front/levelling_network.h"
-#include "front/matrix_file.h"
+#include "zeph/demo/levelling_network.h"
+#include "zeph/files/matrix_file.h"
 
 namespace compare {
 namespace {

@@ -1,9 +1,9 @@
-#ifndef ZEPH_BENCH_MATRICES_H
-#define ZEPH_BENCH_MATRICES_H
+#ifndef ZEPH_BENCH_PEERS_MATRICES_H
+#define ZEPH_BENCH_PEERS_MATRICES_H
 
 #include <string>
 
-#include "solver/protosparse.h"
+#include "solver/assembly/protosparse.h"
 
 namespace compare {
 

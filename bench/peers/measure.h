@@ -1,7 +1,7 @@
 // What the comparison programs share: clocks, repetitions, memory of a run, and the lines that
 // bench/compare reads.
-#ifndef ZEPH_BENCH_MEASURE_H
-#define ZEPH_BENCH_MEASURE_H
+#ifndef ZEPH_BENCH_PEERS_MEASURE_H
+#define ZEPH_BENCH_PEERS_MEASURE_H
 
 #include <chrono>
 #include <cmath>

@@ -1,7 +1,7 @@
-#ifndef ZEPH_BENCH_MUMPS_INVERSE_H
-#define ZEPH_BENCH_MUMPS_INVERSE_H
+#ifndef ZEPH_BENCH_PEERS_MUMPS_INVERSE_H
+#define ZEPH_BENCH_PEERS_MUMPS_INVERSE_H
 
-#include "solver/protosparse.h"
+#include "solver/assembly/protosparse.h"
 
 namespace compare {
 

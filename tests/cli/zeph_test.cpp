@@ -6,7 +6,7 @@
 #include <sstream>
 #include <vector>
 
-#include "tests/front/front_test.h"
+#include "tests/zeph/front_test.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 
 #include <cmath>
 
-#include "math/korin_matrix.h"
-#include "solver/protosparse.h"
+#include "math/dense/korin_matrix.h"
+#include "solver/assembly/protosparse.h"
 
 namespace zeph_solver {
 

@@ -4,8 +4,8 @@
 
 #include <random>
 
-#include "math/korin_vector.h"
-#include "tests/solver/entry_model.h"
+#include "math/dense/korin_vector.h"
+#include "tests/solver/assembly/entry_model.h"
 
 namespace zeph_solver {
 namespace {

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "solver/sparsexmlmatrix.h"
-#include "tests/solver/entry_model.h"
+#include "solver/assembly/sparsexmlmatrix.h"
+#include "tests/solver/assembly/entry_model.h"
 
 namespace zeph_solver {
 namespace {

@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "solver/partial_inverse_lu.h"
-#include "tests/math/coupled_shapes.h"
-#include "tests/math/dense_testing.h"
+#include "tests/math/dense/coupled_shapes.h"
+#include "tests/math/dense/dense_testing.h"
 #include "tests/solver/dense_inverse.h"
 
 namespace zeph_solver {

@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "solver/factorisation_status.h"
-#include "solver/protosparse.h"
-#include "tests/math/dense_testing.h"
+#include "solver/assembly/protosparse.h"
+#include "solver/suitesparse/factorisation_status.h"
+#include "tests/math/dense/dense_testing.h"
 
 using dense_testing::Block;
 using dense_testing::randomMatrix;

@@ -1,0 +1,9 @@
+#include "kernels/triangles/triangle_rows.h"
+
+namespace korin::kernels {
+
+void invertTriangleBaseline(size_t n, const double* l, ptrdiff_t ld, double* w, ptrdiff_t wStride) {
+  invertByRows(n, l, ld, w, wStride);
+}
+
+}  // namespace korin::kernels

@@ -1,9 +1,0 @@
-#include "math/kernels/triangle_rows.h"
-
-namespace korin::kernels {
-
-void invertTriangleAvx2(size_t n, const double* l, ptrdiff_t ld, double* w, ptrdiff_t wStride) {
-  invertByRows(n, l, ld, w, wStride);
-}
-
-}  // namespace korin::kernels

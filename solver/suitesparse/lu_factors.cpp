@@ -1,0 +1,155 @@
+#include "solver/suitesparse/lu_factors.h"
+
+#include <umfpack.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <limits>
+
+#include "solver/suitesparse/suitesparse_handles.h"
+
+namespace zeph_solver {
+namespace {
+
+// A pivot no larger than this multiple of the sum of magnitudes that it was subtracted from holds
+// no correct bit: the matrix is singular to working precision.
+constexpr double kLostPivot = std::numeric_limits<double>::epsilon();
+
+// Least share of its column's largest entry that a diagonal pivot must have. UMFPACK would take
+// 0.001, and repairs the lost digits by refining each solution; the recurrence has no such repair.
+constexpr double kDiagonalPivotTolerance = 0.1;
+
+// Leaves `result` empty on failure; a singular matrix does have factors.
+void factorise(int n, const int* colPointers, const int* rowIndices, const double* values,
+               UmfpackNumeric& result) {
+  void* symbolic = nullptr;
+  void* numeric = nullptr;
+  double control[UMFPACK_CONTROL];
+  umfpack_di_defaults(control);
+  control[UMFPACK_SYM_PIVOT_TOLERANCE] = kDiagonalPivotTolerance;
+  umfpack_di_symbolic(n, n, colPointers, rowIndices, values, &symbolic, control, nullptr);
+  if (symbolic == nullptr) return;
+  umfpack_di_numeric(colPointers, rowIndices, values, symbolic, &numeric, control, nullptr);
+  umfpack_di_free_symbolic(&symbolic);
+  result.reset(numeric);
+}
+
+// Memory for `entries` indices and values, uninitialised.
+void allocate(CompressedLines& lines, int entries) {
+  lines.index = std::make_unique_for_overwrite<int[]>(static_cast<std::size_t>(entries));
+  lines.value = std::make_unique_for_overwrite<double[]>(static_cast<std::size_t>(entries));
+}
+
+// The same matrix by its lines in the other direction, without its diagonal; indices come out
+// ascending.
+CompressedLines transposedBesideDiagonal(const CompressedLines& lines) {
+  const int n = lines.count();
+  CompressedLines result;
+  result.start.assign(static_cast<std::size_t>(n) + 1, 0);
+  for (int k = 0; k < n; ++k) {
+    for (int p = lines.start[k]; p < lines.start[k + 1]; ++p) {
+      if (lines.index[p] != k) ++result.start[lines.index[p] + 1];
+    }
+  }
+  for (int k = 0; k < n; ++k) result.start[k + 1] += result.start[k];
+  std::vector<int> next(result.start.begin(), result.start.end() - 1);
+  allocate(result, result.start[n]);
+  for (int k = 0; k < n; ++k) {
+    for (int p = lines.start[k]; p < lines.start[k + 1]; ++p) {
+      if (lines.index[p] == k) continue;
+      const int q = next[lines.index[p]]++;
+      result.index[q] = k;
+      result.value[q] = lines.value[p];
+    }
+  }
+  return result;
+}
+
+// Of each pivot k the sum over j of |l[k][j]| |u[j][k]|, the magnitudes subtracted on the way to
+// it.
+std::vector<double> subtractedMagnitudes(const LuFactors& factors) {
+  const CompressedLines& lower = factors.lower;
+  const CompressedLines& upper = factors.upper;
+  std::vector<double> sums(factors.n, 0.0);
+  std::vector<double> column(factors.n, 0.0);
+  for (int j = 0; j < factors.n; ++j) {
+    for (int p = lower.start[j]; p < lower.start[j + 1]; ++p) {
+      column[lower.index[p]] = std::fabs(lower.value[p]);
+    }
+    for (int p = upper.start[j]; p < upper.start[j + 1]; ++p) {
+      sums[upper.index[p]] += column[upper.index[p]] * std::fabs(upper.value[p]);
+    }
+    for (int p = lower.start[j]; p < lower.start[j + 1]; ++p) column[lower.index[p]] = 0.0;
+  }
+  return sums;
+}
+
+bool pivotsUsable(const LuFactors& factors) {
+  const std::vector<double> subtracted = subtractedMagnitudes(factors);
+  for (int k = 0; k < factors.n; ++k) {
+    const double magnitude = std::fabs(factors.diagonal[k]);
+    // The second is also false for a pivot of exactly zero, and where the sum has overflowed.
+    if (!std::isfinite(magnitude) || !(magnitude > kLostPivot * subtracted[k])) return false;
+  }
+  return true;
+}
+
+std::vector<int> inversePermutation(const std::vector<int>& permutation) {
+  std::vector<int> inverse(permutation.size());
+  for (std::size_t k = 0; k < permutation.size(); ++k)
+    inverse[permutation[k]] = static_cast<int>(k);
+  return inverse;
+}
+
+}  // namespace
+
+LuFactors luFactors(int rows, int cols, const int* colPointers, const int* rowIndices,
+                    const double* values) {
+  LuFactors factors;
+  if (rows != cols || rows <= 0) return factors;
+  const int n = rows;
+  factors.n = n;
+  UmfpackNumeric numeric;
+  factorise(n, colPointers, rowIndices, values, numeric);
+  int lowerEntries = 0;
+  int upperEntries = 0;
+  int unused = 0;
+  if (numeric.get() == nullptr ||
+      umfpack_di_get_lunz(&lowerEntries, &upperEntries, &unused, &unused, &unused, numeric.get()) !=
+          UMFPACK_OK) {
+    return factors;
+  }
+  // UMFPACK gives L by rows and U by columns: one after the other, in the same memory.
+  CompressedLines taken;
+  taken.start.resize(static_cast<std::size_t>(n) + 1);
+  allocate(taken, std::max(lowerEntries, upperEntries));
+  std::vector<int> rowOrder(n);
+  std::vector<int> colOrder(n);
+  factors.diagonal.resize(n);
+  factors.rowScale.resize(n);
+  int multiplies = 0;
+  if (umfpack_di_get_numeric(taken.start.data(), taken.index.get(), taken.value.get(), nullptr,
+                             nullptr, nullptr, rowOrder.data(), colOrder.data(),
+                             factors.diagonal.data(), &multiplies, factors.rowScale.data(),
+                             numeric.get()) != UMFPACK_OK) {
+    return factors;
+  }
+  factors.lower = transposedBesideDiagonal(taken);
+  if (umfpack_di_get_numeric(nullptr, nullptr, nullptr, taken.start.data(), taken.index.get(),
+                             taken.value.get(), nullptr, nullptr, nullptr, nullptr, nullptr,
+                             numeric.get()) != UMFPACK_OK) {
+    return factors;
+  }
+  numeric.reset();
+  factors.upper = transposedBesideDiagonal(taken);
+  if (multiplies == 0) {
+    for (double& scale : factors.rowScale) scale = 1.0 / scale;
+  }
+  factors.invertible = pivotsUsable(factors);
+  factors.rowPosition = inversePermutation(rowOrder);
+  factors.colPosition = inversePermutation(colOrder);
+  return factors;
+}
+
+}  // namespace zeph_solver

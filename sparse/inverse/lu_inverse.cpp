@@ -1,0 +1,412 @@
+#include "sparse/inverse/lu_inverse.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <span>
+#include <vector>
+
+#include "kernels/panel_storage.h"
+#include "kernels/products/fused_product.h"
+#include "sparse/inverse/lu_groups.h"
+
+namespace zeph_solver {
+namespace {
+
+using std::ptrdiff_t;
+using std::size_t;
+
+using Indices = std::span<const int>;
+
+// Column-major view: column j starts at data + j * stride.
+struct Block {
+  double* data = nullptr;
+  size_t rows = 0;
+  size_t cols = 0;
+  size_t stride = 0;
+
+  double* col(size_t j) const { return data + j * stride; }
+  double& operator()(size_t i, size_t j) const { return data[j * stride + i]; }
+  size_t size() const { return rows * cols; }
+  Block colsFrom(size_t first, size_t count) const { return {col(first), rows, count, stride}; }
+  Block rowsFrom(size_t first, size_t count) const { return {data + first, count, cols, stride}; }
+};
+
+void setZero(const Block& block) {
+  for (size_t j = 0; j < block.cols; ++j) std::fill_n(block.col(j), block.rows, 0.0);
+}
+
+// Memory for one block at a time. It is told the size of the largest beforehand: large blocks that
+// grow in steps leave as many holes behind.
+class Workspace {
+ public:
+  void require(size_t rows, size_t cols) { size_ = std::max(size_, rows * cols); }
+  void allocate() { store_ = korin::rawPanels(size_); }
+  Block shaped(size_t rows, size_t cols) const { return {store_.get(), rows, cols, rows}; }
+
+ private:
+  korin::PanelStorage store_;
+  size_t size_ = 0;
+};
+
+// Up to this many multiplications a product is done by plain loops, without packing.
+constexpr size_t kSmallProduct = 1000;
+// Columns of Z22 gathered at a time: a strip of it stays in the cache for two products.
+constexpr size_t kStripWidth = 192;
+// Most pivots solved for by plain loops.
+constexpr size_t kPlainSolve = 8;
+// A list this many times as long as what is looked up in it is searched by bisection.
+constexpr size_t kFewWanted = 16;
+
+void subtractScaled(double* target, double factor, const double* source, size_t count) {
+  if (factor == 0.0) return;
+  for (size_t i = 0; i < count; ++i) target[i] -= factor * source[i];
+}
+
+double dot(const double* x, const double* y, size_t count) {
+  double even = 0.0;
+  double odd = 0.0;
+  size_t i = 0;
+  for (; i + 1 < count; i += 2) {
+    even += x[i] * y[i];
+    odd += x[i + 1] * y[i + 1];
+  }
+  if (i < count) even += x[i] * y[i];
+  return even + odd;
+}
+
+// Whether a product is subtracted from what the target holds, or from zero.
+enum class Write { Over, Subtract };
+
+// C = [C] - op(A) op(B) by the dense kernels; op may transpose.
+void subtractByKernel(const Block& c, Write write, const Block& a, bool transposeA, const Block& b,
+                      bool transposeB) {
+  const ptrdiff_t as = static_cast<ptrdiff_t>(a.stride);
+  const ptrdiff_t bs = static_cast<ptrdiff_t>(b.stride);
+  korin::kernels::fusedProduct(
+      c.rows, c.cols, transposeA ? a.rows : a.cols, -1.0, a.data, transposeA ? as : 1,
+      transposeA ? 1 : as, b.data, transposeB ? bs : 1, transposeB ? 1 : bs,
+      write == Write::Over ? 0.0 : 1.0, c.data, 1, static_cast<ptrdiff_t>(c.stride));
+}
+
+// C -= A B
+void subtractProduct(const Block& c, const Block& a, const Block& b) {
+  if (a.size() * b.cols > kSmallProduct) {
+    return subtractByKernel(c, Write::Subtract, a, false, b, false);
+  }
+  for (size_t j = 0; j < b.cols; ++j) {
+    for (size_t k = 0; k < a.cols; ++k) subtractScaled(c.col(j), b(k, j), a.col(k), a.rows);
+  }
+}
+
+// C = [C] - A^T B
+void subtractTransposedProduct(const Block& c, Write write, const Block& a, const Block& b) {
+  if (a.size() * b.cols > kSmallProduct) return subtractByKernel(c, write, a, true, b, false);
+  if (write == Write::Over) setZero(c);
+  for (size_t j = 0; j < b.cols; ++j) {
+    for (size_t i = 0; i < a.cols; ++i) c(i, j) -= dot(a.col(i), b.col(j), a.rows);
+  }
+}
+
+// target[i] = source[place[i]]
+void copyPlaced(const double* __restrict source, const int* __restrict place, size_t count,
+                double* __restrict target) {
+  for (size_t i = 0; i < count; ++i) target[i] = source[place[i]];
+}
+
+// Z on the transposed pattern of the groups, in their numbers of rows and columns.
+class SelectedInverse {
+ public:
+  explicit SelectedInverse(const LuFactors& factors)
+      : factors_(factors), groups_(luGroups(factors)), place_(factors.n) {
+    layOut();
+    for (int g = groups_.count() - 1; g >= 0; --g) invertGroup(g);
+  }
+
+  // Address of Z(row, col) of L U as the factors number them; null outside the pattern.
+  const double* find(int row, int col) const;
+
+ private:
+  // Z of one group's pivots: their columns, from the rows of the group itself (Z11) to those beyond
+  // it (Z21), and the columns of their rows beyond the group (Z12).
+  struct Known {
+    Block columns;
+    Block z12;
+  };
+  enum class Part { Lower, Upper };
+
+  void layOut();
+  void invertGroup(int g);
+  void load(int g);
+  void loadBeyond(Part part, int g);
+  void solve(size_t first, size_t end);
+  void gatherColumns(Indices rows, Indices cols, const Block& z22);
+  void gatherRows(Indices rows, Indices cols, const Block& z22);
+  void locate(Indices wanted, int t, Indices beyond);
+
+  const LuFactors& factors_;
+  LuGroups groups_;
+  korin::PanelStorage store_;
+  std::vector<Known> known_;
+
+  // Of the group at hand: L11 and U11 in one square; -L11^-1 with Y below it; the transpose of
+  // U11^-1 with the transpose of X below it.
+  Block lu11_, y_, xt_;
+  Workspace lu11Store_, yStore_, xtStore_, z22Store_;
+  std::vector<int> place_;
+};
+
+void SelectedInverse::layOut() {
+  known_.resize(static_cast<size_t>(groups_.count()));
+  size_t total = 0;
+  for (int g = 0; g < groups_.count(); ++g) {
+    Known& known = known_[g];
+    const size_t width = static_cast<size_t>(groups_.width(g));
+    const size_t below = groups_.below[g].size();
+    const size_t right = groups_.right[g].size();
+    known.columns = {nullptr, width + right, width, width + right};
+    known.z12 = {nullptr, width, below, width};
+    total += known.columns.size() + known.z12.size();
+    lu11Store_.require(width, width);
+    yStore_.require(width + below, width);
+    xtStore_.require(width + right, width);
+    z22Store_.require(right, std::min(below, kStripWidth));
+  }
+  for (Workspace* store : {&lu11Store_, &yStore_, &xtStore_, &z22Store_}) store->allocate();
+  // Left uninitialised: every entry is written before it is read.
+  store_ = korin::rawPanels(total);
+  double* next = store_.get();
+  for (Known& known : known_) {
+    for (Block* block : {&known.columns, &known.z12}) {
+      block->data = next;
+      next += block->size();
+    }
+  }
+}
+
+void SelectedInverse::invertGroup(int g) {
+  const size_t width = static_cast<size_t>(groups_.width(g));
+  const Indices below = groups_.below[g];
+  const Indices right = groups_.right[g];
+  const Known& known = known_[g];
+  load(g);
+  solve(0, width);
+  const Block xt = xt_.rowsFrom(width, right.size());
+  const Block z21 = known.columns.rowsFrom(width, right.size());
+  setZero(z21);
+  for (size_t k = 0; k < below.size(); k += kStripWidth) {
+    const Indices cols = below.subspan(k, std::min(kStripWidth, below.size() - k));
+    const Block z22 = z22Store_.shaped(right.size(), cols.size());
+    gatherColumns(right, cols, z22);
+    gatherRows(right, cols, z22);
+    subtractProduct(z21, z22, y_.rowsFrom(width + k, cols.size()));
+    subtractTransposedProduct(known.z12.colsFrom(k, cols.size()), Write::Over, xt, z22);
+  }
+  const Block z11 = known.columns.rowsFrom(0, width);
+  subtractTransposedProduct(z11, Write::Over, xt_.rowsFrom(0, width), y_.rowsFrom(0, width));
+  subtractTransposedProduct(z11, Write::Subtract, xt, z21);
+}
+
+// The group's part of L and U as dense blocks, below the unit matrices that become the inverses of
+// L11 (negative) and U11.
+void SelectedInverse::load(int g) {
+  const size_t width = static_cast<size_t>(groups_.width(g));
+  lu11_ = lu11Store_.shaped(width, width);
+  y_ = yStore_.shaped(width + groups_.below[g].size(), width);
+  xt_ = xtStore_.shaped(width + groups_.right[g].size(), width);
+  for (const Block& block : {lu11_, y_, xt_}) setZero(block);
+  for (size_t j = 0; j < width; ++j) {
+    lu11_(j, j) = factors_.diagonal[groups_.pivot[groups_.first[g] + static_cast<int>(j)]];
+    y_(j, j) = -1.0;
+    xt_(j, j) = 1.0;
+  }
+  loadBeyond(Part::Lower, g);
+  loadBeyond(Part::Upper, g);
+}
+
+void SelectedInverse::loadBeyond(Part part, int g) {
+  const bool lower = part == Part::Lower;
+  const CompressedLines& lines = lower ? factors_.lower : factors_.upper;
+  const Block& target = lower ? y_ : xt_;
+  const int first = groups_.first[g];
+  const int end = groups_.first[g + 1];
+  int place = end - first;
+  for (int i : (lower ? groups_.below : groups_.right)[g]) place_[i] = place++;
+  for (int j = first; j < end; ++j) {
+    const int c = j - first;
+    double* column = target.col(c);
+    const int pivot = groups_.pivot[j];
+    for (int p = lines.start[pivot]; p < lines.start[pivot + 1]; ++p) {
+      const int i = groups_.position[lines.index[p]];
+      if (i >= end) {
+        column[place_[i]] = lines.value[p];
+      } else {
+        (lower ? lu11_(i - first, c) : lu11_(c, i - first)) = lines.value[p];
+      }
+    }
+  }
+}
+
+// Y L11 = L21 and U11 X = U12 in place, with what stands above them, for the pivots first .. end-1,
+// when those behind are done and their part has been subtracted: by halves, so that most of it is
+// products.
+void SelectedInverse::solve(size_t first, size_t end) {
+  if (end - first > kPlainSolve) {
+    const size_t middle = first + (end - first) / 2;
+    const size_t rest = end - middle;
+    solve(middle, end);
+    subtractByKernel(y_.colsFrom(first, middle - first), Write::Subtract, y_.colsFrom(middle, rest),
+                     false, lu11_.colsFrom(first, middle - first).rowsFrom(middle, rest), false);
+    subtractByKernel(xt_.colsFrom(first, middle - first), Write::Subtract,
+                     xt_.colsFrom(middle, rest), false,
+                     lu11_.colsFrom(middle, rest).rowsFrom(first, middle - first), true);
+    solve(first, middle);
+    return;
+  }
+  for (size_t j = end; j-- > first;) {
+    for (size_t m = j + 1; m < end; ++m) {
+      subtractScaled(y_.col(j), lu11_(m, j), y_.col(m), y_.rows);
+      subtractScaled(xt_.col(j), lu11_(j, m), xt_.col(m), xt_.rows);
+    }
+    for (size_t i = 0; i < xt_.rows; ++i) xt_(i, j) /= lu11_(j, j);
+  }
+}
+
+// End of the run of list[from ...] that lies before pivot `end`.
+size_t runEnd(Indices list, size_t from, int end) {
+  while (from < list.size() && list[from] < end) ++from;
+  return from;
+}
+
+// place_[i] = place of wanted[i] among the pivots of group t and the list of what it has beyond
+// them, which holds all that is wanted; both ascend.
+void SelectedInverse::locate(Indices wanted, int t, Indices beyond) {
+  const int first = groups_.first[t];
+  const int end = groups_.first[t + 1];
+  size_t i = 0;
+  for (; i < wanted.size() && wanted[i] < end; ++i) place_[i] = wanted[i] - first;
+  const bool few = (wanted.size() - i) * kFewWanted < beyond.size();
+  size_t p = 0;
+  for (; i < wanted.size(); ++i) {
+    if (few) {
+      p = static_cast<size_t>(
+          std::lower_bound(beyond.begin() + static_cast<ptrdiff_t>(p), beyond.end(), wanted[i]) -
+          beyond.begin());
+    } else {
+      while (beyond[p] != wanted[i]) ++p;
+    }
+    place_[i] = end - first + static_cast<int>(p);
+  }
+}
+
+// The part of Z22 whose row lies in the column's group or in a later one.
+void SelectedInverse::gatherColumns(Indices rows, Indices cols, const Block& z22) {
+  size_t firstRow = 0;
+  for (size_t k = 0, kEnd = 0; k < cols.size(); k = kEnd) {
+    const int t = groups_.groupOf[cols[k]];
+    const int first = groups_.first[t];
+    kEnd = runEnd(cols, k, groups_.first[t + 1]);
+    firstRow = runEnd(rows, firstRow, first);
+    locate(rows.subspan(firstRow), t, groups_.right[t]);
+    for (size_t c = k; c < kEnd; ++c) {
+      copyPlaced(known_[t].columns.col(static_cast<size_t>(cols[c] - first)), place_.data(),
+                 rows.size() - firstRow, z22.col(c) + firstRow);
+    }
+  }
+}
+
+// The part of Z22 whose column lies in a later group than the row.
+void SelectedInverse::gatherRows(Indices rows, Indices cols, const Block& z22) {
+  size_t beyond = 0;
+  for (size_t i = 0, iEnd = 0; i < rows.size(); i = iEnd) {
+    const int t = groups_.groupOf[rows[i]];
+    const int first = groups_.first[t];
+    const int width = groups_.width(t);
+    iEnd = runEnd(rows, i, groups_.first[t + 1]);
+    beyond = runEnd(cols, beyond, groups_.first[t + 1]);
+    if (beyond == cols.size()) return;
+    locate(cols.subspan(beyond), t, groups_.below[t]);
+    const size_t count = iEnd - i;
+    const bool consecutive = rows[iEnd - 1] - rows[i] + 1 == static_cast<int>(count);
+    for (size_t k = beyond; k < cols.size(); ++k) {
+      const double* z12 = known_[t].z12.col(static_cast<size_t>(place_[k - beyond] - width));
+      double* target = z22.col(k) + i;
+      if (consecutive) {
+        std::copy_n(z12 + (rows[i] - first), count, target);
+      } else {
+        for (size_t r = 0; r < count; ++r) target[r] = z12[rows[i + r] - first];
+      }
+    }
+  }
+}
+
+// Position of `wanted` in an ascending list, or the list's size.
+size_t search(Indices list, int wanted) {
+  const auto it = std::lower_bound(list.begin(), list.end(), wanted);
+  return it != list.end() && *it == wanted ? static_cast<size_t>(it - list.begin()) : list.size();
+}
+
+const double* SelectedInverse::find(int rowOfFactors, int colOfFactors) const {
+  const int row = groups_.position[rowOfFactors];
+  const int col = groups_.position[colOfFactors];
+  const int g = std::min(groups_.groupOf[row], groups_.groupOf[col]);
+  const int first = groups_.first[g];
+  const int end = groups_.first[g + 1];
+  const Known& known = known_[g];
+  const size_t width = known.columns.cols;
+  if (row < end && col < end) return &known.columns(row - first, col - first);
+  if (col < end) {
+    const size_t r = width + search(groups_.right[g], row);
+    return r < known.columns.rows ? &known.columns(r, col - first) : nullptr;
+  }
+  const size_t c = search(groups_.below[g], col);
+  return c < known.z12.cols ? &known.z12(row - first, c) : nullptr;
+}
+
+// One entry of Z by the pair of solves L a = e(col), U^T b = e(row): Z(row, col) = b . a.
+class SingleEntry {
+ public:
+  explicit SingleEntry(const LuFactors& factors)
+      : factors_(factors), a_(factors.n, 0.0), b_(factors.n, 0.0) {}
+
+  double operator()(int row, int col) {
+    a_[col] = 1.0;
+    b_[row] = 1.0;
+    double sum = 0.0;
+    for (int j = std::min(row, col); j < factors_.n; ++j) {
+      b_[j] /= factors_.diagonal[j];
+      eliminate(factors_.lower, a_, j);
+      eliminate(factors_.upper, b_, j);
+      sum += a_[j] * b_[j];
+      a_[j] = b_[j] = 0.0;
+    }
+    return sum;
+  }
+
+ private:
+  static void eliminate(const CompressedLines& lines, std::vector<double>& x, int j) {
+    if (x[j] == 0.0) return;
+    for (int p = lines.start[j]; p < lines.start[j + 1]; ++p) {
+      x[lines.index[p]] -= x[j] * lines.value[p];
+    }
+  }
+
+  const LuFactors& factors_;
+  std::vector<double> a_;
+  std::vector<double> b_;
+};
+
+}  // namespace
+
+void luInverseDiagonal(const LuFactors& factors, double* diagonal) {
+  const SelectedInverse inverse(factors);
+  SingleEntry solveFor(factors);
+  for (int i = 0; i < factors.n; ++i) {
+    // A^-1 = Q Z P R
+    const int row = factors.colPosition[i];
+    const int col = factors.rowPosition[i];
+    const double* known = inverse.find(row, col);
+    diagonal[i] = (known != nullptr ? *known : solveFor(row, col)) * factors.rowScale[i];
+  }
+}
+
+}  // namespace zeph_solver

@@ -1,0 +1,29 @@
+#ifndef ZEPH_SPARSE_INVERSE_LU_INVERSE_H
+#define ZEPH_SPARSE_INVERSE_LU_INVERSE_H
+
+#include "solver/suitesparse/lu_factors.h"
+
+namespace zeph_solver {
+
+/// Diagonal of the inverse of a square matrix from its LU factors, d[i] = (A^-1)(i, i).
+///
+/// With Z = (L U)^-1 and the pivots of one group gathered in the first block row and column,
+///
+///   Y = L21 L11^-1,   X = U11^-1 U12,
+///   Z21 = -Z22 Y,     Z12 = -X Z22,     Z11 = U11^-1 L11^-1 - X Z21,
+///
+/// where only rows of Z22 in U12's pattern and columns in L21's are needed. They are known when the
+/// groups are taken from the last to the first: Z is wanted on the transposed pattern of L+U only
+/// (Erisman and Tinney 1975). Whenever A(i, i) is stored, (A^-1)(i, i) lies on that pattern; each
+/// of the others costs a pair of sparse triangular solves.
+///
+/// @param factors    factors of an invertible matrix (factors.invertible)
+/// @param diagonal   n entries, written
+/// Cost: about twice the factorisation's operations. Memory: the closed pattern of the factors in
+/// doubles, with the zeros that groups store, and a strip of the gathered block of one group.
+/// Throws std::bad_alloc only.
+void luInverseDiagonal(const LuFactors& factors, double* diagonal);
+
+}  // namespace zeph_solver
+
+#endif

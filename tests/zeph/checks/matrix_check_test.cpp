@@ -1,0 +1,113 @@
+#include "zeph/checks/matrix_check.h"
+
+#include <cmath>
+#include <limits>
+#include <set>
+#include <vector>
+
+#include "math/korin.h"
+#include "tests/zeph/front_test.h"
+
+namespace {
+
+using zeph::MatrixReport;
+using zeph::SparseMatrix;
+using zeph::Symmetry;
+
+constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
+
+class MatrixCheckTest : public FrontTest {};
+
+// Everything the report says, found again on the dense matrix.
+void expectReportOfDense(const MatrixReport& report, const SparseMatrix& m) {
+  std::set<std::pair<unsigned, unsigned>> stored;
+  for (const auto& e : m.entries) stored.insert({e.row, e.col});
+  EXPECT_EQ(report.duplicates, m.entries.size() - stored.size());
+  if (m.symmetry != Symmetry::General) {
+    for (const auto& e : m.entries) stored.insert({e.col, e.row});
+  }
+  EXPECT_EQ(report.entries, stored.size());
+  const korin::Matrix a = zeph::toDense(m).values;
+  bool structural = true, numerical = true;
+  std::vector<int> emptyRows, emptyCols;
+  for (unsigned i = 0; i < m.rows; ++i) {
+    bool rowEmpty = true, colEmpty = true;
+    for (unsigned j = 0; j < m.cols; ++j) {
+      rowEmpty = rowEmpty && a(i, j) == 0.0;
+      colEmpty = colEmpty && a(j, i) == 0.0;
+      structural = structural && stored.count({i, j}) == stored.count({j, i});
+      numerical = numerical && a(i, j) == a(j, i);
+    }
+    if (rowEmpty) emptyRows.push_back(static_cast<int>(i));
+    if (colEmpty) emptyCols.push_back(static_cast<int>(i));
+  }
+  EXPECT_EQ(report.symmetry.structural, structural);
+  EXPECT_EQ(report.symmetry.numerical, numerical);
+  EXPECT_TRUE(report.emptyRows == emptyRows && report.emptyCols == emptyCols);
+  EXPECT_EQ(report.fitForLu(), emptyRows.empty() && emptyCols.empty());
+}
+
+TEST_F(MatrixCheckTest, agreesWithTheDenseMatrix) {
+  const Symmetry symmetries[] = {Symmetry::General, Symmetry::Symmetric, Symmetry::SkewSymmetric};
+  int symmetric = 0;
+  for (int round = 0; round < 400; ++round) {
+    SparseMatrix m;
+    m.rows = m.cols = 2 + below(6);
+    m.symmetry = symmetries[round % 4 % 3];
+    for (unsigned k = below(20); k > 0; --k) {
+      const unsigned row = below(m.rows), col = below(m.cols);
+      const double value = 1.0 + below(3);
+      if (m.symmetry != Symmetry::General && row < col + (round % 4 == 2)) continue;
+      m.entries.push_back({row, col, value});
+      if (round % 4 == 3) m.entries.push_back({col, row, value + (below(40) == 0)});
+    }
+    const MatrixReport report = checkMatrix(m);
+    expectReportOfDense(report, m);
+    symmetric += m.symmetry == Symmetry::General && report.symmetry.numerical;
+  }
+  EXPECT_GT(symmetric, 50);
+}
+
+TEST_F(MatrixCheckTest, namesWhatIsWrongAndWhere) {
+  SparseMatrix m;
+  m.source = "A.mtx";
+  m.rows = m.cols = 4;
+  m.entries = {{0, 0, 2.0}, {1, 1, 1e-17}, {2, 0, kNan}, {2, 2, -3.0}, {0, 2, 5.0}, {0, 2, 1.0}};
+  const MatrixReport report = checkMatrix(m);
+  EXPECT_EQ(report.unusableDiagonal, (std::vector<std::size_t>{1, 3}));
+  EXPECT_EQ(report.negativeDiagonal, 1u);
+  EXPECT_FALSE(report.fit());
+  const std::string text = toText(report);
+  for (const char* line :
+       {"size:                4 x 4\n", "entries:             5 (6 stored)\n",
+        "duplicates:          1\n", "symmetry:            symmetric in structure, not in values",
+        "unusable diagonal:   2, first at (2, 2)\n",
+        "not finite:          1, first nan at (3, 1)\n", "empty rows:          2: 2, 4\n",
+        "empty columns:       2: 2, 4\n",
+        "fit for LU:          no: it holds values that are not finite, it has 2 empty rows"}) {
+    EXPECT_NE(text.find(line), text.npos) << line << "\n" << text;
+  }
+}
+
+TEST_F(MatrixCheckTest, shapesAndRounding) {
+  SparseMatrix wide;
+  wide.rows = 1;
+  wide.cols = 3;
+  wide.entries = {{0, 1, 1.0}, {0, 1, 1.0}};
+  const MatrixReport report = checkMatrix(wide);
+  EXPECT_FALSE(report.fit());
+  EXPECT_EQ(report.duplicates, 1u);
+  EXPECT_EQ(report.emptyCols, (std::vector<int>{0, 2}));
+  EXPECT_FALSE(checkMatrix(SparseMatrix()).fit());
+
+  // Differences are judged against the diagonal, not against a tiny entry itself.
+  SparseMatrix m;
+  m.rows = m.cols = 2;
+  m.entries = {{0, 0, 1.0}, {1, 1, 1.0}, {0, 1, 1e-16}, {1, 0, -1e-16}};
+  EXPECT_TRUE(checkMatrix(m).fitForCholesky());
+  m.entries[2].value = 1e-13;
+  EXPECT_FALSE(checkMatrix(m).fitForCholesky());
+  EXPECT_TRUE(checkMatrix(m).fitForLu());
+}
+
+}  // namespace

@@ -1,0 +1,122 @@
+#include <sys/stat.h>
+
+#include <limits>
+
+#include "tests/zeph/front_test.h"
+#include "zeph/files/atomic_file.h"
+#include "zeph/files/matrix_file.h"
+
+namespace {
+
+using zeph::AtomicFile;
+using zeph::SparseMatrix;
+
+class OutputTest : public FrontTest {};
+
+TEST_F(OutputTest, fileAppearsWholeOrNotAtAll) {
+  const std::string big(1 << 20, 'x');
+  {
+    AtomicFile out(path("new"));
+    out.write(big);
+    EXPECT_FALSE(std::filesystem::exists(path("new")));
+    EXPECT_EQ(AtomicFile::temporariesInUse(), 1);
+  }
+  EXPECT_EQ(fileCount(), 0u);
+  write("old", "kept");
+  {
+    AtomicFile out(path("old"));
+    out.write(big);
+  }
+  EXPECT_EQ(read(path("old")), "kept");
+  chmod(path("old").c_str(), 0640);
+  std::filesystem::create_symlink("old", path("link"));
+  AtomicFile out(path("link"));
+  out.write("re");
+  out.write("placed");
+  out.commit();
+  EXPECT_EQ(read(path("old")), "replaced");
+  EXPECT_TRUE(std::filesystem::is_symlink(path("link")));
+  struct stat status {};
+  stat(path("old").c_str(), &status);
+  EXPECT_EQ(status.st_mode & 0777u, 0640u);
+  AtomicFile::requireWritable(path("probe"));
+  EXPECT_EQ(fileCount(), 2u);
+  EXPECT_EQ(AtomicFile::temporariesInUse(), 0);
+}
+
+TEST_F(OutputTest, stopRequestKeepsWhatStoodThere) {
+  write("old", "kept");
+  try {
+    AtomicFile out(path("old"));
+    out.write("new");
+    AtomicFile::stopAll();
+    out.commit();
+    ADD_FAILURE() << "written after the request";
+  } catch (const zeph::Error& e) {
+    EXPECT_EQ(e.kind(), zeph::ErrorKind::Cancelled);
+  }
+  AtomicFile::stopAll(false);
+  EXPECT_EQ(read(path("old")), "kept");
+  EXPECT_EQ(fileCount(), 1u);
+}
+
+TEST_F(OutputTest, unwritablePlacesAreNamed) {
+  std::filesystem::create_directory(path("folder"));
+  const struct {
+    std::string file, sentence;
+  } cases[] = {{path("none/x.csv"), "7 cannot write none/x.csv: No such file or directory"},
+               {path("folder"), "7 cannot write folder: Is a directory"},
+               {"", "7 the name of the output file is empty"}};
+  for (const auto& c : cases) expectError([&] { AtomicFile out(c.file); }, c.sentence);
+  expectError([&] { zeph::writeVector("/dev/full", ZtVector(3, nullptr)); },
+              "7 cannot write /dev/full: No space left");
+  EXPECT_EQ(fileCount(), 1u);
+}
+
+TEST_F(OutputTest, csvIsWhatTheLibraryWrites) {
+  for (int round = 0; round < 40; ++round) {
+    SparseMatrix m;
+    m.rows = 1 + below(6);
+    m.cols = 1 + below(6);
+    for (unsigned k = below(20); k > 0; --k) {
+      const double value =
+          std::ldexp(static_cast<double>(random_()), static_cast<int>(below(200)) - 100);
+      m.entries.push_back({below(m.rows), below(m.cols), value});
+    }
+    zeph::assemble(m, zeph::Triangles::Both).writeToCsv(path("library.csv").c_str());
+    zeph::writeSparse(path("ours.csv"), m);
+    const std::string text = read(path("library.csv"));
+    ASSERT_EQ(read(path("ours.csv")), text);
+    if (text.empty() || m.rows == 1 || m.cols == 1) continue;
+    const SparseMatrix back = zeph::readSparse(path("ours.csv"));
+    zeph::writeSparse(path("again.csv"), back);
+    if (back.rows == 1 || back.cols == 1) continue;
+    EXPECT_EQ(read(path("again.csv")), text);
+  }
+  const double values[] = {0.1, -0.0, std::numeric_limits<double>::denorm_min()};
+  zeph::writeVector(path("v.csv"), ZtVector(3, values));
+  EXPECT_EQ(read(path("v.csv")), "0,0.10000000000000001\n1,-0\n2,4.9406564584124654e-324\n");
+}
+
+TEST_F(OutputTest, badCsvIsRefusedWithTheLineAtFault) {
+  const struct {
+    const char *text, *sentence;
+  } cases[] = {{"row,col,value\n", "line 1: expected \"row,column,value\", found \"row\""},
+               {"0,0,1\n\n1;1;2\n", "line 3: expected \"row,column,value\", found \"1;1;2\""},
+               {"0 0 1\n", "line 1: expected a comma after the row index"},
+               {"0,1\n", "line 1: expected a comma after the column index"},
+               {"0,0,\n", "line 1: the value is missing"},
+               {"0,0,a\n", "line 1: the value \"a\" is not a number"},
+               {"0,0,nan\n", "line 1: the value \"nan\" is not finite"},
+               {"0,0,1e999\n", "line 1: the value \"1e999\" is not finite"},
+               {"0,0,1,2\n", "line 1: unexpected \",\" after the value"},
+               {"-1,0,1\n", "line 1: expected \"row,column,value\", found \"-1\" as the row index"},
+               {"2147483647,0,1\n", "line 1: the row index is larger than 2147483646"}};
+  for (const auto& c : cases) {
+    const std::string file = write("m.csv", c.text);
+    expectError([&] { zeph::readSparse(file); }, std::string("3 m.csv, ") + c.sentence);
+  }
+  expectError([] { zeph::requireMatrixEnding("A.txt"); }, "2");
+}
+
+}  // namespace

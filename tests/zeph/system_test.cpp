@@ -1,0 +1,266 @@
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <utility>
+#include <vector>
+
+#include "math/korin.h"
+#include "tests/zeph/front_test.h"
+#include "zeph/files/matrix_file.h"
+#include "zeph/operations.h"
+#include "zeph/solve.h"
+#include "zeph/variances.h"
+
+namespace {
+
+using zeph::DenseMatrix;
+using zeph::Route;
+using zeph::SparseMatrix;
+using zeph::Symmetry;
+
+SparseMatrix matrix(std::size_t n, Symmetry symmetry,
+                    std::vector<zeph_solver::MatrixElement> entries) {
+  SparseMatrix m;
+  m.source = "A.mtx";
+  m.rows = m.cols = n;
+  m.symmetry = symmetry;
+  m.entries = std::move(entries);
+  return m;
+}
+
+class SystemTest : public FrontTest {
+ protected:
+  double value() { return 0.25 * (1 + below(8)) * (below(2) ? 1 : -1); }
+
+  // Positive definite, diagonally dominant.
+  SparseMatrix definite(std::size_t n, Symmetry symmetry) {
+    SparseMatrix m = matrix(n, symmetry, {});
+    std::vector<double> diagonal(n, 1.0);
+    for (unsigned k = below(3 * n); k > 0; --k) {
+      const unsigned row = below(n);
+      const unsigned col = below(n);
+      if (row <= col) continue;
+      const double v = value();
+      m.entries.push_back({row, col, v});
+      if (symmetry == Symmetry::General) m.entries.push_back({col, row, v});
+      diagonal[row] += std::abs(v);
+      diagonal[col] += std::abs(v);
+    }
+    for (unsigned i = 0; i < n; ++i) m.entries.push_back({i, i, diagonal[i]});
+    std::shuffle(m.entries.begin(), m.entries.end(), random_);
+    return m;
+  }
+
+  // Non-singular without structure: a permutation with a strong diagonal, and off-diagonal entries.
+  SparseMatrix general(std::size_t n) {
+    SparseMatrix m = matrix(n, Symmetry::General, {});
+    std::vector<unsigned> place(n);
+    for (unsigned i = 0; i < n; ++i) place[i] = i;
+    std::shuffle(place.begin(), place.end(), random_);
+    for (unsigned i = 0; i < n; ++i) m.entries.push_back({i, place[i], 20.0 + i});
+    for (unsigned k = below(3 * n); k > 0; --k) m.entries.push_back({below(n), below(n), value()});
+    return m;
+  }
+
+  static korin::Matrix dense(const SparseMatrix& m) { return zeph::toDense(m).values; }
+
+  static korin::Matrix product(const korin::Matrix& a, const ZtMatrix& b) {
+    korin::Matrix c(a.rows, b.cols);
+    c.setMatMulMat(a, b);
+    return c;
+  }
+
+  // Solves for the unit vectors on a route; the variances of that route are on the diagonal.
+  static void expectInverse(const SparseMatrix& m, Route asked, Route taken) {
+    const zeph::Variances v = zeph::variances(m, asked);
+    EXPECT_EQ(v.choice.route, taken) << v.choice.reason;
+    korin::Matrix identity(m.rows, m.rows);
+    identity.setIdentity();
+    DenseMatrix unit;
+    unit.values = identity;
+    const zeph::Solution s = zeph::solve(m, unit, asked);
+    EXPECT_LT(s.relativeResidual, 1e-14);
+    EXPECT_TRUE(product(dense(m), s.X).isEqual(identity, 1e-11));
+    korin::Vector diagonal(m.rows);
+    diagonal.setDiag(s.X);
+    EXPECT_TRUE(diagonal.isEqual(v.diagonal, 1e-12));
+  }
+
+  DenseMatrix columns(std::size_t rows, std::size_t cols) {
+    DenseMatrix B;
+    B.source = "b.mtx";
+    B.values = korin::Matrix(rows, cols);
+    for (std::size_t k = 0; k < rows * cols; ++k) B.values.data[k] = value();
+    return B;
+  }
+};
+
+TEST_F(SystemTest, everyRouteSolvesAndItsVariancesAreTheDiagonal) {
+  for (int round = 0; round < 60; ++round) {
+    const std::size_t n = 1 + below(25);
+    for (const Symmetry symmetry : {Symmetry::General, Symmetry::Symmetric}) {
+      const SparseMatrix m = definite(n, symmetry);
+      expectInverse(m, Route::Automatic, Route::Cholesky);
+      expectInverse(m, Route::Lu, Route::Lu);
+      expectInverse(m, Route::LuSolves, Route::LuSolves);
+    }
+    expectInverse(general(n), Route::Lu, Route::Lu);
+    SparseMatrix indefinite = definite(n, Symmetry::Symmetric);
+    const unsigned spoilt = below(n);
+    for (auto& e : indefinite.entries) e.value *= e.row == spoilt && e.col == spoilt ? -1.0 : 1.0;
+    expectError([&] { zeph::variances(indefinite); }, "5 A.mtx is not positive definite:");
+    expectInverse(indefinite, Route::Lu, Route::Lu);
+  }
+  expectInverse(general(9), Route::Automatic, Route::Lu);
+  expectInverse(matrix(2, Symmetry::Symmetric, {{1, 0, 2.0}, {0, 0, 1.0}}), Route::Automatic,
+                Route::Lu);
+  expectInverse(matrix(2, Symmetry::SkewSymmetric, {{1, 0, 2.0}}), Route::Automatic, Route::Lu);
+}
+
+TEST_F(SystemTest, residualsOfHugeNumbersAreFinite) {
+  // The norms do not square their entries.
+  DenseMatrix huge = columns(2, 1);
+  huge.values.data[0] = huge.values.data[1] = 1e200;
+  EXPECT_LT(zeph::solve(definite(2, Symmetry::Symmetric), huge).relativeResidual, 1e-15);
+}
+
+TEST_F(SystemTest, unfitMatricesAreRefusedInOneSentence) {
+  const auto G = Symmetry::General;
+  const auto S = Symmetry::Symmetric;
+  SparseMatrix wide = matrix(2, G, {{0, 0, 1.0}});
+  wide.cols = 3;
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  SparseMatrix grid = matrix(200, S, {});  // large enough for a supernodal factorisation
+  for (unsigned i = 0; i < 200; ++i) {
+    for (unsigned j = 0; j < i; ++j) grid.entries.push_back({i, j, 1.0});
+    grid.entries.push_back({i, i, 1.0 + 200.0 * (i != 120)});
+  }
+  grid.entries.push_back({120, 120, -2.0});
+  SparseMatrix hub = matrix(9, S, {{0, 0, -1.0}});  // eliminated last unless asked otherwise
+  for (unsigned i = 1; i < 9; ++i)
+    hub.entries.insert(hub.entries.end(), {{i, 0, 1.0}, {i, i, 9.0}});
+  SparseMatrix countingUp = matrix(3, G, {});  // 1 to 9: the rows are equally far apart
+  for (unsigned k = 0; k < 9; ++k) countingUp.entries.push_back({k / 3, k % 3, k + 1.0});
+  SparseMatrix loop = matrix(500, S, {});  // each row sums to 0, to rounding
+  for (unsigned i = 0; i < 500; ++i) {
+    const double w = 0.1 * (1 + i % 7);
+    const unsigned next = (i + 1) % 500;
+    loop.entries.insert(loop.entries.end(),
+                        {{std::max(i, next), std::min(i, next), -w}, {i, i, w}, {next, next, w}});
+  }
+  const struct {
+    SparseMatrix m;
+    Route asked;
+    const char* sentence;
+  } cases[] = {
+      {matrix(0, G, {}), Route::Automatic, "4 A.mtx is empty (0 x 0)"},
+      {wide, Route::Automatic, "4 A.mtx is 2 x 3; only a square matrix can be factorised"},
+      {matrix(2, G, {{0, 0, 1.0}, {1, 0, nan}}), Route::Lu,
+       "4 the value of entry (2, 1) of A.mtx is nan"},
+      {matrix(2, G, {{0, 0, 1.0}, {1, 0, 3.0}, {1, 1, 1.0}}), Route::Cholesky,
+       "4 A.mtx is not symmetric: entry (2, 1) is 3 but entry (1, 2) is 0; the Cholesky route"},
+      {matrix(2, Symmetry::SkewSymmetric, {{1, 0, 3.0}}), Route::Cholesky,
+       "4 A.mtx is skew-symmetric; the Cholesky route needs a symmetric matrix, use LU (--lu)"},
+      {hub, Route::Automatic,
+       "5 A.mtx is not positive definite: the Cholesky factorisation broke down at row 1;"},
+      {matrix(2, S, {{0, 0, 1.0}, {1, 0, 2.0}, {1, 1, 1.0}}), Route::Automatic,
+       "5 A.mtx is not positive definite"},
+      {grid, Route::Automatic, "5 A.mtx is not positive definite"},
+      {matrix(2, S, {{1, 0, 2.0}}), Route::Cholesky, "5 A.mtx is not positive definite"},
+      {matrix(2, G, {{0, 0, 1.0}, {0, 1, 2.0}, {1, 0, 2.0}, {1, 1, 4.0}}), Route::Lu,
+       "6 A.mtx is singular"},
+      {matrix(3, G, {{0, 0, 1.0}, {1, 1, 1.0}}), Route::Automatic,
+       "6 A.mtx is singular: it has fewer entries (2) than its 3 rows need"},
+      {matrix(2, G, {{0, 0, 1.0}, {1, 0, 1.0}}), Route::Automatic, "6 A.mtx is singular"},
+      {countingUp, Route::Automatic, "6 A.mtx is singular to working precision"},
+      {loop, Route::Lu, "6 A.mtx is singular to working precision"},
+      {loop, Route::LuSolves, "6 A.mtx is singular to working precision"},
+  };
+  for (const auto& c : cases) {
+    const DenseMatrix B = columns(c.m.rows, 1);
+    expectError([&] { zeph::variances(c.m, c.asked); }, c.sentence);
+    expectError([&] { zeph::solve(c.m, B, c.asked); }, c.sentence);
+    if (c.asked != Route::Cholesky && c.sentence[0] != '5') continue;
+    for (const bool reorder : {false, true}) {
+      expectError([&] { zeph::factor(c.m, reorder); }, c.sentence);
+    }
+  }
+  for (const Route route : {Route::Automatic, Route::Cholesky}) {
+    const std::string error = errorOf([&] { zeph::variances(loop, route); });
+    EXPECT_TRUE(error[0] == '5' || error[0] == '6') << error;
+  }
+  const SparseMatrix hollow = matrix(2000000000, G, {{0, 0, 1.0}});
+  expectError([&] { zeph::variances(hollow); }, "6 A.mtx is singular");
+  const SparseMatrix m = definite(3, S);
+  expectError([&] { zeph::solve(m, columns(4, 1)); },
+              "4 the right-hand side b.mtx is 4 x 1; A.mtx needs 3 rows");
+  DenseMatrix bad = columns(3, 2);
+  bad.values.data[3] = nan;
+  expectError([&] { zeph::solve(m, bad); },
+              "4 entry (2, 2) of the right-hand side b.mtx is not finite");
+}
+
+TEST_F(SystemTest, factorTimesItsTransposeIsThePermutedMatrix) {
+  for (int round = 0; round < 40; ++round) {
+    const SparseMatrix m =
+        definite(1 + below(20), round % 2 ? Symmetry::General : Symmetry::Symmetric);
+    for (const bool reorder : {false, true}) {
+      const zeph::CholeskyFactor f = zeph::factor(m, reorder);
+      const korin::Matrix whole = dense(m), l = dense(f.L);
+      korin::Matrix a = whole, square(m.rows, m.rows);
+      for (std::size_t k = 0; reorder && k < m.rows * m.rows; ++k) {
+        *a.flatRow(k) = whole(f.perm[k / m.rows], f.perm[k % m.rows]);
+      }
+      square.setMatMulTransMat(l, l);
+      EXPECT_TRUE(square.isEqual(a, 1e-12));
+    }
+  }
+  zeph::writePermutation(path("p.txt"), {2, 0, 1});
+  EXPECT_EQ(read(path("p.txt")), "2\n0\n1\n");
+}
+
+TEST_F(SystemTest, inverseSetProductAndExport) {
+  // An arrow that points down fills nothing, whichever triangle the file stores.
+  for (const bool upper : {false, true}) {
+    SparseMatrix arrow = matrix(5, Symmetry::Symmetric, {});
+    for (unsigned i = 0; i < 5; ++i) arrow.entries.push_back({upper ? i : 4, upper ? 4 : i, 2.0});
+    for (unsigned i = 0; i < 4; ++i) arrow.entries.push_back({i, i, 2.0});
+    EXPECT_EQ(zeph::inverseSet(arrow).entries.size(), 9u);
+  }
+  const SparseMatrix m = definite(7, Symmetry::Symmetric);
+  const DenseMatrix B = columns(7, 3);
+  const korin::Matrix C = zeph::multiply(m, B);
+  EXPECT_TRUE(C.isEqual(product(dense(m), B.values), 1e-13));
+  expectError([&] { zeph::multiply(m, columns(6, 1)); }, "4 cannot multiply A.mt");
+
+  zeph::exportMat(path("c.mat"), C, "C_variance");
+  const std::string text = read(path("c.mat"));
+  ASSERT_EQ(text.size(), 176u + 16u + 8u + 168u);
+  std::vector<double> columnMajor(21);
+  std::memcpy(columnMajor.data(), text.data() + text.size() - 168, 168);
+  EXPECT_EQ(columnMajor[8], C(1, 1));
+  EXPECT_EQ(text.substr(176, 10), "C_variance");
+  for (const char* name : {"", "1a", "a b", "_a"}) {
+    expectError([&] { zeph::exportMat(path("d.mat"), C, name); }, "2");
+  }
+  expectError([&] { zeph::exportMat("/dev/full", C, "C"); }, "7");
+  EXPECT_EQ(fileCount(), 1u);
+}
+
+TEST_F(SystemTest, cancelledWorkStopsAndStagesAreTold) {
+  struct Recorder : zeph::Progress {
+    void stage(const char* name) const override { stages.push_back(name); }
+    void note(const std::string& sentence) const override { notes.push_back(sentence); }
+    mutable std::vector<std::string> stages, notes;
+  } recorder;
+  const SparseMatrix m = definite(5, Symmetry::Symmetric);
+  zeph::variances(m, Route::Automatic, recorder);
+  EXPECT_EQ(recorder.stages.size(), 2u);
+  ASSERT_EQ(recorder.notes.size(), 1u);
+  EXPECT_EQ(recorder.notes[0], "route: Cholesky (A.mtx is symmetric with a usable diagonal)");
+  recorder.cancel();
+  expectError([&] { zeph::variances(m, Route::Automatic, recorder); }, "130 ");
+}
+
+}  // namespace

@@ -1,0 +1,32 @@
+#ifndef ZEPH_CHECKS_GUARDED_H
+#define ZEPH_CHECKS_GUARDED_H
+
+#include <new>
+#include <stdexcept>
+#include <string>
+
+#include "types/zttypes.h"
+#include "zeph/error.h"
+
+namespace zeph {
+
+/// Runs work() and turns what the library and the standard library throw into Error, so that
+/// callers of the checked layer see one exception type.
+template <class Work>
+auto guarded(const std::string& source, const Work& work) -> decltype(work()) {
+  try {
+    return work();
+  } catch (const Error&) {
+    throw;
+  } catch (const ZtException& e) {
+    throw Error(ErrorKind::Unfit, source + " could not be processed: " + e.what());
+  } catch (const std::bad_alloc&) {
+    throw Error(ErrorKind::Memory, "not enough memory for " + source);
+  } catch (const std::length_error&) {
+    throw Error(ErrorKind::Memory, "not enough memory for " + source);
+  }
+}
+
+}  // namespace zeph
+
+#endif

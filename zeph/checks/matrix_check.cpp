@@ -1,0 +1,220 @@
+#include "zeph/checks/matrix_check.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+
+#include "zeph/checks/guarded.h"
+#include "zeph/files/number_text.h"
+
+namespace zeph {
+namespace {
+
+using zeph_solver::MatrixElement;
+
+constexpr std::size_t kBytesPerLine = 24;  // counters, diagonal, cursors of a row or column
+constexpr std::size_t kListed = 10;        // indices that a text shows of a long list
+
+// Difference of a pair of mirrored entries, relative to the larger of them and their diagonal.
+double relativeDifference(double a, double b, double diagonal1, double diagonal2) {
+  if (a == b) return 0.0;
+  const double scale = std::max(
+      {std::abs(a), std::abs(b), std::sqrt(std::abs(diagonal1)) * std::sqrt(std::abs(diagonal2))});
+  const double difference = std::abs(a - b) / scale;
+  return std::isnan(difference) ? std::numeric_limits<double>::infinity() : difference;
+}
+
+// Index of the first entry of each column in a column-major list.
+std::vector<std::uint32_t> columnStarts(const std::vector<MatrixElement>& elements,
+                                        std::size_t cols) {
+  std::vector<std::uint32_t> starts(cols, static_cast<std::uint32_t>(elements.size()));
+  for (std::size_t k = elements.size(); k-- > 0;) {
+    starts[elements[k].col] = static_cast<std::uint32_t>(k);
+  }
+  return starts;
+}
+
+// Stored entries beyond the first at their position. In a completed symmetric matrix each of them
+// stands twice, except on the diagonal.
+std::size_t countDuplicates(const zeph_solver::ProtoSparse& sorted, bool completed) {
+  std::size_t onDiagonal = 0;
+  std::size_t beside = 0;
+  for (std::size_t k = 1; k < sorted.elements.size(); ++k) {
+    const MatrixElement& a = sorted.elements[k - 1];
+    const MatrixElement& b = sorted.elements[k];
+    if (a.row != b.row || a.col != b.col) continue;
+    ++(a.row == a.col ? onDiagonal : beside);
+  }
+  return onDiagonal + (completed ? beside / 2 : beside);
+}
+
+void inspectDiagonal(const zeph_solver::ProtoSparse& m, MatrixReport& report) {
+  ZtVector diagonal;
+  m.getDiagonal(diagonal);
+  for (ZtSize i = 0; i < diagonal.size; ++i) {
+    const double d = diagonal.data[i];
+    if (!std::isfinite(d) || std::abs(d) <= zeph_solver::kDoubleEpsilon) {
+      report.unusableDiagonal.push_back(i);
+    } else if (d < 0.0) {
+      ++report.negativeDiagonal;
+    }
+  }
+}
+
+void inspectValues(const SparseMatrix& m, MatrixReport& report) {
+  for (const MatrixElement& e : m.entries) {
+    if (std::isfinite(e.value)) continue;
+    if (report.nonFinite++ == 0) report.firstNonFinite = e;
+  }
+}
+
+std::string listed(const std::vector<int>& indices, std::size_t base) {
+  std::string text;
+  for (std::size_t k = 0; k < std::min(indices.size(), kListed); ++k) {
+    text += (k == 0 ? "" : ", ") + std::to_string(static_cast<std::size_t>(indices[k]) + base);
+  }
+  return indices.size() > kListed ? text + ", ..." : text;
+}
+
+std::string counted(std::size_t n, const char* one, const char* many) {
+  return std::to_string(n) + " " + (n == 1 ? one : many);
+}
+
+void judge(MatrixReport& r) {
+  std::vector<std::string>& lu = r.againstLu;
+  if (r.rows == 0 || r.cols == 0) lu.push_back("it is empty");
+  if (r.rows != r.cols) lu.push_back("it is not square");
+  if (r.nonFinite != 0) lu.push_back("it holds values that are not finite");
+  if (!r.emptyRows.empty()) {
+    lu.push_back("it has " + counted(r.emptyRows.size(), "empty row", "empty rows"));
+  }
+  if (!r.emptyCols.empty()) {
+    lu.push_back("it has " + counted(r.emptyCols.size(), "empty column", "empty columns"));
+  }
+  r.againstCholesky = lu;
+  if (r.rows != r.cols || r.rows == 0) return;
+  if (!r.symmetry.numerical) r.againstCholesky.push_back("it is not symmetric");
+  if (!r.unusableDiagonal.empty()) {
+    r.againstCholesky.push_back("it has " + counted(r.unusableDiagonal.size(),
+                                                    "unusable diagonal entry",
+                                                    "unusable diagonal entries"));
+  }
+  if (r.negativeDiagonal != 0) {
+    r.againstCholesky.push_back("it has " + counted(r.negativeDiagonal, "negative diagonal entry",
+                                                    "negative diagonal entries"));
+  }
+}
+
+std::string symmetryText(const MatrixReport& r) {
+  if (r.rows != r.cols) return "not square";
+  if (r.symmetry.numerical && r.symmetry.largestDifference == 0.0) return "symmetric";
+  const std::string worst = " (largest relative difference " +
+                            toText(r.symmetry.largestDifference) + " at " +
+                            position(r.indexBase, r.symmetry.row, r.symmetry.col) + ")";
+  if (r.symmetry.numerical) return "symmetric to rounding" + worst;
+  if (r.declared == Symmetry::SkewSymmetric) return "skew-symmetric";
+  if (r.symmetry.structural) return "symmetric in structure, not in values" + worst;
+  return "unsymmetric" + worst;
+}
+
+std::string verdict(const char* what, const std::vector<std::string>& against) {
+  std::string text = what;
+  if (against.empty()) return text + "yes\n";
+  text += "no";
+  for (std::size_t k = 0; k < against.size(); ++k) text += (k == 0 ? ": " : ", ") + against[k];
+  return text + "\n";
+}
+
+}  // namespace
+
+SymmetryReport findSymmetry(const zeph_solver::ProtoSparse& m) {
+  SymmetryReport report;
+  report.square = m.rowCount == m.colCount;
+  if (!report.square) return report;
+  report.structural = report.numerical = true;
+  if (m.isDense()) return report;  // 1 x 1
+  m.compress();
+  const std::vector<MatrixElement>& elements = m.elements;
+  ZtVector diagonal;
+  m.getDiagonal(diagonal);
+  // Columns are visited in ascending order, so the entries of a row are met by ascending column and
+  // a column's cursor only moves down its rows.
+  std::vector<std::uint32_t> cursor = columnStarts(elements, m.colCount);
+  for (const MatrixElement& e : elements) {
+    if (e.row == e.col) continue;
+    std::uint32_t& k = cursor[e.row];
+    while (k < elements.size() && elements[k].col == e.row && elements[k].row < e.col) ++k;
+    const bool stored = k < elements.size() && elements[k].col == e.row && elements[k].row == e.col;
+    report.structural = report.structural && stored;
+    const double difference = relativeDifference(e.value, stored ? elements[k].value : 0.0,
+                                                 diagonal.data[e.row], diagonal.data[e.col]);
+    if (difference <= report.largestDifference) continue;
+    report.largestDifference = difference;
+    report.row = std::max(e.row, e.col);
+    report.col = std::min(e.row, e.col);
+  }
+  report.numerical = report.largestDifference <= kSymmetryTolerance;
+  return report;
+}
+
+MatrixReport checkMatrix(const SparseMatrix& m, const Progress& progress) {
+  return guarded(m.source, [&] {
+    MatrixReport report;
+    report.source = m.source;
+    report.indexBase = m.indexBase;
+    report.rows = m.rows;
+    report.cols = m.cols;
+    report.declared = m.symmetry;
+    report.storedEntries = m.entries.size();
+    requireMemory(m.source, m.rows + m.cols, kBytesPerLine);
+    progress.begin("inspecting values");
+    inspectValues(m, report);
+    progress.begin("sorting");
+    zeph_solver::ProtoSparse whole = assemble(m, Triangles::Both);
+    if (whole.isDense()) {  // vector shapes are a block already; their list is short
+      zeph_solver::ProtoSparse list;
+      list.elements = m.entries;
+      list.sortElements();
+      report.duplicates = countDuplicates(list, false);
+    } else {
+      whole.sortElements();
+      report.duplicates = countDuplicates(whole, m.symmetry != Symmetry::General);
+    }
+    progress.begin("looking for symmetry and empty rows");
+    whole.getEmptyRowsAndCols(report.emptyRows, report.emptyCols);
+    report.entries = whole.nz();
+    report.symmetry = findSymmetry(whole);
+    if (m.rows == m.cols) inspectDiagonal(whole, report);
+    judge(report);
+    return report;
+  });
+}
+
+std::string toText(const MatrixReport& r) {
+  std::string text = r.source + "\n";
+  text += "size:                " + std::to_string(r.rows) + " x " + std::to_string(r.cols) + "\n";
+  text += "entries:             " + std::to_string(r.entries);
+  if (r.storedEntries != r.entries) text += " (" + std::to_string(r.storedEntries) + " stored)";
+  text += "\nduplicates:          " + std::to_string(r.duplicates) + "\n";
+  text += "symmetry:            " + symmetryText(r) + "\n";
+  text += "unusable diagonal:   " + std::to_string(r.unusableDiagonal.size());
+  if (!r.unusableDiagonal.empty()) {
+    const std::size_t first = r.unusableDiagonal.front();
+    text += ", first at " + position(r.indexBase, first, first);
+  }
+  text += "\nnot finite:          " + std::to_string(r.nonFinite);
+  if (r.firstNonFinite) {
+    text += ", first " + toText(r.firstNonFinite->value) + " at " +
+            position(r.indexBase, r.firstNonFinite->row, r.firstNonFinite->col);
+  }
+  text += "\nempty rows:          " + std::to_string(r.emptyRows.size());
+  if (!r.emptyRows.empty()) text.append(": ").append(listed(r.emptyRows, r.indexBase));
+  text += "\nempty columns:       " + std::to_string(r.emptyCols.size());
+  if (!r.emptyCols.empty()) text.append(": ").append(listed(r.emptyCols, r.indexBase));
+  text += "\n" + verdict("fit for Cholesky:    ", r.againstCholesky);
+  text += verdict("fit for LU:          ", r.againstLu);
+  return text;
+}
+
+}  // namespace zeph

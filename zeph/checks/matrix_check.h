@@ -1,0 +1,68 @@
+#ifndef ZEPH_CHECKS_MATRIX_CHECK_H
+#define ZEPH_CHECKS_MATRIX_CHECK_H
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "zeph/progress.h"
+#include "zeph/sparse_matrix.h"
+
+namespace zeph {
+
+/// How far a sparse matrix is from its transpose.
+struct SymmetryReport {
+  bool square = false;
+  bool structural = false;  ///< (r, c) is stored exactly when (c, r) is
+  bool numerical = false;   ///< every pair agrees to kSymmetryTolerance
+  double largestDifference =
+      0.0;  ///< max |a(r,c) - a(c,r)| / max(|a(r,c)|, |a(c,r)|, √|a(r,r) a(c,c)|)
+  std::size_t row = 0, col = 0;  ///< the pair of the largest difference, row > col
+};
+
+/// Two entries of a symmetric matrix may differ by rounding when each was computed for itself.
+/// Relative to the diagonal this is about 45 units in the last place.
+inline constexpr double kSymmetryTolerance = 1e-14;
+
+/// Compares m with its transpose. m is compressed by this. O(entries) after the sort, 12 bytes a
+/// column of memory.
+SymmetryReport findSymmetry(const zeph_solver::ProtoSparse& m);
+
+/// Everything that decides whether a matrix can be factorised. Indices are zero-based.
+struct MatrixReport {
+  std::string source;
+  std::size_t indexBase = 1;
+  std::size_t rows = 0, cols = 0;
+  std::size_t storedEntries = 0;  ///< as in the file: duplicates apart, one triangle if symmetric
+  std::size_t entries = 0;        ///< positions of the whole matrix that hold a sum
+  std::size_t duplicates = 0;     ///< stored entries beyond the first at their position
+  Symmetry declared = Symmetry::General;
+  SymmetryReport symmetry;
+  std::vector<std::size_t>
+      unusableDiagonal;              ///< not finite or at most 2⁻⁵² in magnitude; square only
+  std::size_t negativeDiagonal = 0;  ///< usable diagonal entries below zero
+  std::size_t nonFinite = 0;         ///< stored entries that are NaN or infinite
+  std::optional<zeph_solver::MatrixElement> firstNonFinite;  ///< the first of them in file order
+  std::vector<int> emptyRows, emptyCols;  ///< without any entry above 2⁻⁵² in magnitude
+
+  /// Why Cholesky, or either factorisation, must fail; empty when nothing speaks against it. A
+  /// matrix that passes may still turn out singular or indefinite.
+  std::vector<std::string> againstCholesky, againstLu;
+
+  bool fitForCholesky() const { return againstCholesky.empty(); }
+  bool fitForLu() const { return againstLu.empty(); }
+  /// Some factorisation can be tried.
+  bool fit() const { return fitForLu(); }
+};
+
+/// Inspects m, which may hold NaN and infinities (ReadOptions::allowNonFinite).
+/// O(entries) apart from two sorts.
+MatrixReport checkMatrix(const SparseMatrix& m, const Progress& progress = Progress());
+
+/// The report as lines of text, positions counted as in the file, long lists cut short.
+std::string toText(const MatrixReport& report);
+
+}  // namespace zeph
+
+#endif

@@ -1,0 +1,152 @@
+#include "zeph/checks/route.h"
+
+#include <cmath>
+#include <utility>
+
+#include "zeph/checks/matrix_check.h"
+#include "zeph/error.h"
+#include "zeph/files/number_text.h"
+
+namespace zeph {
+namespace {
+
+constexpr const char* kUseLu = "use LU (--lu)";
+
+double entry(const zeph_solver::ProtoSparse& A, std::size_t row, std::size_t col) {
+  double sum = 0.0;
+  for (const auto& e : A.elements) {
+    if (e.row == row && e.col == col) sum += e.value;
+  }
+  return sum;
+}
+
+// Too few entries leave rows empty; found before memory is taken for that many rows.
+void requireEntries(const SparseMatrix& m) {
+  const std::size_t stored = m.entries.size();
+  if ((m.symmetry == Symmetry::General ? stored : 2 * stored) >= m.rows) return;
+  throw Error(ErrorKind::Singular, m.source + " is singular: it has fewer entries (" +
+                                       std::to_string(stored) + ") than its " +
+                                       std::to_string(m.rows) + " rows need");
+}
+
+// Why m is not symmetric, or nothing when it is.
+std::string asymmetry(const PreparedMatrix& m, Symmetry declared) {
+  if (declared == Symmetry::Symmetric) return {};
+  if (declared == Symmetry::SkewSymmetric) return m.source + " is skew-symmetric";
+  const SymmetryReport report = findSymmetry(m.A);
+  if (report.numerical) return {};
+  return m.source + " is not symmetric: entry " + position(m.indexBase, report.row, report.col) +
+         " is " + toText(entry(m.A, report.row, report.col)) + " but entry " +
+         position(m.indexBase, report.col, report.row) + " is " +
+         toText(entry(m.A, report.col, report.row));
+}
+
+// Why the diagonal rules Cholesky out, or nothing when it does not.
+std::string diagonalFault(const PreparedMatrix& m) {
+  const unsigned int i = m.A.invalidDiagIndex();
+  if (i == zeph_solver::kNoIndex) return {};
+  ZtVector diagonal;
+  m.A.getDiagonal(diagonal);
+  return "diagonal entry " + position(m.indexBase, i, i) + " of " + m.source + " is " +
+         toText(diagonal.data[i]);
+}
+
+void completeTriangles(PreparedMatrix& m) {
+  if (!m.upperOnly || m.A.isDense()) return;
+  const std::size_t stored = m.A.elements.size();
+  m.A.elements.reserve(2 * stored);
+  for (std::size_t k = 0; k < stored; ++k) {
+    const zeph_solver::MatrixElement e = m.A.elements[k];
+    if (e.row != e.col) m.A.elements.push_back({e.col, e.row, e.value});
+  }
+  m.A.compress();
+  m.upperOnly = false;
+}
+
+}  // namespace
+
+const char* name(Route route) {
+  switch (route) {
+    case Route::Automatic:
+      return "automatic";
+    case Route::Cholesky:
+      return "Cholesky";
+    case Route::Lu:
+      return "LU";
+    case Route::LuSolves:
+      return "LU with one solve an unknown";
+  }
+  return "";
+}
+
+std::string RouteChoice::sentence() const {
+  return std::string("route: ") + name(route) + " (" + reason + ")";
+}
+
+PreparedMatrix prepare(SparseMatrix m, Route asked) {
+  requireSquare(m);
+  requireFinite(m);
+  requireEntries(m);
+  const Symmetry declared = m.symmetry;
+  const bool mayBeCholesky = asked == Route::Automatic || asked == Route::Cholesky;
+  const bool upperOnly = declared == Symmetry::Symmetric && mayBeCholesky;
+  const std::string source = m.source;
+  const std::size_t indexBase = m.indexBase;
+  PreparedMatrix result{source,
+                        indexBase,
+                        assemble(std::move(m), upperOnly ? Triangles::Upper : Triangles::Both),
+                        upperOnly,
+                        {asked, "as asked"}};
+  result.A.compress();
+  if (!mayBeCholesky) return result;
+
+  std::string against = asymmetry(result, declared);
+  if (asked == Route::Cholesky) {
+    if (against.empty()) return result;
+    throw Error(ErrorKind::Unfit,
+                against + "; the Cholesky route needs a symmetric matrix, " + kUseLu);
+  }
+  if (against.empty()) against = diagonalFault(result);
+  if (against.empty()) {
+    result.choice = {Route::Cholesky, result.source + " is symmetric with a usable diagonal"};
+    return result;
+  }
+  result.choice = {Route::Lu, against};
+  completeTriangles(result);
+  return result;
+}
+
+void factorise(const PreparedMatrix& m, zeph_solver::Solver& solver,
+               zeph_solver::Factorisation& f) {
+  const bool cholesky = m.choice.route == Route::Cholesky;
+  f.cholesky = cholesky;
+  solver.factorise(m.A, &f);
+  zeph_solver::FactorisationStatus status = zeph_solver::factorisationStatus(f);
+  // The solver falls back to LU when CHOLMOD cannot analyse the matrix, for want of memory.
+  if (cholesky && !f.cholesky) status.exhausted = true;
+  if (status.exhausted || !(cholesky ? status.positiveDefinite : status.ok)) {
+    throw breakdown(m, status);
+  }
+}
+
+Error breakdown(const PreparedMatrix& m, const zeph_solver::FactorisationStatus& status) {
+  if (status.exhausted) {
+    return Error(ErrorKind::Memory,
+                 "the factors of " + m.source + " do not fit into memory or into 2^31 entries");
+  }
+  const std::string where =
+      status.failedColumn < 0
+          ? std::string()
+          : " at row " +
+                std::to_string(static_cast<std::size_t>(status.failedColumn) + m.indexBase);
+  if (m.choice.route == Route::Cholesky) {
+    return Error(ErrorKind::NotPositiveDefinite,
+                 m.source + " is not positive definite: the Cholesky factorisation broke down" +
+                     where + "; if it is meant to be indefinite, " + kUseLu);
+  }
+  return Error(ErrorKind::Singular, m.source +
+                                        " is singular: the LU factorisation met a zero pivot" +
+                                        where + "; the matrix has no inverse");
+}
+
+}  // namespace zeph

@@ -1,0 +1,77 @@
+#ifndef ZEPH_CHECKS_ROUTE_H
+#define ZEPH_CHECKS_ROUTE_H
+
+#include <cstddef>
+#include <string>
+
+#include "solver/solver.h"
+#include "solver/suitesparse/factorisation_status.h"
+#include "zeph/error.h"
+#include "zeph/sparse_matrix.h"
+
+namespace zeph {
+
+/// How a square system is factorised.
+enum class Route {
+  Automatic,  ///< Cholesky when A is symmetric with a usable diagonal, LU otherwise
+  Cholesky,   ///< CHOLMOD; for symmetric positive definite A
+  Lu,         ///< UMFPACK; for any non-singular A
+  LuSolves    ///< UMFPACK with one solve for every variance; slow, for comparison
+};
+
+/// "Cholesky", "LU", ...
+const char* name(Route route);
+
+/// The route taken and the reason, a clause such as "A.mtx is symmetric with a usable diagonal".
+struct RouteChoice {
+  Route route = Route::Lu;
+  std::string reason;
+
+  /// "route: Cholesky (A.mtx is symmetric ...)"
+  std::string sentence() const;
+};
+
+/// A matrix on its way into a factorisation.
+struct PreparedMatrix {
+  std::string source;
+  std::size_t indexBase;       ///< as in SparseMatrix
+  zeph_solver::ProtoSparse A;  ///< compressed; finite and square with at least one row
+  bool upperOnly;              ///< A stands for a symmetric matrix by its upper triangle
+  RouteChoice choice;
+
+  std::size_t size() const { return A.rowCount; }
+
+  /// Calls use(row, col, value) for every stored entry, of both triangles.
+  template <class Use>
+  void forEachEntry(const Use& use) const {
+    if (A.isDense()) {
+      use(std::size_t{0}, std::size_t{0}, A.denseBlock->data[0]);
+      return;
+    }
+    for (const auto& e : A.elements) {
+      use(std::size_t{e.row}, std::size_t{e.col}, e.value);
+      if (upperOnly && e.row != e.col) use(std::size_t{e.col}, std::size_t{e.row}, e.value);
+    }
+  }
+};
+
+/// Checks m, chooses the route where it is left open, and assembles the part of m that the route
+/// reads.
+/// Throws Error(Unfit) when m is not square, empty or not finite, or when Cholesky is forced on a
+/// matrix that is not symmetric.
+PreparedMatrix prepare(SparseMatrix m, Route asked);
+
+/// The ordering that every factorisation here uses, as the selected inverses do.
+inline constexpr int kNestedDissection = 3;
+
+/// Factorises m into f by its route.
+/// Throws Error(NotPositiveDefinite), Error(Singular) for a zero pivot, with the row where it broke
+/// down if that is known, or Error(Memory).
+void factorise(const PreparedMatrix& m, zeph_solver::Solver& solver, zeph_solver::Factorisation& f);
+
+/// The error that a failed factorisation of m deserves.
+Error breakdown(const PreparedMatrix& m, const zeph_solver::FactorisationStatus& status);
+
+}  // namespace zeph
+
+#endif

@@ -1,0 +1,73 @@
+#include "zeph/files/matrix_file.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "zeph/checks/guarded.h"
+#include "zeph/error.h"
+#include "zeph/files/number_text.h"
+
+namespace zeph {
+namespace {
+
+constexpr int kVarianceDigits = 17;  // enough to tell any two doubles apart
+
+}  // namespace
+
+SparseMatrix readSparse(const std::string& path, const ReadOptions& options) {
+  return guarded(path, [&] {
+    return hasEnding(path, ".csv") ? readTripletCsv(path, options)
+                                   : readMatrixMarket(path, options);
+  });
+}
+
+DenseMatrix readDense(const std::string& path, const ReadOptions& options) {
+  return guarded(path, [&] {
+    return hasEnding(path, ".csv") ? toDense(readTripletCsv(path, options))
+                                   : readMatrixMarketDense(path, options);
+  });
+}
+
+void writeSparse(const std::string& path, SparseMatrix m) {
+  AtomicFile out(path);
+  if (hasEnding(path, ".csv")) {
+    writeTripletCsv(out, std::move(m));
+  } else {
+    writeMatrixMarket(out, m);
+  }
+  out.commit();
+}
+
+void writeDense(const std::string& path, const ZtMatrix& m) {
+  AtomicFile out(path);
+  if (hasEnding(path, ".csv")) {
+    writeTripletCsv(out, m);
+  } else {
+    writeMatrixMarket(out, m);
+  }
+  out.commit();
+}
+
+void writeVector(const std::string& path, const ZtVector& v) {
+  AtomicFile out(path);
+  if (hasEnding(path, ".mtx")) {
+    writeMatrixMarket(out, v);
+  } else {
+    std::string text;
+    for (ZtSize i = 0; i < v.size; ++i) {
+      appendIndex(text, i);
+      text += ',';
+      appendDigits(text, v.data[i], kVarianceDigits);
+      text += '\n';
+    }
+    out.write(text);
+  }
+  out.commit();
+}
+
+void requireMatrixEnding(const std::string& path) {
+  if (path == "-" || hasEnding(path, ".csv") || hasEnding(path, ".mtx")) return;
+  throw Error(ErrorKind::Usage, "the name " + path + " must end in .mtx or .csv");
+}
+
+}  // namespace zeph

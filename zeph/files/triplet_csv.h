@@ -1,0 +1,29 @@
+#ifndef ZEPH_FILES_TRIPLET_CSV_H
+#define ZEPH_FILES_TRIPLET_CSV_H
+
+#include <string>
+
+#include "zeph/files/atomic_file.h"
+#include "zeph/files/matrix_market.h"
+#include "zeph/sparse_matrix.h"
+
+namespace zeph {
+
+/// Reads the library's triplet CSV: lines "row,col,value", zero-based, no header; duplicates add
+/// up. The file does not tell the size of the matrix: it is one more than the largest row and
+/// column, so empty last rows and columns are lost. Errors as in readMatrixMarket.
+SparseMatrix readTripletCsv(const std::string& path, const ReadOptions& options = {});
+
+/// Writes what ProtoSparse::writeToCsv writes, byte for byte (compressed order, 18 significant
+/// digits, all positions of a vector-shaped matrix), but into a file that appears whole or not at
+/// all. Symmetric matrices are completed: the form has no header to say that they are. Compresses
+/// m.
+void writeTripletCsv(AtomicFile& out, const zeph_solver::ProtoSparse& m);
+void writeTripletCsv(AtomicFile& out, SparseMatrix m);
+
+/// All positions of a dense matrix, row by row, in the same form.
+void writeTripletCsv(AtomicFile& out, const ZtMatrix& m);
+
+}  // namespace zeph
+
+#endif

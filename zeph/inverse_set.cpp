@@ -1,0 +1,22 @@
+#include "zeph/operations.h"
+
+#include <utility>
+
+#include "solver/ldl_minimal_set.h"
+#include "zeph/checks/guarded.h"
+
+namespace zeph {
+
+SparseMatrix inverseSet(SparseMatrix A, const Progress& progress) {
+  const std::string source = A.source;
+  return guarded(source, [&] {
+    requireSquare(A);
+    requireMemory(source, A.rows, 2 * sizeof(zeph_solver::MatrixElement));
+    progress.begin("closing the pattern");
+    zeph_solver::ProtoSparse set;
+    zeph_solver::partialInverseLDLMinimalSet(assemble(std::move(A), Triangles::Lower), set);
+    return takeEntries(set, "the inverse set of " + source);
+  });
+}
+
+}  // namespace zeph

@@ -1,0 +1,40 @@
+#ifndef ZEPH_OPERATIONS_H
+#define ZEPH_OPERATIONS_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "zeph/progress.h"
+#include "zeph/sparse_matrix.h"
+
+namespace zeph {
+
+struct CholeskyFactor {
+  SparseMatrix L;                   ///< lower triangular, compressed order
+  std::vector<std::uint32_t> perm;  ///< L Lᵀ = A(perm, perm), zero-based; empty in A's own order
+};
+
+/// Sparse Cholesky factor of a symmetric positive definite A: in a fill-reducing order with
+/// reorder, in A's own order without.
+/// Throws Error(Unfit) when A is not square, symmetric and finite, Error(NotPositiveDefinite).
+CholeskyFactor factor(SparseMatrix A, bool reorder, const Progress& progress = Progress());
+
+/// Writes a permutation as one zero-based index a line.
+void writePermutation(const std::string& path, const std::vector<std::uint32_t>& perm);
+
+/// Symbolic set of an LDLᵀ-based partial inversion of A: the positions (row <= column) of A⁻¹ that
+/// it has to compute. The values are markers that are not zero. A's lower triangle is used.
+SparseMatrix inverseSet(SparseMatrix A, const Progress& progress = Progress());
+
+/// C = A B for sparse A and dense B. Throws Error(Unfit) when the inner dimensions differ.
+ZtMatrix multiply(SparseMatrix A, const DenseMatrix& B, const Progress& progress = Progress());
+
+/// Writes a dense matrix as a MATLAB level-5 MAT-file holding one variable of that name.
+/// Throws Error(Usage) when the name is not a letter followed by at most 62 letters, digits and
+/// underscores, Error(Unfit) when the matrix exceeds the form's 2³²-1 bytes.
+void exportMat(const std::string& path, const ZtMatrix& m, const std::string& variable);
+
+}  // namespace zeph
+
+#endif

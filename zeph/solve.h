@@ -1,0 +1,24 @@
+#ifndef ZEPH_SOLVE_H
+#define ZEPH_SOLVE_H
+
+#include "zeph/checks/route.h"
+#include "zeph/progress.h"
+#include "zeph/sparse_matrix.h"
+
+namespace zeph {
+
+struct Solution {
+  ZtMatrix X;  ///< A's columns x B's columns, all finite
+  RouteChoice choice;
+  double condition = 0.0;  ///< rough estimate of A's condition number, units scaled away
+  double relativeResidual = 0.0;  ///< ‖AX-B‖ / (‖A‖ ‖X‖ + ‖B‖) in row-sum norms; 0 for B = 0
+};
+
+/// Solves A X = B for all columns of B with one factorisation. Route::LuSolves means Lu here.
+/// Throws Error(Unfit) when B has not A's height, and as variances() does.
+Solution solve(SparseMatrix A, const DenseMatrix& B, Route asked = Route::Automatic,
+               const Progress& progress = Progress());
+
+}  // namespace zeph
+
+#endif
