@@ -109,9 +109,9 @@ CholmodHandle<cholmod_factor> factorise(cholmod_sparse* a, const std::vector<int
 
 void stepOnPanels(const cholmod_factor& L, Times& times, std::vector<double>& diagonal) {
   const zeph_solver::CholmodPanels view(L);
-  const korin::SupernodalFactor& panels = view.panels();
-  timed(times.step, [&] { korin::supernodalInverse(panels); });
-  korin::panelDiagonal(panels, view.permutation(), diagonal.data());
+  const korin::sparse::SupernodalFactor& panels = view.panels();
+  timed(times.step, [&] { korin::sparse::supernodalInverse(panels); });
+  korin::sparse::panelDiagonal(panels, view.permutation(), diagonal.data());
   times.operations = 0.0;
   for (unsigned int g = 0; g < panels.groupCount; ++g) {
     const double n = panels.firstColumn[g + 1] - panels.firstColumn[g];
@@ -123,17 +123,17 @@ void stepOnPanels(const cholmod_factor& L, Times& times, std::vector<double>& di
 void stepOnColumns(const cholmod_factor& L, Times& times, std::vector<double>& diagonal) {
   const auto* starts = static_cast<const unsigned int*>(L.p);
   const auto* perm = static_cast<const unsigned int*>(L.Perm);
-  const korin::SimplicialFactor factor{static_cast<unsigned int>(L.n), starts,
-                                       static_cast<const unsigned int*>(L.i),
-                                       static_cast<const double*>(L.x)};
+  const korin::sparse::SimplicialFactor factor{static_cast<unsigned int>(L.n), starts,
+                                               static_cast<const unsigned int*>(L.i),
+                                               static_cast<const double*>(L.x)};
   timed(times.columns, [&] {
     std::vector<double> inverse(starts[L.n]);
-    korin::simplicialInverse(factor, inverse.data());
+    korin::sparse::simplicialInverse(factor, inverse.data());
   });
   std::vector<unsigned int> mappedStarts(L.n + 1), mappedRows(starts[L.n]);
   std::vector<double> mappedValues(starts[L.n]);
   const double before = seconds();
-  const korin::InverseSubset subset(factor, korin::FactorPattern::Elimination);
+  const korin::sparse::InverseSubset subset(factor, korin::sparse::FactorPattern::Elimination);
   subset.diagonal(perm, diagonal.data());
   times.subset = std::min(times.subset, 1e3 * (seconds() - before));
   timed(times.map,

@@ -9,7 +9,7 @@
 #include <memory>
 #include <new>
 
-namespace korin {
+namespace korin::kernels {
 
 /// Frees the block of memory that panels lie in.
 struct FreeBlock {
@@ -54,6 +54,6 @@ inline PanelStorage zeroPanels(std::size_t count) {
   return PanelStorage(static_cast<double*>(block), FreeBlock{block});
 }
 
-}  // namespace korin
+}  // namespace korin::kernels
 
 #endif

@@ -44,17 +44,18 @@ CholmodHandle<cholmod_sparse> toSparse(Factorisation& f) {
 /// Inverts in place, on the panels that CHOLMOD left.
 void invertSupernodal(const cholmod_factor& L, double* diagonal) {
   const CholmodPanels view(L);
-  korin::supernodalInverse(view.panels());
-  korin::panelDiagonal(view.panels(), view.permutation(), diagonal);
+  korin::sparse::supernodalInverse(view.panels());
+  korin::sparse::panelDiagonal(view.panels(), view.permutation(), diagonal);
 }
 
 /// `complete`: the factorisation went through to the last column.
 void invertSimplicial(const cholmod_sparse& L, bool complete, const void* perm, double* diagonal) {
-  const korin::SimplicialFactor factor{
+  const korin::sparse::SimplicialFactor factor{
       static_cast<unsigned int>(L.ncol), static_cast<const unsigned int*>(L.p),
       static_cast<const unsigned int*>(L.i), static_cast<const double*>(L.x)};
-  const korin::InverseSubset subset(
-      factor, complete ? korin::FactorPattern::Elimination : korin::FactorPattern::Any);
+  const korin::sparse::InverseSubset subset(factor, complete
+                                                        ? korin::sparse::FactorPattern::Elimination
+                                                        : korin::sparse::FactorPattern::Any);
   subset.diagonal(static_cast<const unsigned int*>(perm), diagonal);
 }
 

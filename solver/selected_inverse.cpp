@@ -12,7 +12,7 @@
 namespace zeph_solver {
 namespace {
 
-LuFactors factorsOf(const ProtoSparse& A) {
+korin::sparse::LuFactors factorsOf(const ProtoSparse& A) {
   A.sortElements();
   const std::size_t capacity = std::max<std::size_t>(A.nz(), 1);
   std::vector<int> colPointers(A.colCount + 1, 0);
@@ -28,9 +28,10 @@ LuFactors factorsOf(const ProtoSparse& A) {
 void partialInverseLUSelected(const ProtoSparse& A, ZtVector& diagonal) {
   const std::size_t n = std::min<std::size_t>(A.rowCount, A.colCount);
   if (n == 0) return;
-  const LuFactors factors = A.getInvalidIndex() == kNoIndex ? factorsOf(A) : LuFactors();
+  const korin::sparse::LuFactors factors =
+      A.getInvalidIndex() == kNoIndex ? factorsOf(A) : korin::sparse::LuFactors();
   if (factors.invertible) {
-    luInverseDiagonal(factors, diagonal.data);
+    korin::sparse::luInverseDiagonal(factors, diagonal.data);
   } else {
     std::fill_n(diagonal.data, n, std::numeric_limits<double>::quiet_NaN());
   }

@@ -77,7 +77,7 @@ class CholmodRun {
   zeph_solver::CholmodHandle<cholmod_factor> factor_;
 };
 
-korin::SimplicialFactor view(const cholmod_sparse& L) {
+korin::sparse::SimplicialFactor view(const cholmod_sparse& L) {
   return {static_cast<unsigned int>(L.ncol), static_cast<const unsigned int*>(L.p),
           static_cast<const unsigned int*>(L.i), static_cast<const double*>(L.x)};
 }
@@ -89,14 +89,14 @@ double inverseStep(CholmodRun& run, double* diagonal) {
   if (!L.is_super) {
     const auto columns = run.takeColumns();
     return seconds([&] {
-      korin::InverseSubset(view(*columns.get()), korin::FactorPattern::Elimination)
+      korin::sparse::InverseSubset(view(*columns.get()), korin::sparse::FactorPattern::Elimination)
           .diagonal(run.order(), diagonal);
     });
   }
   return seconds([&] {
     const zeph_solver::CholmodPanels view(L);
-    korin::supernodalInverse(view.panels());
-    korin::panelDiagonal(view.panels(), view.permutation(), diagonal);
+    korin::sparse::supernodalInverse(view.panels());
+    korin::sparse::panelDiagonal(view.panels(), view.permutation(), diagonal);
   });
 }
 
@@ -118,7 +118,7 @@ double stepOperations(const cholmod_factor& L) {
 double simplicialStep(CholmodRun& run, double limit, std::vector<double>& diagonal) {
   run.factorise();
   const auto columns = run.columns();
-  const korin::SimplicialFactor L = view(*columns.get());
+  const korin::sparse::SimplicialFactor L = view(*columns.get());
   double work = 0.0;
   for (unsigned int j = 0; j < L.n; ++j) {
     const double length = L.colStarts[j + 1] - L.colStarts[j];
@@ -131,7 +131,7 @@ double simplicialStep(CholmodRun& run, double limit, std::vector<double>& diagon
     inverse = {};
     best.add(seconds([&] {
       inverse.resize(L.colStarts[L.n]);
-      korin::simplicialInverse(L, inverse.data());
+      korin::sparse::simplicialInverse(L, inverse.data());
     }));
   });
   for (unsigned int j = 0; j < L.n; ++j) diagonal[run.order()[j]] = inverse[L.colStarts[j]];

@@ -179,7 +179,7 @@ void SparseMxMatrix<Index, Real>::partialInverseCholesky(SparseMxMatrix& result,
                                                          const Index* perm) const {
   static_assert(std::is_same_v<Index, unsigned int> && std::is_same_v<Real, double>,
                 "the recurrence is written for 32-bit indices and doubles");
-  const InverseSubset subset(SimplicialFactor{rows, colStarts, rowIndices, values});
+  const sparse::InverseSubset subset(sparse::SimplicialFactor{rows, colStarts, rowIndices, values});
   subset.mapTo(perm, result.colStarts, result.rowIndices, result.values);
 }
 

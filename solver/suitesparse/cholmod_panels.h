@@ -18,13 +18,13 @@ class CholmodPanels {
   CholmodPanels(const CholmodPanels&) = delete;
   CholmodPanels& operator=(const CholmodPanels&) = delete;
 
-  const korin::SupernodalFactor& panels() const { return panels_; }
+  const korin::sparse::SupernodalFactor& panels() const { return panels_; }
   /// permutation()[k] is the row of the matrix that became row k of the factor.
   const unsigned int* permutation() const { return permutation_; }
 
  private:
   std::vector<std::size_t> starts_;
-  korin::SupernodalFactor panels_;
+  korin::sparse::SupernodalFactor panels_;
   const unsigned int* permutation_;
 };
 

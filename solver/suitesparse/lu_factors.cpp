@@ -10,6 +10,9 @@
 #include "solver/suitesparse/suitesparse_handles.h"
 
 namespace zeph_solver {
+
+using korin::sparse::CompressedLines;
+using korin::sparse::LuFactors;
 namespace {
 
 // A pivot no larger than this multiple of the sum of magnitudes that it was subtracted from holds

@@ -4,18 +4,22 @@
 #include <cstddef>
 #include <vector>
 
-#include "math/containers/sparsemxmatrix.h"
 #include "sparse/inverse/simplicial_inverse.h"
 #include "sparse/inverse/supernodal_inverse.h"
 
-namespace korin {
+namespace korin::sparse {
 
 namespace {
 
 /// Panels must promise a gain beyond the error of the estimates.
 constexpr double kWorthPanels = 0.8;
 
-using Tracker = IndexTracker<unsigned int>;
+/// A row of a group: where it stands among the group's rows, and its index after the permutation.
+struct Tracker {
+  unsigned int position;
+  unsigned int key;
+  friend bool operator<(const Tracker& a, const Tracker& b) { return a.key < b.key; }
+};
 
 /// places[i] = where rows[i] is among the panel's rows, which hold them all.
 void findPlaces(const unsigned int* rows, unsigned int count, const unsigned int* panelRows,
@@ -38,13 +42,13 @@ void dropPosition(std::vector<Tracker>& order, unsigned int position) {
 InverseSubset::InverseSubset(const SimplicialFactor& factor, FactorPattern pattern)
     : factor_(factor) {
   if (preparePanels(pattern)) {
-    storage_ = zeroPanels(merged_.panelStart.back());
+    storage_ = kernels::zeroPanels(merged_.panelStart.back());
     panels_ = merged_.over(factor_.n, storage_.get());
     gatherPanels(factor_, panels_);
     supernodalInverse(panels_);
   } else {
     merged_ = {};
-    storage_ = zeroPanels(factor_.colStarts[factor_.n]);
+    storage_ = kernels::zeroPanels(factor_.colStarts[factor_.n]);
     simplicialInverse(factor_, storage_.get());
   }
 }
@@ -115,4 +119,4 @@ void InverseSubset::mapTo(const unsigned int* perm, unsigned int* colStarts,
   }
 }
 
-}  // namespace korin
+}  // namespace korin::sparse

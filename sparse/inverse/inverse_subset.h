@@ -4,7 +4,7 @@
 #include "kernels/panel_storage.h"
 #include "sparse/pattern/supernodes.h"
 
-namespace korin {
+namespace korin::sparse {
 
 /// What is known of a factor's pattern: nothing, or that it is the one that elimination gives, as a
 /// factorisation leaves it, so that it need not be checked before working on panels.
@@ -49,10 +49,10 @@ class InverseSubset {
   /// The same merged for the panels; empty when the inverse is laid out like the factor.
   ColumnGroups merged_;
   /// The inverse, on the merged groups' panels or laid out like the factor's values.
-  PanelStorage storage_;
+  kernels::PanelStorage storage_;
   SupernodalFactor panels_{};
 };
 
-}  // namespace korin
+}  // namespace korin::sparse
 
 #endif

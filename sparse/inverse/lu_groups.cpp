@@ -6,7 +6,7 @@
 #include <functional>
 #include <utility>
 
-namespace zeph_solver {
+namespace korin::sparse {
 namespace {
 
 using Indices = std::span<const int>;
@@ -391,4 +391,4 @@ LuGroups luGroups(const LuFactors& factors) {
   return groups;
 }
 
-}  // namespace zeph_solver
+}  // namespace korin::sparse

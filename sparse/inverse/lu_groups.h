@@ -5,9 +5,9 @@
 #include <span>
 #include <vector>
 
-#include "solver/suitesparse/lu_factors.h"
+#include "sparse/pattern/lu_factors.h"
 
-namespace zeph_solver {
+namespace korin::sparse {
 
 /// A list of indices for each of a number of groups, one after the other in one array.
 class IndexLists {
@@ -56,6 +56,6 @@ struct LuGroups {
 /// symmetric pruning (Eisenstat and Liu 1992).
 LuGroups luGroups(const LuFactors& factors);
 
-}  // namespace zeph_solver
+}  // namespace korin::sparse
 
 #endif

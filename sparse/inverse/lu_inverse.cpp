@@ -9,7 +9,7 @@
 #include "kernels/products/fused_product.h"
 #include "sparse/inverse/lu_groups.h"
 
-namespace zeph_solver {
+namespace korin::sparse {
 namespace {
 
 using std::ptrdiff_t;
@@ -40,11 +40,11 @@ void setZero(const Block& block) {
 class Workspace {
  public:
   void require(size_t rows, size_t cols) { size_ = std::max(size_, rows * cols); }
-  void allocate() { store_ = korin::rawPanels(size_); }
+  void allocate() { store_ = kernels::rawPanels(size_); }
   Block shaped(size_t rows, size_t cols) const { return {store_.get(), rows, cols, rows}; }
 
  private:
-  korin::PanelStorage store_;
+  kernels::PanelStorage store_;
   size_t size_ = 0;
 };
 
@@ -82,10 +82,10 @@ void subtractByKernel(const Block& c, Write write, const Block& a, bool transpos
                       bool transposeB) {
   const ptrdiff_t as = static_cast<ptrdiff_t>(a.stride);
   const ptrdiff_t bs = static_cast<ptrdiff_t>(b.stride);
-  korin::kernels::fusedProduct(
-      c.rows, c.cols, transposeA ? a.rows : a.cols, -1.0, a.data, transposeA ? as : 1,
-      transposeA ? 1 : as, b.data, transposeB ? bs : 1, transposeB ? 1 : bs,
-      write == Write::Over ? 0.0 : 1.0, c.data, 1, static_cast<ptrdiff_t>(c.stride));
+  kernels::fusedProduct(c.rows, c.cols, transposeA ? a.rows : a.cols, -1.0, a.data,
+                        transposeA ? as : 1, transposeA ? 1 : as, b.data, transposeB ? bs : 1,
+                        transposeB ? 1 : bs, write == Write::Over ? 0.0 : 1.0, c.data, 1,
+                        static_cast<ptrdiff_t>(c.stride));
 }
 
 // C -= A B
@@ -145,7 +145,7 @@ class SelectedInverse {
 
   const LuFactors& factors_;
   LuGroups groups_;
-  korin::PanelStorage store_;
+  kernels::PanelStorage store_;
   std::vector<Known> known_;
 
   // Of the group at hand: L11 and U11 in one square; -L11^-1 with Y below it; the transpose of
@@ -173,7 +173,7 @@ void SelectedInverse::layOut() {
   }
   for (Workspace* store : {&lu11Store_, &yStore_, &xtStore_, &z22Store_}) store->allocate();
   // Left uninitialised: every entry is written before it is read.
-  store_ = korin::rawPanels(total);
+  store_ = kernels::rawPanels(total);
   double* next = store_.get();
   for (Known& known : known_) {
     for (Block* block : {&known.columns, &known.z12}) {
@@ -409,4 +409,4 @@ void luInverseDiagonal(const LuFactors& factors, double* diagonal) {
   }
 }
 
-}  // namespace zeph_solver
+}  // namespace korin::sparse

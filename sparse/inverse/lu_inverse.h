@@ -1,9 +1,9 @@
 #ifndef ZEPH_SPARSE_INVERSE_LU_INVERSE_H
 #define ZEPH_SPARSE_INVERSE_LU_INVERSE_H
 
-#include "solver/suitesparse/lu_factors.h"
+#include "sparse/pattern/lu_factors.h"
 
-namespace zeph_solver {
+namespace korin::sparse {
 
 /// Diagonal of the inverse of a square matrix from its LU factors, d[i] = (A^-1)(i, i).
 ///
@@ -24,6 +24,6 @@ namespace zeph_solver {
 /// Throws std::bad_alloc only.
 void luInverseDiagonal(const LuFactors& factors, double* diagonal);
 
-}  // namespace zeph_solver
+}  // namespace korin::sparse
 
 #endif

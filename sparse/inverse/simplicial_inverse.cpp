@@ -2,7 +2,7 @@
 
 #include <vector>
 
-namespace korin {
+namespace korin::sparse {
 
 namespace {
 
@@ -82,4 +82,4 @@ double estimatedTime(const SimplicialFactor& f) {
   return kPerColumn * f.n + kPerEntry * f.colStarts[f.n] + kPerTerm * terms;
 }
 
-}  // namespace korin
+}  // namespace korin::sparse

@@ -3,7 +3,7 @@
 
 #include "sparse/pattern/supernodes.h"
 
-namespace korin {
+namespace korin::sparse {
 
 /// Entries of (L L^T)^-1 on the pattern of L, column by column (Takahashi, Fagan and Chin, 1973).
 ///
@@ -18,6 +18,6 @@ void simplicialInverse(const SimplicialFactor& factor, double* inverse);
 /// Estimated time of `simplicialInverse` in nanoseconds, on the scale of the panels' estimate.
 double estimatedTime(const SimplicialFactor& factor);
 
-}  // namespace korin
+}  // namespace korin::sparse
 
 #endif

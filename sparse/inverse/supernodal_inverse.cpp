@@ -7,7 +7,7 @@
 #include "kernels/tiles/transpose.h"
 #include "kernels/triangles/triangle_inverse.h"
 
-namespace korin {
+namespace korin::sparse {
 
 namespace {
 
@@ -334,4 +334,4 @@ void supernodalInverse(const SupernodalFactor& factor) {
   for (unsigned int g = factor.groupCount; g-- > 0;) inverter.invertGroup(g);
 }
 
-}  // namespace korin
+}  // namespace korin::sparse

@@ -3,7 +3,7 @@
 
 #include "sparse/pattern/supernodes.h"
 
-namespace korin {
+namespace korin::sparse {
 
 /// Entries of (L L^T)^-1 on the pattern of L's panels, written over L.
 ///
@@ -18,6 +18,6 @@ namespace korin {
 /// beyond the panels: about one panel of the largest group, with a strip of Z22.
 void supernodalInverse(const SupernodalFactor& factor);
 
-}  // namespace korin
+}  // namespace korin::sparse
 
 #endif

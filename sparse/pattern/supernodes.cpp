@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-namespace korin {
+namespace korin::sparse {
 
 namespace {
 
@@ -181,4 +181,4 @@ void panelDiagonal(const SupernodalFactor& panels, const unsigned int* perm, dou
   }
 }
 
-}  // namespace korin
+}  // namespace korin::sparse

@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <vector>
 
-namespace korin {
+namespace korin::sparse {
 
 /// View of an n x n lower-triangular matrix in compressed columns, rows ascending in every column,
 /// diagonal entry first. Nothing is owned.
@@ -89,6 +89,6 @@ void gatherPanels(const SimplicialFactor& factor, const SupernodalFactor& panels
 /// diagonal[perm[k]] = entry (k, k), n of them.
 void panelDiagonal(const SupernodalFactor& panels, const unsigned int* perm, double* diagonal);
 
-}  // namespace korin
+}  // namespace korin::sparse
 
 #endif

@@ -110,21 +110,22 @@ void expectInverse(Columns l, const Dense& expected, std::mt19937& random) {
 /// Runs the recurrence on panels, which the library leaves to factors where they pay, at every
 /// processor level.
 void expectPanelInverse(Columns l, const Dense& expected) {
-  const korin::SimplicialFactor factor{static_cast<unsigned int>(expected.size()), l.starts.data(),
-                                       l.rows.data(), l.values.data()};
-  const korin::ColumnGroups found = korin::findColumnGroups(factor);
-  ASSERT_TRUE(korin::isEliminationPattern(factor, found));
-  const auto sketch = korin::sketchGroups(factor);
+  const korin::sparse::SimplicialFactor factor{static_cast<unsigned int>(expected.size()),
+                                               l.starts.data(), l.rows.data(), l.values.data()};
+  const korin::sparse::ColumnGroups found = korin::sparse::findColumnGroups(factor);
+  ASSERT_TRUE(korin::sparse::isEliminationPattern(factor, found));
+  const auto sketch = korin::sparse::sketchGroups(factor);
   ASSERT_EQ(sketch.size(), found.count());
-  for (const korin::ColumnGroups& groups :
-       {found, korin::columnGroups(factor, korin::mergeGroups(sketch))}) {
+  for (const korin::sparse::ColumnGroups& groups :
+       {found, korin::sparse::columnGroups(factor, korin::sparse::mergeGroups(sketch))}) {
     for (const auto level :
          {ProcessorLevel::Baseline, ProcessorLevel::Avx2, ProcessorLevel::Avx512}) {
       korin::kernels::forceProcessorLevel(level);
-      const korin::PanelStorage storage = korin::zeroPanels(groups.panelStart.back());
-      const korin::SupernodalFactor panels = groups.over(factor.n, storage.get());
-      korin::gatherPanels(factor, panels);
-      korin::supernodalInverse(panels);
+      const korin::kernels::PanelStorage storage =
+          korin::kernels::zeroPanels(groups.panelStart.back());
+      const korin::sparse::SupernodalFactor panels = groups.over(factor.n, storage.get());
+      korin::sparse::gatherPanels(factor, panels);
+      korin::sparse::supernodalInverse(panels);
       for (unsigned int g = 0; g < groups.count(); ++g) {
         const unsigned int* rows = panels.rows + panels.rowStart[g];
         const double* value = panels.values + panels.panelStart[g];

@@ -8,7 +8,7 @@
 #include <random>
 #include <vector>
 
-namespace zeph_solver {
+namespace korin::sparse {
 namespace {
 
 // Factors of any pattern: closing it under elimination is left to the inverse. Pivots have a long
@@ -93,4 +93,4 @@ TEST(LuInverseTest, DiagonalOfAnyPatternMatchesDenseSolves) {
 }
 
 }  // namespace
-}  // namespace zeph_solver
+}  // namespace korin::sparse
