@@ -106,7 +106,7 @@ void BM_FusedPanel(benchmark::State& state) {
   Matrix c = randomMatrix(n, m);
   const auto rows = static_cast<std::ptrdiff_t>(m), inner = static_cast<std::ptrdiff_t>(k);
   for (auto _ : state) {
-    fusedProduct(m, n, k, -1.0, a.data, 1, rows, b.data, 1, inner, 1.0, c.data, 1, rows);
+    fusedProduct(m, n, k, -1.0, {a.data, 1, rows}, {b.data, 1, inner}, 1.0, {c.data, 1, rows});
     benchmark::ClobberMemory();
   }
   reportRate(state, 2.0 * static_cast<double>(m * n * k));

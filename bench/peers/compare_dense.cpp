@@ -81,8 +81,9 @@ void measure(std::size_t n, double limit) {
   contestants.push_back({"ours", [&] { c.setMatMulMat(a, b); }, {}});
   contestants.push_back({"fused",
                          [&] {
-                           korin::kernels::fusedProduct(n, n, n, 1.0, a.data, stride, 1, b.data,
-                                                        stride, 1, 0.0, c.data, stride, 1);
+                           korin::kernels::fusedProduct(n, n, n, 1.0, {a.data, stride, 1},
+                                                        {b.data, stride, 1}, 0.0,
+                                                        {c.data, stride, 1});
                          },
                          {}});
   if (level > ProcessorLevel::Avx2) {

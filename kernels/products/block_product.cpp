@@ -15,29 +15,28 @@ namespace {
 using std::ptrdiff_t;
 using std::size_t;
 
-// Row-major blocks; a sub-block begins at row i and column j.
-struct ConstBlock {
-  const double* data;
-  ptrdiff_t stride;
-  const double* row(size_t i) const { return data + static_cast<ptrdiff_t>(i) * stride; }
-  ConstBlock at(size_t i, size_t j) const { return {row(i) + j, stride}; }
-};
+// All blocks here are row-major.
+Block rowMajor(double* data, ptrdiff_t stride) {
+  return {data, stride, 1};
+}
 
-struct Block {
-  double* data;
-  ptrdiff_t stride;
-  operator ConstBlock() const { return {data, stride}; }
-  double* row(size_t i) const { return data + static_cast<ptrdiff_t>(i) * stride; }
-  Block at(size_t i, size_t j) const { return {row(i) + j, stride}; }
-};
+ConstBlock rowMajor(const double* data, ptrdiff_t stride) {
+  return {data, stride, 1};
+}
+
+template <class Element>
+Element* row(const StridedBlock<Element>& block, size_t i) {
+  return block.at(i, 0).data;
+}
 
 void combine(Combine how, size_t m, size_t n, ConstBlock x, ConstBlock y, Block out) {
-  tiles().combine(how, m, n, x.data, x.stride, y.data, y.stride, out.data, out.stride, nullptr);
+  tiles().combine(how, m, n, x.data, x.rowStride, y.data, y.rowStride, out.data, out.rowStride,
+                  nullptr);
 }
 
 bool overlap(size_t rowsX, size_t colsX, ConstBlock x, size_t rowsY, size_t colsY, ConstBlock y) {
-  return overlap(Extent{x.data, rowsX, colsX, static_cast<size_t>(x.stride)},
-                 Extent{y.data, rowsY, colsY, static_cast<size_t>(y.stride)});
+  return overlap(Extent{x.data, rowsX, colsX, static_cast<size_t>(x.rowStride)},
+                 Extent{y.data, rowsY, colsY, static_cast<size_t>(y.rowStride)});
 }
 
 // The sums of one group of columns, each kept in C after every step as an overlapping operand
@@ -45,17 +44,17 @@ bool overlap(size_t rowsX, size_t colsX, ConstBlock x, size_t rowsY, size_t cols
 void sumInPlace(size_t m, size_t k, size_t firstCol, size_t cols, ConstBlock a, ConstBlock b,
                 Block c) {
   for (size_t i = 0; i < m; ++i) {
-    double* sums = c.row(i) + firstCol;
+    double* sums = row(c, i) + firstCol;
     for (size_t p = 0; p < k; ++p) {
-      const double factor = a.row(i)[p];
-      const double* row = b.row(p) + firstCol;
-      for (size_t j = 0; j < cols; ++j) sums[j] += factor * row[j];
+      const double factor = row(a, i)[p];
+      const double* terms = row(b, p) + firstCol;
+      for (size_t j = 0; j < cols; ++j) sums[j] += factor * terms[j];
     }
   }
 }
 
 void overlappingProduct(size_t m, size_t n, size_t k, ConstBlock a, ConstBlock b, Block c) {
-  for (size_t i = 0; i < m; ++i) std::fill_n(c.row(i), n, 0.0);
+  for (size_t i = 0; i < m; ++i) std::fill_n(row(c, i), n, 0.0);
   constexpr size_t kGroup = 5;
   size_t j = 0;
   if (n > 14) {
@@ -65,8 +64,8 @@ void overlappingProduct(size_t m, size_t n, size_t k, ConstBlock a, ConstBlock b
 }
 
 void multiply(bool small, size_t m, size_t n, size_t k, ConstBlock a, ConstBlock b, Block c) {
-  (small ? loopProduct : blockProduct)(m, n, k, a.data, a.stride, b.data, b.stride, c.data,
-                                       c.stride);
+  (small ? loopProduct : blockProduct)(m, n, k, a.data, a.rowStride, b.data, b.rowStride, c.data,
+                                       c.rowStride);
 }
 
 // A factor of one of the seven products: x, x + y or x - y.
@@ -88,8 +87,8 @@ class SevenProducts {
     const size_t right = packs_ ? PackedRight::room(h, h) : h * h;
     const auto stride = static_cast<ptrdiff_t>(h);
     buffer_ = allocateAligned(right + 2 * strip_ * h);
-    right_ = {buffer_.get(), stride};
-    left_ = {buffer_.get() + right, stride};
+    right_ = rowMajor(buffer_.get(), stride);
+    left_ = rowMajor(buffer_.get() + right, stride);
     product_ = left_.at(strip_, 0);
   }
 
@@ -104,7 +103,7 @@ class SevenProducts {
   void multiplyAndUse(const Factor& x, const Factor& y, Block out, Use use) {
     PackedRight packed(h_, h_, buffer_.get());
     if (packs_) {
-      packed.fill(y.how, y.x.data, y.x.stride, y.y.data, y.y.stride);
+      packed.fill(y.how, y.x.data, y.x.rowStride, y.y.data, y.y.rowStride);
     } else if (y.how != Combine::Copy) {
       combine(y.how, h_, h_, y.x, y.y, right_);
     }
@@ -118,10 +117,10 @@ class SevenProducts {
       }
       const Block product = out.data == nullptr ? product_ : out.at(first, 0);
       if (packs_) {
-        packed.multiply(rows, {left.data, left.stride, 1}, {product.data, product.stride, 1});
+        packed.multiply(rows, left, product);
       } else {
-        blockProduct(rows, h_, h_, left.data, left.stride, right.data, right.stride, product.data,
-                     product.stride);
+        blockProduct(rows, h_, h_, left.data, left.rowStride, right.data, right.rowStride,
+                     product.data, product.rowStride);
       }
       for (size_t i = 0; i < rows; i += kStripRows) {
         use(first + i, std::min(kStripRows, rows - i), product.at(i, 0));
@@ -151,7 +150,7 @@ void SevenProducts::run(ConstBlock a, ConstBlock b, Block c) {
   const auto difference = [](ConstBlock x, ConstBlock y) {
     return Factor{Combine::Difference, x, y};
   };
-  const Block buffer{nullptr, 0};
+  const Block buffer;
   const auto nothing = [](size_t, size_t, ConstBlock) {};
   // Rows i ... of a quarter of C become themselves plus or minus the rows of a product.
   const auto join = [h](Combine how, Block quarter, size_t i, size_t rows, ConstBlock product) {
@@ -187,7 +186,7 @@ void eightProducts(bool small, size_t m, size_t n, size_t k, size_t hm, size_t h
   const AlignedBuffer buffer = allocateAligned((m - hm) * (n - hn));
   const auto quarter = [&](size_t i, size_t rows, size_t j, size_t cols) {
     const Block out = c.at(i, j);
-    const Block t{buffer.get(), static_cast<ptrdiff_t>(cols)};
+    const Block t = rowMajor(buffer.get(), static_cast<ptrdiff_t>(cols));
     multiply(small, rows, cols, hk, a.at(i, 0), b.at(0, j), out);
     multiply(small, rows, cols, k - hk, a.at(i, hk), b.at(hk, j), t);
     combine(Combine::Sum, rows, cols, out, t, out);
@@ -202,9 +201,11 @@ void eightProducts(bool small, size_t m, size_t n, size_t k, size_t hm, size_t h
 
 void loopProduct(size_t m, size_t n, size_t k, const double* a, ptrdiff_t lda, const double* b,
                  ptrdiff_t ldb, double* c, ptrdiff_t ldc) {
-  const Block target{c, ldc};
-  if (overlap(m, k, {a, lda}, m, n, target) || overlap(k, n, {b, ldb}, m, n, target)) {
-    overlappingProduct(m, n, k, {a, lda}, {b, ldb}, target);
+  const Block target = rowMajor(c, ldc);
+  const ConstBlock left = rowMajor(a, lda);
+  const ConstBlock right = rowMajor(b, ldb);
+  if (overlap(m, k, left, m, n, target) || overlap(k, n, right, m, n, target)) {
+    overlappingProduct(m, n, k, left, right, target);
   } else {
     orderedProduct(m, n, k, a, lda, b, ldb, c, ldc);
   }
@@ -216,9 +217,9 @@ void blockProduct(size_t m, size_t n, size_t k, const double* a, ptrdiff_t lda, 
   size_t hn = n / 2;
   size_t hk = k / 2;
   const bool small = hm <= kBlockedLimit || hk <= kBlockedLimit || hn <= kBlockedLimit;
-  const ConstBlock left{a, lda};
-  const ConstBlock right{b, ldb};
-  const Block target{c, ldc};
+  const ConstBlock left = rowMajor(a, lda);
+  const ConstBlock right = rowMajor(b, ldb);
+  const Block target = rowMajor(c, ldc);
   // An odd order takes the other way: its halves would not be square.
   if (m % 2 == 0 && m == k && k == n) {
     if (!overlap(m, k, left, m, n, target) && !overlap(k, n, right, m, n, target)) {
@@ -226,8 +227,8 @@ void blockProduct(size_t m, size_t n, size_t k, const double* a, ptrdiff_t lda, 
     }
     const AlignedBuffer whole =
         allocateAligned(m * n);  // all products come before the first sum in C
-    SevenProducts(small, hm).run(left, right, {whole.get(), static_cast<ptrdiff_t>(n)});
-    for (size_t i = 0; i < m; ++i) std::copy_n(whole.get() + i * n, n, target.row(i));
+    SevenProducts(small, hm).run(left, right, rowMajor(whole.get(), static_cast<ptrdiff_t>(n)));
+    for (size_t i = 0; i < m; ++i) std::copy_n(whole.get() + i * n, n, row(target, i));
     return;
   }
   hk &= ~size_t{1};

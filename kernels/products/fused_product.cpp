@@ -29,24 +29,18 @@ std::size_t dotOverhead(std::size_t m, std::size_t n, std::size_t k) {
 
 }  // namespace
 
-void fusedProduct(std::size_t m, std::size_t n, std::size_t k, double alpha, const double* a,
-                  std::ptrdiff_t ars, std::ptrdiff_t acs, const double* b, std::ptrdiff_t brs,
-                  std::ptrdiff_t bcs, double beta, double* c, std::ptrdiff_t crs,
-                  std::ptrdiff_t ccs) {
+void fusedProduct(std::size_t m, std::size_t n, std::size_t k, double alpha, const ConstBlock& a,
+                  const ConstBlock& b, double beta, const Block& c) {
   const unsigned flags =
       (beta == 0.0 ? kTileFresh : kTileUpdate) | (alpha < 0.0 ? kTileNegate : kTileFresh);
-  const Operand left{a, ars, acs};
-  const Operand right{b, brs, bcs};
-  const Target target{c, crs, ccs};
-  const std::size_t direct = tileOverhead(m, n, k, bcs, ccs);
-  const std::size_t swapped = tileOverhead(n, m, k, ars, crs);
-  if (acs == 1 && brs == 1 && dotOverhead(m, n, k) < std::min(direct, swapped)) {
-    dotProduct(m, n, k, left, right, target, flags);
+  const std::size_t direct = tileOverhead(m, n, k, b.colStride, c.colStride);
+  const std::size_t swapped = tileOverhead(n, m, k, a.rowStride, c.rowStride);
+  if (a.colStride == 1 && b.rowStride == 1 && dotOverhead(m, n, k) < std::min(direct, swapped)) {
+    dotProduct(m, n, k, a, b, c, flags);
   } else if (direct <= swapped) {
-    tiledProduct(TileFamily::Fused, m, n, k, left, right, target, flags);
+    tiledProduct(TileFamily::Fused, m, n, k, a, b, c, flags);
   } else {  // C^T = B^T A^T
-    tiledProduct(TileFamily::Fused, n, m, k, right.transposed(), left.transposed(),
-                 target.transposed(), flags);
+    tiledProduct(TileFamily::Fused, n, m, k, b.transposed(), a.transposed(), c.transposed(), flags);
   }
 }
 

@@ -3,13 +3,13 @@
 
 #include <cstddef>
 
+#include "kernels/block.h"
+
 namespace korin::kernels {
 
 /// General matrix product C = beta*C + alpha*A*B with fused multiply-add and free summation order.
-///
-/// Element (i, j) of a matrix X lies at x[i*xrs + j*xcs] (row stride, column stride), so transposed
-/// and column-major operands cost nothing extra to describe. For factorisations and inverses, whose
-/// results are wanted to rounding only; where the order of a sum matters, see ordered_product.h.
+/// For factorisations and inverses, whose results are wanted to rounding only; where the order of a
+/// sum matters, see ordered_product.h.
 ///
 /// @param m,n,k  C is m x n, A is m x k, B is k x n; any of them may be 0. With k = 0 and
 ///               beta = 0, C is set to zero.
@@ -17,12 +17,10 @@ namespace korin::kernels {
 /// @param beta   0.0 (C is written, never read) or 1.0 (C is updated).
 ///
 /// C must overlap neither A nor B; its stride along at least one dimension should be 1 for speed.
-/// Nothing is checked, nothing is thrown, nothing is allocated on the heap after a thread's first
-/// call. Cost: 2*m*n*k operations.
-void fusedProduct(std::size_t m, std::size_t n, std::size_t k, double alpha, const double* a,
-                  std::ptrdiff_t ars, std::ptrdiff_t acs, const double* b, std::ptrdiff_t brs,
-                  std::ptrdiff_t bcs, double beta, double* c, std::ptrdiff_t crs,
-                  std::ptrdiff_t ccs);
+/// Nothing is checked. Allocates on the heap only in a thread's first call, which may throw
+/// std::bad_alloc. Cost: 2*m*n*k operations.
+void fusedProduct(std::size_t m, std::size_t n, std::size_t k, double alpha, const ConstBlock& a,
+                  const ConstBlock& b, double beta, const Block& c);
 
 }  // namespace korin::kernels
 

@@ -50,16 +50,17 @@ class EvenParts {
   std::size_t longer_;
 };
 
-// One block: all rows of C, at most kColumns columns, at most kInner terms of the sums.
-struct Block {
+// One piece of a product: all rows of C, at most kColumns columns, at most kInner terms of the
+// sums.
+struct Piece {
   TileFamily family;
   std::size_t m, n, k;
-  Operand a, b;
-  Target c;
+  ConstBlock a, b;
+  Block c;
   unsigned flags;
 };
 
-// Tiles that stand in one column of a block: their columns and what they read of B.
+// Tiles that stand in one column of a piece: their columns and what they read of B.
 struct TileColumn {
   std::size_t j, cols, vectors, lastCols;
   TileTail tail;
@@ -75,7 +76,7 @@ TileTail tailOf(const TileTable& table, std::size_t lastCols, bool packed) {
   return packed || lastCols == table.width ? TileTail::Whole : TileTail::Masked;
 }
 
-// The tiles of a block that stand side by side, and how B lies packed for them.
+// The tiles of a piece that stand side by side, and how B lies packed for them.
 struct TileColumns {
   std::size_t count;
   PanelLayout layout;
@@ -113,7 +114,7 @@ struct TileColumns {
 // Has tile(c, crs), which makes a tile of C in row-major order, make it in a copy: for a C without
 // unit column stride.
 template <class Tile>
-__attribute__((noinline)) void runInCopy(const TileTable& table, const Target& c, std::size_t rows,
+__attribute__((noinline)) void runInCopy(const TileTable& table, const Block& c, std::size_t rows,
                                          std::size_t cols, unsigned flags, Tile tile) {
   alignas(64) double copy[kMaxTileRows * kMaxTileCols];
   if (c.rowStride == 1) {
@@ -125,95 +126,96 @@ __attribute__((noinline)) void runInCopy(const TileTable& table, const Target& c
   }
   if ((flags & kTileUpdate) != 0) {
     for (std::size_t j = 0; j < cols; ++j) {
-      for (std::size_t r = 0; r < rows; ++r) copy[r * kMaxTileCols + j] = *c.at(r, j);
+      for (std::size_t r = 0; r < rows; ++r) copy[r * kMaxTileCols + j] = c(r, j);
     }
   }
   tile(copy, kMaxTileCols);
   for (std::size_t j = 0; j < cols; ++j) {
-    for (std::size_t r = 0; r < rows; ++r) *c.at(r, j) = copy[r * kMaxTileCols + j];
+    for (std::size_t r = 0; r < rows; ++r) c(r, j) = copy[r * kMaxTileCols + j];
   }
 }
 
 // `count` rows of tiles of the same height from row i on.
-void runTileRows(const TileTable& table, const Block& block, TileColumns& columns, std::size_t i,
+void runTileRows(const TileTable& table, const Piece& piece, TileColumns& columns, std::size_t i,
                  std::size_t rows, std::size_t count) {
-  const auto& tiles = block.family == TileFamily::Ordered ? table.ordered : table.fused;
+  const auto& tiles = piece.family == TileFamily::Ordered ? table.ordered : table.fused;
   TileColumn* const end = columns.tile + columns.count;
   for (TileColumn* t = columns.tile; t != end; ++t) {
     t->run = tiles[static_cast<int>(t->tail)][rows - 1][t->vectors - 1];
   }
-  const bool inPlace = block.c.colStride == 1;
+  const bool inPlace = piece.c.colStride == 1;
   for (; count != 0; --count, i += rows) {
-    const double* a = block.a.at(i, 0);
-    double* out = block.c.at(i, 0);
+    const double* a = piece.a.at(i, 0).data;
+    double* out = piece.c.at(i, 0).data;
     for (const TileColumn* t = columns.tile; t != end; ++t) {
       const auto tile = [&](double* c, std::ptrdiff_t crs) {
-        t->run(block.k, a, block.a.rowStride, block.a.colStride, t->b, t->brs, c, crs, t->lastCols,
-               block.flags);
+        t->run(piece.k, a, piece.a.rowStride, piece.a.colStride, t->b, t->brs, c, crs, t->lastCols,
+               piece.flags);
       };
       if (inPlace) {
-        tile(out + t->j, block.c.rowStride);
+        tile(out + t->j, piece.c.rowStride);
       } else {
-        runInCopy(table, block.c.from(i, t->j), rows, t->cols, block.flags, tile);
+        runInCopy(table, piece.c.at(i, t->j), rows, t->cols, piece.flags, tile);
       }
     }
   }
 }
 
 // The first row of tiles, which packs B for those below it.
-void runPackingRow(const TileTable& table, const Block& block, const TileColumns& columns,
+void runPackingRow(const TileTable& table, const Piece& piece, const TileColumns& columns,
                    double* panels) {
   const auto& tiles =
-      block.family == TileFamily::Ordered ? table.orderedPacking : table.fusedPacking;
+      piece.family == TileFamily::Ordered ? table.orderedPacking : table.fusedPacking;
   for (std::size_t part = 0; part < columns.count; ++part) {
     const TileColumn& t = columns.tile[part];
     const auto tile = [&](double* c, std::ptrdiff_t crs) {
       tiles[static_cast<int>(t.tail)][t.vectors - 1](
-          block.k, block.a.data, block.a.rowStride, block.a.colStride, t.b, t.brs, c, crs,
-          t.lastCols, block.flags, panels + columns.panelAt(part));
+          piece.k, piece.a.data, piece.a.rowStride, piece.a.colStride, t.b, t.brs, c, crs,
+          t.lastCols, piece.flags, panels + columns.panelAt(part));
     };
-    if (block.c.colStride == 1) {
-      tile(block.c.data + t.j, block.c.rowStride);
+    if (piece.c.colStride == 1) {
+      tile(piece.c.data + t.j, piece.c.rowStride);
     } else {
-      runInCopy(table, block.c.from(0, t.j), table.rows, t.cols, block.flags, tile);
+      runInCopy(table, piece.c.at(0, t.j), table.rows, t.cols, piece.flags, tile);
     }
   }
 }
 
-void packTransposed(const TileTable& table, const Block& block, const TileColumns& columns,
+void packTransposed(const TileTable& table, const Piece& piece, const TileColumns& columns,
                     double* panels) {
   for (std::size_t part = 0; part < columns.count; ++part) {
     const TileColumn& t = columns.tile[part];
-    packPanel(table, block.k, t.cols, block.b.at(0, t.j), block.b.rowStride, block.b.colStride,
+    packPanel(table, piece.k, t.cols, piece.b.at(0, t.j).data, piece.b.rowStride, piece.b.colStride,
               panels + columns.panelAt(part), t.vectors * table.width);
   }
 }
 
 // `pack` where B is to be packed first; with a B of unit column stride only where the first row of
 // tiles is a full one.
-void runBlock(const TileTable& table, const Block& block, TileColumns& columns, bool pack) {
-  const EvenParts rows(block.m, table.rows);
+void runPiece(const TileTable& table, const Piece& piece, TileColumns& columns, bool pack) {
+  const EvenParts rows(piece.m, table.rows);
   std::size_t done = 0;
   if (pack) {
     double* panels = packingBuffer(kInner * kColumns);
-    if (block.b.colStride != 1) {
-      packTransposed(table, block, columns, panels);
+    if (piece.b.colStride != 1) {
+      packTransposed(table, piece, columns, panels);
     } else {
-      runPackingRow(table, block, columns, panels);
+      runPackingRow(table, piece, columns, panels);
       done = 1;
     }
     columns.readPacked(table, panels);
   }
   const std::size_t high = rows.size(0), largest = rows.largest();
-  runTileRows(table, block, columns, done * high, high, largest - done);
+  runTileRows(table, piece, columns, done * high, high, largest - done);
   if (largest != rows.parts()) {
-    runTileRows(table, block, columns, largest * high, high - 1, rows.parts() - largest);
+    runTileRows(table, piece, columns, largest * high, high - 1, rows.parts() - largest);
   }
 }
 
 // Products of one column of tiles that read B where it lies.
 void runColumn(const TileTable& table, TileFamily family, std::size_t m, std::size_t n,
-               std::size_t k, const Operand& a, const Operand& b, const Target& c, unsigned flags) {
+               std::size_t k, const ConstBlock& a, const ConstBlock& b, const Block& c,
+               unsigned flags) {
   const std::size_t vectors = (n + table.width - 1) / table.width;
   const std::size_t lastCols = n - (vectors - 1) * table.width;
   const int tail = static_cast<int>(tailOf(table, lastCols, false));
@@ -224,38 +226,39 @@ void runColumn(const TileTable& table, TileFamily family, std::size_t m, std::si
   }
   const EvenParts rows(m, table.rows);
   for (std::size_t part = 0, i = 0; part < rows.parts(); i += rows.size(part), ++part) {
-    tile[rows.size(part) - 1][vectors - 1](k, a.at(i, 0), a.rowStride, a.colStride, b.data,
-                                           b.rowStride, c.at(i, 0), c.rowStride, lastCols, flags);
+    tile[rows.size(part) - 1][vectors - 1](k, a.at(i, 0).data, a.rowStride, a.colStride, b.data,
+                                           b.rowStride, c.at(i, 0).data, c.rowStride, lastCols,
+                                           flags);
   }
 }
 
-// Products block by block. Not to be inlined, for the sake of small products.
-__attribute__((noinline)) void runBlocks(const TileTable& table, TileFamily family, std::size_t m,
-                                         std::size_t n, std::size_t k, const Operand& a,
-                                         const Operand& b, const Target& c, bool pack,
+// Products piece by piece. Not to be inlined, for the sake of small products.
+__attribute__((noinline)) void runPieces(const TileTable& table, TileFamily family, std::size_t m,
+                                         std::size_t n, std::size_t k, const ConstBlock& a,
+                                         const ConstBlock& b, const Block& c, bool pack,
                                          unsigned flags) {
   const std::size_t vectors = table.vectors[EvenParts(m, table.rows).size(0) - 1];
   const EvenParts inner(k, kInner);
   for (std::size_t j = 0; j < n; j += kColumns) {
     for (std::size_t part = 0, p = 0; part < inner.parts(); p += inner.size(part), ++part) {
-      const Block block{family,
+      const Piece piece{family,
                         m,
                         std::min(kColumns, n - j),
                         inner.size(part),
-                        a.from(0, p),
-                        b.from(p, j),
-                        c.from(0, j),
+                        a.at(0, p),
+                        b.at(p, j),
+                        c.at(0, j),
                         part == 0 ? flags : flags | kTileUpdate};
-      TileColumns columns(table, block.k, block.n, vectors, block.b.data, block.b.rowStride);
-      runBlock(table, block, columns, pack);
+      TileColumns columns(table, piece.k, piece.n, vectors, piece.b.data, piece.b.rowStride);
+      runPiece(table, piece, columns, pack);
     }
   }
 }
 
 }  // namespace
 
-void tiledProduct(TileFamily family, std::size_t m, std::size_t n, std::size_t k, const Operand& a,
-                  const Operand& b, const Target& c, unsigned flags) {
+void tiledProduct(TileFamily family, std::size_t m, std::size_t n, std::size_t k,
+                  const ConstBlock& a, const ConstBlock& b, const Block& c, unsigned flags) {
   if (m == 0 || n == 0) return;
   const TileTable& table = tiles();
   const std::size_t highest = EvenParts(m, table.rows).size(0);
@@ -264,7 +267,7 @@ void tiledProduct(TileFamily family, std::size_t m, std::size_t n, std::size_t k
   if (n <= table.width * table.vectors[highest - 1] && k <= kInner && !pack && c.colStride == 1) {
     runColumn(table, family, m, n, k, a, b, c, flags);
   } else {
-    runBlocks(table, family, m, n, k, a, b, c, pack, flags);
+    runPieces(table, family, m, n, k, a, b, c, pack, flags);
   }
 }
 
@@ -282,15 +285,15 @@ void PackedRight::fill(Combine how, const double* x, std::ptrdiff_t xrs, const d
   table_.combine(how, k_, n_, x, xrs, y, yrs, buffer_, 0, &columns.layout);
 }
 
-void PackedRight::multiply(std::size_t m, const Operand& a, const Target& c) const {
+void PackedRight::multiply(std::size_t m, const ConstBlock& a, const Block& c) const {
   TileColumns columns(table_, k_, n_, table_.vectors[table_.rows - 1], buffer_, 0);
   columns.readPacked(table_, buffer_);
-  const Operand b{buffer_, 0, 1};
-  runBlock(table_, {TileFamily::Ordered, m, n_, k_, a, b, c, kTileFresh}, columns, false);
+  const ConstBlock b{buffer_, 0, 1};
+  runPiece(table_, {TileFamily::Ordered, m, n_, k_, a, b, c, kTileFresh}, columns, false);
 }
 
-void dotProduct(std::size_t m, std::size_t n, std::size_t k, const Operand& a, const Operand& b,
-                const Target& c, unsigned flags) {
+void dotProduct(std::size_t m, std::size_t n, std::size_t k, const ConstBlock& a,
+                const ConstBlock& b, const Block& c, unsigned flags) {
   if (m == 0 || n == 0) return;
   const TileTable& table = tiles();
   const EvenParts rowParts(m, kDotRows);
@@ -302,8 +305,9 @@ void dotProduct(std::size_t m, std::size_t n, std::size_t k, const Operand& a, c
       const std::size_t rows = rowParts.size(rowPart);
       for (std::size_t colPart = 0, j = 0; colPart < colParts.parts(); ++colPart) {
         const std::size_t cols = colParts.size(colPart);
-        table.dot[rows - 1][cols - 1](inner, a.at(i, p), a.rowStride, b.at(p, j), b.colStride,
-                                      c.at(i, j), c.rowStride, c.colStride, flags);
+        table.dot[rows - 1][cols - 1](inner, a.at(i, p).data, a.rowStride, b.at(p, j).data,
+                                      b.colStride, c.at(i, j).data, c.rowStride, c.colStride,
+                                      flags);
         j += cols;
       }
       i += rows;

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 
+#include "kernels/block.h"
 #include "kernels/tiles/tile.h"
 
 namespace korin::kernels {
@@ -10,32 +11,14 @@ namespace korin::kernels {
 /// Which family of register tiles a product uses; see TileFunction.
 enum class TileFamily { Ordered, Fused };
 
-/// A matrix described by the strides of its rows and columns: element (i, j) lies at
-/// data[i*rowStride + j*colStride].
-template <class Element>
-struct Strided {
-  Element* data;
-  std::ptrdiff_t rowStride;
-  std::ptrdiff_t colStride;
-  Element* at(std::size_t i, std::size_t j) const {
-    return data + static_cast<std::ptrdiff_t>(i) * rowStride +
-           static_cast<std::ptrdiff_t>(j) * colStride;
-  }
-  Strided from(std::size_t i, std::size_t j) const { return {at(i, j), rowStride, colStride}; }
-  Strided transposed() const { return {data, colStride, rowStride}; }
-};
-
-using Operand = Strided<const double>;
-using Target = Strided<double>;
-
 /// C = [C] +- A*B by register tiles, the frame that both families share; A is m x k, B is k x n.
 /// `flags` are TileFlags. C must not overlap A or B. With k = 0, C becomes zero or stays.
 ///
 /// The vectors of a tile run along the columns of B and C: a B without unit column stride is
 /// packed first, at the cost of one pass over it, and a C without it goes through copies of its
 /// tiles.
-void tiledProduct(TileFamily family, std::size_t m, std::size_t n, std::size_t k, const Operand& a,
-                  const Operand& b, const Target& c, unsigned flags);
+void tiledProduct(TileFamily family, std::size_t m, std::size_t n, std::size_t k,
+                  const ConstBlock& a, const ConstBlock& b, const Block& c, unsigned flags);
 
 /// The right operand of ordered products, packed once for many left operands.
 class PackedRight {
@@ -49,7 +32,7 @@ class PackedRight {
   /// B = x, x + y or x - y for row-major x and y.
   void fill(Combine how, const double* x, std::ptrdiff_t xrs, const double* y, std::ptrdiff_t yrs);
   /// C = A*B for a C of m rows, as tiledProduct with TileFamily::Ordered and kTileFresh.
-  void multiply(std::size_t m, const Operand& a, const Target& c) const;
+  void multiply(std::size_t m, const ConstBlock& a, const Block& c) const;
 
  private:
   const TileTable& table_;
@@ -61,8 +44,8 @@ class PackedRight {
 /// The same for few columns, in the fused family, where rows of A and columns of B are contiguous
 /// (a.colStride == 1, b.rowStride == 1; not checked): the vectors run along the sums, and nothing
 /// is packed.
-void dotProduct(std::size_t m, std::size_t n, std::size_t k, const Operand& a, const Operand& b,
-                const Target& c, unsigned flags);
+void dotProduct(std::size_t m, std::size_t n, std::size_t k, const ConstBlock& a,
+                const ConstBlock& b, const Block& c, unsigned flags);
 
 }  // namespace korin::kernels
 

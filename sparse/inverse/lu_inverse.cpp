@@ -5,6 +5,8 @@
 #include <span>
 #include <vector>
 
+#include "kernels/block.h"
+#include "kernels/copy_placed.h"
 #include "kernels/panel_storage.h"
 #include "kernels/products/fused_product.h"
 #include "sparse/inverse/lu_groups.h"
@@ -15,23 +17,27 @@ namespace {
 using std::ptrdiff_t;
 using std::size_t;
 
+using kernels::Block;
 using Indices = std::span<const int>;
 
-// Column-major view: column j starts at data + j * stride.
-struct Block {
-  double* data = nullptr;
+// A column-major block that knows its size.
+struct Panel : Block {
   size_t rows = 0;
   size_t cols = 0;
-  size_t stride = 0;
 
-  double* col(size_t j) const { return data + j * stride; }
-  double& operator()(size_t i, size_t j) const { return data[j * stride + i]; }
+  Panel() = default;
+  Panel(const Block& block, size_t r, size_t c) : Block(block), rows(r), cols(c) {}
+  // At `data`, without gaps between its columns.
+  Panel(double* data, size_t r, size_t c) : Panel({data, 1, static_cast<ptrdiff_t>(r)}, r, c) {}
+
+  double* col(size_t j) const { return data + static_cast<ptrdiff_t>(j) * colStride; }
+  double& operator()(size_t i, size_t j) const { return col(j)[i]; }
   size_t size() const { return rows * cols; }
-  Block colsFrom(size_t first, size_t count) const { return {col(first), rows, count, stride}; }
-  Block rowsFrom(size_t first, size_t count) const { return {data + first, count, cols, stride}; }
+  Panel colsFrom(size_t first, size_t count) const { return {at(0, first), rows, count}; }
+  Panel rowsFrom(size_t first, size_t count) const { return {at(first, 0), count, cols}; }
 };
 
-void setZero(const Block& block) {
+void setZero(const Panel& block) {
   for (size_t j = 0; j < block.cols; ++j) std::fill_n(block.col(j), block.rows, 0.0);
 }
 
@@ -41,7 +47,7 @@ class Workspace {
  public:
   void require(size_t rows, size_t cols) { size_ = std::max(size_, rows * cols); }
   void allocate() { store_ = kernels::rawPanels(size_); }
-  Block shaped(size_t rows, size_t cols) const { return {store_.get(), rows, cols, rows}; }
+  Panel shaped(size_t rows, size_t cols) const { return {store_.get(), rows, cols}; }
 
  private:
   kernels::PanelStorage store_;
@@ -77,21 +83,15 @@ double dot(const double* x, const double* y, size_t count) {
 // Whether a product is subtracted from what the target holds, or from zero.
 enum class Write { Over, Subtract };
 
-// C = [C] - op(A) op(B) by the dense kernels; op may transpose.
-void subtractByKernel(const Block& c, Write write, const Block& a, bool transposeA, const Block& b,
-                      bool transposeB) {
-  const ptrdiff_t as = static_cast<ptrdiff_t>(a.stride);
-  const ptrdiff_t bs = static_cast<ptrdiff_t>(b.stride);
-  kernels::fusedProduct(c.rows, c.cols, transposeA ? a.rows : a.cols, -1.0, a.data,
-                        transposeA ? as : 1, transposeA ? 1 : as, b.data, transposeB ? bs : 1,
-                        transposeB ? 1 : bs, write == Write::Over ? 0.0 : 1.0, c.data, 1,
-                        static_cast<ptrdiff_t>(c.stride));
+// C = [C] - A B by the dense kernels, where A is m x k and C is m x n.
+void subtractByKernel(const Panel& c, Write write, size_t k, const Block& a, const Block& b) {
+  kernels::fusedProduct(c.rows, c.cols, k, -1.0, a, b, write == Write::Over ? 0.0 : 1.0, c);
 }
 
 // C -= A B
-void subtractProduct(const Block& c, const Block& a, const Block& b) {
+void subtractProduct(const Panel& c, const Panel& a, const Panel& b) {
   if (a.size() * b.cols > kSmallProduct) {
-    return subtractByKernel(c, Write::Subtract, a, false, b, false);
+    return subtractByKernel(c, Write::Subtract, a.cols, a, b);
   }
   for (size_t j = 0; j < b.cols; ++j) {
     for (size_t k = 0; k < a.cols; ++k) subtractScaled(c.col(j), b(k, j), a.col(k), a.rows);
@@ -99,18 +99,13 @@ void subtractProduct(const Block& c, const Block& a, const Block& b) {
 }
 
 // C = [C] - A^T B
-void subtractTransposedProduct(const Block& c, Write write, const Block& a, const Block& b) {
-  if (a.size() * b.cols > kSmallProduct) return subtractByKernel(c, write, a, true, b, false);
+void subtractTransposedProduct(const Panel& c, Write write, const Panel& a, const Panel& b) {
+  if (a.size() * b.cols > kSmallProduct)
+    return subtractByKernel(c, write, a.rows, a.transposed(), b);
   if (write == Write::Over) setZero(c);
   for (size_t j = 0; j < b.cols; ++j) {
     for (size_t i = 0; i < a.cols; ++i) c(i, j) -= dot(a.col(i), b.col(j), a.rows);
   }
-}
-
-// target[i] = source[place[i]]
-void copyPlaced(const double* __restrict source, const int* __restrict place, size_t count,
-                double* __restrict target) {
-  for (size_t i = 0; i < count; ++i) target[i] = source[place[i]];
 }
 
 // Z on the transposed pattern of the groups, in their numbers of rows and columns.
@@ -129,8 +124,8 @@ class SelectedInverse {
   // Z of one group's pivots: their columns, from the rows of the group itself (Z11) to those beyond
   // it (Z21), and the columns of their rows beyond the group (Z12).
   struct Known {
-    Block columns;
-    Block z12;
+    Panel columns;
+    Panel z12;
   };
   enum class Part { Lower, Upper };
 
@@ -139,8 +134,8 @@ class SelectedInverse {
   void load(int g);
   void loadBeyond(Part part, int g);
   void solve(size_t first, size_t end);
-  void gatherColumns(Indices rows, Indices cols, const Block& z22);
-  void gatherRows(Indices rows, Indices cols, const Block& z22);
+  void gatherColumns(Indices rows, Indices cols, const Panel& z22);
+  void gatherRows(Indices rows, Indices cols, const Panel& z22);
   void locate(Indices wanted, int t, Indices beyond);
 
   const LuFactors& factors_;
@@ -150,7 +145,7 @@ class SelectedInverse {
 
   // Of the group at hand: L11 and U11 in one square; -L11^-1 with Y below it; the transpose of
   // U11^-1 with the transpose of X below it.
-  Block lu11_, y_, xt_;
+  Panel lu11_, y_, xt_;
   Workspace lu11Store_, yStore_, xtStore_, z22Store_;
   std::vector<int> place_;
 };
@@ -163,8 +158,8 @@ void SelectedInverse::layOut() {
     const size_t width = static_cast<size_t>(groups_.width(g));
     const size_t below = groups_.below[g].size();
     const size_t right = groups_.right[g].size();
-    known.columns = {nullptr, width + right, width, width + right};
-    known.z12 = {nullptr, width, below, width};
+    known.columns = {nullptr, width + right, width};
+    known.z12 = {nullptr, width, below};
     total += known.columns.size() + known.z12.size();
     lu11Store_.require(width, width);
     yStore_.require(width + below, width);
@@ -176,7 +171,7 @@ void SelectedInverse::layOut() {
   store_ = kernels::rawPanels(total);
   double* next = store_.get();
   for (Known& known : known_) {
-    for (Block* block : {&known.columns, &known.z12}) {
+    for (Panel* block : {&known.columns, &known.z12}) {
       block->data = next;
       next += block->size();
     }
@@ -190,18 +185,18 @@ void SelectedInverse::invertGroup(int g) {
   const Known& known = known_[g];
   load(g);
   solve(0, width);
-  const Block xt = xt_.rowsFrom(width, right.size());
-  const Block z21 = known.columns.rowsFrom(width, right.size());
+  const Panel xt = xt_.rowsFrom(width, right.size());
+  const Panel z21 = known.columns.rowsFrom(width, right.size());
   setZero(z21);
   for (size_t k = 0; k < below.size(); k += kStripWidth) {
     const Indices cols = below.subspan(k, std::min(kStripWidth, below.size() - k));
-    const Block z22 = z22Store_.shaped(right.size(), cols.size());
+    const Panel z22 = z22Store_.shaped(right.size(), cols.size());
     gatherColumns(right, cols, z22);
     gatherRows(right, cols, z22);
     subtractProduct(z21, z22, y_.rowsFrom(width + k, cols.size()));
     subtractTransposedProduct(known.z12.colsFrom(k, cols.size()), Write::Over, xt, z22);
   }
-  const Block z11 = known.columns.rowsFrom(0, width);
+  const Panel z11 = known.columns.rowsFrom(0, width);
   subtractTransposedProduct(z11, Write::Over, xt_.rowsFrom(0, width), y_.rowsFrom(0, width));
   subtractTransposedProduct(z11, Write::Subtract, xt, z21);
 }
@@ -213,7 +208,7 @@ void SelectedInverse::load(int g) {
   lu11_ = lu11Store_.shaped(width, width);
   y_ = yStore_.shaped(width + groups_.below[g].size(), width);
   xt_ = xtStore_.shaped(width + groups_.right[g].size(), width);
-  for (const Block& block : {lu11_, y_, xt_}) setZero(block);
+  for (const Panel& block : {lu11_, y_, xt_}) setZero(block);
   for (size_t j = 0; j < width; ++j) {
     lu11_(j, j) = factors_.diagonal[groups_.pivot[groups_.first[g] + static_cast<int>(j)]];
     y_(j, j) = -1.0;
@@ -226,7 +221,7 @@ void SelectedInverse::load(int g) {
 void SelectedInverse::loadBeyond(Part part, int g) {
   const bool lower = part == Part::Lower;
   const CompressedLines& lines = lower ? factors_.lower : factors_.upper;
-  const Block& target = lower ? y_ : xt_;
+  const Panel& target = lower ? y_ : xt_;
   const int first = groups_.first[g];
   const int end = groups_.first[g + 1];
   int place = end - first;
@@ -254,11 +249,10 @@ void SelectedInverse::solve(size_t first, size_t end) {
     const size_t middle = first + (end - first) / 2;
     const size_t rest = end - middle;
     solve(middle, end);
-    subtractByKernel(y_.colsFrom(first, middle - first), Write::Subtract, y_.colsFrom(middle, rest),
-                     false, lu11_.colsFrom(first, middle - first).rowsFrom(middle, rest), false);
-    subtractByKernel(xt_.colsFrom(first, middle - first), Write::Subtract,
-                     xt_.colsFrom(middle, rest), false,
-                     lu11_.colsFrom(middle, rest).rowsFrom(first, middle - first), true);
+    subtractByKernel(y_.colsFrom(first, middle - first), Write::Subtract, rest, y_.at(0, middle),
+                     lu11_.at(middle, first));
+    subtractByKernel(xt_.colsFrom(first, middle - first), Write::Subtract, rest, xt_.at(0, middle),
+                     lu11_.at(first, middle).transposed());
     solve(first, middle);
     return;
   }
@@ -299,7 +293,7 @@ void SelectedInverse::locate(Indices wanted, int t, Indices beyond) {
 }
 
 // The part of Z22 whose row lies in the column's group or in a later one.
-void SelectedInverse::gatherColumns(Indices rows, Indices cols, const Block& z22) {
+void SelectedInverse::gatherColumns(Indices rows, Indices cols, const Panel& z22) {
   size_t firstRow = 0;
   for (size_t k = 0, kEnd = 0; k < cols.size(); k = kEnd) {
     const int t = groups_.groupOf[cols[k]];
@@ -308,14 +302,14 @@ void SelectedInverse::gatherColumns(Indices rows, Indices cols, const Block& z22
     firstRow = runEnd(rows, firstRow, first);
     locate(rows.subspan(firstRow), t, groups_.right[t]);
     for (size_t c = k; c < kEnd; ++c) {
-      copyPlaced(known_[t].columns.col(static_cast<size_t>(cols[c] - first)), place_.data(),
-                 rows.size() - firstRow, z22.col(c) + firstRow);
+      kernels::copyPlaced(known_[t].columns.col(static_cast<size_t>(cols[c] - first)), 0,
+                          place_.data(), rows.size() - firstRow, z22.col(c) + firstRow);
     }
   }
 }
 
 // The part of Z22 whose column lies in a later group than the row.
-void SelectedInverse::gatherRows(Indices rows, Indices cols, const Block& z22) {
+void SelectedInverse::gatherRows(Indices rows, Indices cols, const Panel& z22) {
   size_t beyond = 0;
   for (size_t i = 0, iEnd = 0; i < rows.size(); i = iEnd) {
     const int t = groups_.groupOf[rows[i]];

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <vector>
 
+#include "kernels/block.h"
+#include "kernels/copy_placed.h"
 #include "kernels/products/fused_product.h"
 #include "kernels/tiles/transpose.h"
 #include "kernels/triangles/triangle_inverse.h"
@@ -30,26 +32,13 @@ constexpr size_t kFewRows = 24;
 /// Blocks of columns in which products with a triangle skip its empty half.
 constexpr size_t kTriangleBlock = 24;
 
-/// A block of a dense matrix with row and column strides.
-struct Block {
-  double* data;
-  ptrdiff_t rowStride;
-  ptrdiff_t colStride;
-  Block at(size_t i, size_t j) const {
-    return {data + static_cast<ptrdiff_t>(i) * rowStride + static_cast<ptrdiff_t>(j) * colStride,
-            rowStride, colStride};
-  }
-  Block transposed() const { return {data, colStride, rowStride}; }
-  double& operator()(size_t i, size_t j) const { return *at(i, j).data; }
-};
+using kernels::Block;
 
 enum class Write { Over, AddTo };
 
 /// C = (C +) sign * A * B with A m x k and B k x n.
 void product(size_t m, size_t n, size_t k, double sign, Block a, Block b, Write write, Block c) {
-  kernels::fusedProduct(m, n, k, sign, a.data, a.rowStride, a.colStride, b.data, b.rowStride,
-                        b.colStride, write == Write::Over ? 0.0 : 1.0, c.data, c.rowStride,
-                        c.colStride);
+  kernels::fusedProduct(m, n, k, sign, a, b, write == Write::Over ? 0.0 : 1.0, c);
 }
 
 /// W = L^-1 by halves: W21 = -W22 L21 W11. L is column-major, W row-major with zeros above its
@@ -78,20 +67,6 @@ void mirror(double* square, size_t ld, size_t first, size_t end, size_t n) {
   if (end == n) return;
   kernels::transpose(end - first, n - end, square + first * ld + end, static_cast<ptrdiff_t>(ld),
                      square + end * ld + first, static_cast<ptrdiff_t>(ld));
-}
-
-/// target[i] = source[place[i]], while what a later call will read `ahead` of that is fetched: most
-/// of the time goes into waiting for memory. Not inlined: it wants all registers for itself.
-[[gnu::noinline]] void copyPlaced(const double* __restrict source, size_t ahead,
-                                  const unsigned int* __restrict place, size_t count,
-                                  double* __restrict target) {
-  constexpr size_t kLine = 8;
-  size_t i = 0;
-  for (; i + kLine <= count; i += kLine) {
-    __builtin_prefetch(source + ahead + place[i]);
-    for (size_t k = i; k < i + kLine; ++k) target[k] = source[place[k]];
-  }
-  for (; i < count; ++i) target[i] = source[place[i]];
 }
 
 /// Runs the recurrence group by group; the workspace is kept between groups.
@@ -215,8 +190,8 @@ void PanelInverter::gatherStrip(const Part& part, size_t first, size_t end, Bloc
       const double* source = panel + height(ancestor) * place_[c];
       double* target = strip.at(0, c - first).data - first;
       const size_t later = std::min(c + kFetchedAhead, owned - 1);
-      copyPlaced(source, height(ancestor) * (place_[later] - place_[c]), place_.data() + j,
-                 part.count - j, target + j);
+      kernels::copyPlaced(source, height(ancestor) * (place_[later] - place_[c]), place_.data() + j,
+                          part.count - j, target + j);
     }
     // The ancestors' squares are full; what is below them is wanted right of them as well.
     kernels::transpose(owned - j, end - owned, strip.at(owned - first, j - first).data,

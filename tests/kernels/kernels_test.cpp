@@ -9,6 +9,7 @@ namespace {
 
 using namespace korin::kernels;
 using namespace dense_testing;
+using dense_testing::Block;
 using korin::Matrix;
 
 // A strided block inside a guarded buffer; element (i, j) at data[kOffset + i*rs + j*cs].
@@ -114,8 +115,8 @@ TEST_P(KernelsOnEveryLevel, FusedProductTakesAnyStridesAndSigns) {
         expected.at(i, j) = (beta == 0.0 ? 0.0 : c.at(i, j)) + alpha * sum;
       }
     }
-    fusedProduct(m, n, k, alpha, a.begin(), a.rs, a.cs, b.begin(), b.rs, b.cs, beta, c.begin(),
-                 c.rs, c.cs);
+    fusedProduct(m, n, k, alpha, {a.begin(), a.rs, a.cs}, {b.begin(), b.rs, b.cs}, beta,
+                 {c.begin(), c.rs, c.cs});
     for (std::size_t i = 0; i < c.data.size(); ++i) {
       ASSERT_NEAR(c.data[i], expected.data[i], 1e-15 * double(k + 1)) << m << "x" << n << "x" << k;
     }
