@@ -56,8 +56,7 @@ class AscendingSet {
   std::vector<std::vector<std::uint64_t>> levels_;
 };
 
-// Rows below the diagonal of each column of A, ascending; rows from n on, which setSize can leave,
-// are not part of A.
+// Rows below the diagonal of each column of A, ascending.
 struct LowerPattern {
   explicit LowerPattern(const ProtoSparse& A) : n(A.rowCount) {
     A.sortElements();
@@ -70,7 +69,7 @@ struct LowerPattern {
     Index kept = 0;
     for (std::size_t k = 0; k < std::min<std::size_t>(n, A.colCount); ++k) {
       for (Index p = colStarts[k]; p < colStarts[k + 1]; ++p) {
-        if (rows[p] > k && rows[p] < n) rows[kept++] = rows[p];
+        if (rows[p] > k) rows[kept++] = rows[p];
       }
       start[k + 1] = kept;
     }

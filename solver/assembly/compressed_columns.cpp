@@ -7,14 +7,16 @@ namespace zeph_solver {
 
 namespace {
 
-// p, i, x = compressed columns of a column-major sorted triplet list
+// p, i, x = compressed columns of a column-major sorted triplet list. `setSize` can leave elements
+// just outside the shape; they are not part of the matrix.
 template <typename Index>
-void fillFromTriplets(const std::vector<MatrixElement>& elements, std::size_t cols, Index* p,
-                      Index* i, double* x) {
+void fillFromTriplets(const std::vector<MatrixElement>& elements, std::size_t rows,
+                      std::size_t cols, Index* p, Index* i, double* x) {
   Index count = 0;
   std::size_t open = 0;  // columns before this one have their start written
   std::int64_t lastRow = -1;
   for (const MatrixElement& e : elements) {
+    if (e.row >= rows) continue;
     if (e.col >= open) {
       if (e.col >= cols) break;
       std::fill(p + open, p + e.col + 1, count);
@@ -59,8 +61,8 @@ void fillCompressedColumns(const ProtoSparse& A, Index* colPointers, Index* rowI
   if (A.denseBlock) {
     fillFromBlock(*A.denseBlock, colPointers, rowIndices, values);
   } else {
-    fillFromTriplets(A.elements, static_cast<std::uint32_t>(A.colCount), colPointers, rowIndices,
-                     values);
+    fillFromTriplets(A.elements, static_cast<std::uint32_t>(A.rowCount),
+                     static_cast<std::uint32_t>(A.colCount), colPointers, rowIndices, values);
   }
 }
 

@@ -17,8 +17,8 @@ namespace zeph_solver {
 /// @param rowIndices   room for A.nz() entries
 /// @param values       room for A.nz() entries; a NaN in a dense block is not kept
 ///
-/// Index is int or unsigned int. The column count is cut to 32 bits, as its readers do. Row indices
-/// are not checked, columns beyond the last are left out.
+/// Index is int or unsigned int. The counts are cut to 32 bits, as its readers do. Elements outside
+/// the shape are left out.
 /// One pass over the elements; one pass over the block in dense mode.
 template <typename Index>
 void fillCompressedColumns(const ProtoSparse& A, Index* colPointers, Index* rowIndices,

@@ -158,15 +158,16 @@ class ZEPH_EXPORT ProtoSparse {
   void transposeSelf();
 
   /// c = this * b for dense b (colCount x k); c must be rowCount x k and is not resized.
-  /// O(nz k); duplicates need no merging, and elements outside the shape are not looked for. For a
-  /// large c of 16 columns or more, a list in no order takes up to 16 MiB of workspace, twice that
-  /// for a window.
+  /// O(nz k); duplicates need no merging, elements outside the shape take no part. For a large c of
+  /// 16 columns or more, a list in no order takes up to 32 MiB of workspace.
   void multiplyDense(const ZtMatrix& b, ZtMatrix& c);
 
   /// c = W * b for the window W of rows rowFirst .. c.rows - rowFirst - 1 and columns colFirst ..
   /// b.rows - colFirst - 1 of this matrix (32-bit arithmetic: an offset trims the window at both
   /// ends). Window row i goes to row i - rowFirst of c, the other rows of c become 0; window column
-  /// j meets row j - colFirst of b. c keeps its size.
+  /// j meets row j - colFirst of b. c keeps its size. Rows and columns that this matrix, c or b does
+  /// not have are left out. An end that wraps counts as a large one in sparse mode; in dense mode it
+  /// leaves c = 0.
   void multiplyDenseSub(const ZtMatrix& b, ZtMatrix& c, unsigned int rowFirst,
                         unsigned int colFirst);
 

@@ -22,11 +22,12 @@ static_assert(offsetof(MatrixElement, row) == 0 && offsetof(MatrixElement, col) 
                   offsetof(MatrixElement, value) == 8 && sizeof(MatrixElement) == 16,
               "addTripletProduct reads elements as {u32, u32, f64}");
 
-// c(row, k) += value * b(col, k) for each element in list order. Operands that share memory see
-// every single sum, as written here.
-void addProduct(const MatrixElement* elements, std::size_t count, const ZtMatrix& b, ZtMatrix& c) {
+// c(row, k) += value * b(col, k) for each element in list order, by bands of rows of c or not.
+// Operands that share memory see every single sum, as written here.
+void addProduct(const MatrixElement* elements, std::size_t count, bool bands, const ZtMatrix& b,
+                ZtMatrix& c) {
   if (!sharesMemory(b, c)) {
-    if (korin::kernels::bandsPay(elements, count, c.rows, b.cols)) {
+    if (bands) {
       korin::kernels::addTripletProductInBands(elements, count, b.data, b.stride, c.data, c.stride,
                                                c.rows, b.cols);
     } else {
@@ -42,71 +43,84 @@ void addProduct(const MatrixElement* elements, std::size_t count, const ZtMatrix
   }
 }
 
-// Rows rowFirst .. rowEnd-1 and columns colFirst .. colEnd-1.
+// The part of the matrix that takes part in a product: from a corner to a last row and column, both
+// counted from the corner.
 struct Window {
-  std::uint32_t rowFirst, rowEnd, colFirst, colEnd;
-  bool empty() const { return rowFirst >= rowEnd || colFirst >= colEnd; }
+  std::uint32_t rowFirst, colFirst, rowLast, colLast;
+
+  bool holds(const MatrixElement& e) const {
+    return (e.row - rowFirst <= rowLast) & (e.col - colFirst <= colLast);
+  }
+  // Of a window at the origin, whether it holds all of a range. Both indices are tested by one
+  // addition: the top bit of a half shows an index beyond the last.
+  bool holdsAll(const MatrixElement* first, const MatrixElement* last) const {
+    constexpr std::uint32_t kMost = 0x7FFFFFFF;
+    if (rowLast > kMost || colLast > kMost) return false;
+    const std::uint64_t room = std::uint64_t{kMost - colLast} << 32 | (kMost - rowLast);
+    std::uint64_t seen = 0;
+    for (; first != last; ++first) {
+      const std::uint64_t indices = std::uint64_t{first->col} << 32 | first->row;
+      seen |= indices | (indices + room);
+    }
+    return (seen & 0x8000000080000000) == 0;
+  }
 };
 
-// The window's extent in one direction is measured from the operand's size minus the offset, so an
-// offset trims it at both ends, on purpose. An offset beyond the size leaves nothing.
-std::uint32_t windowEnd(std::size_t operandSize, std::uint32_t first) {
-  const auto size = static_cast<std::uint32_t>(operandSize);
-  return size < first ? 0 : size - first;
+// Indices from `first` on that a matrix has (below `count`), that the operand has room for, and
+// that lie before `end`. The end is the operand's size less the offset in 32 bits: an offset trims
+// the window at both ends, on purpose, and an end that wraps is merely a large one.
+std::size_t windowSize(std::uint64_t count, std::size_t operandSize, std::uint32_t first,
+                       std::uint32_t end) {
+  const std::uint64_t last = std::min<std::uint64_t>({count, first + operandSize, end});
+  return last > first ? last - first : 0;
 }
 
-// Bounds that no element of a matrix can violate, and that need no test.
-enum FreeBound : unsigned { kRowLow = 1, kRowHigh = 2, kColLow = 4, kColHigh = 8, kAllFree = 15 };
-
-// c += W * b, testing each element only against the bounds that are not free. Elements inside are
-// gathered, shifted to the window's corner, in portions that stay in the first-level cache or,
-// where that pays, are large enough for the product to put them into an order of its own.
-template <unsigned kFree>
+// c += W * b, every element shifted to the window's corner. Elements that `setSize` left outside
+// the shape are not in the window. In portions that stay in the second-level cache between the test
+// and the product or, where that pays, are large enough for the product to put them into an order
+// of its own.
 void addWindowProduct(const std::vector<MatrixElement>& elements, const Window& w,
                       const ZtMatrix& b, ZtMatrix& c) {
-  constexpr std::size_t kPortion = 512;
+  constexpr std::size_t kPortion = 2048;
   std::array<MatrixElement, kPortion> cached;
   std::unique_ptr<MatrixElement[]> large;
-  const std::size_t size = elements.size();
-  std::size_t portion = std::min(size, korin::kernels::kBandPortion);
-  if (korin::kernels::bandsPay(elements.data(), size, c.rows, b.cols)) {
-    large.reset(new (std::nothrow) MatrixElement[portion]);
+  const MatrixElement* const end = elements.data() + elements.size();
+  std::size_t portion = kPortion;
+  MatrixElement* inside = cached.data();
+  if (korin::kernels::bandsPay(elements.data(), elements.size(), c.rows, b.cols)) {
+    const std::size_t most = std::min(elements.size(), korin::kernels::kBandPortion);
+    large.reset(new (std::nothrow) MatrixElement[most]);
+    if (large != nullptr) portion = most, inside = large.get();
   }
-  if (large == nullptr) portion = kPortion;
-  MatrixElement* const inside = large == nullptr ? cached.data() : large.get();
-  for (std::size_t i = 0; i < size;) {
-    const std::size_t end = std::min(size, i + portion);
-    std::size_t count = 0;
-    for (; i < end; ++i) {
-      const MatrixElement e = elements[i];
-      inside[count] = {e.row - w.rowFirst, e.col - w.colFirst, e.value};
-      count += ((kFree & kRowLow) != 0 || e.row >= w.rowFirst) &
-               ((kFree & kRowHigh) != 0 || e.row < w.rowEnd) &
-               ((kFree & kColLow) != 0 || e.col >= w.colFirst) &
-               ((kFree & kColHigh) != 0 || e.col < w.colEnd);
+  const bool shifted = w.rowFirst != 0 || w.colFirst != 0;
+  for (const MatrixElement* e = elements.data(); e != end;) {
+    const auto size = std::min(portion, static_cast<std::size_t>(end - e));
+    if (!shifted && w.holdsAll(e, e + size)) {
+      addProduct(e, size, large != nullptr, b, c);
+      e += size;
+      continue;
     }
-    addProduct(inside, count, b, c);
+    std::size_t count = 0;
+    for (const MatrixElement* const last = e + size; e != last; ++e) {
+      inside[count] = {e->row - w.rowFirst, e->col - w.colFirst, e->value};
+      count += w.holds(*e);
+    }
+    addProduct(inside, count, large != nullptr, b, c);
   }
 }
 
-using WindowProduct = void (*)(const std::vector<MatrixElement>&, const Window&, const ZtMatrix&,
-                               ZtMatrix&);
-
-template <unsigned... kFree>
-constexpr std::array<WindowProduct, sizeof...(kFree)> windowProducts(
-    std::integer_sequence<unsigned, kFree...>) {
-  return {&addWindowProduct<kFree>...};
-}
-constexpr auto kWindowProducts = windowProducts(std::make_integer_sequence<unsigned, kAllFree>());
-
-// c = W * b for the part of the window that the block has; c is zero already.
-void setBlockWindowProduct(Matrix& block, const Window& w, const ZtMatrix& b, ZtMatrix& c) {
-  const std::size_t rowEnd = std::min<std::size_t>(w.rowEnd, block.rows);
-  const std::size_t colEnd = std::min<std::size_t>(w.colEnd, block.cols);
-  if (w.rowFirst >= rowEnd || w.colFirst >= colEnd) return;
-  const std::size_t rows = rowEnd - w.rowFirst;
-  const std::size_t inner = colEnd - w.colFirst;
-  const Matrix window(rows, inner, block, w.rowFirst, w.colFirst);
+// c = W * b for the part of the window that the block has; c is zero already. A block has nothing
+// beyond an end that wraps.
+void setBlockWindowProduct(Matrix& block, const ZtMatrix& b, ZtMatrix& c, std::uint32_t rowFirst,
+                           std::uint32_t colFirst) {
+  const auto sizeOf = [](ZtSize blockSize, ZtSize operandSize, std::uint32_t first) {
+    const auto size = static_cast<std::uint32_t>(operandSize);
+    return size < first ? 0 : windowSize(blockSize, operandSize, first, size - first);
+  };
+  const std::size_t rows = sizeOf(block.rows, c.rows, rowFirst);
+  const std::size_t inner = sizeOf(block.cols, b.rows, colFirst);
+  if (rows == 0 || inner == 0) return;
+  const Matrix window(rows, inner, block, rowFirst, colFirst);
   viewOf(rows, b.cols, c.stride, c.data)
       .setMatMulMat(window, viewOf(inner, b.cols, b.stride, b.data));
 }
@@ -153,26 +167,22 @@ void ProtoSparse::multiplyDense(const ZtMatrix& b, ZtMatrix& c) {
     viewOf(c.rows, c.cols, c.stride, c.data).setMatMulMat(*denseBlock, b);
     return;
   }
-  ZtMatrix_setZero(&c);
-  addProduct(elements.data(), elements.size(), b, c);
+  multiplyDenseSub(b, c, 0, 0);
 }
 
 void ProtoSparse::multiplyDenseSub(const ZtMatrix& b, ZtMatrix& c, unsigned int rowFirst,
                                    unsigned int colFirst) {
-  const Window w = {rowFirst, windowEnd(c.rows, rowFirst), colFirst, windowEnd(b.rows, colFirst)};
   ZtMatrix_setZero(&c);
-  if (w.empty()) return;
-  if (denseBlock) {
-    setBlockWindowProduct(*denseBlock, w, b, c);
-    return;
-  }
-  const unsigned free = (w.rowFirst == 0 ? kRowLow : 0u) | (w.rowEnd >= rowCount ? kRowHigh : 0u) |
-                        (w.colFirst == 0 ? kColLow : 0u) | (w.colEnd >= colCount ? kColHigh : 0u);
-  if (free == kAllFree) {
-    addProduct(elements.data(), elements.size(), b, c);
-  } else {
-    kWindowProducts[free](elements, w, b, c);
-  }
+  if (denseBlock) return setBlockWindowProduct(*denseBlock, b, c, rowFirst, colFirst);
+  const std::size_t rows =
+      windowSize(rowCount, c.rows, rowFirst, static_cast<std::uint32_t>(c.rows) - rowFirst);
+  const std::size_t cols =
+      windowSize(colCount, b.rows, colFirst, static_cast<std::uint32_t>(b.rows) - colFirst);
+  if (rows == 0 || cols == 0) return;
+  addWindowProduct(elements,
+                   {rowFirst, colFirst, static_cast<std::uint32_t>(rows - 1),
+                    static_cast<std::uint32_t>(cols - 1)},
+                   b, c);
 }
 
 void ProtoSparse::multiplyDenseSub(const ZtVector& x, ZtVector& y, unsigned int rowFirst,
