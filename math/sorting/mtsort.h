@@ -3,9 +3,10 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <optional>
 #include <type_traits>
 
-#include "math/sorting/mtsort_crew.h"
+#include "kernels/crew.h"
 #include "math/sorting/mtsort_order.h"
 #include "math/sorting/mtsort_steps.h"
 
@@ -14,6 +15,9 @@ namespace mtsort {
 
 /// A part is handed off only if the right part of its split has this many elements.
 constexpr std::ptrdiff_t kHandOffRight = 512;
+
+/// Starting and ending a thread takes as long as sorting this many elements.
+constexpr std::ptrdiff_t kWorthThread = 4096;
 
 /// Splits whose smaller part has less than 1/kUneven of the range count as failures.
 constexpr std::ptrdiff_t kUneven = 8;
@@ -28,8 +32,13 @@ void sortRange(T* a, std::ptrdiff_t n, int failures, const Apart& apart) {
       // Nothing is less than the pivot, so the first element was equal to it: there are duplicates,
       // and those in front need no further look.
       const std::ptrdiff_t equal = gatherEqualToFirst(a, n);
+      const bool uneven = equal < n / kUneven;
       a += equal;
       n -= equal;
+      if (uneven) {
+        if (--failures < 0) return heapSort(a, n);
+        breakPattern(a, n);
+      }
       continue;
     }
     // The right part begins with the pivot, which is in place.
@@ -64,22 +73,66 @@ void sortAlone(T* a, std::ptrdiff_t n, int failures) {
   });
 }
 
-/// Sorts a range with the threads of a crew, as many at once as its budget allows.
+/// A range that is sorted with the threads of a crew, as many at once as its budget allows. Budgets
+/// at least halve from a range to what it hands off, so they serve as ranks.
 template <typename T>
-void sortShared(const HandOff<T>& range, Crew<T>& crew) {
-  HandOffs<T> handOffs(crew);
-  int threads = range.threads;
-  sortRange(range.a, range.n, range.failures,
-            [&](T* part, std::ptrdiff_t size, std::ptrdiff_t right, int failures) {
-              // On purpose the right part's size decides, also when it is the left one that goes.
-              if (right >= kHandOffRight && threads >= 2) {
-                threads /= 2;
-                handOffs.add(part, size, threads, failures);
-              } else {
-                sortAlone(part, size, failures);
-              }
-            });
-}
+class Range : public kernels::Task {
+ public:
+  Range(T* a, std::ptrdiff_t n, int threads, int failures)
+      : Task(&Range::run, threads), a_(a), n_(n), threads_(threads), failures_(failures) {}
+
+  void sort(kernels::Crew& crew) {
+    HandOffs handOffs(crew);
+    sortRange(a_, n_, failures_,
+              [&](T* part, std::ptrdiff_t size, std::ptrdiff_t right, int failures) {
+                // On purpose the right part's size decides, also when it is the left one that goes.
+                if (right >= kHandOffRight && threads_ >= 2) {
+                  threads_ /= 2;
+                  handOffs.add(part, size, threads_, failures);
+                } else {
+                  sortAlone(part, size, failures);
+                }
+              });
+  }
+
+ private:
+  /// The ranges that one call has handed off. They are joined in that order when the call ends.
+  class HandOffs {
+   public:
+    explicit HandOffs(kernels::Crew& crew) : crew_(crew) {}
+    HandOffs(const HandOffs&) = delete;
+    HandOffs& operator=(const HandOffs&) = delete;
+    ~HandOffs() {
+      for (int i = 0; i < count_; ++i) crew_.join(*ranges_[i]);
+    }
+
+    void add(T* a, std::ptrdiff_t n, int threads, int failures) {
+      std::optional<Range>& range = ranges_[count_++];
+      crew_.handOff(range.emplace(a, n, threads, failures), n >= kWorthThread);
+    }
+
+   private:
+    // Every hand-off halves the budget, an int.
+    static constexpr int kMost = 31;
+
+    kernels::Crew& crew_;
+    int count_ = 0;
+    std::optional<Range> ranges_[kMost];
+  };
+
+  static void run(Task& task, kernels::Crew& crew) noexcept {
+    try {
+      static_cast<Range&>(task).sort(crew);
+    } catch (...) {
+      // On purpose: what a range throws is not passed on.
+    }
+  }
+
+  T* a_;
+  std::ptrdiff_t n_;
+  int threads_;  // the budget for this range
+  int failures_;
+};
 
 }  // namespace mtsort
 
@@ -107,13 +160,8 @@ void mtSort(T* a, int n, int threads) {
   int log2 = 0;
   while (n >> log2 > 1) ++log2;
   if (n < mtsort::kHandOffRight || threads < 2) return mtsort::sortAlone(a, n, log2);
-  mtsort::Crew<T> crew(mtsort::sortShared<T>, threads);
-  mtsort::HandOff<T> whole;
-  whole.a = a;
-  whole.n = n;
-  whole.threads = threads;
-  whole.failures = log2;
-  mtsort::sortShared(whole, crew);
+  kernels::Crew crew(threads);
+  mtsort::Range<T>(a, n, threads, log2).sort(crew);
 }
 
 }  // namespace korin

@@ -8,9 +8,9 @@
 
 namespace korin {
 
-/// The order in which mtSort (math/mtsort.h) arranges elements of type T: ascending key, and among
-/// equal keys descending weight. Elements with equal key and weight may come in any order.
-/// Specialise it for types with another layout:
+/// The order in which mtSort (math/sorting/mtsort.h) arranges elements of type T: ascending key,
+/// and among equal keys descending weight. Elements with equal key and weight may come in any
+/// order. Specialise it for types with another layout:
 ///
 ///   template <> struct korin::MtSortOrder<Event> {
 ///     static std::uint64_t key(const Event& e) { return e.time; }

@@ -1,8 +1,8 @@
 #ifndef ZEPH_MATH_SORTING_MTSORT_STEPS_H
 #define ZEPH_MATH_SORTING_MTSORT_STEPS_H
 
-// The sequential steps mtSort (math/mtsort.h) is made of; not for direct use. They leave the
-// processor nothing to guess: on random input a comparison is a coin toss, and a mispredicted
+// The sequential steps mtSort (math/sorting/mtsort.h) is made of; not for direct use. They leave
+// the processor nothing to guess: on random input a comparison is a coin toss, and a mispredicted
 // branch costs more than moving an element.
 
 #include <cstddef>

@@ -27,12 +27,14 @@ struct Event {
   u32 time;
 };
 
-/// Notices which threads look at it.
+/// Notices which threads look at it, and how deep in their stacks.
 struct Witnessed {
   u32 key;
 };
+std::atomic<long> g_looks{0};
 std::atomic<int> g_round{0};
 std::atomic<int> g_threads{0};
+std::atomic<std::ptrdiff_t> g_deepest{0};
 
 }  // namespace
 
@@ -40,8 +42,14 @@ template <>
 struct korin::MtSortOrder<Witnessed> {
   static std::uint64_t key(const Witnessed& e) {
     thread_local int round = 0;
-    if (round != g_round) ++g_threads;
+    thread_local const char* top = nullptr;
+    const auto* here = static_cast<const char*>(__builtin_frame_address(0));
+    if (round != g_round) {
+      ++g_threads;
+      top = here;
+    }
     round = g_round;
+    if (top - here > g_deepest) g_deepest = top - here;
     return e.key;
   }
   static std::uint64_t weight(const Witnessed&) { return 0; }
@@ -49,7 +57,7 @@ struct korin::MtSortOrder<Witnessed> {
 
 template <>
 struct korin::MtSortOrder<Event> {
-  static std::uint64_t key(const Event& e) { return e.time; }
+  static std::uint64_t key(const Event& e) { return ++g_looks, e.time; }
   static std::uint64_t weight(const Event&) { return 0; }
 };
 
@@ -175,7 +183,25 @@ TEST(MtSort, FollowsTheOrderDefinedForAnotherType) {
   }
 }
 
-TEST(MtSort, UsesNoMoreThreadsThanBudgetAndProcessorsAllow) {
+TEST(MtSort, StaysFastWhereEveryPivotIsTheLeastOfTheRangeAndOccursTwice) {
+  constexpr u32 kCount = 8000;
+  std::vector<Event> list, moving;
+  for (u32 i = 0; i < kCount; ++i) moving.push_back({double(i), kCount});
+  list = moving;
+  for (u32 at = 0; at + 8 < kCount; at += 2) {  // the next pair goes where it will be looked for
+    Event* const range = moving.data() + at;
+    const u32 size = kCount - at;
+    for (u32 spot : {0u, size / 2}) list[u32(range[spot].payload)].time = range[spot].time = at;
+    korin::mtsort::splitAtMedianOfThree(range, size);
+    korin::mtsort::gatherEqualToFirst(range, size);
+  }
+  g_looks = 0;
+  korin::mtSort(list.data(), kCount, 1);
+  EXPECT_LT(g_looks, 200 * kCount);
+  for (u32 i = 1; i < kCount; ++i) ASSERT_LE(list[i - 1].time, list[i].time);
+}
+
+TEST(MtSort, UsesNoMoreThreadsThanBudgetAndProcessorsAllowAndLittleStack) {
   const auto threadsFor = [](u32 n, int budget) {
     std::mt19937 random(n);
     std::vector<Witnessed> list(n);
@@ -193,6 +219,9 @@ TEST(MtSort, UsesNoMoreThreadsThanBudgetAndProcessorsAllow) {
     EXPECT_EQ(threadsFor(511, budget), 1);
     EXPECT_LE(threadsFor(50000, budget), std::min(budget, CPU_COUNT(&all)));
   }
+  g_deepest = 0;
+  threadsFor(1000000, std::numeric_limits<int>::max());
+  EXPECT_LT(g_deepest, 200000) << "bytes of stack";
   // Another thread may come too late, but not time after time.
   bool helped = false;
   for (int i = 0; i < 30 && !helped; ++i) helped = threadsFor(200000, 32) > 1;
