@@ -1,0 +1,30 @@
+// How the groups of a factor are dealt out to threads.
+#ifndef ZEPH_SPARSE_SYMBOLIC_SCHEDULE_H
+#define ZEPH_SPARSE_SYMBOLIC_SCHEDULE_H
+
+#include <vector>
+
+#include "kernels/team.h"
+#include "sparse/symbolic/symbolic.h"
+
+namespace korin::sparse {
+
+/// Tasks of consecutive groups: either a single group near a root, whose work threads share, or
+/// whole subtrees of the same parent, which one thread works off. No result depends on which.
+struct Schedule {
+  kernels::TaskForest forest;
+  /// Task t has the groups first[t] .. first[t+1]-1; in postorder, like these.
+  std::vector<Index> first{0};
+
+  int tasks() const { return static_cast<int>(first.size()) - 1; }
+};
+
+/// Estimated time of a group's front, in operations of the dense kernels.
+double frontWork(const Symbolic& symbolic, Index g);
+
+/// For one thread each tree is a task, small ones together. Throws std::bad_alloc.
+Schedule makeSchedule(const Symbolic& symbolic, int threads);
+
+}  // namespace korin::sparse
+
+#endif
