@@ -126,6 +126,11 @@ void subtractOuterProduct(size_t rows, size_t columns, size_t inner, const doubl
   });
 }
 
+void subtractBlock(size_t rows, size_t columns, size_t inner, const double* x, const double* y,
+                   size_t stride, double* c, size_t cStride) {
+  subtractProduct(rows, columns, inner, x, y, stride, c, cStride, Write::Over);
+}
+
 size_t panelCholesky(size_t rows, size_t columns, double* panel, size_t stride, Team* team) {
   if (columns <= kLeaf) {
     const size_t done = choleskyLeaf(columns, panel, stride);

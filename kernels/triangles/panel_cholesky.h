@@ -30,6 +30,12 @@ void subtractOuterProduct(std::size_t rows, std::size_t columns, std::size_t inn
                           std::size_t aStride, double* c, std::size_t cStride, Write write,
                           Team* team);
 
+/// C = -X Y^T for a small block: C is rows x columns with cStride, X and Y are columns of one
+/// matrix of `inner` columns, column-major with `stride`, of as many rows as C has rows and
+/// columns.
+void subtractBlock(std::size_t rows, std::size_t columns, std::size_t inner, const double* x,
+                   const double* y, std::size_t stride, double* c, std::size_t cStride);
+
 }  // namespace korin::kernels
 
 #endif

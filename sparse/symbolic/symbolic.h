@@ -23,6 +23,9 @@ struct Symbolic {
   std::vector<Index> firstColumn{0};
   std::vector<Offset> rowStart{0};
   std::vector<Index> rows;
+  /// Aligned with `rows`: the place among the parent's rows of each row below its group; 0 for the
+  /// others. Filled by `findParentPlaces`.
+  std::vector<Index> parentPlace;
   std::vector<Offset> panelStart{0};
   /// The group that holds the first row below; -1 for a root.
   std::vector<Index> parent;

@@ -1,9 +1,9 @@
-#include "sparse/symbolic/parent_places.h"
+#include "sparse/symbolic/tree.h"
 
 namespace korin::sparse {
 
-std::vector<Index> parentPlaces(const Symbolic& symbolic) {
-  std::vector<Index> places(symbolic.rows.size());
+void findParentPlaces(Symbolic& symbolic) {
+  symbolic.parentPlace.assign(symbolic.rows.size(), 0);
   std::vector<Index> placeOf(static_cast<std::size_t>(symbolic.n));
   for (Index g = 0; g < symbolic.groups(); ++g) {
     if (symbolic.firstDescendant[g] == g) continue;
@@ -12,11 +12,10 @@ std::vector<Index> parentPlaces(const Symbolic& symbolic) {
     forEachChild(symbolic, g, [&](Index child) {
       for (Offset p = symbolic.rowStart[child] + symbolic.width(child);
            p < symbolic.rowStart[child + 1]; ++p) {
-        places[p] = placeOf[symbolic.rows[p]];
+        symbolic.parentPlace[p] = placeOf[symbolic.rows[p]];
       }
     });
   }
-  return places;
 }
 
 }  // namespace korin::sparse

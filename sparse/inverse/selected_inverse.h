@@ -1,0 +1,53 @@
+// Entries of A^-1 on the pattern of its Cholesky factor, group by group.
+#ifndef ZEPH_SPARSE_INVERSE_SELECTED_INVERSE_H
+#define ZEPH_SPARSE_INVERSE_SELECTED_INVERSE_H
+
+#include <functional>
+#include <vector>
+
+#include "kernels/team.h"
+#include "sparse/numeric/meter.h"
+#include "sparse/symbolic/symbolic.h"
+
+namespace korin::sparse {
+
+/// Gets the panel of Z = L^-T L^-1 of one group when it is complete: laid out like the factor's,
+/// its top square full. Called on any thread of the team, for different groups at once.
+using PanelReader = std::function<void(Index group, const double* z)>;
+
+/// Computes Z on the pattern of L and hands it out panel by panel, keeping only what is still
+/// needed: the panels on the paths from the groups at work to their roots. The factor stays as it
+/// is.
+///
+/// @param wanted  for each group whether its panel is wanted, or null for all; a group needs those
+/// on
+///                its path to the root, which are computed and handed out as well
+/// @param read    gets each panel; may throw
+/// @param meter   gets the work done, as from `inverseWork`; may be null
+///
+/// The bits of a panel depend on nothing but the factor. Throws std::bad_alloc and what `read` and
+/// the team's poll throw. Cost: about twice the operations of the factorisation; memory
+/// `inverseMemory`.
+void selectedInverse(const Symbolic& symbolic, const double* panels,
+                     const std::vector<bool>* wanted, const PanelReader& read, kernels::Team& team,
+                     Meter* meter);
+
+/// The same with all panels left in z, symbolic.storage() doubles.
+void selectedInverse(const Symbolic& symbolic, const double* panels, double* z, kernels::Team& team,
+                     Meter* meter);
+
+/// diagonal[i] = A^-1(i, i) for all i. Returns the largest |sum over k of a(i, k) A^-1(k, i) - 1|:
+/// the sums need only entries that lie on the pattern, and miss 1 by about the relative error of
+/// the variances. NaN when one is.
+double variances(const Symbolic& symbolic, const PlacedEntries& entries, const double* panels,
+                 double* diagonal, kernels::Team& team, Meter* meter);
+
+/// What the meter shows when all panels, or those wanted, are done.
+double inverseWork(const Symbolic& symbolic, const std::vector<bool>* wanted);
+
+/// Bytes that `selectedInverse` needs at most when it keeps no panel.
+double inverseMemory(const Symbolic& symbolic, int threads);
+
+}  // namespace korin::sparse
+
+#endif

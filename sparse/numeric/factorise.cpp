@@ -1,0 +1,314 @@
+#include "sparse/numeric/factorise.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <memory>
+#include <vector>
+
+#include "kernels/panel_storage.h"
+#include "kernels/triangles/panel_cholesky.h"
+#include "sparse/symbolic/tree.h"
+
+namespace korin::sparse {
+namespace {
+
+using std::size_t;
+
+/// Fronts of more work than this are assembled and factorised by all threads that have time.
+constexpr double kSharedFront = 8e6;
+/// Columns of a shared front that are assembled as one piece.
+constexpr Index kSharedColumns = 64;
+/// Work between two looks whether to stop: some milliseconds.
+constexpr double kWorkPerCheckpoint = 1e7;
+/// A leaf's update matrix is made in pieces that stay in the first-level cache.
+constexpr Index kLeafColumns = 24;
+constexpr Index kLeafRows = 96;
+
+size_t square(Index order) {
+  return static_cast<size_t>(order) * static_cast<size_t>(order);
+}
+
+bool isLeaf(const Symbolic& s, Index g) {
+  return s.firstDescendant[g] == g;
+}
+
+/// Doubles of the update matrix that waits for g's parent. A leaf's is made again when it is used.
+size_t updateSize(const Symbolic& s, Index g) {
+  return isLeaf(s, g) ? 0 : square(s.below(g));
+}
+
+/// Update matrices of one thread's fronts. Those of neighbouring levels of the tree lie on
+/// different stacks: a front's children are on top of one when its own goes to the other.
+struct Stacks {
+  std::array<kernels::PanelStorage, 2> memory;
+  std::array<size_t, 2> room{};
+  std::array<size_t, 2> used{};
+
+  void reserve(const std::array<size_t, 2>& wanted) {
+    for (int i : {0, 1}) {
+      if (room[i] >= wanted[i]) continue;
+      memory[i].reset();
+      room[i] = 0;
+      memory[i] = kernels::rawPanels(wanted[i]);
+      room[i] = wanted[i];
+    }
+    used = {};
+  }
+};
+
+class Factoriser {
+ public:
+  Factoriser(const Symbolic& symbolic, const PlacedEntries& entries, double* panels,
+             kernels::Team& team, Meter* meter)
+      : s_(symbolic),
+        entries_(entries),
+        panels_(panels),
+        team_(team),
+        meter_(meter),
+        schedule_(makeSchedule(symbolic, team.threads())),
+        level_(levels(symbolic)),
+        update_(static_cast<size_t>(symbolic.groups())),
+        waiting_(static_cast<size_t>(symbolic.groups())),
+        stacks_(static_cast<size_t>(team.threads())),
+        failedColumn_(symbolic.n) {}
+
+  Index run() {
+    team_.run(schedule_.forest, kernels::Direction::ChildrenFirst,
+              [this](int task, int thread) { work(task, stacks_[static_cast<size_t>(thread)]); });
+    const Index failed = failedColumn_;
+    return failed == s_.n ? -1 : s_.permutation[failed];
+  }
+
+  /// Most doubles that a task's fronts leave on each stack.
+  static std::array<size_t, 2> stackRoom(const Symbolic& s, const std::vector<unsigned char>& level,
+                                         Index first, Index last) {
+    std::array<size_t, 2> used{};
+    std::array<size_t, 2> most{};
+    for (Index g = first; g < last; ++g) {
+      const bool stays = s.parent[g] >= 0 && s.parent[g] < last;
+      if (stays) used[level[g]] += updateSize(s, g);
+      most[level[g]] = std::max(most[level[g]], used[level[g]]);
+      forEachChild(s, g, [&](Index child) {
+        if (child >= first) used[level[child]] -= updateSize(s, child);
+      });
+    }
+    return most;
+  }
+
+  static std::vector<unsigned char> levels(const Symbolic& s) {
+    std::vector<unsigned char> level(static_cast<size_t>(s.groups()), 0);
+    for (Index g = s.groups(); g-- > 0;) {
+      if (s.parent[g] >= 0) level[g] = !level[s.parent[g]];
+    }
+    return level;
+  }
+
+ private:
+  double* panel(Index g) const { return panels_ + s_.panelStart[g]; }
+
+  void work(int task, Stacks& stacks) {
+    const Index first = schedule_.first[task];
+    const Index last = schedule_.first[task + 1];
+    stacks.reserve(stackRoom(s_, level_, first, last));
+    double sinceCheckpoint = 0.0;
+    for (Index g = first; g < last; ++g) {
+      // The first failure in the order of elimination is the one to tell, whoever finds one first.
+      if (s_.firstColumn[g] > failedColumn_.load(std::memory_order_relaxed)) return;
+      makeRoom(g, last, stacks);
+      front(g);
+      releaseChildren(g, first, stacks);
+      const double done = frontWork(s_, g);
+      if (meter_ != nullptr) meter_->add(done);
+      sinceCheckpoint += done;
+      if (sinceCheckpoint > kWorkPerCheckpoint) {
+        team_.checkpoint();
+        sinceCheckpoint = 0.0;
+      }
+    }
+  }
+
+  void makeRoom(Index g, Index last, Stacks& stacks) {
+    const size_t size = updateSize(s_, g);
+    if (size == 0) return;
+    if (s_.parent[g] < last) {
+      const int level = level_[g];
+      update_[g] = stacks.memory[level].get() + stacks.used[level];
+      stacks.used[level] += size;
+    } else {
+      waiting_[g] = kernels::rawPanels(size);
+      update_[g] = waiting_[g].get();
+    }
+  }
+
+  void releaseChildren(Index g, Index first, Stacks& stacks) {
+    forEachChild(s_, g, [&](Index child) {
+      if (child >= first) {
+        stacks.used[level_[child]] -= updateSize(s_, child);
+      } else {
+        waiting_[child].reset();
+      }
+    });
+  }
+
+  void front(Index g) {
+    kernels::Team* const team = frontWork(s_, g) > kSharedFront ? &team_ : nullptr;
+    const Index height = s_.height(g);
+    if (team == nullptr) {
+      assemble(g, 0, height);
+    } else {
+      const int pieces = (height + kSharedColumns - 1) / kSharedColumns;
+      team->forEach(pieces, [&](int piece) {
+        const Index begin = piece * kSharedColumns;
+        assemble(g, begin, std::min(begin + kSharedColumns, height));
+      });
+    }
+    const auto h = static_cast<size_t>(height);
+    const auto w = static_cast<size_t>(s_.width(g));
+    const size_t done = kernels::panelCholesky(h, w, panel(g), h, team);
+    if (done < w) return reportFailure(s_.firstColumn[g] + static_cast<Index>(done));
+    if (updateSize(s_, g) != 0) {
+      kernels::subtractOuterProduct(h - w, h - w, w, panel(g) + w, h, update_[g], h - w,
+                                    kernels::Write::AddTo, team);
+    }
+  }
+
+  void reportFailure(Index column) {
+    Index known = failedColumn_.load();
+    while (column < known && !failedColumn_.compare_exchange_weak(known, column)) {
+    }
+  }
+
+  /// Columns begin .. end-1 of a front, own and below alike: the matrix's entries and the
+  /// children's update matrices.
+  void assemble(Index g, Index begin, Index end) {
+    const Index width = s_.width(g);
+    const Index height = s_.height(g);
+    const Index below = height - width;
+    for (Index c = begin; c < std::min(end, width); ++c) {
+      double* const column = panel(g) + static_cast<size_t>(c) * static_cast<size_t>(height);
+      std::fill_n(column, height, 0.0);
+      const Offset own = s_.firstColumn[g] + c;
+      for (Offset p = entries_.start[own]; p < entries_.start[own + 1]; ++p) {
+        column[entries_.position[p]] = entries_.value[p];
+      }
+    }
+    if (isLeaf(s_, g)) return;
+    for (Index c = std::max(begin, width) - width; c < end - width; ++c) {
+      std::fill_n(update_[g] + static_cast<size_t>(c) * static_cast<size_t>(below) + c, below - c,
+                  0.0);
+    }
+    const Target target{panel(g), update_[g] - width, static_cast<size_t>(height),
+                        static_cast<size_t>(below), width};
+    forEachChild(s_, g, [&](Index child) {
+      const Index count = s_.below(child);
+      const Index* const place = s_.parentPlace.data() + s_.rowStart[child] + s_.width(child);
+      const auto first = static_cast<Index>(std::lower_bound(place, place + count, begin) - place);
+      const auto last = static_cast<Index>(std::lower_bound(place, place + count, end) - place);
+      if (isLeaf(s_, child)) {
+        addLeaf(child, place, first, last, target);
+      } else {
+        const auto stride = static_cast<size_t>(count);
+        for (Index j = first; j < last; ++j) {
+          addColumn(update_[child] + static_cast<size_t>(j) * stride + j, place + j, count - j,
+                    target.column(place[j]));
+        }
+      }
+    });
+  }
+
+  /// Where the columns of a front lie: its own in the panel, the others in the update matrix. A
+  /// column is addressed by the place of a row in the whole front.
+  struct Target {
+    double* panel;
+    double* update;
+    size_t height;
+    size_t below;
+    Index width;
+    double* column(Index place) const {
+      return place < width ? panel + static_cast<size_t>(place) * height
+                           : update + static_cast<size_t>(place - width) * below;
+    }
+  };
+
+  static void addColumn(const double* __restrict source, const Index* __restrict place, Index count,
+                        double* __restrict target) {
+    if (place[count - 1] - place[0] == count - 1) {
+      double* const to = target + place[0];
+      for (Index i = 0; i < count; ++i) to[i] += source[i];
+    } else {
+      for (Index i = 0; i < count; ++i) target[place[i]] += source[i];
+    }
+  }
+
+  /// Columns first .. last-1 of -L21 L21^T of a leaf, made on the way.
+  void addLeaf(Index leaf, const Index* place, Index first, Index last, const Target& target) {
+    alignas(64) double piece[kLeafColumns * (kLeafColumns + kLeafRows)];
+    const auto stride = static_cast<size_t>(s_.height(leaf));
+    const auto inner = static_cast<size_t>(s_.width(leaf));
+    const double* const l21 = panel(leaf) + inner;
+    const Index count = s_.below(leaf);
+    for (Index j = first; j < last; j += kLeafColumns) {
+      const Index columns = std::min(kLeafColumns, last - j);
+      // The first piece has the diagonal block and the rows after it.
+      for (Index i = j; i < count;) {
+        const Index rows = std::min(i == j ? columns + kLeafRows : kLeafRows, count - i);
+        const auto room = static_cast<size_t>(rows);
+        kernels::subtractBlock(room, static_cast<size_t>(columns), inner, l21 + i, l21 + j, stride,
+                               piece, room);
+        for (Index c = 0; c < columns; ++c) {
+          const Index skip = i == j ? c : 0;
+          addColumn(piece + static_cast<size_t>(c) * room + skip, place + i + skip, rows - skip,
+                    target.column(place[j + c]));
+        }
+        i += rows;
+      }
+    }
+  }
+
+  const Symbolic& s_;
+  const PlacedEntries& entries_;
+  double* const panels_;
+  kernels::Team& team_;
+  Meter* const meter_;
+  const Schedule schedule_;
+  const std::vector<unsigned char> level_;
+  /// Where the update matrix of a group is that waits for its parent.
+  std::vector<double*> update_;
+  /// The memory of those that wait for a parent in another task.
+  std::vector<kernels::PanelStorage> waiting_;
+  std::vector<Stacks> stacks_;
+  std::atomic<Index> failedColumn_;
+};
+
+}  // namespace
+
+Index factorise(const Symbolic& symbolic, const PlacedEntries& entries, double* panels,
+                kernels::Team& team, Meter* meter) {
+  return Factoriser(symbolic, entries, panels, team, meter).run();
+}
+
+double frontMemory(const Symbolic& symbolic, int threads) {
+  const Schedule schedule = makeSchedule(symbolic, threads);
+  const std::vector<unsigned char> level = Factoriser::levels(symbolic);
+  double stacks = 0.0;
+  double waiting = 0.0;
+  double mostWaiting = 0.0;
+  for (int t = 0; t < schedule.tasks(); ++t) {
+    const Index first = schedule.first[t];
+    const Index last = schedule.first[t + 1];
+    const auto room = Factoriser::stackRoom(symbolic, level, first, last);
+    stacks = std::max(stacks, static_cast<double>(room[0] + room[1]));
+    for (Index g = first; g < last; ++g) {
+      if (symbolic.parent[g] >= last) waiting += static_cast<double>(updateSize(symbolic, g));
+      mostWaiting = std::max(mostWaiting, waiting);
+      forEachChild(symbolic, g, [&](Index child) {
+        if (child < first) waiting -= static_cast<double>(updateSize(symbolic, child));
+      });
+    }
+  }
+  const double helpers = std::min<double>(threads, std::max(1, schedule.tasks()));
+  return sizeof(double) * (mostWaiting + helpers * stacks);
+}
+
+}  // namespace korin::sparse

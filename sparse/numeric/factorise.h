@@ -1,0 +1,33 @@
+#ifndef ZEPH_SPARSE_NUMERIC_FACTORISE_H
+#define ZEPH_SPARSE_NUMERIC_FACTORISE_H
+
+#include "kernels/team.h"
+#include "sparse/numeric/meter.h"
+#include "sparse/symbolic/schedule.h"
+#include "sparse/symbolic/symbolic.h"
+
+namespace korin::sparse {
+
+/// Cholesky factor of a symmetric positive definite matrix on the panels of its structure, front by
+/// front (the multifrontal method: Duff and Reid, 1983; Liu, 1992).
+///
+/// @param symbolic  the structure, with its parent places
+/// @param entries   the matrix, placed for that structure
+/// @param panels    symbolic.storage() doubles, written; what was there does not count
+/// @param team      the threads to use; the bits of the result do not depend on them
+/// @param meter     gets the work done, altogether the sum of frontWork; may be null
+///
+/// Returns -1, or the row of the matrix, in its own numbers, whose pivot is the first one that is
+/// not a positive finite number; the panels are then undefined. Throws std::bad_alloc and what the
+/// team's poll throws. Cost: symbolic.operations multiplications and additions; memory beyond the
+/// panels: `frontMemory`.
+Index factorise(const Symbolic& symbolic, const PlacedEntries& entries, double* panels,
+                kernels::Team& team, Meter* meter);
+
+/// Bytes that `factorise` needs at most beyond the panels: the fronts' update matrices that wait
+/// for their parents.
+double frontMemory(const Symbolic& symbolic, int threads);
+
+}  // namespace korin::sparse
+
+#endif

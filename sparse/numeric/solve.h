@@ -1,0 +1,38 @@
+#ifndef ZEPH_SPARSE_NUMERIC_SOLVE_H
+#define ZEPH_SPARSE_NUMERIC_SOLVE_H
+
+#include "kernels/team.h"
+#include "sparse/symbolic/symbolic.h"
+
+namespace korin::sparse {
+
+/// X = A^-1 X for `count` right-hand sides, column-major with n values each, in A's own numbers.
+///
+/// `panels` are those of `factorise`. Right-hand sides are taken in blocks, which threads share;
+/// the bits of a solution depend neither on the threads nor on the other right-hand sides. Cost:
+/// four operations for each entry of the panels and right-hand side. Throws std::bad_alloc and what
+/// the team's poll throws.
+void solve(const Symbolic& symbolic, const double* panels, Index count, double* x,
+           kernels::Team& team);
+
+/// X = P^T L^-T X, the second half of `solve`: columns of independent standard normal numbers
+/// become columns distributed as N(0, A^-1). x[k] belongs to row k of L before, to A's row k
+/// afterwards.
+void solveTransposed(const Symbolic& symbolic, const double* panels, Index count, double* x,
+                     kernels::Team& team);
+
+/// log(det A), twice the sum of the logarithms of L's diagonal.
+double logDeterminant(const Symbolic& symbolic, const double* panels);
+
+/// block = the rows and columns `indices` of A^-1, count x count, column-major, symmetric to the
+/// bit.
+///
+/// From the columns L^-1 e_i, which differ from zero only on the paths from the unknowns to their
+/// roots: cost and memory grow with those paths, not with the whole factor. An index may occur more
+/// than once. Throws std::bad_alloc and what the team's poll throws.
+void covarianceBlock(const Symbolic& symbolic, const double* panels, Index count,
+                     const Index* indices, double* block, kernels::Team& team);
+
+}  // namespace korin::sparse
+
+#endif
