@@ -1,33 +1,50 @@
-# Install rules: headers keep their folders below include/zeph_solver/; find_package(zeph_solver)
-# gives zeph_solver::zeph_solver.
-include(CMakePackageConfigHelpers)
+# What is installed. The lists of headers are explicit: a header that one of these includes has to
+# be in the list, must compile as C++17 and must not need symbols that the package hides. A test
+# compiles and links each of them alone against the installed tree.
+include(ZephPackage)
 
-# Installed anywhere, the pieces find one another.
-set_target_properties(zeph_solver PROPERTIES INSTALL_RPATH "$ORIGIN")
 if(TARGET zeph)
   set_target_properties(zeph PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+  install(TARGETS zeph RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
 endif()
 
-install(TARGETS zeph_solver zttypes EXPORT zeph_solver_targets
-        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-foreach(floor types kernels sparse math solver)
-  install(DIRECTORY ${PROJECT_SOURCE_DIR}/${floor}/
-          DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zeph_solver/${floor}
-          FILES_MATCHING PATTERN "*.h")
-endforeach()
-if(TARGET zeph)
-  install(TARGETS zeph RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+if(TARGET zeph_solver)
+  zeph_install_package(zeph_solver
+    TARGETS zeph_solver korin zttypes
+    INCLUDE_DIR ${CMAKE_INSTALL_INCLUDEDIR}/zeph_solver
+    HEADERS
+      kernels/panel_storage.h
+      math/containers/allocator.h
+      math/containers/skiplist.h
+      math/containers/sparsematrix.h
+      math/containers/sparsemxmatrix.h
+      math/containers/sparsevector.h
+      math/dense/korin_export.h
+      math/dense/korin_matrix.h
+      math/dense/korin_sparse_info.h
+      math/dense/korin_vector.h
+      math/functions/korin_math_base.h
+      math/functions/korin_quaternion.h
+      math/korin.h
+      math/sorting/mtsort.h
+      math/sorting/mtsort_crew.h
+      math/sorting/mtsort_order.h
+      math/sorting/mtsort_steps.h
+      solver/assembly/protosparse.h
+      solver/assembly/sparsexmlmatrix.h
+      solver/ldl_minimal_set.h
+      solver/library.h
+      solver/partial_inverse_chol.h
+      solver/partial_inverse_lu.h
+      solver/partial_inverse_sqrt.h
+      solver/selected_inverse.h
+      solver/solver.h
+      solver/suitesparse/suitesparse_handles.h
+      solver/zeph_export.h
+      solver/zeph_solver.h
+      sparse/inverse/inverse_subset.h
+      sparse/pattern/supernodes.h
+      types/zttypes.h
+    DEPENDS Threads
+    PKG_CONFIG_LIBS -lzeph_solver -lzttypes)
 endif()
-
-set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/zeph_solver)
-# The package also works from the build tree: -Dzeph_solver_DIR=<build folder>.
-export(EXPORT zeph_solver_targets NAMESPACE zeph_solver::
-       FILE ${PROJECT_BINARY_DIR}/zeph_solver_targets.cmake)
-install(EXPORT zeph_solver_targets NAMESPACE zeph_solver:: DESTINATION ${package_dir})
-configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/zeph_solver-config.cmake.in
-  ${PROJECT_BINARY_DIR}/zeph_solver-config.cmake INSTALL_DESTINATION ${package_dir})
-write_basic_package_version_file(${PROJECT_BINARY_DIR}/zeph_solver-config-version.cmake
-  COMPATIBILITY SameMajorVersion)
-install(FILES ${PROJECT_BINARY_DIR}/zeph_solver-config.cmake
-              ${PROJECT_BINARY_DIR}/zeph_solver-config-version.cmake
-        DESTINATION ${package_dir})

@@ -33,9 +33,12 @@ function(zeph_configure_target target)
   endif()
 endfunction()
 
-# Headers are included from the repository root: #include "solver/protosparse.h".
+# Headers are included from the repository root: #include "solver/protosparse.h". Installed they keep
+# their folders below include/zeph_solver/, or below the folder given as the third argument.
 function(zeph_include_root target scope)
+  set(installed ${CMAKE_INSTALL_INCLUDEDIR}/zeph_solver ${ARGN})
+  list(POP_BACK installed folder)
   target_include_directories(${target} ${scope}
     $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
-    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/zeph_solver>)
+    $<INSTALL_INTERFACE:${folder}>)
 endfunction()

@@ -28,8 +28,13 @@ void freeCholmod(cholmod_factor* object, cholmod_common* common) {
   cholmod_free_factor(&object, common);
 }
 
-void freeUmfpackNumeric(void* numeric) {
-  umfpack_di_free_numeric(&numeric);
+UmfpackNumeric::~UmfpackNumeric() {
+  reset();
+}
+
+void UmfpackNumeric::reset(void* numeric) {
+  if (numeric_ != nullptr) umfpack_di_free_numeric(&numeric_);
+  numeric_ = numeric;
 }
 
 }  // namespace zeph_solver

@@ -35,7 +35,6 @@ class CholmodCommon {
 void freeCholmod(cholmod_sparse* object, cholmod_common* common);
 void freeCholmod(cholmod_dense* object, cholmod_common* common);
 void freeCholmod(cholmod_factor* object, cholmod_common* common);
-void freeUmfpackNumeric(void* numeric);
 
 /// A CHOLMOD object together with the workspace that frees it. The workspace must outlive it.
 template <class Object>
@@ -66,18 +65,16 @@ class CholmodHandle {
   cholmod_common* common_ = nullptr;
 };
 
-/// An UMFPACK Numeric object.
+/// An UMFPACK Numeric object. What frees it is not inline, as programs that include this header
+/// cannot call it.
 class UmfpackNumeric {
  public:
   UmfpackNumeric() = default;
   UmfpackNumeric(const UmfpackNumeric&) = delete;
   UmfpackNumeric& operator=(const UmfpackNumeric&) = delete;
-  ~UmfpackNumeric() { reset(); }
+  ~UmfpackNumeric();
 
-  void reset(void* numeric = nullptr) {
-    if (numeric_ != nullptr) freeUmfpackNumeric(numeric_);
-    numeric_ = numeric;
-  }
+  void reset(void* numeric = nullptr);
   void* get() const { return numeric_; }
   operator void*() const { return numeric_; }
 

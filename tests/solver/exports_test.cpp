@@ -44,9 +44,12 @@ TEST(SharedLibrary, ExportsExactlyTheListedInterface) {
   EXPECT_EQ(difference(exported, listed), none) << "public by accident";
 }
 
-TEST(SharedLibrary, CarriesTheMajorVersionInItsName) {
+TEST(SharedLibrary, CarriesItsMajorVersionAndNeedsOnlyWhatItCalls) {
   EXPECT_EQ(linesOf("readelf -d " ZEPH_SHARED_LIBRARY " | grep -o 'libzeph_solver[^]]*'"),
             std::set<std::string>{"libzeph_solver.so.1"});
+  // What only other parts of the dense library use.
+  EXPECT_EQ(linesOf("readelf -d " ZEPH_SHARED_LIBRARY " | grep -E 'NEEDED.*(amd|metis|blas)'"),
+            std::set<std::string>{});
 }
 
 }  // namespace

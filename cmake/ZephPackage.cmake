@@ -1,0 +1,49 @@
+# One installed package of the project: libraries, headers, CMake package and pkg-config file.
+include(CMakePackageConfigHelpers)
+
+# zeph_install_package(NAME
+#   TARGETS target...           the shared library NAME and what it brings along
+#   INCLUDE_DIR dir             where its headers begin; they keep their folders below it
+#   HEADERS header...           relative to the repository root
+#   DEPENDS package...          what find_package(NAME) has to find first
+#   PKG_CONFIG_LIBS flag...)    what a program links, as linker flags
+#
+# Gives find_package(NAME) with NAME::target, also from the build tree (-DNAME_DIR=<build folder>),
+# and `pkg-config NAME`. Everything belongs to the install component NAME.
+function(zeph_install_package name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "INCLUDE_DIR" "TARGETS;HEADERS;DEPENDS;PKG_CONFIG_LIBS")
+  if(arg_UNPARSED_ARGUMENTS)
+    message(FATAL_ERROR "zeph_install_package: what is ${arg_UNPARSED_ARGUMENTS}?")
+  endif()
+
+  set_target_properties(${arg_TARGETS} PROPERTIES INSTALL_RPATH "$ORIGIN")
+  install(TARGETS ${arg_TARGETS} EXPORT ${name}_targets COMPONENT ${name}
+          LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+          ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  foreach(header IN LISTS arg_HEADERS)
+    cmake_path(GET header PARENT_PATH folder)
+    install(FILES ${PROJECT_SOURCE_DIR}/${header} DESTINATION ${arg_INCLUDE_DIR}/${folder}
+            COMPONENT ${name})
+  endforeach()
+
+  set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/${name})
+  install(EXPORT ${name}_targets NAMESPACE ${name}:: DESTINATION ${package_dir} COMPONENT ${name})
+  export(EXPORT ${name}_targets NAMESPACE ${name}:: FILE ${PROJECT_BINARY_DIR}/${name}_targets.cmake)
+  list(TRANSFORM arg_DEPENDS REPLACE "(.+)" "find_dependency(\\1)")
+  list(JOIN arg_DEPENDS "\n" dependencies)
+  configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/package-config.cmake.in
+    ${PROJECT_BINARY_DIR}/${name}-config.cmake INSTALL_DESTINATION ${package_dir})
+  write_basic_package_version_file(${PROJECT_BINARY_DIR}/${name}-config-version.cmake
+    COMPATIBILITY SameMajorVersion)
+  install(FILES ${PROJECT_BINARY_DIR}/${name}-config.cmake
+                ${PROJECT_BINARY_DIR}/${name}-config-version.cmake
+          DESTINATION ${package_dir} COMPONENT ${name})
+
+  # Relative to the file itself, so that the installed tree may be moved.
+  file(RELATIVE_PATH to_headers ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig
+       ${CMAKE_INSTALL_PREFIX}/${arg_INCLUDE_DIR})
+  list(JOIN arg_PKG_CONFIG_LIBS " " libraries)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/package.pc.in ${PROJECT_BINARY_DIR}/${name}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+          COMPONENT ${name})
+endfunction()
