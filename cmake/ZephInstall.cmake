@@ -13,6 +13,7 @@ if(TARGET zeph_solver)
     TARGETS zeph_solver korin zttypes
     INCLUDE_DIR ${CMAKE_INSTALL_INCLUDEDIR}/zeph_solver
     HEADERS
+      kernels/crew.h
       kernels/panel_storage.h
       math/containers/allocator.h
       math/containers/skiplist.h
@@ -27,7 +28,6 @@ if(TARGET zeph_solver)
       math/functions/korin_quaternion.h
       math/korin.h
       math/sorting/mtsort.h
-      math/sorting/mtsort_crew.h
       math/sorting/mtsort_order.h
       math/sorting/mtsort_steps.h
       solver/assembly/protosparse.h

@@ -1,19 +1,11 @@
 #include "kernels/crew.h"
 
-#include <sched.h>
-
 #include <algorithm>
 #include <exception>
 
-namespace korin::kernels {
+#include "kernels/processor.h"
 
-// std::thread::hardware_concurrency reads a file and ignores that a process may be confined to some
-// processors.
-int availableProcessors() {
-  cpu_set_t processors;
-  if (sched_getaffinity(0, sizeof processors, &processors) != 0) return 1;
-  return CPU_COUNT(&processors);
-}
+namespace korin::kernels {
 
 Crew::Crew(int threads) : mostHelpers_(std::min(threads, availableProcessors()) - 1) {}
 

@@ -10,9 +10,6 @@ namespace korin::kernels {
 
 class Crew;
 
-/// The processors that this thread may run on, at least 1.
-int availableProcessors();
-
 /// A piece of work that a thread of a crew leaves to whichever thread comes to it first. What it
 /// works on stands in a derived class:
 ///

@@ -1,5 +1,7 @@
 #include "kernels/processor.h"
 
+#include <sched.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
@@ -47,6 +49,14 @@ ProcessorLevel forceProcessorLevel(ProcessorLevel level) {
   const ProcessorLevel used = std::min(level, detectedProcessorLevel());
   current().store(used, std::memory_order_relaxed);
   return used;
+}
+
+// std::thread::hardware_concurrency reads a file and ignores that a process may be confined to some
+// processors.
+int availableProcessors() {
+  cpu_set_t processors;
+  if (sched_getaffinity(0, sizeof processors, &processors) != 0) return 1;
+  return std::max(1, CPU_COUNT(&processors));
 }
 
 }  // namespace korin::kernels

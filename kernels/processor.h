@@ -22,6 +22,9 @@ ProcessorLevel detectedProcessorLevel();
 /// Returns the level now in use. Not to be called while another thread runs kernels.
 ProcessorLevel forceProcessorLevel(ProcessorLevel level);
 
+/// The processors that this thread may run on, at least 1.
+int availableProcessors();
+
 }  // namespace korin::kernels
 
 #endif

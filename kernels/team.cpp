@@ -1,7 +1,5 @@
 #include "kernels/team.h"
 
-#include <sched.h>
-
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -81,12 +79,6 @@ struct Run {
 };
 
 }  // namespace
-
-int availableProcessors() {
-  cpu_set_t processors;
-  if (sched_getaffinity(0, sizeof processors, &processors) != 0) return 1;
-  return std::max(1, CPU_COUNT(&processors));
-}
 
 class Team::State {
  public:

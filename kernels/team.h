@@ -8,9 +8,6 @@
 
 namespace korin::kernels {
 
-/// The processors that this thread may run on.
-int availableProcessors();
-
 /// A forest of tasks. Tasks are numbered so that parents come after their children.
 struct TaskForest {
   /// -1 for a root.
