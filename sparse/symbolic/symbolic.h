@@ -4,6 +4,7 @@
 
 #include <vector>
 
+#include "sparse/ordering/choice.h"
 #include "sparse/pattern/columns.h"
 
 namespace korin::sparse {
@@ -33,6 +34,8 @@ struct Symbolic {
   /// Group of each column.
   std::vector<Index> groupOf;
 
+  /// The order that was taken; never Ordering::Automatic.
+  Ordering ordering = Ordering::Natural;
   /// Unknowns with equal neighbourhoods counted once: the nodes that were ordered.
   Index compressedNodes = 0;
   /// Entries of L without the zeros that groups store.

@@ -1,0 +1,77 @@
+#include "sparse/ordering/libraries.h"
+
+#include <amd.h>
+#include <metis.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+#include <new>
+#include <numeric>
+
+namespace korin::sparse {
+namespace {
+
+/// AMD's direct interface, which eats its input: a copy of the graph with room to work in.
+template <class Int, class Call>
+std::vector<Index> withWorkspace(const Graph& graph, Call call) {
+  const auto n = static_cast<std::size_t>(graph.nodes());
+  const std::size_t entries = graph.neighbour.size();
+  // A fifth of the entries and one place a node are what AMD asks for.
+  const std::size_t room = entries + entries / 5 + n + 1;
+  std::vector<Int> start(graph.start.begin(), graph.start.end() - 1), length(n), space(room);
+  for (std::size_t k = 0; k < n; ++k) {
+    length[k] = static_cast<Int>(graph.start[k + 1] - graph.start[k]);
+  }
+  std::copy(graph.neighbour.begin(), graph.neighbour.end(), space.begin());
+  std::vector<Int> work(7 * n);
+  Int* part[7];
+  for (std::size_t k = 0; k < 7; ++k) part[k] = work.data() + k * n;
+  double control[AMD_CONTROL], info[AMD_INFO];
+  amd_defaults(control);
+  call(static_cast<Int>(n), start.data(), space.data(), length.data(), static_cast<Int>(room),
+       static_cast<Int>(entries), part[0], part[1], part[2], part[3], part[4], part[5], part[6],
+       control, info);
+  return std::vector<Index>(part[2], part[2] + n);
+}
+
+std::vector<Index> identity(const Graph& graph) {
+  std::vector<Index> order(static_cast<std::size_t>(graph.nodes()));
+  std::iota(order.begin(), order.end(), Index{0});
+  return order;
+}
+
+}  // namespace
+
+std::vector<Index> minimumDegree(const Graph& graph) {
+  if (graph.neighbour.empty()) return identity(graph);
+  const std::size_t room = 2 * (graph.neighbour.size() + graph.weight.size());
+  if (room < static_cast<std::size_t>(std::numeric_limits<int>::max())) {
+    return withWorkspace<int>(graph, amd_2);
+  }
+  return withWorkspace<SuiteSparse_long>(graph, amd_l2);
+}
+
+bool canDissect(const Graph& graph) {
+  return graph.neighbour.size() < static_cast<std::size_t>(std::numeric_limits<idx_t>::max()) / 2;
+}
+
+std::vector<Index> nestedDissection(const Graph& graph) {
+  if (graph.neighbour.empty()) return identity(graph);
+  if (!canDissect(graph)) throw std::bad_alloc();
+  std::vector<idx_t> start(graph.start.begin(), graph.start.end());
+  std::vector<idx_t> neighbour(graph.neighbour.begin(), graph.neighbour.end());
+  std::vector<idx_t> weight(graph.weight.begin(), graph.weight.end());
+  std::vector<idx_t> order(graph.weight.size()), place(graph.weight.size());
+  auto nodes = static_cast<idx_t>(graph.nodes());
+  idx_t options[METIS_NOPTIONS];
+  METIS_SetDefaultOptions(options);
+  options[METIS_OPTION_SEED] = 1;
+  options[METIS_OPTION_COMPRESS] = 0;  // the graph is compressed
+  const int status = METIS_NodeND(&nodes, start.data(), neighbour.data(), weight.data(), options,
+                                  order.data(), place.data());
+  if (status != METIS_OK) throw std::bad_alloc();
+  return std::vector<Index>(order.begin(), order.end());
+}
+
+}  // namespace korin::sparse

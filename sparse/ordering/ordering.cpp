@@ -1,0 +1,39 @@
+#include "sparse/ordering/ordering.h"
+
+#include <numeric>
+#include <utility>
+
+#include "sparse/ordering/libraries.h"
+
+namespace korin::sparse {
+
+bool dissectionMayPay(const Graph& graph, const Prediction& predicted) {
+  const auto edges = static_cast<double>(graph.neighbour.size());
+  return predicted.operations > kDissectionOperationsPerEdge * edges && canDissect(graph);
+}
+
+OrderedGraph withOrder(const Graph& graph, Ordering ordering, std::vector<Index> order) {
+  OrderedGraph result{ordering, std::move(order), {}, {}};
+  result.tree = eliminationTree(graph, result.order);
+  result.predicted = predict(graph, result.order, result.tree);
+  return result;
+}
+
+OrderedGraph orderGraph(const Graph& graph, Ordering ordering) {
+  if (ordering == Ordering::NestedDissection) {
+    return withOrder(graph, ordering, nestedDissection(graph));
+  }
+  if (ordering == Ordering::Natural) {
+    std::vector<Index> order(static_cast<std::size_t>(graph.nodes()));
+    std::iota(order.begin(), order.end(), Index{0});
+    return withOrder(graph, ordering, std::move(order));
+  }
+  OrderedGraph best = withOrder(graph, Ordering::MinimumDegree, minimumDegree(graph));
+  if (ordering == Ordering::Automatic && dissectionMayPay(graph, best.predicted)) {
+    OrderedGraph other = withOrder(graph, Ordering::NestedDissection, nestedDissection(graph));
+    if (other.predicted.operations < best.predicted.operations) best = std::move(other);
+  }
+  return best;
+}
+
+}  // namespace korin::sparse

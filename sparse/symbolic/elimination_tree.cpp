@@ -1,0 +1,147 @@
+#include "sparse/symbolic/elimination_tree.h"
+
+#include <cstddef>
+
+namespace korin::sparse {
+namespace {
+
+constexpr Index kNone = -1;
+
+/// Calls use(place of neighbour) for the neighbours of the node at place k.
+template <class Use>
+void forNeighbours(const Graph& graph, Index node, const std::vector<Index>& place, Use&& use) {
+  for (Offset p = graph.start[node]; p < graph.start[node + 1]; ++p) use(place[graph.neighbour[p]]);
+}
+
+std::vector<Index> parents(const Graph& graph, const std::vector<Index>& order,
+                           const std::vector<Index>& place) {
+  const Index n = graph.nodes();
+  std::vector<Index> parent(static_cast<std::size_t>(n), kNone);
+  // shortcut[k]: an ancestor of k among the places seen so far, the last one whose walk met k.
+  std::vector<Index> shortcut(static_cast<std::size_t>(n), kNone);
+  for (Index k = 0; k < n; ++k) {
+    forNeighbours(graph, order[k], place, [&](Index at) {
+      if (at > k) return;
+      while (shortcut[at] != k) {
+        const Index above = shortcut[at];
+        shortcut[at] = k;
+        if (above == kNone) {
+          parent[at] = k;
+          break;
+        }
+        if (above == k) break;
+        at = above;
+      }
+    });
+  }
+  return parent;
+}
+
+/// Children before parents, subtrees in one piece.
+std::vector<Index> anyPostorder(const std::vector<Index>& parent) {
+  const std::size_t n = parent.size();
+  std::vector<Index> firstChild(n, kNone), sibling(n, kNone), postorder;
+  Index firstRoot = kNone;
+  for (std::size_t k = n; k-- > 0;) {
+    Index& head = parent[k] == kNone ? firstRoot : firstChild[parent[k]];
+    sibling[k] = head;
+    head = static_cast<Index>(k);
+  }
+  postorder.reserve(n);
+  Index at = firstRoot;
+  while (at != kNone) {
+    while (firstChild[at] != kNone) at = firstChild[at];
+    postorder.push_back(at);
+    while (sibling[at] == kNone && parent[at] != kNone) {
+      at = parent[at];
+      postorder.push_back(at);
+    }
+    at = sibling[at];
+  }
+  return postorder;
+}
+
+/// Disjoint sets of nodes that are merged upwards, with the topmost node of each.
+class Tops {
+ public:
+  explicit Tops(std::size_t n) : above_(n, kNone) {}
+  void hang(Index child, Index parent) { above_[child] = parent; }
+  Index topOf(Index node) {
+    Index top = node;
+    while (above_[top] != kNone) top = above_[top];
+    while (node != top) {
+      const Index next = above_[node];
+      above_[node] = top;
+      node = next;
+    }
+    return top;
+  }
+
+ private:
+  std::vector<Index> above_;
+};
+
+/// Row i of the factor is a subtree of the tree, rooted in i. Each of its leaves adds the weight of
+/// i to the columns from there up; where two such paths meet, and above i, it is taken off again.
+std::vector<Index> heights(const Graph& graph, const std::vector<Index>& order,
+                           const std::vector<Index>& place, const std::vector<Index>& parent) {
+  const auto n = static_cast<std::size_t>(graph.nodes());
+  const std::vector<Index> postorder = anyPostorder(parent);
+  // The first place in the postorder of a node's subtree.
+  std::vector<Index> first(n, kNone), height(n, 0);
+  for (std::size_t k = 0; k < n; ++k) {
+    Index at = postorder[k];
+    if (first[at] == kNone) height[at] = graph.weight[order[at]];  // a leaf of the tree
+    for (; at != kNone && first[at] == kNone; at = parent[at]) first[at] = static_cast<Index>(k);
+  }
+  // Of each row's subtree: the leaf found last, and the place from which on a column is a new one.
+  std::vector<Index> lastLeaf(n, kNone), lastFirst(n, kNone);
+  Tops tops(n);
+  for (const Index j : postorder) {
+    if (parent[j] != kNone) height[parent[j]] -= graph.weight[order[j]];
+    forNeighbours(graph, order[j], place, [&](Index i) {
+      if (i < j || first[j] <= lastFirst[i]) return;
+      const Index weight = graph.weight[order[i]];
+      height[j] += weight;
+      if (lastLeaf[i] != kNone) height[tops.topOf(lastLeaf[i])] -= weight;
+      lastFirst[i] = first[j];
+      lastLeaf[i] = j;
+    });
+    if (parent[j] != kNone) tops.hang(j, parent[j]);
+  }
+  for (std::size_t k = 0; k < n; ++k) {
+    if (parent[k] != kNone) height[parent[k]] += height[k];
+  }
+  return height;
+}
+
+}  // namespace
+
+std::vector<Index> inverseOrder(const std::vector<Index>& order) {
+  std::vector<Index> place(order.size());
+  for (std::size_t k = 0; k < order.size(); ++k) place[order[k]] = static_cast<Index>(k);
+  return place;
+}
+
+EliminationTree eliminationTree(const Graph& graph, const std::vector<Index>& order) {
+  const std::vector<Index> place = inverseOrder(order);
+  EliminationTree tree;
+  tree.parent = parents(graph, order, place);
+  tree.height = heights(graph, order, place, tree.parent);
+  return tree;
+}
+
+Prediction predict(const Graph& graph, const std::vector<Index>& order,
+                   const EliminationTree& tree) {
+  Prediction sum;
+  for (std::size_t k = 0; k < order.size(); ++k) {
+    const Offset height = tree.height[k], weight = graph.weight[order[k]];
+    sum.entries += weight * height - weight * (weight - 1) / 2;
+    // The squares of height, height - 1, …, weight of them.
+    const auto h = static_cast<double>(height), w = static_cast<double>(weight);
+    sum.operations += w * h * h - h * w * (w - 1) + (w - 1) * w * (2 * w - 1) / 6;
+  }
+  return sum;
+}
+
+}  // namespace korin::sparse
