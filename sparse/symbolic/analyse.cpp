@@ -9,6 +9,7 @@
 
 #include "sparse/pattern/compress.h"
 #include "sparse/symbolic/grouping.h"
+#include "sparse/symbolic/tree.h"
 
 namespace korin::sparse {
 namespace {
@@ -127,6 +128,7 @@ Symbolic analyse(const ColumnsView& lower, const AnalysisOptions& options) {
   const Grouping grouping = groupNodes(ordered.tree, weight);
   layOut(compressed, ordered, grouping, s);
   fillRows(graph, ordered, grouping, s);
+  findParentPlaces(s);
   return s;
 }
 

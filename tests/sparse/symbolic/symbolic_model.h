@@ -101,6 +101,7 @@ inline void checkSymbolic(const Symbolic& s, const ColumnsView& lower) {
   }
   ASSERT_EQ(s.firstColumn.back(), s.n);
   ASSERT_EQ(s.rowStart.back(), static_cast<Offset>(s.rows.size()));
+  ASSERT_EQ(s.parentPlace.size(), s.rows.size());
 
   // The pattern of L by dense elimination.
   std::vector<char> filled(n * n, 0);
@@ -157,6 +158,10 @@ inline void checkSymbolic(const Symbolic& s, const ColumnsView& lower) {
     ASSERT_GT(up, g);
     ASSERT_TRUE(std::includes(s.rowsOf(up), s.rowsOf(up) + s.height(up), rows + s.width(g),
                               rows + s.height(g)));
+    for (Index k = 0; k < s.height(g); ++k) {
+      const Offset at = s.parentPlace[s.rowStart[g] + k];
+      ASSERT_EQ(k < s.width(g) ? 0 : rows[k], k < s.width(g) ? at : s.rowsOf(up)[at]);
+    }
     // A postorder: between a group and its parent there are only descendants of the parent.
     firstDescendant[up] = std::min(firstDescendant[up], firstDescendant[g]);
     for (Index between = g + 1; between < up; ++between) {
