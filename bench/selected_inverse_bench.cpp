@@ -121,17 +121,19 @@ void stepOnPanels(const cholmod_factor& L, Times& times, std::vector<double>& di
 }
 
 void stepOnColumns(const cholmod_factor& L, Times& times, std::vector<double>& diagonal) {
-  const auto* starts = static_cast<const unsigned int*>(L.p);
+  const auto* p = static_cast<const int*>(L.p);
   const auto* perm = static_cast<const unsigned int*>(L.Perm);
-  const korin::sparse::SimplicialFactor factor{static_cast<unsigned int>(L.n), starts,
-                                               static_cast<const unsigned int*>(L.i),
-                                               static_cast<const double*>(L.x)};
+  const auto n = static_cast<korin::sparse::Index>(L.n);
+  const std::vector<korin::sparse::Offset> starts(p, p + n + 1);
+  const korin::sparse::ColumnsView factor{n, n, starts.data(), static_cast<const int*>(L.i),
+                                          static_cast<const double*>(L.x)};
+  const auto entries = static_cast<std::size_t>(factor.entries());
   timed(times.columns, [&] {
-    std::vector<double> inverse(starts[L.n]);
+    std::vector<double> inverse(entries);
     korin::sparse::simplicialInverse(factor, inverse.data());
   });
-  std::vector<unsigned int> mappedStarts(L.n + 1), mappedRows(starts[L.n]);
-  std::vector<double> mappedValues(starts[L.n]);
+  std::vector<unsigned int> mappedStarts(L.n + 1), mappedRows(entries);
+  std::vector<double> mappedValues(entries);
   const double before = seconds();
   const korin::sparse::InverseSubset subset(factor, korin::sparse::FactorPattern::Elimination);
   subset.diagonal(perm, diagonal.data());

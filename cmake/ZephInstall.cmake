@@ -14,7 +14,6 @@ if(TARGET zeph_solver)
     INCLUDE_DIR ${CMAKE_INSTALL_INCLUDEDIR}/zeph_solver
     HEADERS
       kernels/crew.h
-      kernels/panel_storage.h
       math/containers/allocator.h
       math/containers/skiplist.h
       math/containers/sparsematrix.h
@@ -42,8 +41,6 @@ if(TARGET zeph_solver)
       solver/suitesparse/suitesparse_handles.h
       solver/zeph_export.h
       solver/zeph_solver.h
-      sparse/inverse/inverse_subset.h
-      sparse/pattern/supernodes.h
       types/zttypes.h
     DEPENDS Threads
     PKG_CONFIG_LIBS -lzeph_solver -lzttypes)

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <vector>
 
 #include "math/dense/zt_error.h"
 #include "solver/assembly/protosparse.h"
@@ -50,12 +51,12 @@ void invertSupernodal(const cholmod_factor& L, double* diagonal) {
 
 /// `complete`: the factorisation went through to the last column.
 void invertSimplicial(const cholmod_sparse& L, bool complete, const void* perm, double* diagonal) {
-  const korin::sparse::SimplicialFactor factor{
-      static_cast<unsigned int>(L.ncol), static_cast<const unsigned int*>(L.p),
-      static_cast<const unsigned int*>(L.i), static_cast<const double*>(L.x)};
-  const korin::sparse::InverseSubset subset(factor, complete
-                                                        ? korin::sparse::FactorPattern::Elimination
-                                                        : korin::sparse::FactorPattern::Any);
+  const auto* p = static_cast<const int*>(L.p);
+  const auto n = static_cast<korin::sparse::Index>(L.ncol);
+  const std::vector<korin::sparse::Offset> starts(p, p + n + 1);
+  const korin::sparse::InverseSubset subset(
+      {n, n, starts.data(), static_cast<const int*>(L.i), static_cast<const double*>(L.x)},
+      complete ? korin::sparse::FactorPattern::Elimination : korin::sparse::FactorPattern::Any);
   subset.diagonal(static_cast<const unsigned int*>(perm), diagonal);
 }
 

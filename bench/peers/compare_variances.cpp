@@ -77,10 +77,19 @@ class CholmodRun {
   zeph_solver::CholmodHandle<cholmod_factor> factor_;
 };
 
-korin::sparse::SimplicialFactor view(const cholmod_sparse& L) {
-  return {static_cast<unsigned int>(L.ncol), static_cast<const unsigned int*>(L.p),
-          static_cast<const unsigned int*>(L.i), static_cast<const double*>(L.x)};
-}
+/// A factor of CHOLMOD's as our inversions read it.
+class ColumnsOf {
+ public:
+  explicit ColumnsOf(const cholmod_sparse& L)
+      : starts_(static_cast<const int*>(L.p), static_cast<const int*>(L.p) + L.ncol + 1),
+        view_{static_cast<int>(L.nrow), static_cast<int>(L.ncol), starts_.data(),
+              static_cast<const int*>(L.i), static_cast<const double*>(L.x)} {}
+  const korin::sparse::ColumnsView& view() const { return view_; }
+
+ private:
+  std::vector<korin::sparse::Offset> starts_;
+  korin::sparse::ColumnsView view_;
+};
 
 /// Seconds of what partialInverseChol does with a factor, without CHOLMOD's conversion of one that
 /// is not in panels.
@@ -89,7 +98,8 @@ double inverseStep(CholmodRun& run, double* diagonal) {
   if (!L.is_super) {
     const auto columns = run.takeColumns();
     return seconds([&] {
-      korin::sparse::InverseSubset(view(*columns.get()), korin::sparse::FactorPattern::Elimination)
+      const ColumnsOf factor(*columns.get());
+      korin::sparse::InverseSubset(factor.view(), korin::sparse::FactorPattern::Elimination)
           .diagonal(run.order(), diagonal);
     });
   }
@@ -118,10 +128,11 @@ double stepOperations(const cholmod_factor& L) {
 double simplicialStep(CholmodRun& run, double limit, std::vector<double>& diagonal) {
   run.factorise();
   const auto columns = run.columns();
-  const korin::sparse::SimplicialFactor L = view(*columns.get());
+  const ColumnsOf factor(*columns.get());
+  const korin::sparse::ColumnsView& L = factor.view();
   double work = 0.0;
-  for (unsigned int j = 0; j < L.n; ++j) {
-    const double length = L.colStarts[j + 1] - L.colStarts[j];
+  for (int j = 0; j < L.cols; ++j) {
+    const auto length = static_cast<double>(L.start[j + 1] - L.start[j]);
     work += length * length;
   }
   if (work > kSimplicialLimit) return std::numeric_limits<double>::quiet_NaN();
@@ -130,11 +141,13 @@ double simplicialStep(CholmodRun& run, double limit, std::vector<double>& diagon
   compare::repeat(limit / 3.0, 1, 5, [&] {
     inverse = {};
     best.add(seconds([&] {
-      inverse.resize(L.colStarts[L.n]);
+      inverse.resize(static_cast<std::size_t>(L.entries()));
       korin::sparse::simplicialInverse(L, inverse.data());
     }));
   });
-  for (unsigned int j = 0; j < L.n; ++j) diagonal[run.order()[j]] = inverse[L.colStarts[j]];
+  for (int j = 0; j < L.cols; ++j) {
+    diagonal[run.order()[j]] = inverse[static_cast<std::size_t>(L.start[j])];
+  }
   return best.value;
 }
 

@@ -6,9 +6,6 @@
 #include <cstdlib>
 #include <memory>
 #include <new>
-#include <type_traits>
-
-#include "sparse/inverse/inverse_subset.h"
 
 namespace korin {
 
@@ -174,14 +171,10 @@ void SparseMxMatrix<Index, Real>::setCol(Index col, const Real* dense, Index ent
   rebuilt.ownsStorage = false;
 }
 
-template <typename Index, typename Real>
-void SparseMxMatrix<Index, Real>::partialInverseCholesky(SparseMxMatrix& result,
-                                                         const Index* perm) const {
-  static_assert(std::is_same_v<Index, unsigned int> && std::is_same_v<Real, double>,
-                "the recurrence is written for 32-bit indices and doubles");
-  const sparse::InverseSubset subset(sparse::SimplicialFactor{rows, colStarts, rowIndices, values});
-  subset.mapTo(perm, result.colStarts, result.rowIndices, result.values);
-}
+/// The recurrence is written for these types alone.
+template <>
+void SparseMxMatrix<unsigned int, double>::partialInverseCholesky(SparseMxMatrix& result,
+                                                                  const unsigned int* perm) const;
 
 }  // namespace korin
 

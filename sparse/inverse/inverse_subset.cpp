@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <span>
 #include <vector>
 
 #include "sparse/inverse/simplicial_inverse.h"
@@ -14,41 +15,42 @@ namespace {
 /// Panels must promise a gain beyond the error of the estimates.
 constexpr double kWorthPanels = 0.8;
 
-/// A row of a group: where it stands among the group's rows, and its index after the permutation.
-struct Tracker {
-  unsigned int position;
-  unsigned int key;
-  friend bool operator<(const Tracker& a, const Tracker& b) { return a.key < b.key; }
+/// A row of a group in the order of its index after the permutation, and its place in the columns
+/// as they are stored.
+struct MappedRow {
+  unsigned int mapped;
+  unsigned int row;
+  unsigned int place;
 };
 
-/// places[i] = where rows[i] is among the panel's rows, which hold them all.
-void findPlaces(const unsigned int* rows, unsigned int count, const unsigned int* panelRows,
-                std::vector<unsigned int>& places) {
-  places.resize(count);
-  unsigned int at = 0;
-  for (unsigned int i = 0; i < count; ++i) {
-    while (panelRows[at] != rows[i]) ++at;
-    places[i] = at;
+/// rows = perm[row] for all rows of a group, ascending; `stored` holds them all, ascending as well.
+void mapRows(std::span<const unsigned int> group, std::span<const unsigned int> stored,
+             const unsigned int* perm, std::vector<MappedRow>& rows) {
+  rows.clear();
+  unsigned int place = 0;
+  for (const unsigned int row : group) {
+    while (stored[place] != row) ++place;
+    rows.push_back({perm[row], row, place});
   }
+  std::sort(rows.begin(), rows.end(),
+            [](const MappedRow& a, const MappedRow& b) { return a.mapped < b.mapped; });
 }
 
-void dropPosition(std::vector<Tracker>& order, unsigned int position) {
-  const auto match = [position](const Tracker& t) { return t.position == position; };
-  order.erase(std::find_if(order.begin(), order.end(), match));
+std::span<const unsigned int> rowsOf(const ColumnGroups& groups, unsigned int g) {
+  return {groups.rows.data() + groups.rowStart[g], groups.height(g)};
 }
 
 }  // namespace
 
-InverseSubset::InverseSubset(const SimplicialFactor& factor, FactorPattern pattern)
-    : factor_(factor) {
+InverseSubset::InverseSubset(const ColumnsView& factor, FactorPattern pattern) : factor_(factor) {
   if (preparePanels(pattern)) {
     storage_ = kernels::zeroPanels(merged_.panelStart.back());
-    panels_ = merged_.over(factor_.n, storage_.get());
+    panels_ = merged_.over(static_cast<unsigned int>(factor_.cols), storage_.get());
     gatherPanels(factor_, panels_);
     supernodalInverse(panels_);
   } else {
     merged_ = {};
-    storage_ = kernels::zeroPanels(factor_.colStarts[factor_.n]);
+    storage_ = kernels::zeroPanels(static_cast<std::size_t>(factor_.entries()));
     simplicialInverse(factor_, storage_.get());
   }
 }
@@ -68,55 +70,57 @@ bool InverseSubset::preparePanels(FactorPattern pattern) {
 
 void InverseSubset::diagonal(const unsigned int* perm, double* diagonal) const {
   if (onPanels()) return panelDiagonal(panels_, perm, diagonal);
-  for (unsigned int k = 0; k < factor_.n; ++k) {
-    const unsigned int p = factor_.colStarts[k];
-    const bool present = p < factor_.colStarts[k + 1] && factor_.rowIndices[p] == k;
+  for (Index k = 0; k < factor_.cols; ++k) {
+    const Offset p = factor_.start[k];
+    const bool present = p < factor_.start[k + 1] && factor_.row[p] == k;
     diagonal[perm[k]] = present ? storage_[p] : 0.0;
   }
 }
 
 void InverseSubset::mapTo(const unsigned int* perm, unsigned int* colStarts,
                           unsigned int* rowIndices, double* values) const {
-  const unsigned int* starts = factor_.colStarts;
+  const auto n = static_cast<unsigned int>(factor_.cols);
   colStarts[0] = 0;
-  for (unsigned int k = 0; k < factor_.n; ++k) colStarts[perm[k] + 1] = starts[k + 1] - starts[k];
-  for (unsigned int c = 0; c < factor_.n; ++c) colStarts[c + 1] += colStarts[c];
+  for (unsigned int k = 0; k < n; ++k) {
+    colStarts[perm[k] + 1] = static_cast<unsigned int>(factor_.start[k + 1] - factor_.start[k]);
+  }
+  for (unsigned int c = 0; c < n; ++c) colStarts[c + 1] += colStarts[c];
 
-  // The columns of a group hold the same rows but those above their diagonals: one sort serves all.
   ColumnGroups lateFound;
   if (found_.count() == 0) lateFound = findColumnGroups(factor_);
   const ColumnGroups& groups = found_.count() == 0 ? lateFound : found_;
-  std::vector<Tracker> order;
-  std::vector<unsigned int> places;
+  std::vector<MappedRow> rows;
   unsigned int panel = 0;
   for (unsigned int g = 0; g < groups.count(); ++g) {
-    const unsigned int* rows = groups.rows.data() + groups.rowStart[g];
-    order.resize(groups.height(g));
-    for (unsigned int i = 0; i < order.size(); ++i) order[i] = {i, perm[rows[i]]};
-    std::sort(order.begin(), order.end());
-    unsigned int firstPlace = 0;
-    const unsigned int firstColumn = groups.firstColumn[g];
+    // The columns of a group hold the same rows but those above their diagonals: one sort serves
+    // all.
+    const unsigned int first = groups.firstColumn[g];
     if (onPanels()) {
-      while (merged_.firstColumn[panel + 1] <= firstColumn) ++panel;
-      firstPlace = firstColumn - merged_.firstColumn[panel];
-      findPlaces(rows, groups.height(g), merged_.rows.data() + merged_.rowStart[panel], places);
-      for (Tracker& t : order) t.position = places[t.position];
+      while (merged_.firstColumn[panel + 1] <= first) ++panel;
     }
-    for (unsigned int c = firstColumn; c < groups.firstColumn[g + 1]; ++c) {
-      const unsigned int diagonalPlace = firstPlace + (c - firstColumn);
-      // In the factor's own layout a column starts with its diagonal entry.
-      const std::size_t source =
-          onPanels() ? merged_.panelStart[panel] +
-                           std::size_t{merged_.height(panel)} * (c - merged_.firstColumn[panel])
-                     : std::size_t{starts[c]} - diagonalPlace;
-      unsigned int target = colStarts[perm[c]];
-      for (const Tracker& t : order) {
-        rowIndices[target] = t.key;
-        values[target++] = storage_[source + t.position];
+    const std::span<const unsigned int> own = rowsOf(groups, g);
+    mapRows(own, onPanels() ? rowsOf(merged_, panel) : own, perm, rows);
+    for (unsigned int k = first; k < groups.firstColumn[g + 1]; ++k) {
+      const double* column = onPanels() ? panelColumn(panel, k) : factorColumn(first, k);
+      unsigned int target = colStarts[perm[k]];
+      for (const MappedRow& r : rows) {
+        if (r.row < k) continue;
+        rowIndices[target] = r.mapped;
+        values[target++] = column[r.place];
       }
-      if (c + 1 < groups.firstColumn[g + 1]) dropPosition(order, diagonalPlace);
     }
   }
+}
+
+const double* InverseSubset::panelColumn(unsigned int panel, unsigned int k) const {
+  return storage_.get() + merged_.panelStart[panel] +
+         std::size_t{merged_.height(panel)} * (k - merged_.firstColumn[panel]);
+}
+
+/// In the factor's own layout, a column starts with its diagonal entry: place k - first of the rows
+/// of the group that begins with column `first`.
+const double* InverseSubset::factorColumn(unsigned int first, unsigned int k) const {
+  return storage_.get() + factor_.start[k] - (k - first);
 }
 
 }  // namespace korin::sparse

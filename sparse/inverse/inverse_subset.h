@@ -17,7 +17,7 @@ enum class FactorPattern { Any, Elimination };
 /// members take them back to the indices before the permutation. The factor's arrays must outlive
 /// the object.
 ///
-///   korin::InverseSubset subset({n, colStarts, rowIndices, values});
+///   korin::sparse::InverseSubset subset({n, n, starts, rows, values});
 ///   subset.diagonal(perm, variances);
 ///
 /// Any pattern is accepted, unless more is claimed for it, rows ascending, diagonal first; entries
@@ -25,8 +25,7 @@ enum class FactorPattern { Any, Elimination };
 /// std::bad_alloc.
 class InverseSubset {
  public:
-  explicit InverseSubset(const SimplicialFactor& factor,
-                         FactorPattern pattern = FactorPattern::Any);
+  explicit InverseSubset(const ColumnsView& factor, FactorPattern pattern = FactorPattern::Any);
   InverseSubset(const InverseSubset&) = delete;
   InverseSubset& operator=(const InverseSubset&) = delete;
 
@@ -41,9 +40,11 @@ class InverseSubset {
 
  private:
   bool preparePanels(FactorPattern pattern);
+  const double* panelColumn(unsigned int panel, unsigned int k) const;
+  const double* factorColumn(unsigned int first, unsigned int k) const;
   bool onPanels() const { return merged_.count() > 0; }
 
-  SimplicialFactor factor_;
+  ColumnsView factor_;
   /// Neighbouring columns of equal pattern; empty when nobody looked for them.
   ColumnGroups found_;
   /// The same merged for the panels; empty when the inverse is laid out like the factor.

@@ -22,13 +22,13 @@ double groupCost(double columns, double rowsBelow) {
          kPerEntry * columns * (columns + rowsBelow) + kPerOperation * operations;
 }
 
-bool continuesGroup(const SimplicialFactor& f, unsigned int column) {
-  const unsigned int previous = f.colStarts[column - 1];
-  const unsigned int start = f.colStarts[column];
-  const unsigned int end = f.colStarts[column + 1];
+bool continuesGroup(const ColumnsView& f, Index column) {
+  const Offset previous = f.start[column - 1];
+  const Offset start = f.start[column];
+  const Offset end = f.start[column + 1];
   if (start == end || start - previous != end - start + 1) return false;
-  if (f.rowIndices[previous] != column - 1 || f.rowIndices[start] != column) return false;
-  return std::equal(f.rowIndices + start, f.rowIndices + end, f.rowIndices + previous + 1);
+  if (f.row[previous] != column - 1 || f.row[start] != column) return false;
+  return std::equal(f.row + start, f.row + end, f.row + previous + 1);
 }
 
 void closeGroup(ColumnGroups& groups, unsigned int endColumn) {
@@ -50,26 +50,26 @@ std::vector<unsigned int> groupOfColumns(const ColumnGroups& groups) {
 
 }  // namespace
 
-ColumnGroups findColumnGroups(const SimplicialFactor& factor) {
+ColumnGroups findColumnGroups(const ColumnsView& factor) {
   ColumnGroups groups;
-  for (unsigned int first = 0; first < factor.n;) {
-    unsigned int end = first + 1;
-    while (end < factor.n && continuesGroup(factor, end)) ++end;
-    groups.rows.insert(groups.rows.end(), factor.rowIndices + factor.colStarts[first],
-                       factor.rowIndices + factor.colStarts[first + 1]);
+  for (Index first = 0; first < factor.cols;) {
+    Index end = first + 1;
+    while (end < factor.cols && continuesGroup(factor, end)) ++end;
+    groups.rows.insert(groups.rows.end(), factor.row + factor.start[first],
+                       factor.row + factor.start[first + 1]);
     closeGroup(groups, end);
     first = end;
   }
   return groups;
 }
 
-bool isEliminationPattern(const SimplicialFactor& factor, const ColumnGroups& groups) {
+bool isEliminationPattern(const ColumnsView& factor, const ColumnGroups& groups) {
   constexpr unsigned int kNone = ~0u;
   const std::vector<unsigned int> groupOf = groupOfColumns(groups);
   // Children of each group as linked lists, then one marking of its rows serves them all.
   std::vector<unsigned int> firstChild(groups.count(), kNone);
   std::vector<unsigned int> nextChild(groups.count(), kNone);
-  std::vector<unsigned int> markedBy(factor.n, kNone);
+  std::vector<unsigned int> markedBy(factor.cols, kNone);
   for (unsigned int g = 0; g < groups.count(); ++g) {
     const unsigned int* rows = groups.rows.data() + groups.rowStart[g];
     if (groups.height(g) == 0 || rows[0] != groups.firstColumn[g]) return false;
@@ -90,13 +90,13 @@ bool isEliminationPattern(const SimplicialFactor& factor, const ColumnGroups& gr
   return true;
 }
 
-std::vector<GroupSketch> sketchGroups(const SimplicialFactor& f) {
+std::vector<GroupSketch> sketchGroups(const ColumnsView& f) {
   std::vector<GroupSketch> sketch;
-  for (unsigned int c = f.n; c-- > 0;) {
-    const unsigned int start = f.colStarts[c];
-    const unsigned int length = f.colStarts[c + 1] - start;
+  for (unsigned int c = f.cols; c-- > 0;) {
+    const Offset start = f.start[c];
+    const auto length = static_cast<unsigned int>(f.start[c + 1] - start);
     const unsigned int below = length > 0 ? length - 1 : 0;
-    const unsigned int parent = below > 0 ? f.rowIndices[start + 1] : f.n;
+    const unsigned int parent = below > 0 ? f.row[start + 1] : f.cols;
     if (!sketch.empty() && parent == c + 1 && sketch.back().firstColumn == parent &&
         below == sketch.back().rowsBelow + sketch.back().columns()) {
       sketch.back().firstColumn = c;
@@ -137,32 +137,32 @@ double estimatedTime(const std::vector<GroupSketch>& groups) {
   return sum;
 }
 
-ColumnGroups columnGroups(const SimplicialFactor& factor, const std::vector<GroupSketch>& sketch) {
+ColumnGroups columnGroups(const ColumnsView& factor, const std::vector<GroupSketch>& sketch) {
   ColumnGroups groups;
   for (const GroupSketch& g : sketch) {
     for (unsigned int c = g.firstColumn; c + 1 < g.endColumn; ++c) groups.rows.push_back(c);
-    groups.rows.insert(groups.rows.end(), factor.rowIndices + factor.colStarts[g.endColumn - 1],
-                       factor.rowIndices + factor.colStarts[g.endColumn]);
+    groups.rows.insert(groups.rows.end(), factor.row + factor.start[g.endColumn - 1],
+                       factor.row + factor.start[g.endColumn]);
     closeGroup(groups, g.endColumn);
   }
   return groups;
 }
 
-void gatherPanels(const SimplicialFactor& factor, const SupernodalFactor& panels) {
+void gatherPanels(const ColumnsView& factor, const SupernodalFactor& panels) {
   for (unsigned int g = 0; g < panels.groupCount; ++g) {
     const unsigned int* rows = panels.rows + panels.rowStart[g];
     const unsigned int height = panels.rowStart[g + 1] - panels.rowStart[g];
     double* column = panels.values + panels.panelStart[g];
     for (unsigned int c = panels.firstColumn[g]; c < panels.firstColumn[g + 1]; ++c) {
-      const unsigned int start = factor.colStarts[c];
-      const unsigned int end = factor.colStarts[c + 1];
+      const Offset start = factor.start[c];
+      const Offset end = factor.start[c + 1];
       unsigned int place = c - panels.firstColumn[g];
       if (end - start == height - place) {
-        std::copy(factor.values + start, factor.values + end, column + place);
+        std::copy(factor.value + start, factor.value + end, column + place);
       } else {
-        for (unsigned int p = start; p < end; ++p, ++place) {
-          while (rows[place] != factor.rowIndices[p]) ++place;
-          column[place] = factor.values[p];
+        for (Offset p = start; p < end; ++p, ++place) {
+          while (rows[place] != static_cast<unsigned int>(factor.row[p])) ++place;
+          column[place] = factor.value[p];
         }
       }
       column += height;

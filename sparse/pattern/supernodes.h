@@ -6,16 +6,12 @@
 #include <cstddef>
 #include <vector>
 
+#include "sparse/pattern/columns.h"
+
 namespace korin::sparse {
 
-/// View of an n x n lower-triangular matrix in compressed columns, rows ascending in every column,
-/// diagonal entry first. Nothing is owned.
-struct SimplicialFactor {
-  unsigned int n;
-  const unsigned int* colStarts;
-  const unsigned int* rowIndices;
-  const double* values;
-};
+// A factor in compressed columns, as the functions here take it, is n x n and lower-triangular:
+// rows ascending in every column, diagonal entry first.
 
 /// View of an n x n lower-triangular matrix as dense panels. Nothing is owned.
 ///
@@ -51,12 +47,12 @@ struct ColumnGroups {
 
 /// Largest groups of neighbouring columns of which each is its successor's pattern plus its own
 /// diagonal (fundamental supernodes up to branches of the tree). One pass over the row indices.
-ColumnGroups findColumnGroups(const SimplicialFactor& factor);
+ColumnGroups findColumnGroups(const ColumnsView& factor);
 
 /// Whether the pattern is that of a complete Cholesky factor: the rows below a group, without those
 /// in the group that holds the first of them, all occur in that group. The recurrence on panels
 /// needs this. One pass over the groups' rows.
-bool isEliminationPattern(const SimplicialFactor& factor, const ColumnGroups& groups);
+bool isEliminationPattern(const ColumnsView& factor, const ColumnGroups& groups);
 
 /// The size of a group and its place in the elimination tree, without its rows.
 struct GroupSketch {
@@ -69,7 +65,7 @@ struct GroupSketch {
 
 /// The groups that `findColumnGroups` finds in an elimination pattern, from the lengths of the
 /// columns and their first rows alone. Cost: the number of columns.
-std::vector<GroupSketch> sketchGroups(const SimplicialFactor& factor);
+std::vector<GroupSketch> sketchGroups(const ColumnsView& factor);
 
 /// Merges groups with the following one where it holds their first row below and where the zeros
 /// that become explicit cost less than the larger panels save (the thresholds are those of the
@@ -81,10 +77,10 @@ double estimatedTime(const std::vector<GroupSketch>& groups);
 
 /// The groups with their rows: their own columns and the rows below the last of these. The factor
 /// must have an elimination pattern.
-ColumnGroups columnGroups(const SimplicialFactor& factor, const std::vector<GroupSketch>& sketch);
+ColumnGroups columnGroups(const ColumnsView& factor, const std::vector<GroupSketch>& sketch);
 
 /// Copies the factor's entries into zeroed panels, whose groups must cover its pattern.
-void gatherPanels(const SimplicialFactor& factor, const SupernodalFactor& panels);
+void gatherPanels(const ColumnsView& factor, const SupernodalFactor& panels);
 
 /// diagonal[perm[k]] = entry (k, k), n of them.
 void panelDiagonal(const SupernodalFactor& panels, const unsigned int* perm, double* diagonal);

@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "solver/partial_inverse_lu.h"
-#include "tests/math/dense/coupled_shapes.h"
 #include "tests/math/dense/dense_testing.h"
 #include "tests/solver/dense_inverse.h"
+#include "tests/sparse/coupled_shapes.h"
 
 namespace zeph_solver {
 namespace {

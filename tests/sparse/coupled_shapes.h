@@ -1,6 +1,6 @@
 // Patterns of symmetric matrices that the tests of selected inverses share.
-#ifndef ZEPH_TESTS_MATH_DENSE_COUPLED_SHAPES_H
-#define ZEPH_TESTS_MATH_DENSE_COUPLED_SHAPES_H
+#ifndef ZEPH_TESTS_SPARSE_COUPLED_SHAPES_H
+#define ZEPH_TESTS_SPARSE_COUPLED_SHAPES_H
 
 #include <cstddef>
 #include <random>
