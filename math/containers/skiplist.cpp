@@ -8,8 +8,8 @@
 namespace korin {
 
 int rand4() {
-  static int randomBits = 0;
-  static int bitCount = 0;
+  static thread_local int randomBits = 0;
+  static thread_local int bitCount = 0;
   static const bool seeded = [] {
     std::srand(static_cast<unsigned int>(std::time(nullptr)));
     return true;

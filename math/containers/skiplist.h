@@ -6,7 +6,8 @@
 namespace korin {
 
 /// Two random bits, 0 to 3, nine calls to one std::rand(). The first call in the process seeds
-/// std::rand with the time, on purpose for the whole process. Shared by all lists without a lock.
+/// std::rand with the time, on purpose for the whole process. Each thread has bits of its own,
+/// shared by all its lists.
 int rand4();
 
 /// Ordered map from an index to a value: a skip list (Pugh, 1990) with promotion probability 1/4.
@@ -16,7 +17,7 @@ int rand4();
 /// Entries stay until erased, whatever their value. Nodes are a fixed 16 + 8 * maxLevel bytes from
 /// the allocator. Nothing is checked; running out of memory leaves the list as it was.
 ///
-/// Not to be modified from two threads at once, nor two lists at once: they share rand4.
+/// Not to be modified from two threads at once; different lists are independent.
 ///
 ///   korin::SkipList<unsigned long, double> list(1000, nullptr);
 ///   list.findOrInsert(7) = 2.5;

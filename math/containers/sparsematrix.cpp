@@ -218,33 +218,38 @@ void SparseMatrix::addColData() {
   rebuildColData();
 }
 
+// All memory is obtained before anything changes.
 void SparseMatrix::resize(unsigned long newRows, unsigned long newCols) {
-  // Entries kept beyond the last column or row that growing brings back, for the other view.
-  std::vector<Entry> returning;
-  const auto fromRow = [&](unsigned long r, unsigned long c, double v) {
-    returning.push_back({r, c, v});
-  };
-  const auto fromCol = [&](unsigned long c, unsigned long r, double v) {
-    returning.push_back({r, c, v});
-  };
-  if (hasRowData && hasColData && newCols > cols) {
-    visitBlock(rowData, 0, std::min(rows, newRows), cols, newCols - cols, fromRow);
+  const bool both = hasRowData && hasColData;
+  SparseVector** freshRows = nullptr;
+  SparseVector** freshCols = nullptr;
+  try {
+    if (hasRowData) freshRows = prepareLines(rowData, rows, newRows, newCols);
+    if (hasColData) freshCols = prepareLines(colData, cols, newCols, newRows);
+    // Entries kept beyond the last column or row that growing brings back, for the other view.
+    if (both && newCols > cols) {
+      visitBlock(rowData, 0, std::min(rows, newRows), cols, newCols - cols,
+                 [&](unsigned long r, unsigned long c, double v) { (*freshCols[c])[r] = v; });
+    }
+    if (both && newRows > rows) {
+      visitBlock(colData, 0, std::min(cols, newCols), rows, newRows - rows,
+                 [&](unsigned long c, unsigned long r, double v) { (*freshRows[r])[c] = v; });
+    }
+  } catch (...) {
+    if (freshRows != nullptr) destroyLines(freshRows, newRows);
+    if (freshCols != nullptr) destroyLines(freshCols, newCols);
+    throw;
   }
-  if (hasRowData && hasColData && newRows > rows) {
-    visitBlock(colData, 0, std::min(cols, newCols), rows, newRows - rows, fromCol);
-  }
-
-  if (hasRowData) resizeLines(rowData, rows, newRows, newCols);
+  if (hasRowData) replaceLines(rowData, rows, freshRows, newRows, newCols);
+  if (hasColData) replaceLines(colData, cols, freshCols, newCols, newRows);
   rows = newRows;
-  if (hasColData) resizeLines(colData, cols, newCols, newRows);
   cols = newCols;
-  for (const Entry& entry : returning) setValue(entry.row, entry.col, entry.value);
 }
 
-// All memory is obtained before anything changes. A line that needs more levels for its new length
-// is replaced: its own number is fixed, and access would become linear.
-void SparseMatrix::resizeLines(SparseVector**& lines, unsigned long& count, unsigned long newCount,
-                               unsigned long newLength) const {
+// The lines that a new shape needs beside those that stay, which are null. A line that needs more
+// levels for its new length is replaced: its own number is fixed, and access would become linear.
+SparseVector** SparseMatrix::prepareLines(SparseVector* const* lines, unsigned long count,
+                                          unsigned long newCount, unsigned long newLength) const {
   const unsigned long kept = std::min(count, newCount);
   const unsigned short levels = SparseVector::Entries::levelsFor(newLength);
   SparseVector** fresh = makeLines(kept, newCount, newLength);
@@ -258,7 +263,12 @@ void SparseMatrix::resizeLines(SparseVector**& lines, unsigned long& count, unsi
     destroyLines(fresh, newCount);
     throw;
   }
-  for (unsigned long i = 0; i < kept; ++i) {
+  return fresh;
+}
+
+void SparseMatrix::replaceLines(SparseVector**& lines, unsigned long& count, SparseVector** fresh,
+                                unsigned long newCount, unsigned long newLength) const {
+  for (unsigned long i = 0; i < std::min(count, newCount); ++i) {
     if (fresh[i] == nullptr) std::swap(fresh[i], lines[i]);
     fresh[i]->resize(newLength);
   }
@@ -297,8 +307,21 @@ void SparseMatrix::setIdentity(double value) {
 }
 
 void SparseMatrix::setValue(ZtSize r, ZtSize c, ZtReal v) {
-  if (hasRowData) (*rowData[r])[c] = v;
-  if (hasColData) (*colData[c])[r] = v;
+  if (!hasRowData || !hasColData) {
+    if (hasRowData) (*rowData[r])[c] = v;
+    if (hasColData) (*colData[c])[r] = v;
+    return;
+  }
+  const Node* const held = std::as_const(rowData[r]->list).lowerBound(c);
+  const bool isNew = held == nullptr || held->key != c;
+  double& inRow = (*rowData[r])[c];
+  try {
+    (*colData[c])[r] = v;
+  } catch (...) {
+    if (isNew) rowData[r]->list.eraseRange(c, 1);
+    throw;
+  }
+  inRow = v;
 }
 
 ZtReal SparseMatrix::getValue(ZtSize r, ZtSize c) const {
@@ -314,7 +337,13 @@ ZtReal SparseMatrix::getValue(ZtSize r, ZtSize c) const {
 
 void SparseMatrix::appendValue(ZtSize r, ZtSize c, ZtReal v) {
   if (hasRowData) rowData[r]->list.append(c, v);
-  if (hasColData) colData[c]->list.append(r, v);
+  if (!hasColData) return;
+  try {
+    colData[c]->list.append(r, v);
+  } catch (...) {
+    if (hasRowData) rowData[r]->list.eraseRange(c, 1);
+    throw;
+  }
 }
 
 void SparseMatrix::forEach(void* context, Callback callback) const {

@@ -75,7 +75,7 @@ class SparseMatrix {
   /// Changes the shape. Entries outside are removed, but by SparseVector::resize a row keeps an
   /// entry at column index cols (a column one at row index rows): not part of the matrix, it is
   /// back, in both views, when the matrix grows over it. Lines that get longer keep logarithmic
-  /// access.
+  /// access. Strong exception guarantee, as setValue and appendValue have it.
   void resize(unsigned long rows, unsigned long cols);
   void setZero();
   void zeroRows();
@@ -131,8 +131,10 @@ class SparseMatrix {
   /// this = sa * a + sb * b.
   void setScaMulMatAddScaMulMat(double sa, const SparseMatrix& a, double sb, const SparseMatrix& b);
   /// this = a * b. Each element is the sum of the products that both operands store, in ascending
-  /// inner index from 0.0; sums that are exactly 0.0 are not stored. Cost: the number of those
-  /// products, and time and memory linear in b and cols (Gustavson, 1978).
+  /// inner index from 0.0; sums that are exactly 0.0 are not stored. Rows of a (columns, where
+  /// transposed) and columns of b count where they exist, with the entries that a shrinking resize
+  /// left at the boundary. Cost: the number of those products, and time and memory linear in b and
+  /// cols (Gustavson, 1978).
   void setMatMulMat(const SparseMatrix& a, const SparseMatrix& b);
   /// this = a^T * b, likewise.
   void setTransMatMulMat(const SparseMatrix& a, const SparseMatrix& b);
@@ -157,11 +159,12 @@ class SparseMatrix {
   void destroyLine(SparseVector* line) const;
   SparseVector** makeLines(unsigned long first, unsigned long count, unsigned long length) const;
   void destroyLines(SparseVector** lines, unsigned long count) const;
-  void resizeLines(SparseVector**& lines, unsigned long& count, unsigned long newCount,
-                   unsigned long newLength) const;
+  SparseVector** prepareLines(SparseVector* const* lines, unsigned long count,
+                              unsigned long newCount, unsigned long newLength) const;
+  void replaceLines(SparseVector**& lines, unsigned long& count, SparseVector** fresh,
+                    unsigned long newCount, unsigned long newLength) const;
   void adopt(SparseMatrix& other);
-  void setProduct(const SparseMatrixLines& left, const SparseMatrixLines& right,
-                  unsigned long inner);
+  void setProduct(const SparseMatrixLines& left, const SparseMatrix& b);
 };
 
 /// The rows or the columns of a matrix, whichever it stores: those it does not have are built on

@@ -11,6 +11,45 @@ namespace {
 
 using Node = SparseVector::Entries::Node;
 
+// The entries of a matrix by rows, in two plain arrays: row k has those from start[k] on, its
+// columns ascending. They come from its column vectors where those exist, with the entries that a
+// shrinking resize left in them.
+struct RightFactor {
+  struct Entry {
+    unsigned long col;
+    double value;
+  };
+
+  explicit RightFactor(const SparseMatrix& m) {
+    if (!m.hasRowData && !m.hasColData) m.getValue(0, 0);  // throws "no data!"
+    visit(m, [&](unsigned long k, Entry) {
+      if (k + 1 >= start.size()) start.resize(k + 2, 0);
+      ++start[k + 1];
+    });
+    for (std::size_t k = 1; k < start.size(); ++k) start[k] += start[k - 1];
+    entries.resize(start.back());
+    std::vector<unsigned long> next = start;
+    visit(m, [&](unsigned long k, Entry e) { entries[next[k]++] = e; });
+  }
+
+  template <class Visit>
+  static void visit(const SparseMatrix& m, Visit visit) {
+    for (unsigned long j = 0; m.hasColData && j < m.cols; ++j) {
+      const Node* node = m.colData[j]->list.first();
+      for (; node != nullptr; node = node->next(0)) visit(node->key, {j, node->value});
+    }
+    for (unsigned long k = 0; !m.hasColData && k < m.rows; ++k) {
+      const Node* node = m.rowData[k]->list.first();
+      for (; node != nullptr; node = node->next(0)) visit(k, {node->key, node->value});
+    }
+  }
+
+  unsigned long rows() const { return start.size() - 1; }
+
+  std::vector<unsigned long> start = {0};
+  std::vector<Entry> entries;
+};
+
 }  // namespace
 
 // Every sum below works on the rows and on the columns separately: the same operations on the same
@@ -64,7 +103,7 @@ void SparseMatrix::setMatMulMat(const SparseMatrix& a, const SparseMatrix& b) {
     product.setMatMulMat(a, b);
     adopt(product);
   } else {
-    setProduct(SparseMatrixLines::rowsOf(a), SparseMatrixLines::rowsOf(b), b.rows);
+    setProduct(SparseMatrixLines::rowsOf(a), b);
   }
 }
 
@@ -74,31 +113,33 @@ void SparseMatrix::setTransMatMulMat(const SparseMatrix& a, const SparseMatrix& 
     product.setTransMatMulMat(a, b);
     adopt(product);
   } else {
-    setProduct(SparseMatrixLines::colsOf(a), SparseMatrixLines::rowsOf(b), b.rows);
+    setProduct(SparseMatrixLines::colsOf(a), b);
   }
 }
 
-// Row i of the result is the sum of the right rows k times element k of left row i, k ascending:
-// for each element the sum of the dot product of a left row and a right column, without visiting
-// the positions where nothing meets. this is not an operand.
-void SparseMatrix::setProduct(const SparseMatrixLines& left, const SparseMatrixLines& right,
-                              unsigned long inner) {
+// Row i of the result is the sum of the rows k of b times element k of left row i, k ascending: for
+// each element the sum of the dot product of a left row and a column of b, without visiting the
+// positions where nothing meets. this is not an operand.
+void SparseMatrix::setProduct(const SparseMatrixLines& left, const SparseMatrix& b) {
   constexpr unsigned long kNoRow = std::numeric_limits<unsigned long>::max();
+  const RightFactor right(b);
   setZero();
   std::vector<double> sums(cols);
   std::vector<unsigned long> lastRow(cols, kNoRow);
   std::vector<unsigned long> touched;
   for (unsigned long i = 0; i < rows; ++i) {
     touched.clear();
-    for (const Node* l = left[i].list.first(); l != nullptr && l->key < inner; l = l->next(0)) {
-      const Node* r = right[l->key].list.first();
-      for (; r != nullptr && r->key < cols; r = r->next(0)) {
-        if (lastRow[r->key] != i) {
-          lastRow[r->key] = i;
-          sums[r->key] = 0.0;
-          touched.push_back(r->key);
+    const Node* l = left[i].list.first();
+    for (; l != nullptr && l->key < right.rows(); l = l->next(0)) {
+      for (unsigned long p = right.start[l->key]; p < right.start[l->key + 1]; ++p) {
+        const RightFactor::Entry& r = right.entries[p];
+        if (r.col >= cols) break;
+        if (lastRow[r.col] != i) {
+          lastRow[r.col] = i;
+          sums[r.col] = 0.0;
+          touched.push_back(r.col);
         }
-        sums[r->key] += l->value * r->value;
+        sums[r.col] += l->value * r.value;
       }
     }
     std::sort(touched.begin(), touched.end());

@@ -2,6 +2,7 @@
 #include <cmath>
 #include <functional>
 #include <map>
+#include <new>
 #include <random>
 #include <set>
 #include <string>
@@ -371,6 +372,47 @@ TEST_F(SparseMatrices, ArithmeticGivesTheModelsEntriesInEveryKindOfData) {
         expectHolds(target, o.expected, &o - operations);
         expectHolds(start, m.model, &o - operations);
       }
+    }
+    // The left factor's own lines and the right one's columns are the source, with what shrinking
+    // left at their boundary.
+    SparseMatrix left(a.all[2]), across(a.all[2]), right(b.all[2]), target(m.all[2]);
+    left.resize(8, 7), across.resize(7, 8), right.resize(7, 6), target.resize(8, 6);
+    left.zeroCols(), across.zeroRows(), right.zeroRows();
+    target.setMatMulMat(left, right);
+    expectHolds(target, productOf(stored(left, true), stored(right, false)), 100);
+    target.setTransMatMulMat(across, right);
+    expectHolds(target, productOf(transposed(stored(across, false)), stored(right, false)), 101);
+  }
+}
+
+TEST_F(SparseMatrices, AChangeThatFindsNoMemoryChangesNeitherView) {
+  struct : CountingAllocator {
+    void* malloc(std::size_t bytes) override {
+      if (left-- == 0) throw std::bad_alloc();
+      return CountingAllocator::malloc(bytes);
+    }
+    long left = -1;
+  } failing;
+  void (*const changes[])(SparseMatrix&) = {
+      [](auto& m) { m.setValue(0, 0, 5); },    [](auto& m) { m.setValue(4, 1, 5); },
+      [](auto& m) { m.appendValue(7, 7, 5); }, [](auto& m) { m.resize(30, 40); },
+      [](auto& m) { m.resize(5, 20); },        [](auto& m) { m.resize(9, 2); }};
+  for (const auto change : changes) {
+    for (long allowed = 0, failures = 1; failures > 0; ++allowed) {
+      failures = 0;
+      SparseMatrix m(9, 9, true, true, &failing);
+      for (Size i = 0; i < 9; ++i) m.setValue(i, 8 - i, 1), m.setValue(i * i % 8, 0, 2);
+      m.resize(8, 8);  // leaves entries at the boundary
+      const Model byRows = stored(m, true), byCols = stored(m, false);
+      failing.left = allowed;
+      try {
+        change(m);
+      } catch (const std::bad_alloc&) {
+        failures = 1;
+        EXPECT_TRUE(m.rows == 8 && m.cols == 8 && stored(m, true) == byRows);
+        EXPECT_EQ(stored(m, false), byCols) << allowed;
+      }
+      failing.left = -1;
     }
   }
 }
