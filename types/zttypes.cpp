@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <limits>
 #include <new>
+#include <utility>
 
 namespace {
 
@@ -40,28 +41,37 @@ char* elementAt(const ZtArray* array, ZtSize i) {
   return static_cast<char*>(array->data) + i * array->descriptor->elementSize;
 }
 
-void copyElements(const ZtArrayDescriptor* descriptor, void* target, const void* source,
-                  ZtSize count) {
-  if (count == 0) return;
-  if (descriptor->copyConstruct == nullptr) {
-    std::memcpy(target, source, count * descriptor->elementSize);
-    return;
-  }
-  for (ZtSize i = 0; i < count; ++i) {
-    descriptor->copyConstruct(static_cast<char*>(target) + i * descriptor->elementSize,
-                              static_cast<const char*>(source) + i * descriptor->elementSize);
-  }
-}
+// An array that frees what it holds when an exception passes, or when it goes out of use.
+struct OwnedElements : ZtArray {
+  OwnedElements() = default;
+  OwnedElements(const OwnedElements&) = delete;
+  OwnedElements& operator=(const OwnedElements&) = delete;
+  ~OwnedElements() { ZtArray_destruct(this); }
 
-// A managed array with room for `reserved` elements and none in use.
-ZtArray emptyArray(const ZtArrayDescriptor* descriptor, ZtSize reserved) {
-  ZtArray array;
-  array.descriptor = descriptor;
-  array.flags = kZtManaged;
-  array.reserved = reserved;
-  if (reserved != 0) array.data = allocateBuffer(reserved, descriptor->elementSize);
-  return array;
-}
+  void reserve(const ZtArrayDescriptor* type, ZtSize count) {
+    descriptor = type;
+    flags = kZtManaged;
+    if (count != 0) data = allocateBuffer(count, type->elementSize);
+    reserved = count;
+  }
+
+  // Deep copies of the source's elements, in memory reserved before.
+  void copy(const void* source, ZtSize count) {
+    if (count == 0) return;
+    if (descriptor->copyConstruct == nullptr) {
+      std::memcpy(data, source, count * descriptor->elementSize);
+      size = count;
+      return;
+    }
+    for (; size < count; ++size) {
+      const char* element = static_cast<const char*>(source) + size * descriptor->elementSize;
+      descriptor->copyConstruct(elementAt(this, size), element);
+    }
+  }
+
+  // Exchanges the elements and what is known of them.
+  void swap(ZtArray& other) { std::swap(static_cast<ZtArray&>(*this), other); }
+};
 
 void copyString(void* target, const void* source) {
   ZtArray_copyConstruct(static_cast<ZtArray*>(target), static_cast<const ZtArray*>(source));
@@ -84,9 +94,11 @@ const ZtArrayDescriptor g_ztStringArrayDescriptor = {sizeof(ZtString), copyStrin
 
 void ZtArray_construct(ZtArray* array, const ZtArrayDescriptor* descriptor, ZtSize count,
                        const void* source) {
-  *array = emptyArray(descriptor, count);
-  copyElements(descriptor, array->data, source, count);
-  array->size = count;
+  OwnedElements elements;
+  elements.reserve(descriptor, count);
+  elements.copy(source, count);
+  *array = ZtArray();
+  elements.swap(*array);
 }
 
 void ZtArray_copyConstruct(ZtArray* array, const ZtArray* source) {
@@ -118,34 +130,29 @@ void ZtArray_insert(ZtArray* array, ZtSize index, ZtSize count, const void* item
   const ZtSize before = std::min(index, array->size);
   const ZtSize after = array->size - before;
   const ZtSize size = array->size + count;
-  const bool managed = (array->flags & kZtManaged) != 0;
-  const bool grows = !managed || size > array->reserved;
-  // The copies are made first, so that items may lie inside the array itself.
-  ZtArray inserted = emptyArray(array->descriptor, count);
-  copyElements(array->descriptor, inserted.data, items, count);
   const ZtSize width = array->descriptor->elementSize;
-  if (grows) {
-    ZtArray moved = emptyArray(array->descriptor, std::max(size, 2 * array->reserved));
-    if (managed) {
+  // The copies are made first, so that items may lie inside the array itself.
+  OwnedElements inserted;
+  inserted.reserve(array->descriptor, count);
+  inserted.copy(items, count);
+  const bool managed = (array->flags & kZtManaged) != 0;
+  if (!managed || size > array->reserved) {
+    OwnedElements moved;
+    moved.reserve(array->descriptor, std::max(size, 2 * array->reserved));
+    if (!managed) {
+      moved.copy(array->data, array->size);
+    } else if (array->size != 0) {
       // Elements are relocated as bytes: their records do not point into themselves.
-      if (before != 0) std::memcpy(moved.data, array->data, before * width);
-      if (after != 0) {
-        std::memcpy(elementAt(&moved, before + count), elementAt(array, before), after * width);
-      }
-      std::free(array->data);
-    } else {
-      copyElements(array->descriptor, moved.data, array->data, before);
-      if (after != 0) {
-        copyElements(array->descriptor, elementAt(&moved, before + count), elementAt(array, before),
-                     after);
-      }
+      std::memcpy(moved.data, array->data, array->size * width);
+      moved.size = std::exchange(array->size, 0);
     }
-    *array = moved;
-  } else if (after != 0) {
+    moved.swap(*array);
+  }
+  if (after != 0) {
     std::memmove(elementAt(array, before + count), elementAt(array, before), after * width);
   }
   std::memcpy(elementAt(array, before), inserted.data, count * width);
-  std::free(inserted.data);
+  inserted.size = 0;
   array->size = size;
 }
 

@@ -138,6 +138,16 @@ struct ZtMatrix {
     if (this != &other) ZtMatrix_copy(this, &other);
     return *this;
   }
+  /// Takes the buffer of a managed matrix without gaps, which is left empty. Of any other a deep
+  /// copy is made, as ever: a view never moves.
+  ZtMatrix(ZtMatrix&& other) { *this = static_cast<ZtMatrix&&>(other); }
+  ZtMatrix& operator=(ZtMatrix&& other) {
+    if (other.flags != kZtManaged || other.stride != other.cols) return *this = other;
+    if (this == &other) return *this;
+    ZtMatrix_destruct(this);
+    ZtMatrix_swap(this, &other);
+    return *this;
+  }
   ~ZtMatrix() { ZtMatrix_destruct(this); }
 };
 
@@ -154,6 +164,15 @@ struct ZtVector {
   ZtVector(const ZtVector& other) { ZtVector_copy(this, &other); }
   ZtVector& operator=(const ZtVector& other) {
     if (this != &other) ZtVector_copy(this, &other);
+    return *this;
+  }
+  /// Takes the buffer of a managed vector, which is left empty; a view is copied.
+  ZtVector(ZtVector&& other) { *this = static_cast<ZtVector&&>(other); }
+  ZtVector& operator=(ZtVector&& other) {
+    if (other.flags != kZtManaged) return *this = other;
+    if (this == &other) return *this;
+    ZtVector_destruct(this);
+    ZtVector_swap(this, &other);
     return *this;
   }
   ~ZtVector() { ZtVector_destruct(this); }

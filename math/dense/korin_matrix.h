@@ -53,10 +53,15 @@ class Matrix : public ZtMatrix {
   /// Managed deep copies.
   KORIN_EXPORT Matrix(const ZtMatrix& other);
   KORIN_EXPORT Matrix(const Matrix& other);
+  Matrix(Matrix&& other) : ZtMatrix(static_cast<ZtMatrix&&>(other)) {}
   /// Makes this a managed deep copy of other; the old buffer is freed if it was managed. A view
   /// that is assigned to stops being a view: the memory it looked at is not written.
   KORIN_EXPORT Matrix& operator=(const ZtMatrix& other);
   KORIN_EXPORT Matrix& operator=(const Matrix& other);
+  Matrix& operator=(Matrix&& other) {
+    ZtMatrix::operator=(static_cast<ZtMatrix&&>(other));
+    return *this;
+  }
 
   ZtReal& operator()(ZtSize r, ZtSize c) { return data[r * stride + c]; }
   const ZtReal& operator()(ZtSize r, ZtSize c) const { return data[r * stride + c]; }

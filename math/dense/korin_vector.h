@@ -35,8 +35,13 @@ class Vector : public ZtVector {
   /// Managed deep copies.
   KORIN_EXPORT Vector(const ZtVector& other);
   KORIN_EXPORT Vector(const Vector& other);
+  Vector(Vector&& other) : ZtVector(static_cast<ZtVector&&>(other)) {}
   KORIN_EXPORT Vector& operator=(const ZtVector& other);
   KORIN_EXPORT Vector& operator=(const Vector& other);
+  Vector& operator=(Vector&& other) {
+    ZtVector::operator=(static_cast<ZtVector&&>(other));
+    return *this;
+  }
 
   ZtReal& operator[](ZtSize i) { return data[i]; }
   const ZtReal& operator[](ZtSize i) const { return data[i]; }

@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <new>
 #include <numeric>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -48,6 +50,31 @@ TEST(ZtMatrixRecord, CopiesAreDeepViewsWriteThroughAndSwapMovesOwnership) {
   EXPECT_TRUE(copy.data == buffer.data() && view.flags == kZtManaged && view.data[0] == 1);
   copy = view;  // a view that is assigned to lets go of what it viewed
   EXPECT_TRUE(buffer[0] == 0 && copy.flags == kZtManaged);
+}
+
+TEST(ZtRecords, MovesTakeTheBufferButCopyViews) {
+  const Numbers numbers = {1, 2, -1, 3, 4, -1};
+  ZtVector vector(6, numbers.data()), vectorView;
+  vectorView.data = vector.data + 3;
+  vectorView.size = 2;
+  ZtMatrix whole(2, 3, 0, numbers.data()), gaps(2, 2, 3, numbers.data()), view;
+  view.data = whole.data;
+  view.rows = view.cols = 2;
+  view.stride = 3;
+  for (ZtMatrix* source : {&gaps, &view}) {
+    const ZtMatrix copy(std::move(*source));
+    EXPECT_TRUE(copy.stride == 2 && copy.flags == kZtManaged && source->rows == 2);
+    EXPECT_EQ(elementsOf(copy), (Numbers{1, 2, 3, 4}));
+  }
+  const double* const buffer = whole.data;
+  view = std::move(whole);
+  EXPECT_TRUE(view.data == buffer && view.cols == 3 && view.flags == kZtManaged);
+  EXPECT_TRUE(whole.data == nullptr && whole.rows == 0);
+  ZtVector target(std::move(vectorView));
+  EXPECT_TRUE(target.flags == kZtManaged && target.data[1] == 4 && vectorView.size == 2);
+  const double* const reals = vector.data;
+  target = std::move(vector);
+  EXPECT_TRUE(target.data == reals && target.size == 6 && vector.data == nullptr);
 }
 
 TEST(ZtMatrixRecord, AssignTakesASourceInsideItsOwnBuffer) {
@@ -131,6 +158,45 @@ TEST(ZtStringArrayRecord, InsertsDeepCopiesAnywhere) {
   array[0] << "changed";
   ASSERT_EQ(copy.size, model.size());
   for (ZtSize i = 0; i < copy.size; ++i) EXPECT_EQ(copy[i].c_str(), model[i]);
+}
+
+// Elements whose copies are counted, and run out.
+int live = 0, copiesLeft = 0;
+const ZtArrayDescriptor kCounted = {sizeof(int),
+                                    [](void* target, const void* source) {
+                                      if (copiesLeft-- == 0) throw std::bad_alloc();
+                                      *static_cast<int*>(target) = *static_cast<const int*>(source);
+                                      ++live;
+                                    },
+                                    [](void*) { --live; }};
+
+TEST(ZtArrayRecord, ACopyThatFailsLeavesNothingBehind) {
+  const int numbers[] = {1, 2, 3, 4, 5};
+  for (const bool managed : {true, false}) {
+    for (int allowed = 0; allowed < 9; ++allowed) {
+      ZtArray array;
+      copiesLeft = managed ? 5 + allowed : allowed;
+      if (managed) ZtArray_construct(&array, &kCounted, 5, numbers);
+      if (!managed) array = {const_cast<int*>(numbers), 5, 5, kZtView, &kCounted};
+      const int before = live;
+      const bool fits = allowed >= (managed ? 3 : 8);
+      bool inserted = true;
+      try {
+        ZtArray_insert(&array, 2, 3, numbers);
+      } catch (const std::bad_alloc&) {
+        inserted = false;
+      }
+      EXPECT_EQ(inserted, fits);
+      EXPECT_EQ(live, before + (fits ? (managed ? 3 : 8) : 0));
+      EXPECT_TRUE(array.size == (fits ? 8 : 5) &&
+                  static_cast<int*>(array.data)[4] == (fits ? 3 : 5));
+      ZtArray_destruct(&array);
+      EXPECT_EQ(live, 0);
+      copiesLeft = 3;
+      EXPECT_THROW(ZtArray_construct(&array, &kCounted, 5, numbers), std::bad_alloc);
+      EXPECT_EQ(live, 0);
+    }
+  }
 }
 
 TEST(ZtExceptionRecord, CarriesItsMessageAcrossACopy) {
