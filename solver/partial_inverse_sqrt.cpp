@@ -16,17 +16,19 @@ void partialInverseSqrt(const ZtMatrix& S, ZtVector& diagonal) {
   const ZtSize n = S.rows;
   korin::Matrix transposed(n, n);
   transposed.setTransposeOf(S);
-  korin::Vector unit(n), y(n), x(n);
+  korin::Vector unit(n), y(n), x(n), found(std::min(diagonal.size, n));
   unit.setSub_zero(0, n);
   // Column i of the inverse is S^-1 (S^-T e_i). The whole column is solved for, although only x[i]
   // is kept: an unusable pivot anywhere then shows in every entry after it.
-  for (ZtSize i = 0; i < std::min(diagonal.size, n); ++i) {
+  for (ZtSize i = 0; i < found.size; ++i) {
     unit[i] = 1.0;
     y.setLeftDivideTriL(transposed, unit);
     x.setLeftDivideTriU(S, y);
-    diagonal.data[i] = x[i];
+    found[i] = x[i];
     unit[i] = 0.0;
   }
+  // Written last: the diagonal may lie in S.
+  std::copy_n(found.data, found.size, diagonal.data);
 }
 
 }  // namespace zeph_solver

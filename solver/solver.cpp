@@ -13,6 +13,7 @@
 #include "math/dense/korin_vector.h"
 #include "math/dense/zt_error.h"
 #include "solver/assembly/compressed_columns.h"
+#include "solver/assembly/matrix_views.h"
 #include "solver/assembly/protosparse.h"
 
 namespace zeph_solver {
@@ -22,6 +23,10 @@ namespace {
 constexpr int kStageCount = 6;
 constexpr int kFirstChoosableOrdering = 1;
 constexpr int kLastChoosableOrdering = 9;
+
+// Inline, and asked for as symbols too.
+[[gnu::used]] int (Factorisation::*const kInlineCounts[])() const = {&Factorisation::nnzL,
+                                                                     &Factorisation::nnzU};
 
 void fillNaN(ZtMatrix& m) {
   for (ZtSize r = 0; r < m.rows; ++r) {
@@ -35,8 +40,10 @@ bool factoriseCholesky(const ProtoSparse& A, Factorisation& f, cholmod_common* c
   f.init(static_cast<int>(A.rowCount), static_cast<int>(A.colCount), static_cast<int>(A.nz()));
   cholmod_sparse* converted = nullptr;
   protoSparseToCholmodSparse(A, converted, common);
-  f.cholmodMatrix.reset(converted, common);
-  f.cholmodFactor.reset(cholmod_analyze(f.cholmodMatrix, common), common);
+  // Freed with the workspace of the Solver that f is bound to: this one may be gone by then.
+  cholmod_common* owner = f.solver != nullptr ? f.solver->common->get() : common;
+  f.cholmodMatrix.reset(converted, owner);
+  f.cholmodFactor.reset(cholmod_analyze(f.cholmodMatrix, common), owner);
   if (f.cholmodFactor == nullptr) return false;
   cholmod_factorize(f.cholmodMatrix, f.cholmodFactor, common);
   return true;
@@ -85,25 +92,34 @@ bool solveCholesky(ZtMatrix& X, const ZtMatrix& B, const Factorisation& f, cholm
 /// One UMFPACK solve a right-hand side, on workspace that is obtained once.
 void solveLU(ZtMatrix& X, const ZtMatrix& B, const Factorisation& f) {
   const ZtSize n = static_cast<ZtSize>(f.cols);
-  if (f.numeric == nullptr || B.rows != static_cast<ZtSize>(f.rows) || X.rows != n) {
+  // Of a right-hand side that is longer than A the first n entries count.
+  if (f.numeric == nullptr || B.rows < static_cast<ZtSize>(f.rows) || X.rows != n) {
     fillNaN(X);
     return;
   }
-  korin::Matrix rightRows(B.cols, B.rows);
-  rightRows.setTransposeOf(B);
-  korin::Matrix solutionRows(X.cols, X.rows);
-  fillNaN(solutionRows);
+  // A few columns at a time, unless X is written where B is still to be read.
+  constexpr ZtSize kColumns = 16;
+  const ZtSize most = sharesMemory(X, B) ? X.cols : std::min(kColumns, X.cols);
+  korin::Matrix rightRows(most, B.rows), solutionRows(most, n);
   // What the solves need with iterative refinement, which is on by default.
   std::vector<int> indexWork(n);
   std::vector<double> realWork(5 * n);
-  const ZtSize solves = std::min(B.cols, X.cols);
-  for (ZtSize k = 0; k < solves; ++k) {
-    umfpack_di_wsolve(UMFPACK_A, f.colPointers, f.rowIndices, f.values, &solutionRows(k, 0),
-                      &rightRows(k, 0), f.numeric, nullptr, nullptr, indexWork.data(),
-                      realWork.data());
+  for (ZtSize first = 0; first < X.cols; first += most) {
+    const ZtSize count = std::min(most, X.cols - first);
+    const ZtSize solves = first < B.cols ? std::min(count, B.cols - first) : 0;
+    fillNaN(solutionRows);
+    if (solves > 0) {
+      const korin::Matrix right(B.rows, solves, B.stride, B.data + first, kZtView);
+      korin::Matrix(solves, B.rows, rightRows, 0, 0).setTransposeOf(right);
+    }
+    for (ZtSize k = 0; k < solves; ++k) {
+      umfpack_di_wsolve(UMFPACK_A, f.colPointers, f.rowIndices, f.values, &solutionRows(k, 0),
+                        &rightRows(k, 0), f.numeric, nullptr, nullptr, indexWork.data(),
+                        realWork.data());
+    }
+    korin::Matrix target(n, count, X, 0, first);
+    target.setTransposeOf(korin::Matrix(count, n, solutionRows, 0, 0));
   }
-  korin::Matrix target(X.rows, X.cols, X.stride, X.data, kZtView);
-  target.setTransposeOf(solutionRows);
 }
 
 ZtStringArray makeSolveLabels() {

@@ -52,8 +52,8 @@ class ZEPH_EXPORT Factorisation {
   /// Sorts A's elements and fills the compressed-column arrays with the whole matrix.
   void init(const ProtoSparse& A);
   /// Always 0: fill-in is not counted.
-  int nnzL() const { return 0; }
-  int nnzU() const { return 0; }
+  ZEPH_EXPORT int nnzL() const { return 0; }
+  ZEPH_EXPORT int nnzU() const { return 0; }
 };
 
 /// One solver workspace. Not to be used from two threads at once; separate Solvers are independent.

@@ -28,6 +28,17 @@ void reserveElements(std::vector<MatrixElement>& elements, std::size_t n) {
   elements.reserve(n);
 }
 
+std::size_t defaultCapacity(std::uint64_t rows, std::uint64_t cols) {
+  const std::uint64_t twiceFull = 2 * rows * cols;  // wraps on purpose
+  if (twiceFull < kMinCapacity) return kMinCapacity;
+  return twiceFull <= kFullCapacityLimit ? twiceFull : 2 * (rows + cols);
+}
+
+// The compiler emits what is inline here only where it is called: asked for as symbols too.
+[[gnu::used]] void (ProtoSparse::*const kInlineInsertions[])(std::size_t, std::size_t, double) = {
+    &ProtoSparse::addElement, &ProtoSparse::addSparseElement, &ProtoSparse::addDenseElement};
+[[gnu::used]] bool (ProtoSparse::*const kInlineQuery)() const = &ProtoSparse::isDense;
+
 std::unique_ptr<korin::Matrix> makeZeroBlock(std::size_t rows, std::size_t cols) {
   auto block = std::make_unique<korin::Matrix>(rows, cols);
   ZtMatrix_setZero(block.get());
@@ -65,19 +76,28 @@ ProtoSparse::ProtoSparse(const ProtoSparse& other) {
 
 ProtoSparse& ProtoSparse::operator=(const ProtoSparse& other) {
   if (this == &other) return *this;
+  // All memory is obtained before anything changes.
+  if (other.denseBlock) {
+    if (denseBlock) {
+      ZtMatrix_copy(denseBlock.get(), other.denseBlock.get());
+    } else {
+      denseBlock = std::make_unique<korin::Matrix>(*other.denseBlock);
+    }
+    std::vector<MatrixElement>().swap(elements);
+  } else {
+    // The source's capacity, not its size: a copy has the same room to grow.
+    std::size_t capacity = other.elements.capacity();
+    if (capacity == 0) capacity = defaultCapacity(other.rowCount, other.colCount);
+    if (elements.capacity() < capacity) {
+      std::vector<MatrixElement> fresh;
+      reserveElements(fresh, capacity);
+      elements.swap(fresh);
+    }
+    elements = other.elements;
+    denseBlock.reset();
+  }
   rowCount = other.rowCount;
   colCount = other.colCount;
-  if (other.denseBlock) {
-    std::vector<MatrixElement>().swap(elements);
-    if (!denseBlock) denseBlock = std::make_unique<korin::Matrix>();
-    ZtMatrix_copy(denseBlock.get(), other.denseBlock.get());
-  } else {
-    denseBlock.reset();
-    clear();
-    // The source's capacity, not its size: a copy has the same room to grow.
-    reserve(other.elements.capacity());
-    elements = other.elements;
-  }
   return *this;
 }
 
@@ -102,16 +122,7 @@ void ProtoSparse::reserve(std::size_t n) {
     elements.shrink_to_fit();
     return;
   }
-  if (n == 0) {
-    const std::uint64_t twiceFull = 2 * rowCount * colCount;  // wraps on purpose
-    if (twiceFull < kMinCapacity) {
-      n = kMinCapacity;
-    } else if (twiceFull <= kFullCapacityLimit) {
-      n = twiceFull;
-    } else {
-      n = 2 * (rowCount + colCount);
-    }
-  }
+  if (n == 0) n = defaultCapacity(rowCount, colCount);
   reserveElements(elements, n);
 }
 
@@ -129,6 +140,7 @@ void ProtoSparse::setSize(std::size_t rows, std::size_t cols) {
     if (wasEmpty) ZtMatrix_setZero(denseBlock.get());  // a first allocation is left unset
   } else if (isVectorShape(rows, cols)) {
     denseBlock = makeZeroBlock(rows, cols);
+    denseBlock->changeSize(rows, cols);  // 1 x 0 and 0 x 1, which the constructor makes 0 x 0
   } else {
     reserve(0);
   }
@@ -195,13 +207,19 @@ void ProtoSparse::makeDense() {
 bool ProtoSparse::makeSparse() {
   if (!denseBlock) return true;
   if (rowCount < 2 || colCount < 2) return false;
-  const std::unique_ptr<korin::Matrix> block = std::move(denseBlock);
-  for (std::size_t c = 0; c < block->cols; ++c) {
-    for (std::size_t r = 0; r < block->rows; ++r) {
-      const double value = block->data[r * block->stride + c];
-      if (std::fabs(value) > kDoubleEpsilon) addSparseElement(r, c, value);
+  const std::size_t before = elements.size();
+  try {
+    for (std::size_t c = 0; c < denseBlock->cols; ++c) {
+      for (std::size_t r = 0; r < denseBlock->rows; ++r) {
+        const double value = (*denseBlock)(r, c);
+        if (std::fabs(value) > kDoubleEpsilon) addSparseElement(r, c, value);
+      }
     }
+  } catch (...) {
+    elements.resize(before);
+    throw;
   }
+  denseBlock.reset();
   return true;
 }
 

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "math/dense/korin_matrix.h"
@@ -68,7 +69,16 @@ class ZEPH_EXPORT ProtoSparse {
 
   /// Takes over counts, mode and content. A sparse target gets at least the source's list capacity,
   /// a dense one gives its list storage back.
+  /// Strong exception guarantee.
   ProtoSparse& operator=(const ProtoSparse& other);
+
+  /// Takes everything and leaves a sparse 0 x 0 matrix without storage.
+  ProtoSparse(ProtoSparse&& other) noexcept { swap(other); }
+  ProtoSparse& operator=(ProtoSparse&& other) noexcept {
+    ProtoSparse taken(std::move(other));
+    swap(taken);
+    return *this;
+  }
   ~ProtoSparse();
 
   /// Makes all entries zero: empties the list (capacity kept), or zeroes the block (list
@@ -94,11 +104,11 @@ class ZEPH_EXPORT ProtoSparse {
   /// block keeps the overlap and grows with zeros.
   void setSize(std::size_t rows, std::size_t cols);
 
-  bool isDense() const { return denseBlock != nullptr; }
+  ZEPH_EXPORT bool isDense() const { return denseBlock != nullptr; }
 
   /// Adds value at (row, col). In sparse mode an exact zero of either sign is not stored (a NaN
   /// is). Amortised constant time, a compare and a 16-byte store into reserved storage.
-  void addElement(std::size_t row, std::size_t col, double value) {
+  ZEPH_EXPORT void addElement(std::size_t row, std::size_t col, double value) {
     if (denseBlock) {
       addDenseElement(row, col, value);
     } else {
@@ -107,13 +117,13 @@ class ZEPH_EXPORT ProtoSparse {
   }
 
   /// `addElement` for an object known to be sparse. On a dense object it feeds the unused list.
-  void addSparseElement(std::size_t row, std::size_t col, double value) {
+  ZEPH_EXPORT void addSparseElement(std::size_t row, std::size_t col, double value) {
     if (value == 0.0) return;
     elements.push_back({static_cast<std::uint32_t>(row), static_cast<std::uint32_t>(col), value});
   }
 
   /// `addElement` for an object known to be dense. There must be a block.
-  void addDenseElement(std::size_t row, std::size_t col, double value) {
+  ZEPH_EXPORT void addDenseElement(std::size_t row, std::size_t col, double value) {
     denseBlock->data[row * denseBlock->stride + col] += value;
   }
 
@@ -130,6 +140,7 @@ class ZEPH_EXPORT ProtoSparse {
 
   /// Moves the block's entries of magnitude above 2^-52 into the list, in column-major order behind
   /// whatever the list holds. Returns false, changing nothing, if rowCount < 2 or colCount < 2.
+  /// Strong exception guarantee.
   bool makeSparse();
 
   /// Multiplies every entry by s. Nothing is dropped: with s = 0 elements of value 0 remain.
@@ -165,9 +176,9 @@ class ZEPH_EXPORT ProtoSparse {
   /// c = W * b for the window W of rows rowFirst .. c.rows - rowFirst - 1 and columns colFirst ..
   /// b.rows - colFirst - 1 of this matrix (32-bit arithmetic: an offset trims the window at both
   /// ends). Window row i goes to row i - rowFirst of c, the other rows of c become 0; window column
-  /// j meets row j - colFirst of b. c keeps its size. Rows and columns that this matrix, c or b does
-  /// not have are left out. An end that wraps counts as a large one in sparse mode; in dense mode it
-  /// leaves c = 0.
+  /// j meets row j - colFirst of b. c keeps its size. Rows and columns that this matrix, c or b
+  /// does not have are left out. An end that wraps counts as a large one in sparse mode; in dense
+  /// mode it leaves c = 0.
   void multiplyDenseSub(const ZtMatrix& b, ZtMatrix& c, unsigned int rowFirst,
                         unsigned int colFirst);
 
@@ -231,6 +242,14 @@ class ZEPH_EXPORT ProtoSparse {
   std::uint64_t rowCount = 0;
   std::uint64_t colCount = 0;
   std::unique_ptr<korin::Matrix> denseBlock;
+
+ private:
+  void swap(ProtoSparse& other) noexcept {
+    elements.swap(other.elements);
+    std::swap(rowCount, other.rowCount);
+    std::swap(colCount, other.colCount);
+    denseBlock.swap(other.denseBlock);
+  }
 };
 
 }  // namespace zeph_solver

@@ -18,7 +18,6 @@ bool isSignificant(double v) {
 }
 
 void appendUnmarked(const std::vector<unsigned char>& marked, std::vector<int>& out) {
-  out.clear();
   for (std::size_t i = 0; i < marked.size(); ++i) {
     if (!marked[i]) out.push_back(static_cast<int>(i));
   }
@@ -150,6 +149,9 @@ void ProtoSparse::getEmptyRowsAndCols(std::vector<int>& emptyRows,
     compress();
     for (const MatrixElement& e : elements) mark(e.row, e.col, e.value);
   }
+  // Both before either is filled: they may be one list.
+  emptyRows.clear();
+  emptyCols.clear();
   appendUnmarked(rowUsed, emptyRows);
   appendUnmarked(colUsed, emptyCols);
 }

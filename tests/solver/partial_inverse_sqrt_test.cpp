@@ -5,6 +5,7 @@
 #include <cmath>
 #include <random>
 
+#include "math/dense/korin_vector.h"
 #include "tests/solver/dense_inverse.h"
 
 namespace zeph_solver {
@@ -36,6 +37,10 @@ TEST(PartialInverseSqrtTest, MatchesTheDenseInverseOfTheProduct) {
       ASSERT_NEAR(whole.data[i], expected.inverse(i, i), tolerance) << i << " of " << n;
       ASSERT_TRUE(i >= n / 2 || leading.data[i] == whole.data[i]);
     }
+    if (n == 0) continue;
+    korin::Vector inPlace(S, 0);  // the first row of S
+    partialInverseSqrt(S, inPlace);
+    ASSERT_TRUE(inPlace.isEqual(whole)) << n;
   }
 }
 

@@ -61,10 +61,16 @@ TEST(SolverRoutes, SolveSeveralRightSidesIntoViewsInBothModes) {
     const bool cholesky = round % 2 == 0;
     ProtoSparse A = randomSystem(n, cholesky);
     if (round % 3 == 0) A.makeDense();
-    Block X(n, 1 + round % 4);
-    const Matrix B = randomMatrix(n, 1 + round % 4);
-    Solver(3).solveGeneric(A, X.view, B, cholesky, nullptr, false, true);
+    Block X(n, 1 + round % 40);
+    const Matrix B = randomMatrix(n, 1 + round % 40);
+    // By LU, of a longer right-hand side the first n rows count.
+    Block longer(n + (cholesky ? 0 : round % 3), B.cols);
+    longer.view.setSub_mat(B, 0, 0, n, B.cols, 0, 0);
+    Solver(3).solveGeneric(A, X.view, longer.view, cholesky, nullptr, false, true);
     EXPECT_TRUE(solves(A, X.view, B) && X.outsideUntouched()) << round;
+    Matrix inPlace(B);
+    Solver(3).solveGeneric(A, inPlace, inPlace, cholesky, nullptr, false, true);
+    EXPECT_TRUE(X.view == inPlace) << round;
   }
 }
 
@@ -105,6 +111,21 @@ TEST(SolverReuse, KeepsReplacesAndOnlyFactorisesAsAsked) {
     EXPECT_EQ(f.size(), 25);
   }
   EXPECT_EQ(Factorisation(nullptr).size(), 0);
+}
+
+TEST(SolverReuse, AFactorisationMadeByAnotherSolverOutlivesIt) {
+  const ProtoSparse A = randomSystem(30, true);
+  const Matrix B = randomMatrix(30, 1);
+  Solver keeper(3);
+  Factorisation f(&keeper);
+  f.cholesky = true;
+  Solver(3).factorise(A, &f);
+  Matrix X(30, 1);
+  keeper.solveGeneric(A, X, B, true, &f, false, true);
+  EXPECT_TRUE(solves(A, X, B));
+  const std::size_t blocks = keeper.common->get()->malloc_count;
+  f.clear();
+  EXPECT_NE(keeper.common->get()->malloc_count, blocks) << "freed with the other's workspace";
 }
 
 TEST(SolverFallback, AFailedAnalysisGoesToLuSilently) {

@@ -190,6 +190,7 @@ TEST(SpecialFunctions, DigammaAndTrigammaEndForAnyArgument) {
     EXPECT_EQ(korin::digamma(pole), -kInfinity) << pole;
     EXPECT_EQ(korin::trigamma(pole), kInfinity) << pole;
   }
+  EXPECT_EQ(korin::digamma(-0.0), kInfinity);  // from below
   for (const double far : {-18014398509481984.0, -1e300, -kInfinity, kNaN}) {
     EXPECT_TRUE(std::isnan(korin::digamma(far))) << far;
     EXPECT_TRUE(std::isnan(korin::trigamma(far))) << far;

@@ -71,6 +71,9 @@ TEST(ProtoSparseChecks, FindWhatABruteForceScanFinds) {
     }
     p.getEmptyRowsAndCols(emptyRows, emptyCols);
     ASSERT_TRUE(emptyRows == expectedRows && emptyCols == expectedCols) << round;
+    p.getEmptyRowsAndCols(emptyRows, emptyRows);  // one list for both
+    expectedRows.insert(expectedRows.end(), expectedCols.begin(), expectedCols.end());
+    ASSERT_EQ(emptyRows, expectedRows);
   }
 }
 

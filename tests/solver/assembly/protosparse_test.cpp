@@ -53,6 +53,7 @@ struct Pair {
       if (!p.isDense()) block.clear();
       p.setSize(rows, cols);
       EXPECT_EQ(p.isDense(), dense);
+      EXPECT_TRUE(!dense || (p.denseBlock->rows == rows && p.denseBlock->cols == cols));
     } else if (kind == 4) {
       if (!p.isDense()) block = std::exchange(list, {});
       p.makeDense();
@@ -75,6 +76,9 @@ struct Pair {
       other = ProtoSparse(p);
       p = dice.sparse(cols, rows);
       p = *&(p = other);
+      ProtoSparse moved(std::move(p));
+      EXPECT_TRUE(p.rowCount + p.colCount + p.elements.capacity() == 0 && !p.isDense());
+      p = std::move(moved);
       if (p.isDense()) list.clear();
     }
     std::erase_if(block, [&](auto& e) {
