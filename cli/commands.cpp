@@ -8,6 +8,7 @@
 
 #include "solver/library.h"
 #include "zeph/checks/matrix_check.h"
+#include "zeph/checks/one_triangle.h"
 #include "zeph/demo/demonstration.h"
 #include "zeph/files/atomic_file.h"
 #include "zeph/files/matrix_file.h"
@@ -62,6 +63,24 @@ void addRoutes(CLI::App* command, RouteFlags& flags) {
   command->add_flag("--lu", flags.lu, "A is any non-singular matrix")->excludes(cholesky);
 }
 
+/// What the user says of A where its file does not.
+struct FormFlags {
+  bool symmetric = false;
+  bool general = false;
+
+  void declare(SparseMatrix& A) const {
+    if (symmetric) declareSymmetric(A);
+    A.triangular = general;
+  }
+};
+
+void addForms(CLI::App* command, FormFlags& flags) {
+  CLI::Option* symmetric = command->add_flag("--symmetric", flags.symmetric,
+                                             "the entries of one triangle of A stand for both");
+  command->add_flag("--general", flags.general, "A may have entries in one triangle alone")
+      ->excludes(symmetric);
+}
+
 /// A locked door is better found before the work than after it.
 void requireOutput(const std::string& output) {
   if (output == "-") return;
@@ -69,9 +88,12 @@ void requireOutput(const std::string& output) {
   AtomicFile::requireWritable(output);
 }
 
-SparseMatrix load(const std::string& path, const Progress& progress) {
+SparseMatrix load(const std::string& path, const Progress& progress,
+                  const FormFlags& form = FormFlags()) {
   progress.begin("reading");
-  return readSparse(path);
+  SparseMatrix A = readSparse(path);
+  form.declare(A);
+  return A;
 }
 
 void printDemonstration(const DemonstrationReport& r) {
@@ -95,7 +117,7 @@ void printDemonstration(const DemonstrationReport& r) {
 }  // namespace
 
 void declareVariances(CLI::App& app, Action& action) {
-  struct Options : Files, RouteFlags {};
+  struct Options : Files, RouteFlags, FormFlags {};
   auto options = std::make_shared<Options>();
   CLI::App* command =
       declare(app, action, "variances", "The diagonal of the inverse of A",
@@ -103,7 +125,7 @@ void declareVariances(CLI::App& app, Action& action) {
               "  zeph variances A.mtx -o d.mtx --lu   a Matrix Market array, by sparse LU",
               options, [](const Options& o, const Progress& progress) {
                 requireOutput(o.output);
-                const Variances result = variances(load(o.first, progress), o.route(), progress);
+                const Variances result = variances(load(o.first, progress, o), o.route(), progress);
                 progress.begin("writing");
                 writeVector(o.output, result.diagonal);
                 return 0;
@@ -111,6 +133,7 @@ void declareVariances(CLI::App& app, Action& action) {
   command->add_option("A", options->first, "square matrix")->required()->type_name("A.mtx");
   addOutput(command, options->output, "lines index,value, or a Matrix Market array (.mtx)");
   addRoutes(command, *options);
+  addForms(command, *options);
   command
       ->add_flag("--lu-solves", options->luSolves,
                  "sparse LU with one solve for every entry (slow; for comparison)")
@@ -119,7 +142,7 @@ void declareVariances(CLI::App& app, Action& action) {
 }
 
 void declareSolve(CLI::App& app, Action& action) {
-  struct Options : Files, RouteFlags {};
+  struct Options : Files, RouteFlags, FormFlags {};
   auto options = std::make_shared<Options>();
   CLI::App* command =
       declare(app, action, "solve", "Solve A X = B for one or several right-hand sides",
@@ -127,7 +150,7 @@ void declareSolve(CLI::App& app, Action& action) {
               "  zeph solve A.mtx B.mtx --cholesky > X.mtx",
               options, [](const Options& o, const Progress& progress) {
                 requireOutput(o.output);
-                SparseMatrix A = load(o.first, progress);
+                SparseMatrix A = load(o.first, progress, o);
                 const DenseMatrix B = readDense(o.second);
                 const Solution result = solve(std::move(A), B, o.route(), progress);
                 progress.begin("writing");
@@ -144,22 +167,27 @@ void declareSolve(CLI::App& app, Action& action) {
       ->type_name("B.mtx");
   addOutput(command, options->output, "the solution");
   addRoutes(command, *options);
+  addForms(command, *options);
 }
 
 void declareCheck(CLI::App& app, Action& action) {
-  auto options = std::make_shared<Files>();
-  CLI::App* command =
-      declare(app, action, "check", "Tell whether A can be factorised, and what speaks against it",
-              "  zeph check A.mtx    exit status 1 when A is unfit for factorising", options,
-              [](const Files& o, const Progress& progress) {
-                progress.begin("reading");
-                ReadOptions everything;
-                everything.allowNonFinite = true;
-                const MatrixReport report = checkMatrix(readSparse(o.first, everything), progress);
-                std::fputs(toText(report).c_str(), stdout);
-                return report.fit() ? 0 : 1;
-              });
+  struct Options : Files, FormFlags {};
+  auto options = std::make_shared<Options>();
+  CLI::App* command = declare(app, action, "check",
+                              "Try whether A can be factorised, and tell what speaks against it",
+                              "  zeph check A.mtx    exit status 1 when A is unfit for factorising",
+                              options, [](const Options& o, const Progress& progress) {
+                                progress.begin("reading");
+                                ReadOptions everything;
+                                everything.allowNonFinite = true;
+                                SparseMatrix A = readSparse(o.first, everything);
+                                o.declare(A);
+                                const MatrixReport report = checkMatrix(A, progress);
+                                std::fputs(toText(report).c_str(), stdout);
+                                return report.fit() ? 0 : 1;
+                              });
   command->add_option("A", options->first, "matrix")->required()->type_name("A.mtx");
+  addForms(command, *options);
 }
 
 void declareConvert(CLI::App& app, Action& action) {
@@ -185,24 +213,27 @@ void declareConvert(CLI::App& app, Action& action) {
 }
 
 void declareFactor(CLI::App& app, Action& action) {
-  auto options = std::make_shared<Files>();
-  CLI::App* command = declare(
-      app, action, "factor", "The sparse lower Cholesky factor of A",
-      "  zeph factor A.mtx -o L.mtx               L L' = A\n"
-      "  zeph factor A.mtx -o L.mtx --perm p.txt  L L' = A(p, p) with far fewer entries",
-      options, [](const Files& o, const Progress& progress) {
-        requireOutput(o.output);
-        if (!o.permutation.empty()) AtomicFile::requireWritable(o.permutation);
-        CholeskyFactor result = factor(load(o.first, progress), !o.permutation.empty(), progress);
-        progress.begin("writing");
-        if (!o.permutation.empty()) writePermutation(o.permutation, result.perm);
-        writeSparse(o.output, std::move(result.L));
-        return 0;
-      });
+  struct Options : Files, FormFlags {};
+  auto options = std::make_shared<Options>();
+  CLI::App* command =
+      declare(app, action, "factor", "The sparse lower Cholesky factor of A",
+              "  zeph factor A.mtx -o L.mtx               L L' = A\n"
+              "  zeph factor A.mtx -o L.mtx --perm p.txt  L L' = A(p, p) with far fewer entries",
+              options, [](const Options& o, const Progress& progress) {
+                requireOutput(o.output);
+                if (!o.permutation.empty()) AtomicFile::requireWritable(o.permutation);
+                CholeskyFactor result =
+                    factor(load(o.first, progress, o), !o.permutation.empty(), progress);
+                progress.begin("writing");
+                if (!o.permutation.empty()) writePermutation(o.permutation, result.perm);
+                writeSparse(o.output, std::move(result.L));
+                return 0;
+              });
   command->add_option("A", options->first, "symmetric positive definite matrix")
       ->required()
       ->type_name("A.mtx");
   addOutput(command, options->output, "the factor");
+  addForms(command, *options);
   command
       ->add_option("--perm", options->permutation,
                    "reorder A to reduce fill, and write the order here, a zero-based index a line")
@@ -210,19 +241,21 @@ void declareFactor(CLI::App& app, Action& action) {
 }
 
 void declarePattern(CLI::App& app, Action& action) {
-  auto options = std::make_shared<Files>();
+  struct Options : Files, FormFlags {};
+  auto options = std::make_shared<Options>();
   CLI::App* command = declare(app, action, "pattern",
                               "The positions of the inverse that a partial inversion of A needs",
                               "  zeph pattern A.mtx -o set.csv    lines row,col,marker; row <= col",
-                              options, [](const Files& o, const Progress& progress) {
+                              options, [](const Options& o, const Progress& progress) {
                                 requireOutput(o.output);
-                                SparseMatrix set = inverseSet(load(o.first, progress), progress);
+                                SparseMatrix set = inverseSet(load(o.first, progress, o), progress);
                                 progress.begin("writing");
                                 writeSparse(o.output, std::move(set));
                                 return 0;
                               });
   command->add_option("A", options->first, "square matrix")->required()->type_name("A.mtx");
   addOutput(command, options->output, "the set; its values are markers");
+  addForms(command, *options);
 }
 
 void declareMultiply(CLI::App& app, Action& action) {

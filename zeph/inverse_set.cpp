@@ -4,6 +4,7 @@
 
 #include "solver/ldl_minimal_set.h"
 #include "zeph/checks/guarded.h"
+#include "zeph/checks/one_triangle.h"
 
 namespace zeph {
 
@@ -11,6 +12,7 @@ SparseMatrix inverseSet(SparseMatrix A, const Progress& progress) {
   const std::string source = A.source;
   return guarded(source, [&] {
     requireSquare(A);
+    requireBothTriangles(A);
     requireMemory(source, A.rows, 2 * sizeof(zeph_solver::MatrixElement));
     progress.begin("closing the pattern");
     zeph_solver::ProtoSparse set;

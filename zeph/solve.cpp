@@ -1,11 +1,13 @@
 #include "zeph/solve.h"
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <utility>
 #include <vector>
 
 #include "solver/solver.h"
+#include "solver/suitesparse/transposed_solve.h"
 #include "zeph/checks/condition.h"
 #include "zeph/checks/guarded.h"
 
@@ -14,6 +16,8 @@ namespace {
 
 using zeph_solver::Factorisation;
 using zeph_solver::Solver;
+
+constexpr ZtSize kColumnsAtOnce = 16;
 
 void requireHeight(const SparseMatrix& A, const DenseMatrix& B) {
   if (B.values.rows == A.rows && B.values.cols > 0) return;
@@ -33,32 +37,68 @@ void requireFiniteDense(const DenseMatrix& B) {
   }
 }
 
-// Largest sum of magnitudes in a row.
-double rowSumNorm(const ZtMatrix& m) {
-  double norm = 0.0;
-  for (ZtSize r = 0; r < m.rows; ++r) {
-    double sum = 0.0;
-    for (ZtSize c = 0; c < m.cols; ++c) sum += std::abs(m.data[r * m.stride + c]);
-    norm = std::max(norm, sum);
+// Solves S y = R B for a few columns of B at a time, so that no third matrix of B's size is held.
+class ScaledSolution {
+ public:
+  ScaledSolution(const PreparedMatrix& m, Solver& solver, Factorisation& f)
+      : m_(m), solver_(solver), f_(f) {}
+
+  /// Columns [first, first + count) of X = A⁻¹ B; the largest backward error of a column.
+  double solve(const ZtMatrix& B, ZtSize first, ZtSize count, ZtMatrix& X) {
+    const std::size_t n = m_.size();
+    ZtMatrix b(n, count, count, nullptr);
+    ZtMatrix y(n, count, count, nullptr);
+    std::vector<int> exponent(count);
+    for (ZtSize k = 0; k < count; ++k) exponent[k] = scaleColumn(B, first + k, b, k);
+    solver_.solveGeneric(m_.A, y, b, f_.cholesky, &f_, false, true);
+    double error = 0.0;
+    std::vector<double> column(n), right(n);
+    for (ZtSize k = 0; k < count; ++k) {
+      for (std::size_t i = 0; i < n; ++i) {
+        column[i] = y.data[i * y.stride + k];
+        right[i] = b.data[i * b.stride + k];
+        X.data[i * X.stride + first + k] = std::ldexp(column[i], m_.scaling.col[i] + exponent[k]);
+      }
+      const double here = backwardError(m_, column.data(), right.data());
+      if (!(here <= error)) error = here;
+    }
+    return error;
   }
-  return norm;
-}
 
-double rowSumNorm(const PreparedMatrix& m) {
-  std::vector<double> sums(m.size(), 0.0);
-  m.forEachEntry([&](std::size_t row, std::size_t, double value) { sums[row] += std::abs(value); });
-  return *std::max_element(sums.begin(), sums.end());
-}
+ private:
+  // Column `from` of B, its rows scaled as S's and brought below 1 by a power of two, which is
+  // returned: products of the two scales alone could overflow.
+  int scaleColumn(const ZtMatrix& B, ZtSize from, ZtMatrix& b, ZtSize to) const {
+    int largest = INT_MIN;
+    for (ZtSize i = 0; i < B.rows; ++i) {
+      const double value = B.data[i * B.stride + from];
+      if (value != 0.0) largest = std::max(largest, std::ilogb(value) + m_.scaling.row[i]);
+    }
+    const int exponent = largest == INT_MIN ? 0 : largest + 1;
+    for (ZtSize i = 0; i < B.rows; ++i) {
+      b.data[i * b.stride + to] =
+          std::ldexp(B.data[i * B.stride + from], m_.scaling.row[i] - exponent);
+    }
+    return exponent;
+  }
 
-double relativeResidual(const PreparedMatrix& m, const ZtMatrix& X, const ZtMatrix& B) {
-  ZtMatrix residual = B;
-  m.forEachEntry([&](std::size_t row, std::size_t col, double value) {
-    double* target = residual.data + row * residual.stride;
-    const double* x = X.data + col * X.stride;
-    for (ZtSize k = 0; k < X.cols; ++k) target[k] -= value * x[k];
+  const PreparedMatrix& m_;
+  Solver& solver_;
+  Factorisation& f_;
+};
+
+double conditionOf(const PreparedMatrix& m, Solver& solver, Factorisation& f) {
+  ZtVector b(m.size());
+  ZtVector x(m.size());
+  const auto solve = [&](const double* from, double* to) {
+    std::copy_n(from, m.size(), b.data);
+    solver.solveGeneric(m.A, x, b, f.cholesky, &f, false);
+    std::copy_n(x.data, m.size(), to);
+  };
+  if (f.cholesky) return estimateCondition(m, solve, solve);
+  return estimateCondition(m, solve, [&](const double* from, double* to) {
+    zeph_solver::solveTransposedLU(f, from, to);
   });
-  const double scale = rowSumNorm(m) * rowSumNorm(X) + rowSumNorm(B);
-  return scale > 0.0 ? rowSumNorm(residual) / scale : 0.0;
 }
 
 bool isFinite(const ZtMatrix& X) {
@@ -83,16 +123,23 @@ Solution solve(SparseMatrix A, const DenseMatrix& B, Route asked, const Progress
     Factorisation f(&solver);
     factorise(m, solver, f);
     progress.begin("solving");
-    result.condition = conditionFromSolve(m, solver, f);
+    result.condition = conditionOf(m, solver, f);
     judgeCondition(m, result.condition, progress);
-    ZtMatrix_assign(&result.X, B.values.rows, B.values.cols, B.values.cols, nullptr, 0);
-    solver.solveGeneric(m.A, result.X, B.values, f.cholesky, &f, false, true);
+    const ZtSize cols = B.values.cols;
+    ZtMatrix_assign(&result.X, B.values.rows, cols, cols, nullptr, 0);
+    ScaledSolution scaled(m, solver, f);
+    for (ZtSize first = 0; first < cols; first += kColumnsAtOnce) {
+      progress.checkpoint();
+      const double error =
+          scaled.solve(B.values, first, std::min(kColumnsAtOnce, cols - first), result.X);
+      judgeBackwardError(m, error);
+      result.relativeResidual = std::max(result.relativeResidual, error);
+    }
     if (!isFinite(result.X)) {
       throw Error(ErrorKind::Unfit, "the solution of " + m.source + " and " + B.source +
                                         " overflows; scale the equations");
     }
     progress.checkpoint();
-    result.relativeResidual = relativeResidual(m, result.X, B.values);
     return result;
   });
 }

@@ -11,7 +11,9 @@ struct Solution {
   ZtMatrix X;  ///< A's columns x B's columns, all finite
   RouteChoice choice;
   double condition = 0.0;  ///< rough estimate of A's condition number, units scaled away
-  double relativeResidual = 0.0;  ///< ‖AX-B‖ / (‖A‖ ‖X‖ + ‖B‖) in row-sum norms; 0 for B = 0
+  /// Largest ‖Ax-b‖ / (‖A‖ ‖x‖ + ‖b‖) of a column in largest-entry norms, rows and columns of A
+  /// scaled to the same size; 0 for B = 0.
+  double relativeResidual = 0.0;
 };
 
 /// Solves A X = B for all columns of B with one factorisation. Route::LuSolves means Lu here.

@@ -2,9 +2,11 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <utility>
 
+#include "math/sorting/mtsort.h"
 #include "zeph/error.h"
 #include "zeph/files/number_text.h"
 
@@ -30,6 +32,19 @@ void appendMirrored(Entries& entries, double sign) {
   }
 }
 
+constexpr int kSortThreads = 32;
+
+std::uint64_t key(const zeph_solver::MatrixElement& e) {
+  return (std::uint64_t{e.col} << 32) | e.row;
+}
+
+void requireCountable(const SparseMatrix& m) {
+  if (m.entries.size() <= kLargestSize) return;
+  throw Error(ErrorKind::Unfit, m.source + " has " + std::to_string(m.entries.size()) +
+                                    " entries; the solvers count no further than " +
+                                    std::to_string(kLargestSize));
+}
+
 ZtMatrix zeroMatrix(const std::string& source, std::size_t rows, std::size_t cols) {
   requireMemory(source, rows, cols * sizeof(double));
   ZtMatrix m(rows, cols, cols, nullptr);
@@ -39,21 +54,36 @@ ZtMatrix zeroMatrix(const std::string& source, std::size_t rows, std::size_t col
 
 }  // namespace
 
-zeph_solver::ProtoSparse assemble(SparseMatrix m, Triangles triangles) {
-  if (m.symmetry == Symmetry::SkewSymmetric) {
-    appendMirrored(m.entries, -1.0);
-  } else if (m.symmetry == Symmetry::Symmetric) {
-    if (triangles == Triangles::Both) {
-      appendMirrored(m.entries, 1.0);
+std::size_t mergeDuplicates(SparseMatrix& m) {
+  requireCountable(m);
+  Entries& entries = m.entries;
+  const auto before = [](const auto& a, const auto& b) { return key(a) < key(b); };
+  if (!std::is_sorted(entries.begin(), entries.end(), before)) {
+    korin::mtSort(entries.data(), static_cast<int>(entries.size()), kSortThreads);
+  }
+  std::size_t kept = 0;
+  for (const zeph_solver::MatrixElement e : entries) {
+    if (kept != 0 && key(entries[kept - 1]) == key(e)) {
+      entries[kept - 1].value += e.value;
     } else {
-      moveToTriangle(m.entries, triangles == Triangles::Upper);
+      entries[kept++] = e;
     }
   }
-  if (m.entries.size() > kLargestSize) {
-    throw Error(ErrorKind::Unfit, m.source + " has " + std::to_string(m.entries.size()) +
-                                      " entries; the solvers count no further than " +
-                                      std::to_string(kLargestSize));
+  const std::size_t merged = entries.size() - kept;
+  entries.resize(kept);
+  return merged;
+}
+
+// Duplicates are merged here, because the assembly form forgets sums below an absolute bound.
+zeph_solver::ProtoSparse assemble(SparseMatrix m, Triangles triangles) {
+  const bool symmetric = m.symmetry == Symmetry::Symmetric;
+  if (symmetric && triangles != Triangles::Both) {
+    moveToTriangle(m.entries, triangles == Triangles::Upper);
   }
+  mergeDuplicates(m);
+  if (symmetric && triangles == Triangles::Both) appendMirrored(m.entries, 1.0);
+  if (m.symmetry == Symmetry::SkewSymmetric) appendMirrored(m.entries, -1.0);
+  requireCountable(m);
   zeph_solver::ProtoSparse p;
   p.setSize(m.rows, m.cols);
   if (!p.isDense()) {

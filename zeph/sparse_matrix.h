@@ -25,6 +25,7 @@ struct SparseMatrix {
   std::size_t rows = 0;
   std::size_t cols = 0;
   Symmetry symmetry = Symmetry::General;
+  bool triangular = false;  ///< a general matrix with entries in one triangle is meant as it stands
   std::vector<zeph_solver::MatrixElement> entries;  ///< zero-based
 };
 
@@ -41,9 +42,15 @@ enum class Triangles {
   Lower   ///< the symbolic inverse set, which ignores what lies above
 };
 
-/// The library's assembly form of m. A symmetric m is completed to both triangles or moved to the
-/// one asked for; a general m is taken as it is, and a skew-symmetric one is always completed. The
-/// entries of an m that is moved in are taken over without a copy.
+/// Sorts the entries by column, then row, and adds up those at one position, whatever their size; a
+/// sum of zero keeps its place. Returns how many entries went.
+/// Throws Error(Unfit) beyond 2³¹-1 entries.
+std::size_t mergeDuplicates(SparseMatrix& m);
+
+/// The library's assembly form of m, with one element a position. A symmetric m is completed to
+/// both triangles or moved to the one asked for; a general m is taken as it is, and a
+/// skew-symmetric one is always completed. The entries of an m that is moved in are taken over
+/// without a copy.
 /// Throws Error(Unfit) beyond 2³¹-1 entries.
 zeph_solver::ProtoSparse assemble(SparseMatrix m, Triangles triangles);
 

@@ -7,6 +7,8 @@
 
 #include "math/korin.h"
 #include "tests/zeph/front_test.h"
+#include "zeph/checks/matrix_check.h"
+#include "zeph/checks/one_triangle.h"
 #include "zeph/files/matrix_file.h"
 #include "zeph/operations.h"
 #include "zeph/solve.h"
@@ -25,6 +27,7 @@ SparseMatrix matrix(std::size_t n, Symmetry symmetry,
   m.source = "A.mtx";
   m.rows = m.cols = n;
   m.symmetry = symmetry;
+  m.triangular = true;
   m.entries = std::move(entries);
   return m;
 }
@@ -118,6 +121,117 @@ TEST_F(SystemTest, everyRouteSolvesAndItsVariancesAreTheDiagonal) {
   expectInverse(matrix(2, Symmetry::SkewSymmetric, {{1, 0, 2.0}}), Route::Automatic, Route::Lu);
 }
 
+TEST_F(SystemTest, unitsDecideNothing) {
+  for (int round = 0; round < 60; ++round) {
+    const std::size_t n = 1 + below(12);
+    const bool symmetric = round % 2;
+    const SparseMatrix m = symmetric ? definite(n, Symmetry::Symmetric) : general(n);
+    std::vector<int> row(n), col(n);
+    for (int& exponent : row) exponent = static_cast<int>(below(600)) - 300;
+    for (int& exponent : col) exponent = static_cast<int>(below(600)) - 300;
+    if (symmetric) col = row;
+    SparseMatrix scaled = m;
+    for (auto& e : scaled.entries) e.value = std::ldexp(e.value, row[e.row] + col[e.col]);
+    DenseMatrix B = columns(n, 20), scaledB = B;
+    for (std::size_t k = 0; k < n * 20; ++k) {
+      scaledB.values.data[k] = std::ldexp(scaledB.values.data[k], row[k / 20]);
+    }
+    const Route route = symmetric ? Route::Automatic : round % 4 ? Route::Lu : Route::LuSolves;
+    korin::Vector v = zeph::variances(scaled, route).diagonal;
+    korin::Matrix X = zeph::solve(scaled, scaledB, route).X;
+    for (std::size_t i = 0; i < n; ++i) v[i] = std::ldexp(v[i], row[i] + col[i]);
+    for (std::size_t k = 0; k < n * 20; ++k) X.data[k] = std::ldexp(X.data[k], col[k / 20]);
+    EXPECT_TRUE(v.isEqual(zeph::variances(m, route).diagonal, 1e-12));
+    EXPECT_TRUE(X.isEqual(zeph::solve(m, B, route).X, 1e-12));
+    if (!symmetric) continue;
+    korin::Matrix l = dense(zeph::factor(scaled, false).L);
+    for (std::size_t k = 0; k < n * n; ++k) l.data[k] = std::ldexp(l.data[k], -row[k / n]);
+    EXPECT_TRUE(l.isEqual(dense(zeph::factor(m, false).L), 1e-14));
+  }
+  const auto S = Symmetry::Symmetric;
+  const struct {
+    SparseMatrix m;
+    Route taken;
+    double first;  // variance
+  } cases[] = {
+      {matrix(1, S, {{0, 0, 2e-16}}), Route::Cholesky, 5e15},
+      {matrix(2, S, {{0, 0, 4e-154}, {1, 0, 1.5e-154}, {1, 0, 1.5e-154}, {1, 1, 4e-154}}),
+       Route::Cholesky, 4e154 / 7.0},
+      {matrix(2, S, {{0, 0, 1e-20}, {1, 0, 1e-11}, {1, 1, 1.0}}), Route::Cholesky, 1e20 / 0.99},
+      {matrix(2, S, {{0, 0, 1e-20}, {1, 0, 1.0}, {1, 1, 1.0}}), Route::Lu, -1.0},
+  };
+  for (const auto& c : cases) {
+    const zeph::Variances v = zeph::variances(c.m);
+    EXPECT_EQ(v.choice.route, c.taken) << v.choice.reason;
+    EXPECT_NEAR(v.diagonal.data[0] / c.first, 1.0, 1e-14);
+  }
+  zeph::writeSparse(path("tiny.csv"), cases[1].m);
+  EXPECT_NE(read(path("tiny.csv")).find("\n1,0,3.0000000000000"), std::string::npos);
+}
+
+TEST_F(SystemTest, singularMatricesNeverPass) {
+  int passed = 0;
+  for (int round = 0; round < 200; ++round) {
+    // A row is a combination of others, or the matrix is skew of odd order: its inverse, were there
+    // one, has a zero diagonal. A regular block stands beside it.
+    const std::size_t n = 3 + 2 * below(4), beside = below(4);
+    korin::Matrix a(n + beside, n + beside);
+    ZtMatrix_setZero(&a);
+    for (std::size_t i = 0; i < n; ++i) {
+      for (std::size_t j = 0; j < i; ++j) {
+        a(i, j) = 0.1 * value();
+        a(j, i) = round % 2 ? -a(i, j) : 0.1 * value();
+      }
+    }
+    for (std::size_t j = 0; j < n && round % 2 == 0; ++j) a(n - 1, j) = a(0, j) - 3.0 * a(1, j);
+    for (std::size_t i = n; i < a.rows; ++i) a(i, i) = 0.3;
+    std::vector<unsigned> place(a.rows);
+    for (unsigned i = 0; i < a.rows; ++i) place[i] = i;
+    std::shuffle(place.begin(), place.end(), random_);
+    SparseMatrix m = matrix(a.rows, Symmetry::General, {});
+    for (unsigned k = 0; k < a.rows * a.rows; ++k) {
+      const unsigned i = place[k / a.rows], j = place[k % a.rows];
+      if (a(i, j) != 0.0) {
+        m.entries.push_back({k / static_cast<unsigned>(a.rows), k % static_cast<unsigned>(a.rows),
+                             std::ldexp(a(i, j), static_cast<int>(i))});
+      }
+    }
+    for (const Route route : {Route::Automatic, Route::Lu, Route::LuSolves}) {
+      passed += errorOf([&] { zeph::variances(m, route); })[0] != '6';
+      passed += errorOf([&] { zeph::solve(m, columns(m.rows, 1), route); })[0] != '6';
+    }
+  }
+  EXPECT_EQ(passed, 0);
+}
+
+TEST_F(SystemTest, oneTriangleNeedsAWord) {
+  SparseMatrix m = matrix(3, Symmetry::General, {{0, 0, 4.0}, {1, 1, 4.0}, {2, 2, 4.0}});
+  m.triangular = false;
+  EXPECT_EQ(zeph::variances(m).choice.route, Route::Cholesky);
+  m.entries.push_back({0, 2, 1.0});
+  m.entries.push_back({2, 0, 0.0});
+  for (const bool more : {false, true}) {
+    const std::string seen =
+        more
+            ? "4 all 2 entries beside the diagonal of A.mtx lie in the upper triangle, as (1, 3)"
+            : "4 the only entry beside the diagonal of A.mtx lies in the upper triangle, as (1, 3)";
+    expectError([&] { zeph::variances(m, Route::Lu); }, seen);
+    expectError([&] { zeph::solve(m, columns(3, 1)); }, seen);
+    expectError([&] { zeph::factor(m, false); }, seen);
+    expectError([&] { zeph::inverseSet(m); }, seen);
+    EXPECT_FALSE(zeph::checkMatrix(m).fit());
+    m.entries.push_back({1, 2, 1.0});
+  }
+  SparseMatrix whole = m;
+  whole.entries[4].value = 1.0;
+  expectError([&] { zeph::declareSymmetric(whole); },
+              "4 A.mtx has entries in both triangles, as (3, 1) and (1, 3); --symmetric is for");
+  m.triangular = true;
+  EXPECT_EQ(zeph::variances(m).diagonal.data[2], 0.25);
+  zeph::declareSymmetric(m);
+  EXPECT_NEAR(zeph::variances(m).diagonal.data[2], 1.0 / 2.75, 1e-15);
+}
+
 TEST_F(SystemTest, residualsOfHugeNumbersAreFinite) {
   // The norms do not square their entries.
   DenseMatrix huge = columns(2, 1);
@@ -174,6 +288,10 @@ TEST_F(SystemTest, unfitMatricesAreRefusedInOneSentence) {
        "6 A.mtx is singular: it has fewer entries (2) than its 3 rows need"},
       {matrix(2, G, {{0, 0, 1.0}, {1, 0, 1.0}}), Route::Automatic, "6 A.mtx is singular"},
       {countingUp, Route::Automatic, "6 A.mtx is singular to working precision"},
+      {matrix(3, Symmetry::SkewSymmetric, {{1, 0, 3.0}, {2, 0, 1.0}, {2, 1, 7.0}}), Route::Lu,
+       "6 A.mtx is singular: a skew-symmetric matrix of odd order (3) has no inverse"},
+      {matrix(2, G, {{0, 0, 1e308}, {0, 0, 1e308}, {1, 1, 1.0}}), Route::Automatic,
+       "4 the entries at (1, 1) of A.mtx add up to inf"},
       {loop, Route::Lu, "6 A.mtx is singular to working precision"},
       {loop, Route::LuSolves, "6 A.mtx is singular to working precision"},
   };
@@ -183,7 +301,9 @@ TEST_F(SystemTest, unfitMatricesAreRefusedInOneSentence) {
     expectError([&] { zeph::solve(c.m, B, c.asked); }, c.sentence);
     if (c.asked != Route::Cholesky && c.sentence[0] != '5') continue;
     for (const bool reorder : {false, true}) {
-      expectError([&] { zeph::factor(c.m, reorder); }, c.sentence);
+      const std::string error = errorOf([&] { zeph::factor(c.m, reorder); });
+      EXPECT_EQ(error.substr(0, 25), std::string(c.sentence).substr(0, 25));
+      EXPECT_EQ(error.find("--lu"), error.npos) << error;
     }
   }
   for (const Route route : {Route::Automatic, Route::Cholesky}) {
@@ -259,6 +379,12 @@ TEST_F(SystemTest, cancelledWorkStopsAndStagesAreTold) {
   EXPECT_EQ(recorder.stages.size(), 2u);
   ASSERT_EQ(recorder.notes.size(), 1u);
   EXPECT_EQ(recorder.notes[0], "route: Cholesky (A.mtx is symmetric with a usable diagonal)");
+  const SparseMatrix indefinite =
+      matrix(2, Symmetry::Symmetric, {{0, 0, 1.0}, {1, 0, 2.0}, {1, 1, 1.0}});
+  zeph::variances(indefinite, Route::Lu, recorder);
+  ASSERT_EQ(recorder.notes.size(), 3u);
+  EXPECT_EQ(recorder.notes[2].find("2 of the 2 values are negative, the first at row 1: A.mtx"),
+            0u);
   recorder.cancel();
   expectError([&] { zeph::variances(m, Route::Automatic, recorder); }, "130 ");
 }

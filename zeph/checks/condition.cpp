@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
-#include <random>
+#include <limits>
+#include <numeric>
+#include <set>
 #include <vector>
 
 #include "zeph/error.h"
@@ -11,56 +13,122 @@
 namespace zeph {
 namespace {
 
-// Row scales r = max_j |a(i,j)|, then column scales c = max_i |a(i,j)| / r(i): dividing by them
-// brings the largest entry of every column to 1 and leaves none above it.
-struct Scales {
-  std::vector<double> row, col;
-};
+using Vector = std::vector<double>;
 
-Scales scales(const PreparedMatrix& m) {
-  Scales s{std::vector<double>(m.size(), 0.0), std::vector<double>(m.size(), 0.0)};
-  m.forEachEntry([&](std::size_t row, std::size_t, double value) {
-    s.row[row] = std::max(s.row[row], std::abs(value));
-  });
+constexpr int kMostSteps = 5;
+constexpr std::size_t kSpotChecks = 4;
+// Rounding errors of a factorisation beyond the unit, as a multiple of it.
+constexpr double kGrowth = 1e4;
+
+double norm1(const Vector& v) {
+  return std::accumulate(v.begin(), v.end(), 0.0,
+                         [](double sum, double x) { return sum + std::abs(x); });
+}
+
+double largest(const double* v, std::size_t n) {
+  double norm = 0.0;
+  for (std::size_t i = 0; i < n; ++i) {
+    if (std::abs(v[i]) > norm || std::isnan(v[i])) norm = std::abs(v[i]);  // a NaN stays
+  }
+  return norm;
+}
+
+// Largest sum of magnitudes of a column, or of a row.
+double matrixNorm(const PreparedMatrix& m, bool byColumns) {
+  Vector sums(m.size(), 0.0);
   m.forEachEntry([&](std::size_t row, std::size_t col, double value) {
-    if (value != 0.0) s.col[col] = std::max(s.col[col], std::abs(value) / s.row[row]);
+    sums[byColumns ? col : row] += std::abs(value);
   });
-  return s;
+  return largest(sums.data(), sums.size());
+}
+
+Error inaccurate(const PreparedMatrix& m, const char* what, double error) {
+  std::string text;
+  appendDigits(text, error, 1);
+  return Error(ErrorKind::Singular, "the factorisation of " + m.source +
+                                        " is too inaccurate to be used (" + what + " " + text +
+                                        "); the matrix is too close to a singular one");
 }
 
 }  // namespace
 
-double conditionFromInverse(const PreparedMatrix& m, const ZtVector& inverseDiagonal) {
-  double sum = 0.0;
-  if (m.choice.route == Route::Cholesky) {
-    ZtVector diagonal;
-    m.A.getDiagonal(diagonal);
-    for (ZtSize i = 0; i < diagonal.size; ++i) {
-      sum += std::abs(diagonal.data[i] * inverseDiagonal.data[i]);
-    }
-    return sum;
+double inverseNorm(std::size_t n, const SolveWith& solve, const SolveWith& solveTransposed) {
+  Vector x(n, 1.0 / static_cast<double>(n)), y(n), signs(n), z(n);
+  double estimate = 0.0;
+  for (int step = 0; step < kMostSteps; ++step) {
+    solve(x.data(), y.data());
+    const double reached = norm1(y);
+    if (!std::isfinite(reached)) return std::numeric_limits<double>::infinity();
+    if (step > 0 && reached <= estimate) break;
+    estimate = reached;
+    std::transform(y.begin(), y.end(), signs.begin(),
+                   [](double v) { return v < 0.0 ? -1.0 : 1.0; });
+    solveTransposed(signs.data(), z.data());
+    const auto steepest = std::max_element(
+        z.begin(), z.end(), [](double a, double b) { return std::abs(a) < std::abs(b); });
+    const double here = std::inner_product(z.begin(), z.end(), x.begin(), 0.0);
+    if (!(std::abs(*steepest) > here)) break;
+    x.assign(n, 0.0);
+    x[static_cast<std::size_t>(steepest - z.begin())] = 1.0;
   }
-  const Scales s = scales(m);
-  for (std::size_t i = 0; i < m.size(); ++i) {
-    sum += std::abs(inverseDiagonal.data[i]) * s.row[i] * s.col[i];
+  // Higham's safeguard against matrices whose columns the steps do not reach.
+  for (std::size_t i = 0; i < n; ++i) {
+    const double along = n == 1 ? 0.0 : static_cast<double>(i) / static_cast<double>(n - 1);
+    x[i] = (i % 2 == 0 ? 1.0 : -1.0) * (1.0 + along);
+  }
+  solve(x.data(), y.data());
+  const double alternative = 2.0 * norm1(y) / (3.0 * static_cast<double>(n));
+  return std::isfinite(alternative) ? std::max(estimate, alternative)
+                                    : std::numeric_limits<double>::infinity();
+}
+
+double estimateCondition(const PreparedMatrix& m, const SolveWith& solve,
+                         const SolveWith& solveTransposed) {
+  return matrixNorm(m, true) * inverseNorm(m.size(), solve, solveTransposed);
+}
+
+double conditionFromTrace(const PreparedMatrix& m, const ZtVector& inverseDiagonal) {
+  ZtVector diagonal;
+  m.A.getDiagonal(diagonal);
+  double sum = 0.0;
+  for (ZtSize i = 0; i < diagonal.size; ++i) {
+    sum += std::abs(diagonal.data[i] * inverseDiagonal.data[i]);
   }
   return sum;
 }
 
-double conditionFromSolve(const PreparedMatrix& m, zeph_solver::Solver& solver,
-                          zeph_solver::Factorisation& f) {
-  const Scales s = scales(m);
-  std::mt19937_64 random(1);
-  std::uniform_real_distribution<double> magnitude(0.5, 1.0);
-  ZtVector b(m.size());
-  ZtVector v(m.size());
-  for (ZtSize i = 0; i < b.size; ++i) {
-    b.data[i] = ((random() & 1) != 0 ? 1.0 : -1.0) * magnitude(random) * s.row[i];
+double backwardError(const PreparedMatrix& m, const double* x, const double* b) {
+  Vector residual(b, b + m.size());
+  m.forEachEntry(
+      [&](std::size_t row, std::size_t col, double value) { residual[row] -= value * x[col]; });
+  const double scale = matrixNorm(m, false) * largest(x, m.size()) + largest(b, m.size());
+  return scale > 0.0 ? largest(residual.data(), m.size()) / scale : 0.0;
+}
+
+void judgeBackwardError(const PreparedMatrix& m, double error) {
+  if (!(error <= kLargestBackwardError)) throw inaccurate(m, "backward error", error);
+}
+
+void verifyInverseDiagonal(const PreparedMatrix& m, const SolveWith& solve,
+                           const ZtVector& inverseDiagonal, double condition) {
+  const std::size_t n = m.size();
+  const double* d = inverseDiagonal.data;
+  const auto bySize = [](double a, double b) { return std::abs(a) < std::abs(b); };
+  const auto [least, most] = std::minmax_element(d, d + n, bySize);
+  std::set<std::size_t> checked{static_cast<std::size_t>(least - d),
+                                static_cast<std::size_t>(most - d)};
+  for (std::size_t k = 0; k < kSpotChecks; ++k) checked.insert(k * (n - 1) / (kSpotChecks - 1));
+  const double tolerance =
+      kGrowth * std::numeric_limits<double>::epsilon() * std::max(condition, 1.0);
+  Vector unit(n, 0.0), x(n);
+  for (const std::size_t i : checked) {
+    unit[i] = 1.0;
+    solve(unit.data(), x.data());
+    judgeBackwardError(m, backwardError(m, x.data(), unit.data()));
+    unit[i] = 0.0;
+    const double difference = std::abs(x[i] - d[i]) / largest(x.data(), n);
+    if (!(difference <= tolerance)) throw inaccurate(m, "difference of two ways", difference);
   }
-  solver.solveGeneric(m.A, v, b, f.cholesky, &f, false);
-  double length = 0.0;
-  for (ZtSize i = 0; i < v.size; ++i) length = std::hypot(length, v.data[i] * s.col[i]);
-  return length;
 }
 
 Error singularToWorkingPrecision(const PreparedMatrix& m) {

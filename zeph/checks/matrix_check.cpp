@@ -4,9 +4,13 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <utility>
 
 #include "zeph/checks/guarded.h"
+#include "zeph/checks/one_triangle.h"
+#include "zeph/checks/scaling.h"
 #include "zeph/files/number_text.h"
+#include "zeph/solve.h"
 
 namespace zeph {
 namespace {
@@ -35,31 +39,32 @@ std::vector<std::uint32_t> columnStarts(const std::vector<MatrixElement>& elemen
   return starts;
 }
 
-// Stored entries beyond the first at their position. In a completed symmetric matrix each of them
-// stands twice, except on the diagonal.
-std::size_t countDuplicates(const zeph_solver::ProtoSparse& sorted, bool completed) {
-  std::size_t onDiagonal = 0;
-  std::size_t beside = 0;
-  for (std::size_t k = 1; k < sorted.elements.size(); ++k) {
-    const MatrixElement& a = sorted.elements[k - 1];
-    const MatrixElement& b = sorted.elements[k];
-    if (a.row != b.row || a.col != b.col) continue;
-    ++(a.row == a.col ? onDiagonal : beside);
-  }
-  return onDiagonal + (completed ? beside / 2 : beside);
-}
-
 void inspectDiagonal(const zeph_solver::ProtoSparse& m, MatrixReport& report) {
+  report.unusableDiagonal = unusableDiagonal(m);
   ZtVector diagonal;
   m.getDiagonal(diagonal);
-  for (ZtSize i = 0; i < diagonal.size; ++i) {
-    const double d = diagonal.data[i];
-    if (!std::isfinite(d) || std::abs(d) <= zeph_solver::kDoubleEpsilon) {
-      report.unusableDiagonal.push_back(i);
-    } else if (d < 0.0) {
-      ++report.negativeDiagonal;
-    }
+  report.negativeDiagonal = static_cast<std::size_t>(std::count_if(
+      diagonal.data, diagonal.data + diagonal.size, [](double d) { return d < 0.0; }));
+}
+
+// Rows and columns without an entry other than zero.
+void findEmpty(const zeph_solver::ProtoSparse& m, MatrixReport& report) {
+  std::vector<char> rowUsed(m.rowCount), colUsed(m.colCount);
+  const auto mark = [&](std::size_t row, std::size_t col, double value) {
+    if (value != 0.0 && std::isfinite(value)) rowUsed[row] = colUsed[col] = 1;
+  };
+  for (const MatrixElement& e : m.elements) mark(e.row, e.col, e.value);
+  for (std::size_t k = 0; m.isDense() && k < m.rowCount * m.colCount; ++k) {
+    mark(k / m.colCount, k % m.colCount,
+         m.denseBlock->data[k / m.colCount * m.denseBlock->stride + k % m.colCount]);
   }
+  const auto unused = [](const std::vector<char>& used, std::vector<int>& empty) {
+    for (std::size_t i = 0; i < used.size(); ++i) {
+      if (!used[i]) empty.push_back(static_cast<int>(i));
+    }
+  };
+  unused(rowUsed, report.emptyRows);
+  unused(colUsed, report.emptyCols);
 }
 
 void inspectValues(const SparseMatrix& m, MatrixReport& report) {
@@ -81,7 +86,8 @@ std::string counted(std::size_t n, const char* one, const char* many) {
   return std::to_string(n) + " " + (n == 1 ? one : many);
 }
 
-void judge(MatrixReport& r) {
+// What can be told without a factorisation.
+void judgeForm(MatrixReport& r) {
   std::vector<std::string>& lu = r.againstLu;
   if (r.rows == 0 || r.cols == 0) lu.push_back("it is empty");
   if (r.rows != r.cols) lu.push_back("it is not square");
@@ -92,6 +98,7 @@ void judge(MatrixReport& r) {
   if (!r.emptyCols.empty()) {
     lu.push_back("it has " + counted(r.emptyCols.size(), "empty column", "empty columns"));
   }
+  if (!r.oneTriangle.empty()) lu.push_back(r.oneTriangle);
   r.againstCholesky = lu;
   if (r.rows != r.cols || r.rows == 0) return;
   if (!r.symmetry.numerical) r.againstCholesky.push_back("it is not symmetric");
@@ -104,6 +111,41 @@ void judge(MatrixReport& r) {
     r.againstCholesky.push_back("it has " + counted(r.negativeDiagonal, "negative diagonal entry",
                                                     "negative diagonal entries"));
   }
+}
+
+// Why a solve with m fails on that route, or nothing when it does not.
+std::string attempt(const SparseMatrix& m, Route route) {
+  DenseMatrix b;
+  ZtMatrix_assign(&b.values, m.rows, 1, 1, nullptr, 0);
+  std::fill_n(b.values.data, m.rows, 1.0);
+  try {
+    solve(m, b, route);
+  } catch (const Error& e) {
+    switch (e.kind()) {
+      case ErrorKind::NotPositiveDefinite:
+        return "it is not positive definite";
+      case ErrorKind::Singular:
+        return "it is singular to working precision";
+      case ErrorKind::Unfit:
+        return e.what();
+      default:
+        throw;
+    }
+  }
+  return {};
+}
+
+// Definiteness and rank show only in a factorisation. A definite matrix has both kinds.
+void judgeByFactorising(const SparseMatrix& m, MatrixReport& r, const Progress& progress) {
+  if (!r.fitForLu()) return;
+  progress.begin("trying to factorise");
+  if (r.fitForCholesky()) {
+    const std::string against = attempt(m, Route::Cholesky);
+    if (against.empty()) return;
+    r.againstCholesky.push_back(against);
+  }
+  const std::string against = attempt(m, Route::Lu);
+  if (!against.empty()) r.againstLu.push_back(against);
 }
 
 std::string symmetryText(const MatrixReport& r) {
@@ -124,6 +166,17 @@ std::string verdict(const char* what, const std::vector<std::string>& against) {
   text += "no";
   for (std::size_t k = 0; k < against.size(); ++k) text += (k == 0 ? ": " : ", ") + against[k];
   return text + "\n";
+}
+
+void inspectForm(SparseMatrix m, MatrixReport& report, const Progress& progress) {
+  report.duplicates = mergeDuplicates(m);
+  const bool square = m.rows == m.cols;
+  const zeph_solver::ProtoSparse whole = assemble(std::move(m), Triangles::Both);
+  progress.begin("looking for symmetry and empty rows");
+  findEmpty(whole, report);
+  report.entries = whole.nz();
+  report.symmetry = findSymmetry(whole);
+  if (square) inspectDiagonal(whole, report);
 }
 
 }  // namespace
@@ -170,23 +223,11 @@ MatrixReport checkMatrix(const SparseMatrix& m, const Progress& progress) {
     requireMemory(m.source, m.rows + m.cols, kBytesPerLine);
     progress.begin("inspecting values");
     inspectValues(m, report);
+    report.oneTriangle = oneTriangleOnly(m);
     progress.begin("sorting");
-    zeph_solver::ProtoSparse whole = assemble(m, Triangles::Both);
-    if (whole.isDense()) {  // vector shapes are a block already; their list is short
-      zeph_solver::ProtoSparse list;
-      list.elements = m.entries;
-      list.sortElements();
-      report.duplicates = countDuplicates(list, false);
-    } else {
-      whole.sortElements();
-      report.duplicates = countDuplicates(whole, m.symmetry != Symmetry::General);
-    }
-    progress.begin("looking for symmetry and empty rows");
-    whole.getEmptyRowsAndCols(report.emptyRows, report.emptyCols);
-    report.entries = whole.nz();
-    report.symmetry = findSymmetry(whole);
-    if (m.rows == m.cols) inspectDiagonal(whole, report);
-    judge(report);
+    inspectForm(m, report, progress);
+    judgeForm(report);
+    judgeByFactorising(m, report, progress);
     return report;
   });
 }

@@ -40,14 +40,14 @@ struct MatrixReport {
   Symmetry declared = Symmetry::General;
   SymmetryReport symmetry;
   std::vector<std::size_t>
-      unusableDiagonal;              ///< not finite or at most 2⁻⁵² in magnitude; square only
-  std::size_t negativeDiagonal = 0;  ///< usable diagonal entries below zero
+      unusableDiagonal;              ///< zero, not finite or too small beside its row; square only
+  std::size_t negativeDiagonal = 0;  ///< diagonal entries below zero
   std::size_t nonFinite = 0;         ///< stored entries that are NaN or infinite
   std::optional<zeph_solver::MatrixElement> firstNonFinite;  ///< the first of them in file order
-  std::vector<int> emptyRows, emptyCols;  ///< without any entry above 2⁻⁵² in magnitude
+  std::vector<int> emptyRows, emptyCols;                     ///< without an entry other than zero
+  std::string oneTriangle;                                   ///< as oneTriangleOnly() says it
 
-  /// Why Cholesky, or either factorisation, must fail; empty when nothing speaks against it. A
-  /// matrix that passes may still turn out singular or indefinite.
+  /// Why Cholesky, or any factorisation, fails; empty when it succeeds.
   std::vector<std::string> againstCholesky, againstLu;
 
   bool fitForCholesky() const { return againstCholesky.empty(); }
@@ -56,8 +56,8 @@ struct MatrixReport {
   bool fit() const { return fitForLu(); }
 };
 
-/// Inspects m, which may hold NaN and infinities (ReadOptions::allowNonFinite).
-/// O(entries) apart from two sorts.
+/// Inspects m, which may hold NaN and infinities (ReadOptions::allowNonFinite). Where nothing else
+/// speaks against it, m is factorised to see whether it is definite, or singular.
 MatrixReport checkMatrix(const SparseMatrix& m, const Progress& progress = Progress());
 
 /// The report as lines of text, positions counted as in the file, long lists cut short.

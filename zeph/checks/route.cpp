@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "zeph/checks/matrix_check.h"
+#include "zeph/checks/one_triangle.h"
 #include "zeph/error.h"
 #include "zeph/files/number_text.h"
 
@@ -41,14 +42,38 @@ std::string asymmetry(const PreparedMatrix& m, Symmetry declared) {
          toText(entry(m.A, report.col, report.row));
 }
 
-// Why the diagonal rules Cholesky out, or nothing when it does not.
-std::string diagonalFault(const PreparedMatrix& m) {
-  const unsigned int i = m.A.invalidDiagIndex();
-  if (i == zeph_solver::kNoIndex) return {};
+// Merging may have overflowed.
+void requireFiniteSums(const PreparedMatrix& m) {
+  m.forEachEntry([&](std::size_t row, std::size_t col, double value) {
+    if (std::isfinite(value)) return;
+    throw Error(ErrorKind::Unfit, "the entries at " + position(m.indexBase, row, col) + " of " +
+                                      m.source + " add up to " + toText(value) +
+                                      "; scale the equations");
+  });
+}
+
+// A = -Aᵀ gives det A = (-1)ⁿ det A.
+void requireEvenOrder(const SparseMatrix& m) {
+  if (m.symmetry != Symmetry::SkewSymmetric || m.rows % 2 == 0) return;
+  throw Error(ErrorKind::Singular, m.source +
+                                       " is singular: a skew-symmetric matrix of odd order (" +
+                                       std::to_string(m.rows) + ") has no inverse");
+}
+
+// Why diagonal entry i, found unusable, rules Cholesky out.
+std::string diagonalFault(const PreparedMatrix& m, std::size_t i) {
   ZtVector diagonal;
   m.A.getDiagonal(diagonal);
   return "diagonal entry " + position(m.indexBase, i, i) + " of " + m.source + " is " +
-         toText(diagonal.data[i]);
+         toText(diagonal.data[i]) +
+         (diagonal.data[i] == 0.0 ? "" : ", too small beside the other entries of its row");
+}
+
+PreparedMatrix scaled(PreparedMatrix m, bool symmetric) {
+  m.scaling =
+      m.choice.route == Route::Cholesky ? diagonalScaling(m.A) : equilibration(m.A, symmetric);
+  applyScaling(m.scaling, m.A);
+  return m;
 }
 
 void completeTriangles(PreparedMatrix& m) {
@@ -83,10 +108,12 @@ std::string RouteChoice::sentence() const {
   return std::string("route: ") + name(route) + " (" + reason + ")";
 }
 
-PreparedMatrix prepare(SparseMatrix m, Route asked) {
+PreparedMatrix prepare(SparseMatrix m, Route asked, bool mayUseLu) {
   requireSquare(m);
   requireFinite(m);
+  requireBothTriangles(m);
   requireEntries(m);
+  requireEvenOrder(m);
   const Symmetry declared = m.symmetry;
   const bool mayBeCholesky = asked == Route::Automatic || asked == Route::Cholesky;
   const bool upperOnly = declared == Symmetry::Symmetric && mayBeCholesky;
@@ -96,24 +123,37 @@ PreparedMatrix prepare(SparseMatrix m, Route asked) {
                         indexBase,
                         assemble(std::move(m), upperOnly ? Triangles::Upper : Triangles::Both),
                         upperOnly,
-                        {asked, "as asked"}};
+                        {asked, "as asked"},
+                        {},
+                        mayUseLu};
   result.A.compress();
-  if (!mayBeCholesky) return result;
+  requireFiniteSums(result);
+  if (!mayBeCholesky) return scaled(std::move(result), declared == Symmetry::Symmetric);
 
-  std::string against = asymmetry(result, declared);
-  if (asked == Route::Cholesky) {
-    if (against.empty()) return result;
-    throw Error(ErrorKind::Unfit,
-                against + "; the Cholesky route needs a symmetric matrix, " + kUseLu);
+  const std::string against = asymmetry(result, declared);
+  if (!against.empty() && asked == Route::Cholesky) {
+    throw Error(ErrorKind::Unfit, against + "; the Cholesky route needs a symmetric matrix" +
+                                      (mayUseLu ? std::string(", ") + kUseLu : ""));
   }
-  if (against.empty()) against = diagonalFault(result);
-  if (against.empty()) {
-    result.choice = {Route::Cholesky, result.source + " is symmetric with a usable diagonal"};
-    return result;
+  if (!against.empty()) {
+    result.choice = {Route::Lu, against};
+    return scaled(std::move(result), false);
   }
-  result.choice = {Route::Lu, against};
-  completeTriangles(result);
-  return result;
+  const std::vector<std::size_t> unusable = unusableDiagonal(result.A);
+  if (!unusable.empty() && asked == Route::Cholesky) {
+    zeph_solver::FactorisationStatus status;
+    status.failedColumn = static_cast<int>(unusable.front());
+    throw breakdown(result, status);
+  }
+  if (unusable.empty()) {
+    if (asked == Route::Automatic) {
+      result.choice = {Route::Cholesky, result.source + " is symmetric with a usable diagonal"};
+    }
+  } else {
+    result.choice = {Route::Lu, diagonalFault(result, unusable.front())};
+    completeTriangles(result);
+  }
+  return scaled(std::move(result), true);
 }
 
 void factorise(const PreparedMatrix& m, zeph_solver::Solver& solver,
@@ -142,7 +182,9 @@ Error breakdown(const PreparedMatrix& m, const zeph_solver::FactorisationStatus&
   if (m.choice.route == Route::Cholesky) {
     return Error(ErrorKind::NotPositiveDefinite,
                  m.source + " is not positive definite: the Cholesky factorisation broke down" +
-                     where + "; if it is meant to be indefinite, " + kUseLu);
+                     where +
+                     (m.mayUseLu ? std::string("; if it is meant to be indefinite, ") + kUseLu
+                                 : "; only positive definite matrices have a Cholesky factor"));
   }
   return Error(ErrorKind::Singular, m.source +
                                         " is singular: the LU factorisation met a zero pivot" +

@@ -6,6 +6,7 @@
 
 #include "solver/solver.h"
 #include "solver/suitesparse/factorisation_status.h"
+#include "zeph/checks/scaling.h"
 #include "zeph/error.h"
 #include "zeph/sparse_matrix.h"
 
@@ -35,13 +36,15 @@ struct RouteChoice {
 struct PreparedMatrix {
   std::string source;
   std::size_t indexBase;       ///< as in SparseMatrix
-  zeph_solver::ProtoSparse A;  ///< compressed; finite and square with at least one row
+  zeph_solver::ProtoSparse A;  ///< compressed and scaled; finite and square, not empty
   bool upperOnly;              ///< A stands for a symmetric matrix by its upper triangle
   RouteChoice choice;
+  Scaling scaling;       ///< what A was scaled by; row = col on the Cholesky route
+  bool mayUseLu = true;  ///< messages may send the user to LU
 
   std::size_t size() const { return A.rowCount; }
 
-  /// Calls use(row, col, value) for every stored entry, of both triangles.
+  /// Calls use(row, col, value) for every stored entry of the scaled matrix, of both triangles.
   template <class Use>
   void forEachEntry(const Use& use) const {
     if (A.isDense()) {
@@ -55,11 +58,13 @@ struct PreparedMatrix {
   }
 };
 
-/// Checks m, chooses the route where it is left open, and assembles the part of m that the route
-/// reads.
-/// Throws Error(Unfit) when m is not square, empty or not finite, or when Cholesky is forced on a
-/// matrix that is not symmetric.
-PreparedMatrix prepare(SparseMatrix m, Route asked);
+/// Checks m, chooses the route where it is left open, assembles the part of m that the route reads,
+/// and scales it. Without mayUseLu no message advises the LU route.
+/// Throws Error(Unfit) when m is not square, empty, not finite or given by one triangle without
+/// saying so, or when Cholesky is forced on a matrix that is not symmetric; Error(Singular) for
+/// what is singular by its form, and Error(NotPositiveDefinite) when Cholesky is forced on an
+/// unusable diagonal.
+PreparedMatrix prepare(SparseMatrix m, Route asked, bool mayUseLu = true);
 
 /// The ordering that every factorisation here uses, as the selected inverses do.
 inline constexpr int kNestedDissection = 3;

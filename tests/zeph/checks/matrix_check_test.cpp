@@ -1,5 +1,6 @@
 #include "zeph/checks/matrix_check.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <set>
@@ -17,6 +18,22 @@ using zeph::Symmetry;
 constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
 
 class MatrixCheckTest : public FrontTest {};
+
+// Of the leading k rows and columns, by elimination; exact enough for small whole numbers.
+double determinant(korin::Matrix a, unsigned k) {
+  double product = 1.0;
+  for (unsigned p = 0; p < k; ++p) {
+    unsigned best = p;
+    for (unsigned i = p; i < k; ++i) best = std::abs(a(i, p)) > std::abs(a(best, p)) ? i : best;
+    for (unsigned j = 0; j < k && best != p; ++j) std::swap(a(p, j), a(best, j));
+    product *= best == p ? a(p, p) : -a(p, p);
+    for (unsigned i = p + 1; i < k && a(p, p) != 0.0; ++i) {
+      const double factor = a(i, p) / a(p, p);
+      for (unsigned j = p; j < k; ++j) a(i, j) -= factor * a(p, j);
+    }
+  }
+  return product;
+}
 
 // Everything the report says, found again on the dense matrix.
 void expectReportOfDense(const MatrixReport& report, const SparseMatrix& m) {
@@ -44,16 +61,21 @@ void expectReportOfDense(const MatrixReport& report, const SparseMatrix& m) {
   EXPECT_EQ(report.symmetry.structural, structural);
   EXPECT_EQ(report.symmetry.numerical, numerical);
   EXPECT_TRUE(report.emptyRows == emptyRows && report.emptyCols == emptyCols);
-  EXPECT_EQ(report.fitForLu(), emptyRows.empty() && emptyCols.empty());
+  EXPECT_EQ(report.fitForLu(), std::abs(determinant(a, static_cast<unsigned>(m.rows))) > 0.5);
+  bool definite = numerical;  // Sylvester
+  for (unsigned k = 1; k <= m.rows; ++k) definite = definite && determinant(a, k) > 0.5;
+  EXPECT_EQ(report.fitForCholesky(), definite);
 }
 
 TEST_F(MatrixCheckTest, agreesWithTheDenseMatrix) {
   const Symmetry symmetries[] = {Symmetry::General, Symmetry::Symmetric, Symmetry::SkewSymmetric};
-  int symmetric = 0;
+  int symmetric = 0, definite = 0, indefinite = 0;
   for (int round = 0; round < 400; ++round) {
     SparseMatrix m;
     m.rows = m.cols = 2 + below(6);
     m.symmetry = symmetries[round % 4 % 3];
+    m.triangular = m.symmetry == Symmetry::General;
+    for (unsigned i = 0; i < m.rows && round % 4 % 2 == 1; ++i) m.entries.push_back({i, i, 4.0});
     for (unsigned k = below(20); k > 0; --k) {
       const unsigned row = below(m.rows), col = below(m.cols);
       const double value = 1.0 + below(3);
@@ -63,28 +85,31 @@ TEST_F(MatrixCheckTest, agreesWithTheDenseMatrix) {
     }
     const MatrixReport report = checkMatrix(m);
     expectReportOfDense(report, m);
+    definite += report.fitForCholesky();
+    indefinite += report.symmetry.numerical && report.fitForLu() && !report.fitForCholesky();
     symmetric += m.symmetry == Symmetry::General && report.symmetry.numerical;
   }
-  EXPECT_GT(symmetric, 50);
+  EXPECT_GT(std::min({symmetric, definite, indefinite}), 20);
 }
 
 TEST_F(MatrixCheckTest, namesWhatIsWrongAndWhere) {
   SparseMatrix m;
   m.source = "A.mtx";
   m.rows = m.cols = 4;
-  m.entries = {{0, 0, 2.0}, {1, 1, 1e-17}, {2, 0, kNan}, {2, 2, -3.0}, {0, 2, 5.0}, {0, 2, 1.0}};
+  m.entries = {{0, 0, 2.0}, {1, 1, 1e-17}, {2, 0, kNan}, {2, 2, -3.0},
+               {0, 2, 5.0}, {0, 2, 1.0},   {1, 2, 1.0},  {2, 1, 1.0}};
   const MatrixReport report = checkMatrix(m);
   EXPECT_EQ(report.unusableDiagonal, (std::vector<std::size_t>{1, 3}));
   EXPECT_EQ(report.negativeDiagonal, 1u);
   EXPECT_FALSE(report.fit());
   const std::string text = toText(report);
   for (const char* line :
-       {"size:                4 x 4\n", "entries:             5 (6 stored)\n",
+       {"size:                4 x 4\n", "entries:             7 (8 stored)\n",
         "duplicates:          1\n", "symmetry:            symmetric in structure, not in values",
         "unusable diagonal:   2, first at (2, 2)\n",
-        "not finite:          1, first nan at (3, 1)\n", "empty rows:          2: 2, 4\n",
-        "empty columns:       2: 2, 4\n",
-        "fit for LU:          no: it holds values that are not finite, it has 2 empty rows"}) {
+        "not finite:          1, first nan at (3, 1)\n", "empty rows:          1: 4\n",
+        "empty columns:       1: 4\n",
+        "fit for LU:          no: it holds values that are not finite, it has 1 empty row,"}) {
     EXPECT_NE(text.find(line), text.npos) << line << "\n" << text;
   }
 }
