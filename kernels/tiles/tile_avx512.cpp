@@ -1,6 +1,5 @@
-#include "kernels/tiles/combine_rows.h"
 #include "kernels/tiles/lane_avx512.h"
-#include "kernels/tiles/register_tile.h"
+#include "kernels/tiles/tile_table.h"
 
 namespace korin::kernels {
 namespace {
@@ -37,60 +36,17 @@ void transposeBlock(const double* src, ptrdiff_t srcStride, double* dst, ptrdiff
   }
 }
 
-template <int kRows, int kVectors, bool kFused, TileTail kTail>
-constexpr TileFunction kTile = &RegisterTile<Lane, kRows, kVectors, kFused, kTail>::run;
-
-template <int kVectors, bool kFused, TileTail kTail>
-constexpr PackingTileFunction kPacking = &RegisterTile<Lane, 8, kVectors, kFused, kTail>::pack;
-
-template <int kRows, int kCols>
-constexpr DotFunction kDot = &DotTile<Lane, kRows, kCols>::run;
+// 24 of the 32 registers hold sums: enough to hide the latency of additions twice over, and eight
+// rows use each loaded vector of B eight times.
+struct Shape {
+  static constexpr int kRows = 8;
+  static constexpr int kVectors[kRows] = {6, 6, 6, 6, 3, 3, 3, 3};
+  static constexpr bool kHalves = true;
+  static constexpr int kDotCols = 4;
+};
 
 }  // namespace
 
-#define ZEPH_TILE_ROW(rows, ...) \
-  { kTile<rows, 1, __VA_ARGS__>, kTile<rows, 2, __VA_ARGS__>, kTile<rows, 3, __VA_ARGS__> }
-#define ZEPH_WIDE_ROW(rows, ...)                                                              \
-  {                                                                                           \
-    kTile<rows, 1, __VA_ARGS__>, kTile<rows, 2, __VA_ARGS__>, kTile<rows, 3, __VA_ARGS__>,    \
-        kTile<rows, 4, __VA_ARGS__>, kTile<rows, 5, __VA_ARGS__>, kTile<rows, 6, __VA_ARGS__> \
-  }
-#define ZEPH_TILE_ROWS(...)                                                                      \
-  {                                                                                              \
-    ZEPH_WIDE_ROW(1, __VA_ARGS__), ZEPH_WIDE_ROW(2, __VA_ARGS__), ZEPH_WIDE_ROW(3, __VA_ARGS__), \
-        ZEPH_WIDE_ROW(4, __VA_ARGS__), ZEPH_TILE_ROW(5, __VA_ARGS__),                            \
-        ZEPH_TILE_ROW(6, __VA_ARGS__), ZEPH_TILE_ROW(7, __VA_ARGS__),                            \
-        ZEPH_TILE_ROW(8, __VA_ARGS__)                                                            \
-  }
-#define ZEPH_TILES(fused)                                                          \
-  {                                                                                \
-    ZEPH_TILE_ROWS(fused, TileTail::Whole), ZEPH_TILE_ROWS(fused, TileTail::Half), \
-        ZEPH_TILE_ROWS(fused, TileTail::Masked)                                    \
-  }
-#define ZEPH_PACKING_ROW(...) \
-  { kPacking<1, __VA_ARGS__>, kPacking<2, __VA_ARGS__>, kPacking<3, __VA_ARGS__> }
-#define ZEPH_PACKING(fused)                                                            \
-  {                                                                                    \
-    ZEPH_PACKING_ROW(fused, TileTail::Whole), ZEPH_PACKING_ROW(fused, TileTail::Half), \
-        ZEPH_PACKING_ROW(fused, TileTail::Masked)                                      \
-  }
-#define ZEPH_DOT_ROW(rows) \
-  { kDot<rows, 1>, kDot<rows, 2>, kDot<rows, 3>, kDot<rows, 4> }
-
-// 24 of the 32 registers hold sums: enough to hide the latency of additions twice over, and eight
-// rows use each loaded vector of B eight times.
-const TileTable kAvx512Tiles = {
-    8,
-    8,
-    {6, 6, 6, 6, 3, 3, 3, 3},
-    4,
-    ZEPH_TILES(false),
-    ZEPH_TILES(true),
-    ZEPH_PACKING(false),
-    ZEPH_PACKING(true),
-    4,
-    {ZEPH_DOT_ROW(1), ZEPH_DOT_ROW(2), ZEPH_DOT_ROW(3), ZEPH_DOT_ROW(4)},
-    &transposeBlock,
-    &CombineRows<Lane>::run};
+constinit const TileTable kAvx512Tiles = TileTableBuilder<Lane, Shape>::build(&transposeBlock);
 
 }  // namespace korin::kernels
