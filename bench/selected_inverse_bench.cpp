@@ -145,7 +145,7 @@ void stepOnColumns(const cholmod_factor& L, Times& times, std::vector<double>& d
 void SelectedInverse(benchmark::State& state, const std::function<ProtoSparse()>& make,
                      int repeats) {
   const ProtoSparse original = make();
-  zeph_solver::Solver solver(3);
+  zeph_solver::Solver solver(zeph_solver::Solver::kNestedDissection);
   cholmod_common* common = solver.common->get();
   common->final_asis = 0;
   common->final_super = 1;

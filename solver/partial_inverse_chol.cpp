@@ -17,7 +17,6 @@ namespace zeph_solver {
 
 namespace {
 
-constexpr int kNestedDissection = 3;
 constexpr const char* kNoFactor = "Failed to do cholmod_solve, cmX = nullptr";
 
 enum class KeepSupernodes : int { No = 0, Yes = 1 };
@@ -63,7 +62,7 @@ void invertSimplicial(const cholmod_sparse& L, bool complete, const void* perm, 
 }  // namespace
 
 void choleskyFactor(const ProtoSparse& A, ProtoSparse& L, unsigned int* perm) {
-  Solver solver(kNestedDissection);
+  Solver solver(Solver::kNestedDissection);
   cholmod_common* common = solver.common->get();
   setFactorForm(common, KeepSupernodes::No);
   if (perm == nullptr) {
@@ -94,7 +93,7 @@ void choleskyFactor(const ProtoSparse& A, ProtoSparse& L, unsigned int* perm) {
 }
 
 void partialInverseChol(const ProtoSparse& A, ZtVector& diagonal) {
-  Solver solver(kNestedDissection);
+  Solver solver(Solver::kNestedDissection);
   // A supernodal factor stays one: its panels are what the inversion works on.
   setFactorForm(solver.common->get(), KeepSupernodes::Yes);
   Factorisation factorisation(&solver);

@@ -8,9 +8,6 @@
 namespace zeph_solver {
 namespace {
 
-// Entry of the Solver's list of ordering methods that every route of the library asks for.
-constexpr int kOrderingMethod = 3;
-
 ZtVector zeroVector(ZtSize size) {
   ZtVector v;
   if (size > 0) {
@@ -31,7 +28,7 @@ void partialInverse(const ProtoSparse& A, bool useCholesky, ZtVector& diagonal) 
 }
 
 void partialInverseLU(const ProtoSparse& A, ZtVector& diagonal) {
-  Solver solver(kOrderingMethod);
+  Solver solver(Solver::kNestedDissection);
   Factorisation factorisation(&solver);
   ZtVector x = zeroVector(A.colCount);
   ZtVector b = zeroVector(A.rowCount);

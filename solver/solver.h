@@ -58,20 +58,23 @@ class ZEPH_EXPORT Factorisation {
 
 /// One solver workspace. Not to be used from two threads at once; separate Solvers are independent.
 ///
-///   zeph_solver::Solver solver(3);
+///   zeph_solver::Solver solver(zeph_solver::Solver::kNestedDissection);
 ///   zeph_solver::Factorisation kept(&solver);
 ///   solver.solveGeneric(A, x, b, /*useCholesky=*/true, &kept, /*refactorise=*/true);
 ///   solver.solveGeneric(A, y, c, true, &kept, false);
 class ZEPH_EXPORT Solver {
  public:
+  /// The `ordering` that every route of this library asks for.
+  static constexpr int kNestedDissection = 3;
+
   /// Six stage times, all zero: no clock is read.
   std::unique_ptr<ZtVector> solveTimes;
   /// The CHOLMOD workspace, reached as common->get().
   std::unique_ptr<CholmodCommon> common;
 
   /// `ordering` 1 to 9 makes that entry of CHOLMOD's list of ordering methods the only one tried
-  /// (3: nested dissection). Any other value leaves entry 0, which expects a permutation from the
-  /// user: analysis then fails and the Cholesky route falls back to LU.
+  /// (kNestedDissection is one). Any other value leaves entry 0, which expects a permutation from
+  /// the user: analysis then fails and the Cholesky route falls back to LU.
   explicit Solver(int ordering);
   Solver(const Solver&) = delete;
   Solver& operator=(const Solver&) = delete;

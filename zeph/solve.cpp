@@ -119,7 +119,7 @@ Solution solve(SparseMatrix A, const DenseMatrix& B, Route asked, const Progress
     result.choice = m.choice;
     progress.note(m.choice.sentence());
     progress.begin("factorising");
-    Solver solver(kNestedDissection);
+    Solver solver(Solver::kNestedDissection);
     Factorisation f(&solver);
     factorise(m, solver, f);
     progress.begin("solving");

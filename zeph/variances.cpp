@@ -24,7 +24,7 @@ using zeph_solver::Solver;
 // The inverse routines report nothing, so a failure is explained by factorising once more.
 [[noreturn]] void explain(const PreparedMatrix& m, const Progress& progress) {
   progress.begin("looking for the cause of the failure");
-  Solver solver(kNestedDissection);
+  Solver solver(Solver::kNestedDissection);
   Factorisation f(&solver);
   factorise(m, solver, f);
   throw singularToWorkingPrecision(m);
@@ -71,7 +71,7 @@ double invertLu(const PreparedMatrix& m, ZtVector& diagonal, const Progress& pro
 }
 
 double invertBySolves(const PreparedMatrix& m, ZtVector& diagonal, const Progress& progress) {
-  Solver solver(kNestedDissection);
+  Solver solver(Solver::kNestedDissection);
   Factorisation f(&solver);
   factorise(m, solver, f);
   ZtVector b(m.size());

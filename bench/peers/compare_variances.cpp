@@ -29,7 +29,7 @@ using compare::Record;
 using compare::seconds;
 using zeph_solver::ProtoSparse;
 
-constexpr int kNestedDissection = 3;
+constexpr int kNestedDissection = zeph_solver::Solver::kNestedDissection;
 // The column-wise step is skipped where its multiplications would take minutes.
 constexpr double kSimplicialLimit = 1.5e10;
 constexpr int kUnitSolves = 12;

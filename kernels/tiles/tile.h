@@ -37,8 +37,8 @@ using TileFunction = void (*)(size_t k, const double* a, ptrdiff_t ars, ptrdiff_
                               const double* b, ptrdiff_t brs, double* c, ptrdiff_t crs,
                               size_t lastCols, unsigned flags);
 
-/// The same, and row p of B, filled up with zeros to whole vectors, is copied to
-/// packed[p * vectors * width].
+/// The same, and row p of B is copied to packed[p * vectors * width], its last vector (with
+/// TileTail::Half the half of it that counts; the other half is not written) filled up with zeros.
 using PackingTileFunction = void (*)(size_t k, const double* a, ptrdiff_t ars, ptrdiff_t acs,
                                      const double* b, ptrdiff_t brs, double* c, ptrdiff_t crs,
                                      size_t lastCols, unsigned flags, double* packed);

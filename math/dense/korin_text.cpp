@@ -1,4 +1,4 @@
-// Text forms of korin::Matrix and korin::Vector: round-trip text, display tables, streams.
+// Text forms of korin::Matrix and korin::Vector: plain text of 16 digits, display tables, streams.
 #include <climits>
 #include <cstdio>
 #include <cstring>

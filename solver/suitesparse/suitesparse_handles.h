@@ -1,4 +1,5 @@
-// Owning handles for the objects of CHOLMOD and UMFPACK. This is the only place that frees them.
+// Owning handles for the objects of CHOLMOD and UMFPACK, which free them; only UMFPACK's symbolic
+// objects, which no function keeps, are freed where they were made.
 // The handles convert to the raw pointers that the two libraries expect and need neither library's
 // headers.
 #ifndef ZEPH_SOLVER_SUITESPARSE_SUITESPARSE_HANDLES_H

@@ -66,9 +66,6 @@ struct PreparedMatrix {
 /// unusable diagonal.
 PreparedMatrix prepare(SparseMatrix m, Route asked, bool mayUseLu = true);
 
-/// The ordering that every factorisation here uses, as the selected inverses do.
-inline constexpr int kNestedDissection = 3;
-
 /// Factorises m into f by its route.
 /// Throws Error(NotPositiveDefinite), Error(Singular) for a zero pivot, with the row where it broke
 /// down if that is known, or Error(Memory).

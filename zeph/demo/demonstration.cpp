@@ -18,7 +18,6 @@ namespace {
 
 constexpr std::size_t kSmallestSize = 2;
 constexpr std::size_t kLargestDemonstration = 10000000;
-constexpr int kOrdering = 3;  // nested dissection
 // Errors within one campaign are correlated over wide areas; several campaigns make the comparison
 // of their spread with 1 a sharp one. Large networks hold enough independent regions by themselves.
 constexpr std::size_t kMostCampaigns = 50;
@@ -99,7 +98,8 @@ DemonstrationReport runDemonstration(const DemonstrationOptions& options,
 
   progress.begin("factorising and solving");
   ZtMatrix heights(report.points, report.campaigns, 0, nullptr);
-  zeph_solver::Solver(kOrdering).solveGeneric(A, heights, B, true, nullptr, true, true);
+  zeph_solver::Solver(zeph_solver::Solver::kNestedDissection)
+      .solveGeneric(A, heights, B, true, nullptr, true, true);
   report.solveSeconds = watch.lap();
 
   progress.begin("computing the variances");
