@@ -17,24 +17,86 @@ struct LastVector<Lane, TileTail::Half> {
   using Type = typename Lane::Half;
 };
 
-// The last vector of a row stands apart, because its loads may be masked, or it may be narrower.
+#define ZEPH_INLINE inline __attribute__((always_inline))
+
+// Everything here works on rows of kVectors vectors. The last one stands apart, because its loads
+// may be masked, or it may be narrower.
 template <class Lane, int kRows, int kVectors, bool kFused, TileTail kTail>
 struct RegisterTile {
   using Last = typename LastVector<Lane, kTail>::Type;
+  using Mask = typename Last::Mask;
   static constexpr int kBody = kVectors - 1;
   static constexpr int kLastAt = kBody * Lane::kWidth;
 
-  template <class L>
-  static inline __attribute__((always_inline)) typename L::Vector step(const double* x,
-                                                                       typename L::Vector y,
-                                                                       typename L::Vector sum) {
-    return kFused ? L::multiplyAdd(L::broadcast(x), y, sum) : L::add(sum, L::multiplyScalar(x, y));
+  struct Row {
+    typename Lane::Vector body[kBody == 0 ? 1 : kBody];
+    typename Last::Vector last;
+  };
+
+  // x = 0
+  static ZEPH_INLINE void clear(Row& x) {
+#pragma GCC unroll 6
+    for (int v = 0; v < kBody; ++v) x.body[v] = Lane::zero();
+    x.last = Last::zero();
+  }
+
+  // x = c, but for the columns that do not count
+  static ZEPH_INLINE void load(Row& x, const double* c, Mask mask) {
+#pragma GCC unroll 6
+    for (int v = 0; v < kBody; ++v) x.body[v] = Lane::load(c + v * Lane::kWidth);
+    x.last = Last::loadPart(c + kLastAt, mask);
+  }
+
+  // y = b
+  static ZEPH_INLINE void loadOfB(Row& y, const double* b, Mask mask) {
+#pragma GCC unroll 6
+    for (int v = 0; v < kBody; ++v) y.body[v] = Lane::load(b + v * Lane::kWidth);
+    y.last =
+        kTail == TileTail::Masked ? Last::loadPart(b + kLastAt, mask) : Last::load(b + kLastAt);
+  }
+
+  // packed = y
+  static ZEPH_INLINE void storeWhole(const Row& y, double* packed) {
+#pragma GCC unroll 6
+    for (int v = 0; v < kBody; ++v) Lane::store(packed + v * Lane::kWidth, y.body[v]);
+    Last::store(packed + kLastAt, y.last);
+  }
+
+  // sum += *x * y
+  static ZEPH_INLINE void addProduct(Row& sum, const double* x, const Row& y) {
+#pragma GCC unroll 6
+    for (int v = 0; v < kBody; ++v) sum.body[v] = step<Lane>(x, y.body[v], sum.body[v]);
+    sum.last = step<Last>(x, y.last, sum.last);
   }
 
   template <class L>
-  static inline __attribute__((always_inline)) typename L::Vector join(typename L::Vector old,
-                                                                       typename L::Vector sum,
-                                                                       unsigned flags) {
+  static ZEPH_INLINE typename L::Vector step(const double* x, typename L::Vector y,
+                                             typename L::Vector sum) {
+    return kFused ? L::multiplyAdd(L::broadcast(x), y, sum) : L::add(sum, L::multiplyScalar(x, y));
+  }
+
+  // c = sum, or where a fused sum joins what there is, c = (c or 0) +- sum
+  static ZEPH_INLINE void store(Row& sum, double* c, Mask mask, unsigned flags) {
+    const bool joins = kFused && flags != kTileFresh;
+    const bool update = (flags & kTileUpdate) != 0;
+#pragma GCC unroll 6
+    for (int v = 0; v < kBody; ++v) {
+      double* out = c + v * Lane::kWidth;
+      if (joins) {
+        sum.body[v] = join<Lane>(update ? Lane::load(out) : Lane::zero(), sum.body[v], flags);
+      }
+      Lane::store(out, sum.body[v]);
+    }
+    double* out = c + kLastAt;
+    if (joins) {
+      sum.last = join<Last>(update ? Last::loadPart(out, mask) : Last::zero(), sum.last, flags);
+    }
+    Last::storePart(out, sum.last, mask);
+  }
+
+  template <class L>
+  static ZEPH_INLINE typename L::Vector join(typename L::Vector old, typename L::Vector sum,
+                                             unsigned flags) {
     return (flags & kTileNegate) != 0 ? L::subtract(old, sum) : L::add(old, sum);
   }
 
@@ -49,67 +111,41 @@ struct RegisterTile {
     work<true>(k, a, ars, acs, b, brs, c, crs, lastCols, flags, packed);
   }
 
+  // C = [C] + A B, one term of the sums at a time: C(r, :) += A(r, p) B(p, :).
   template <bool kPack>
-  static inline __attribute__((always_inline)) void work(size_t k, const double* a, ptrdiff_t ars,
-                                                         ptrdiff_t acs, const double* b,
-                                                         ptrdiff_t brs, double* c, ptrdiff_t crs,
-                                                         size_t lastCols, unsigned flags,
-                                                         double* packed) {
-    const typename Last::Mask mask = Last::mask(lastCols);
-    typename Lane::Vector sum[kRows][kBody == 0 ? 1 : kBody];
-    typename Last::Vector lastSum[kRows];
-    const bool update = (flags & kTileUpdate) != 0;
-    const bool carry = !kFused && update;
+  static ZEPH_INLINE void work(size_t k, const double* a, ptrdiff_t ars, ptrdiff_t acs,
+                               const double* b, ptrdiff_t brs, double* c, ptrdiff_t crs,
+                               size_t lastCols, unsigned flags, double* packed) {
+    const Mask mask = Last::mask(lastCols);
+    const bool carry = !kFused && (flags & kTileUpdate) != 0;
+    Row sum[kRows];
     const double* row = c;
 #pragma GCC unroll 8
     for (int r = 0; r < kRows; ++r, row += crs) {
-#pragma GCC unroll 6
-      for (int v = 0; v < kBody; ++v) {
-        sum[r][v] = carry ? Lane::load(row + v * Lane::kWidth) : Lane::zero();
+      if (carry) {
+        load(sum[r], row, mask);
+      } else {
+        clear(sum[r]);
       }
-      lastSum[r] = carry ? Last::loadPart(row + kLastAt, mask) : Last::zero();
     }
     // Keeps the compiler from holding the addresses of all rows of C during the loop.
     asm("" : "+r"(c), "+r"(crs));
     for (; k != 0; --k, a += acs, b += brs) {
-      typename Lane::Vector y[kBody == 0 ? 1 : kBody];
-#pragma GCC unroll 6
-      for (int v = 0; v < kBody; ++v) y[v] = Lane::load(b + v * Lane::kWidth);
-      const typename Last::Vector z =
-          kTail == TileTail::Masked ? Last::loadPart(b + kLastAt, mask) : Last::load(b + kLastAt);
+      Row y;
+      loadOfB(y, b, mask);
       if (kPack) {
-#pragma GCC unroll 6
-        for (int v = 0; v < kBody; ++v) Lane::store(packed + v * Lane::kWidth, y[v]);
-        Last::store(packed + kLastAt, z);
+        storeWhole(y, packed);
         packed += kVectors * Lane::kWidth;
       }
 #pragma GCC unroll 8
-      for (int r = 0; r < kRows; ++r) {
-        const double* x = a + r * ars;
-#pragma GCC unroll 6
-        for (int v = 0; v < kBody; ++v) sum[r][v] = step<Lane>(x, y[v], sum[r][v]);
-        lastSum[r] = step<Last>(x, z, lastSum[r]);
-      }
+      for (int r = 0; r < kRows; ++r) addProduct(sum[r], a + r * ars, y);
     }
-    const bool joins = kFused && flags != kTileFresh;
 #pragma GCC unroll 8
-    for (int r = 0; r < kRows; ++r, c += crs) {
-#pragma GCC unroll 6
-      for (int v = 0; v < kBody; ++v) {
-        double* out = c + v * Lane::kWidth;
-        if (joins)
-          sum[r][v] = join<Lane>(update ? Lane::load(out) : Lane::zero(), sum[r][v], flags);
-        Lane::store(out, sum[r][v]);
-      }
-      double* out = c + kLastAt;
-      if (joins) {
-        lastSum[r] =
-            join<Last>(update ? Last::loadPart(out, mask) : Last::zero(), lastSum[r], flags);
-      }
-      Last::storePart(out, lastSum[r], mask);
-    }
+    for (int r = 0; r < kRows; ++r, c += crs) store(sum[r], c, mask, flags);
   }
 };
+
+#undef ZEPH_INLINE
 
 template <class Lane, int kRows, int kCols>
 struct DotTile {
