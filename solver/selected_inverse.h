@@ -11,8 +11,8 @@ namespace zeph_solver {
 ///
 /// The factors P R A Q = L U come from UMFPACK; the recurrence of Erisman and Tinney (1975), run on
 /// groups of pivots with the same pattern, then gives the entries of the inverse on the transposed
-/// pattern of L + U. Whenever A(i, i) is stored, A^-1(i, i) is among them; an entry that is not is
-/// computed by a pair of sparse triangular solves with unit right-hand sides.
+/// pattern of L + U. A diagonal entry that A does not store counts as a stored zero, so that the
+/// whole diagonal of the inverse is among them.
 ///
 /// @param A         square; read as it stands (both triangles). Triplets are sorted in place and
 ///                  duplicates summed.

@@ -6,6 +6,8 @@
 #include <cmath>
 #include <cstddef>
 #include <limits>
+#include <new>
+#include <vector>
 
 #include "solver/suitesparse/suitesparse_handles.h"
 
@@ -23,18 +25,53 @@ constexpr double kLostPivot = std::numeric_limits<double>::epsilon();
 // 0.001, and repairs the lost digits by refining each solution; the recurrence has no such repair.
 constexpr double kDiagonalPivotTolerance = 0.1;
 
+// Compressed columns, with a zero stored wherever the diagonal had no entry: the inverse is wanted
+// there, and an order that is chosen with these positions in the pattern keeps them cheap.
+struct ColumnsWithDiagonal {
+  std::vector<int> start;
+  std::vector<int> rows;
+  std::vector<double> values;
+
+  ColumnsWithDiagonal(int n, const int* colPointers, const int* rowIndices, const double* given)
+      : start(static_cast<std::size_t>(n) + 1, 0) {
+    const std::size_t most = static_cast<std::size_t>(colPointers[n]) + static_cast<std::size_t>(n);
+    rows.reserve(most);
+    values.reserve(most);
+    for (int j = 0; j < n; ++j) {
+      const int* const first = rowIndices + colPointers[j];
+      const int* const end = rowIndices + colPointers[j + 1];
+      const int* const place = std::lower_bound(first, end, j);
+      rows.insert(rows.end(), first, place);
+      if (place == end || *place != j) rows.push_back(j);
+      rows.insert(rows.end(), place, end);
+      values.insert(values.end(), given + colPointers[j], given + (place - rowIndices));
+      if (place == end || *place != j) values.push_back(0.0);
+      values.insert(values.end(), given + (place - rowIndices), given + colPointers[j + 1]);
+      start[j + 1] = static_cast<int>(rows.size());
+    }
+  }
+};
+
+void requireMemory(int status) {
+  if (status == UMFPACK_ERROR_out_of_memory) throw std::bad_alloc();
+}
+
 // Leaves `result` empty on failure; a singular matrix does have factors.
 void factorise(int n, const int* colPointers, const int* rowIndices, const double* values,
                UmfpackNumeric& result) {
+  const ColumnsWithDiagonal A(n, colPointers, rowIndices, values);
   void* symbolic = nullptr;
   void* numeric = nullptr;
   double control[UMFPACK_CONTROL];
   umfpack_di_defaults(control);
   control[UMFPACK_SYM_PIVOT_TOLERANCE] = kDiagonalPivotTolerance;
-  umfpack_di_symbolic(n, n, colPointers, rowIndices, values, &symbolic, control, nullptr);
+  requireMemory(umfpack_di_symbolic(n, n, A.start.data(), A.rows.data(), A.values.data(), &symbolic,
+                                    control, nullptr));
   if (symbolic == nullptr) return;
-  umfpack_di_numeric(colPointers, rowIndices, values, symbolic, &numeric, control, nullptr);
+  const int status = umfpack_di_numeric(A.start.data(), A.rows.data(), A.values.data(), symbolic,
+                                        &numeric, control, nullptr);
   umfpack_di_free_symbolic(&symbolic);
+  requireMemory(status);
   result.reset(numeric);
 }
 
@@ -132,18 +169,14 @@ LuFactors luFactors(int rows, int cols, const int* colPointers, const int* rowIn
   factors.diagonal.resize(n);
   factors.rowScale.resize(n);
   int multiplies = 0;
-  if (umfpack_di_get_numeric(taken.start.data(), taken.index.get(), taken.value.get(), nullptr,
-                             nullptr, nullptr, rowOrder.data(), colOrder.data(),
-                             factors.diagonal.data(), &multiplies, factors.rowScale.data(),
-                             numeric.get()) != UMFPACK_OK) {
-    return factors;
-  }
+  requireMemory(umfpack_di_get_numeric(taken.start.data(), taken.index.get(), taken.value.get(),
+                                       nullptr, nullptr, nullptr, rowOrder.data(), colOrder.data(),
+                                       factors.diagonal.data(), &multiplies,
+                                       factors.rowScale.data(), numeric.get()));
   factors.lower = transposedBesideDiagonal(taken);
-  if (umfpack_di_get_numeric(nullptr, nullptr, nullptr, taken.start.data(), taken.index.get(),
-                             taken.value.get(), nullptr, nullptr, nullptr, nullptr, nullptr,
-                             numeric.get()) != UMFPACK_OK) {
-    return factors;
-  }
+  requireMemory(umfpack_di_get_numeric(nullptr, nullptr, nullptr, taken.start.data(),
+                                       taken.index.get(), taken.value.get(), nullptr, nullptr,
+                                       nullptr, nullptr, nullptr, numeric.get()));
   numeric.reset();
   factors.upper = transposedBesideDiagonal(taken);
   if (multiplies == 0) {

@@ -6,12 +6,14 @@
 namespace zeph_solver {
 
 /// Factorises the n x n matrix given by compressed columns with UMFPACK and takes the factors out.
+/// A zero is stored wherever the diagonal has no entry: see `korin::sparse::luInverseDiagonal`.
 ///
 /// @param rows, cols    shape; a matrix that is not square gives invertible = false
 /// @param colPointers   cols + 1 column starts
 /// @param rowIndices    zero-based row of each entry, ascending within a column, no duplicates
 /// @param values        value of each entry
-/// Throws std::bad_alloc only; every other failure is told by `invertible`.
+/// Throws std::bad_alloc only, also when UMFPACK finds no memory; every other failure is told by
+/// `invertible`.
 /// Cost: one factorisation plus time proportional to the entries of the factors.
 korin::sparse::LuFactors luFactors(int rows, int cols, const int* colPointers,
                                    const int* rowIndices, const double* values);

@@ -90,8 +90,11 @@ class GroupFormer {
   explicit GroupFormer(const LuFactors& factors)
       : factors_(factors),
         groupOf_(factors.n, kNone),
+        wantedBelow_(factors.n, kNone),
+        wantedRight_(factors.n, kNone),
         knownBelow_(factors.n),
         knownRight_(factors.n) {
+    findWanted();
     for (int j = factors.n - 1; j >= 0; --j) place(j);
   }
 
@@ -112,6 +115,8 @@ class GroupFormer {
     double pairs() const { return below.size() * right.size(); }
   };
 
+  void findWanted();
+  static Pattern patternOf(Indices ofPivot, int wanted);
   void place(int pivot);
   int alive(int group);
   int parentOf(int group);
@@ -122,7 +127,9 @@ class GroupFormer {
   const LuFactors& factors_;
   std::vector<Group> groups_;
   std::vector<int> groupOf_;
-  std::vector<int> chain_;  // parent of the pivot at hand, its parent, ...
+  std::vector<int> wantedBelow_;  // a row of each pivot beside those in L, or none
+  std::vector<int> wantedRight_;  // the same for the columns of U
+  std::vector<int> chain_;        // parent of the pivot at hand, its parent, ...
 
   // Pattern of group known_, and what its union with the rest of the chain adds to it.
   int known_ = kNone;
@@ -155,11 +162,29 @@ int GroupFormer::parentOf(int group) {
   return parent;
 }
 
+// Every line of the transposed pattern has one entry of the inverse's diagonal, in A's order.
+void GroupFormer::findWanted() {
+  for (int i = 0; i < factors_.n; ++i) {
+    const int row = factors_.colPosition[i];
+    const int col = factors_.rowPosition[i];
+    if (col > row) wantedBelow_[row] = col;
+    if (row > col) wantedRight_[col] = row;
+  }
+}
+
+Pattern GroupFormer::patternOf(Indices ofPivot, int wanted) {
+  Pattern pattern(ofPivot);
+  if (wanted != kNone && !std::binary_search(ofPivot.begin(), ofPivot.end(), wanted)) {
+    pattern.add({wanted});
+  }
+  return pattern;
+}
+
 void GroupFormer::place(int j) {
-  const Indices below = factors_.lower.line(j);
-  const Indices right = factors_.upper.line(j);
-  const int parent = youngest(right, youngest(below, kNone));
-  Group group{1, parent, count(), Pattern(below), Pattern(right)};
+  Group group{1, kNone, count(), patternOf(factors_.lower.line(j), wantedBelow_[j]),
+              patternOf(factors_.upper.line(j), wantedRight_[j])};
+  const int parent = youngest(group.right.indices(), youngest(group.below.indices(), kNone));
+  group.parent = parent;
   const double ownCost = groupCost(1.0, group.below.size(), group.right.size());
   double costApart = ownCost;
   int width = 1;

@@ -50,7 +50,7 @@ struct LuGroups {
 
 /// The groups of a pair of factors. Pivots of similar patterns share a group, with explicit zeros,
 /// where that makes the recurrence faster; positions that the factors lost because a number
-/// cancelled are put back.
+/// cancelled are put back, and those where the diagonal of A^-1 stands are added.
 ///
 /// Cost: a few times the entries of the factors and of the closed pattern of the groups, with
 /// symmetric pruning (Eisenstat and Liu 1992).

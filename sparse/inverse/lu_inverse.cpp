@@ -117,8 +117,8 @@ class SelectedInverse {
     for (int g = groups_.count() - 1; g >= 0; --g) invertGroup(g);
   }
 
-  // Address of Z(row, col) of L U as the factors number them; null outside the pattern.
-  const double* find(int row, int col) const;
+  // Z(row, col) of L U as the factors number them; in the pattern of the groups.
+  double at(int row, int col) const;
 
  private:
   // Z of one group's pivots: their columns, from the rows of the group itself (Z11) to those beyond
@@ -333,73 +333,34 @@ void SelectedInverse::gatherRows(Indices rows, Indices cols, const Panel& z22) {
   }
 }
 
-// Position of `wanted` in an ascending list, or the list's size.
-size_t search(Indices list, int wanted) {
-  const auto it = std::lower_bound(list.begin(), list.end(), wanted);
-  return it != list.end() && *it == wanted ? static_cast<size_t>(it - list.begin()) : list.size();
+// Position of an index that is in an ascending list.
+size_t positionIn(Indices list, int index) {
+  return static_cast<size_t>(std::lower_bound(list.begin(), list.end(), index) - list.begin());
 }
 
-const double* SelectedInverse::find(int rowOfFactors, int colOfFactors) const {
+double SelectedInverse::at(int rowOfFactors, int colOfFactors) const {
   const int row = groups_.position[rowOfFactors];
   const int col = groups_.position[colOfFactors];
   const int g = std::min(groups_.groupOf[row], groups_.groupOf[col]);
   const int first = groups_.first[g];
   const int end = groups_.first[g + 1];
   const Known& known = known_[g];
-  const size_t width = known.columns.cols;
-  if (row < end && col < end) return &known.columns(row - first, col - first);
+  if (row < end && col < end) return known.columns(row - first, col - first);
   if (col < end) {
-    const size_t r = width + search(groups_.right[g], row);
-    return r < known.columns.rows ? &known.columns(r, col - first) : nullptr;
+    return known.columns(known.columns.cols + positionIn(groups_.right[g], row), col - first);
   }
-  const size_t c = search(groups_.below[g], col);
-  return c < known.z12.cols ? &known.z12(row - first, c) : nullptr;
+  return known.z12(row - first, positionIn(groups_.below[g], col));
 }
-
-// One entry of Z by the pair of solves L a = e(col), U^T b = e(row): Z(row, col) = b . a.
-class SingleEntry {
- public:
-  explicit SingleEntry(const LuFactors& factors)
-      : factors_(factors), a_(factors.n, 0.0), b_(factors.n, 0.0) {}
-
-  double operator()(int row, int col) {
-    a_[col] = 1.0;
-    b_[row] = 1.0;
-    double sum = 0.0;
-    for (int j = std::min(row, col); j < factors_.n; ++j) {
-      b_[j] /= factors_.diagonal[j];
-      eliminate(factors_.lower, a_, j);
-      eliminate(factors_.upper, b_, j);
-      sum += a_[j] * b_[j];
-      a_[j] = b_[j] = 0.0;
-    }
-    return sum;
-  }
-
- private:
-  static void eliminate(const CompressedLines& lines, std::vector<double>& x, int j) {
-    if (x[j] == 0.0) return;
-    for (int p = lines.start[j]; p < lines.start[j + 1]; ++p) {
-      x[lines.index[p]] -= x[j] * lines.value[p];
-    }
-  }
-
-  const LuFactors& factors_;
-  std::vector<double> a_;
-  std::vector<double> b_;
-};
 
 }  // namespace
 
 void luInverseDiagonal(const LuFactors& factors, double* diagonal) {
   const SelectedInverse inverse(factors);
-  SingleEntry solveFor(factors);
   for (int i = 0; i < factors.n; ++i) {
     // A^-1 = Q Z P R
     const int row = factors.colPosition[i];
     const int col = factors.rowPosition[i];
-    const double* known = inverse.find(row, col);
-    diagonal[i] = (known != nullptr ? *known : solveFor(row, col)) * factors.rowScale[i];
+    diagonal[i] = inverse.at(row, col) * factors.rowScale[i];
   }
 }
 

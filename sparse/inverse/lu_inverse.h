@@ -14,8 +14,7 @@ namespace korin::sparse {
 ///
 /// where only rows of Z22 in U12's pattern and columns in L21's are needed. They are known when the
 /// groups are taken from the last to the first: Z is wanted on the transposed pattern of L+U only
-/// (Erisman and Tinney 1975). Whenever A(i, i) is stored, (A^-1)(i, i) lies on that pattern; each
-/// of the others costs a pair of sparse triangular solves.
+/// (Erisman and Tinney 1975), to which the groups add what the diagonal of A^-1 lacks there.
 ///
 /// @param factors    factors of an invertible matrix (factors.invertible)
 /// @param diagonal   n entries, written

@@ -8,7 +8,10 @@
 #include <random>
 #include <vector>
 
+#include "solver/assembly/compressed_columns.h"
 #include "solver/partial_inverse_lu.h"
+#include "solver/suitesparse/lu_factors.h"
+#include "sparse/inverse/lu_groups.h"
 #include "tests/solver/dense_inverse.h"
 
 namespace zeph_solver {
@@ -99,6 +102,35 @@ TEST(SelectedInverseTest, DiagonalMatchesTheDenseInverse) {
     }
     EXPECT_GT(compared, trials / 3) << kind.name << ": too few matrices are regular";
   }
+}
+
+// Without entries on the diagonal its positions belong to the pattern all the same, and the order
+// keeps the pattern small.
+TEST(SelectedInverseTest, TheDiagonalIsPartOfASmallPattern) {
+  constexpr int n = 4000;
+  ProtoSparse A(n, n);
+  for (int i = 0; i + 1 < n; ++i) A.addElement(i, i + 1, 1.0 + i % 3), A.addElement(i + 1, i, 2.0);
+  A.sortElements();
+  std::vector<int> starts(n + 1), rows(A.nz());
+  std::vector<double> values(A.nz());
+  fillCompressedColumns(A, starts.data(), rows.data(), values.data());
+  const auto factors = luFactors(n, n, starts.data(), rows.data(), values.data());
+  const auto groups = korin::sparse::luGroups(factors);
+  std::size_t entries = 0, missing = 0;
+  for (int g = 0; g < groups.count(); ++g) {
+    entries += static_cast<std::size_t>(groups.width(g)) *
+               (groups.below[g].size() + groups.right[g].size());
+  }
+  for (int i = 0; i < n; ++i) {
+    const int row = groups.position[factors.colPosition[i]];
+    const int col = groups.position[factors.rowPosition[i]];
+    const int g = groups.groupOf[std::min(row, col)], later = std::max(row, col);
+    const auto beyond = row > col ? groups.right[g] : groups.below[g];
+    missing +=
+        later >= groups.first[g + 1] && !std::binary_search(beyond.begin(), beyond.end(), later);
+  }
+  EXPECT_EQ(missing, 0u);
+  EXPECT_LT(entries, 40u * n);
 }
 
 TEST(SelectedInverseTest, NoInverseGivesNaNOnly) {
