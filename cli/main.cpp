@@ -57,7 +57,8 @@ int run(const zeph::Action& action) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+// Without memory for the list of options there is nothing to report with either.
+int main(int argc, char** argv) {  // NOLINT(bugprone-exception-escape)
   CLI::App app("zeph: sparse linear systems and the variances that their inverses hold", "zeph");
   app.footer(kFooter);
   app.require_subcommand(1);

@@ -153,7 +153,7 @@ class Team::State {
   void callHelpers(std::size_t count) {
     if (threads_ == 1 || count < 1) return;
     changed_.notify_all();
-    while (static_cast<std::size_t>(idle_ + starting_) < count &&
+    while (static_cast<std::size_t>(idle_) + static_cast<std::size_t>(starting_) < count &&
            static_cast<int>(helpers_.size()) + 1 < threads_) {
       try {
         const int number = static_cast<int>(helpers_.size()) + 1;

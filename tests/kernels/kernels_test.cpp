@@ -73,19 +73,6 @@ TEST_P(KernelsOnEveryLevel, OrderedProductsAreThePlainLoopToTheBit) {
   }
 }
 
-TEST_P(KernelsOnEveryLevel, BlockProductsHaveTheBitsOfTheBaseline) {
-  for (const ZtSize n : {2, 6, 14, 34, 64, 130, 262, 516, 520}) {
-    const Block a(n, n, pick(0, 5)), b(n, n, pick(0, 5));
-    Block target(n, n, pick(0, 3)), expected(n, n);
-    target.view.setMatMulMatBlocked(a.view, b.view);
-    forceProcessorLevel(ProcessorLevel::Baseline);
-    expected.view.setMatMulMatBlocked(a.view, b.view);
-    forceProcessorLevel(GetParam());
-    ASSERT_TRUE(sameBits(target.view, expected.view)) << n;
-    ASSERT_TRUE(target.outsideUntouched());
-  }
-}
-
 TEST_P(KernelsOnEveryLevel, FusedProductTakesAnyStridesAndSigns) {
   for (int round = 0; round < 200; ++round) {
     const bool skinny = round % 2 == 0;

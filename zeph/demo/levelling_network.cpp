@@ -98,8 +98,9 @@ std::vector<LevellingPoint> makePoints(std::size_t size, std::size_t across, Ran
   const Terrain terrain(extent, random);
   std::vector<LevellingPoint> points(size);
   for (std::size_t i = 0; i < size; ++i) {
-    double x = static_cast<double>(i % across) + random.uniform(-0.38, 0.38);
-    double y = static_cast<double>(i / across) + random.uniform(-0.38, 0.38);
+    const std::size_t column = i % across, row = i / across;
+    double x = static_cast<double>(column) + random.uniform(-0.38, 0.38);
+    double y = static_cast<double>(row) + random.uniform(-0.38, 0.38);
     for (const Lake& lake : lakes) {
       const double dx = x - lake.x, dy = y - lake.y;
       const double squared = dx * dx + dy * dy, radius = lake.radius * lake.radius;

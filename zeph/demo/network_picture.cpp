@@ -127,8 +127,9 @@ void drawMosaic(Svg& svg, const Frame& frame, const LevellingNetwork& network,
   svg.add("<g shape-rendering=\"crispEdges\">\n");
   for (std::size_t at = 0; at < sums.size(); ++at) {
     if (counts[at] == 0) continue;
-    svg.rectangle(kMargin + static_cast<double>(at % kMosaicCells) * cell,
-                  kHeader + static_cast<double>(at / kMosaicCells) * cell, cell, cell,
+    const auto column = at % kMosaicCells, row = at / kMosaicCells;
+    svg.rectangle(kMargin + static_cast<double>(column) * cell,
+                  kHeader + static_cast<double>(row) * cell, cell, cell,
                   frame.colour(sums[at] / counts[at]));
   }
   svg.add("</g>\n");

@@ -1,6 +1,7 @@
 #include <functional>
 #include <limits>
 
+#include "kernels/processor.h"
 #include "tests/math/dense/dense_testing.h"
 
 namespace {
@@ -94,6 +95,8 @@ struct Shape {
 };
 
 TEST(MatrixProduct, LoopKernelUpToTheBoundBlockRecursionAboveItAtEveryDepth) {
+  using Level = korin::kernels::ProcessorLevel;
+  const Level before = korin::kernels::processorLevel();
   // Even and odd squares that recurse once more, oblong ones, and dimensions too small to halve.
   const struct {
     ZtSize m, n, k;
@@ -105,14 +108,19 @@ TEST(MatrixProduct, LoopKernelUpToTheBoundBlockRecursionAboveItAtEveryDepth) {
     const Block blockA(m, k), blockB(k, n);
     const Matrix &a = blockA.view, &b = blockB.view, blocked = blockReference(a, b);
     const Matrix expected = m > 258 && n > 258 && k > 258 ? blocked : plainProduct(a, b);
-    Block target(m, n);
-    target.view.setMatMulMat(a, b);
-    EXPECT_TRUE(sameBits(target.view, expected)) << k;
-    target.view.setMatMulTransMat(a, transposed(b));
-    EXPECT_TRUE(sameBits(target.view, expected)) << k << " transposed";
-    target.view.setMatMulMatBlocked(a, b);
-    EXPECT_TRUE(sameBits(target.view, blocked) && target.outsideUntouched()) << k << " blocked";
+    for (const auto level : {Level::Baseline, Level::Avx2, Level::Avx512}) {
+      SCOPED_TRACE(testing::Message() << k << " on level " << static_cast<int>(level));
+      if (korin::kernels::forceProcessorLevel(level) != level) continue;
+      Block target(m, n);
+      target.view.setMatMulMat(a, b);
+      EXPECT_TRUE(sameBits(target.view, expected));
+      target.view.setMatMulTransMat(a, transposed(b));
+      EXPECT_TRUE(sameBits(target.view, expected)) << "transposed";
+      target.view.setMatMulMatBlocked(a, b);
+      EXPECT_TRUE(sameBits(target.view, blocked) && target.outsideUntouched()) << "blocked";
+    }
   }
+  korin::kernels::forceProcessorLevel(before);
 }
 
 TEST(MatrixProduct, TargetThatIsAnOperandBehavesAsTheLoopsDo) {
