@@ -83,8 +83,8 @@ double gamma(double x);
 /// Logarithmic derivative of gamma by recurrence and asymptotic series. Error up to 3.6e-15
 /// absolute on [0.5, 20] (zero at 1.4616) and 6.6e-16 relative on (0, 0.5] and from 20 on; for
 /// negative x up to 5e-11 relative near the poles. -infinity at the poles 0, -1, -2, ..., but
-/// +infinity at -0.0, the limit from below; NaN at and below -2^54, where steps of 3 no longer change
-/// x. At most 350,000 steps, for x = -2^20.
+/// +infinity at -0.0, the limit from below; NaN at and below -2^54, where steps of 3 no longer
+/// change x. At most 350,000 steps, for x = -2^20.
 double digamma(double x);
 /// Derivative of digamma. Relative error up to 4.5e-14 for x > 0; for negative x the recurrence
 /// cancels near the poles (7e-5 at a distance of 1e-5). +infinity at the poles, NaN at and below
