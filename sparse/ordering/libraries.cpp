@@ -35,6 +35,13 @@ std::vector<Index> withWorkspace(const Graph& graph, Call call) {
   return std::vector<Index>(part[2], part[2] + n);
 }
 
+/// Halves may differ by a factor of 1.4 instead of 1.2, with 3 passes of refinement instead of 10:
+/// on grids of 25^3 to 40^3, over three seeds, 7 to 17 % fewer operations for 10 to 20 % more time.
+/// (Denser stencils lose up to 2 %. More separators to choose from take half as long again for
+/// nothing; the other settings change less than the seed does.)
+constexpr idx_t kImbalance = 400;
+constexpr idx_t kRefinements = 3;
+
 std::vector<Index> identity(const Graph& graph) {
   std::vector<Index> order(static_cast<std::size_t>(graph.nodes()));
   std::iota(order.begin(), order.end(), Index{0});
@@ -68,6 +75,8 @@ std::vector<Index> nestedDissection(const Graph& graph) {
   METIS_SetDefaultOptions(options);
   options[METIS_OPTION_SEED] = 1;
   options[METIS_OPTION_COMPRESS] = 0;  // the graph is compressed
+  options[METIS_OPTION_UFACTOR] = kImbalance;
+  options[METIS_OPTION_NITER] = kRefinements;
   const int status = METIS_NodeND(&nodes, start.data(), neighbour.data(), weight.data(), options,
                                   order.data(), place.data());
   if (status != METIS_OK) throw std::bad_alloc();

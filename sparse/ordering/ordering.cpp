@@ -1,5 +1,6 @@
 #include "sparse/ordering/ordering.h"
 
+#include <cmath>
 #include <numeric>
 #include <utility>
 
@@ -8,8 +9,11 @@
 namespace korin::sparse {
 
 bool dissectionMayPay(const Graph& graph, const Prediction& predicted) {
-  const auto edges = static_cast<double>(graph.neighbour.size());
-  return predicted.operations > kDissectionOperationsPerEdge * edges && canDissect(graph);
+  const auto nodes = static_cast<double>(graph.nodes());
+  const double unknowns = std::accumulate(graph.weight.begin(), graph.weight.end(), 0.0);
+  const double ofNodes = predicted.operations * std::pow(nodes / unknowns, 3);
+  return ofNodes > kSpatialOperations * std::pow(nodes, 1.5) &&
+         predicted.operations > kDissectionOperationsPerNode * nodes && canDissect(graph);
 }
 
 OrderedGraph withOrder(const Graph& graph, Ordering ordering, std::vector<Index> order) {

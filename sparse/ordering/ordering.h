@@ -20,16 +20,20 @@ struct OrderedGraph {
   Prediction predicted;
 };
 
-/// Predicted seconds from which on nested dissection is worth trying: what it takes itself, against
-/// what fewer operations save in factorisation and inverse together.
+/// Nested dissection is tried where both hold of the operations that minimum degree needs:
 ///
-/// Measured on one core: the library takes about 3 microseconds an edge end and node on graphs of
-/// 10^3 to 10^6 nodes. Of all that was measured only grids in three dimensions gain (2 to 2.8 times
-/// fewer operations from 30^3 on); pose graphs, grids and networks in the plane gain nothing or
-/// lose. These two families stand apart in operations an edge.
-inline constexpr double kDissectionOperationsPerEdge = 2.0e4;
+/// * The graph fills space rather than a plane. With N nodes, counted as one unknown each, minimum
+///   degree takes 10 to 25 N^1.5 operations on grids and networks in the plane and on pose graphs,
+///   100 on a stiffness matrix of shells, 130 (12^3) to 2000 (40^3) on grids in space. From 16^3 on
+///   the last gain, 1.6 to 2.8 times fewer operations; the others gain at most what dissection
+///   takes.
+inline constexpr double kSpatialOperations = 150.0;
+/// * There is more to save than it takes: 3 to 6 microseconds a node, against half the operations
+/// of
+///   a factorisation and the twice as many of an inverse at some 2e10 a second.
+inline constexpr double kDissectionOperationsPerNode = 6.0e4;
 
-/// Whether an order that needs `predicted` is bad enough for `orderGraph` to try nested dissection.
+/// Whether `orderGraph` tries nested dissection after minimum degree with this prediction.
 bool dissectionMayPay(const Graph& graph, const Prediction& predicted);
 
 /// Orders the graph; `Given` is not for graphs but for unknowns (see analyse) and not accepted
