@@ -127,7 +127,7 @@ void declareVariances(CLI::App& app, Action& action) {
                 requireOutput(o.output);
                 const Variances result = variances(load(o.first, progress, o), o.route(), progress);
                 progress.begin("writing");
-                writeVector(o.output, result.diagonal);
+                writeVector(o.output, result.diagonal.data, result.diagonal.size);
                 return 0;
               });
   command->add_option("A", options->first, "square matrix")->required()->type_name("A.mtx");
@@ -266,7 +266,7 @@ void declareMultiply(CLI::App& app, Action& action) {
                                 requireOutput(o.output);
                                 SparseMatrix A = load(o.first, progress);
                                 const DenseMatrix B = readDense(o.second);
-                                const ZtMatrix C = multiply(std::move(A), B, progress);
+                                const DenseMatrix C = multiply(std::move(A), B, progress);
                                 progress.begin("writing");
                                 writeDense(o.output, C);
                                 return 0;
@@ -287,7 +287,7 @@ void declareExport(CLI::App& app, Action& action) {
                                 progress.begin("reading");
                                 const DenseMatrix M = readDense(o.first);
                                 progress.begin("writing");
-                                exportMat(o.second, M.values, o.name);
+                                exportMat(o.second, M, o.name);
                                 return 0;
                               });
   command->add_option("M", options->first, "matrix")->required()->type_name("M.mtx");

@@ -1,17 +1,19 @@
 #ifndef ZEPH_ERROR_H
 #define ZEPH_ERROR_H
 
-#include <cstddef>
+#include <cstdint>
 #include <stdexcept>
 #include <string>
+
+#include "zeph/api.h"
 
 namespace zeph {
 
 /// What went wrong, in the classes that a caller treats differently (see exitCode).
 enum class ErrorKind {
-  Usage,                ///< a request that cannot be meant: an unknown file ending, a bad name
+  Usage,                ///< a request that cannot be meant: an unknown file ending, a null pointer
   Input,                ///< a file that is missing, unreadable or malformed
-  Unfit,                ///< a matrix of the wrong shape or form for the operation
+  Unfit,                ///< a matrix or an argument of the wrong shape or form for the operation
   NotPositiveDefinite,  ///< the Cholesky factorisation broke down
   Singular,             ///< the matrix has no inverse to working precision
   Output,               ///< a result that cannot be written
@@ -19,25 +21,27 @@ enum class ErrorKind {
   Cancelled             ///< the caller asked to stop
 };
 
-/// The one exception of the checked layer. what() is one sentence for the user: the file, the line
-/// or the row and column at fault as they stand in the file, the value, and what to do about it.
-class Error : public std::runtime_error {
+/// The one exception of the library. what() is one sentence for the user: the file, the line or the
+/// row and column at fault (counted as in the file, from zero for matrices from memory), the value,
+/// and what to do about it.
+class ZEPH_API Error : public std::runtime_error {
  public:
-  Error(ErrorKind kind, const std::string& sentence) : std::runtime_error(sentence), kind_(kind) {}
+  Error(ErrorKind kind, const std::string& sentence, std::int64_t row = -1)
+      : std::runtime_error(sentence), kind_(kind), row_(row) {}
 
   ErrorKind kind() const noexcept { return kind_; }
 
+  /// The row of the matrix at fault, zero-based; -1 where there is none.
+  std::int64_t row() const noexcept { return row_; }
+
  private:
   ErrorKind kind_;
+  std::int64_t row_;
 };
 
-/// Input error at a line of a file: "FILE, line N: sentence".
-inline Error errorAtLine(const std::string& file, std::size_t line, const std::string& sentence) {
-  return Error(ErrorKind::Input, file + ", line " + std::to_string(line) + ": " + sentence);
-}
-
-/// Exit status of a program that ends with this error. 0 is success and 1 the negative answer of a
-/// program that was asked a question (`zeph check` on an unfit matrix).
+/// Exit status of a program that ends with this error, and the status of the C interface. 0 is
+/// success and 1 the negative answer of a program that was asked a question (`zeph check` on an
+/// unfit matrix).
 constexpr int exitCode(ErrorKind kind) noexcept {
   switch (kind) {
     case ErrorKind::Usage:

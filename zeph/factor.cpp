@@ -10,6 +10,7 @@
 #include "zeph/checks/route.h"
 #include "zeph/files/atomic_file.h"
 #include "zeph/files/number_text.h"
+#include "zeph/matrix/protosparse.h"
 
 namespace zeph {
 namespace {

@@ -5,6 +5,8 @@
 #include "solver/ldl_minimal_set.h"
 #include "zeph/checks/guarded.h"
 #include "zeph/checks/one_triangle.h"
+#include "zeph/matrix/protosparse.h"
+#include "zeph/matrix/requirements.h"
 
 namespace zeph {
 
@@ -13,7 +15,7 @@ SparseMatrix inverseSet(SparseMatrix A, const Progress& progress) {
   return guarded(source, [&] {
     requireSquare(A);
     requireBothTriangles(A);
-    requireMemory(source, A.rows, 2 * sizeof(zeph_solver::MatrixElement));
+    requireMemory(source, A.rows, 2 * sizeof(Entry));
     progress.begin("closing the pattern");
     zeph_solver::ProtoSparse set;
     zeph_solver::partialInverseLDLMinimalSet(assemble(std::move(A), Triangles::Lower), set);

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "zeph/dense_matrix.h"
 #include "zeph/progress.h"
 #include "zeph/sparse_matrix.h"
 
@@ -28,12 +29,12 @@ void writePermutation(const std::string& path, const std::vector<std::uint32_t>&
 SparseMatrix inverseSet(SparseMatrix A, const Progress& progress = Progress());
 
 /// C = A B for sparse A and dense B. Throws Error(Unfit) when the inner dimensions differ.
-ZtMatrix multiply(SparseMatrix A, const DenseMatrix& B, const Progress& progress = Progress());
+DenseMatrix multiply(SparseMatrix A, const DenseMatrix& B, const Progress& progress = Progress());
 
 /// Writes a dense matrix as a MATLAB level-5 MAT-file holding one variable of that name.
 /// Throws Error(Usage) when the name is not a letter followed by at most 62 letters, digits and
 /// underscores, Error(Unfit) when the matrix exceeds the form's 2³²-1 bytes.
-void exportMat(const std::string& path, const ZtMatrix& m, const std::string& variable);
+void exportMat(const std::string& path, const DenseMatrix& m, const std::string& variable);
 
 }  // namespace zeph
 

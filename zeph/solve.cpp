@@ -10,6 +10,7 @@
 #include "solver/suitesparse/transposed_solve.h"
 #include "zeph/checks/condition.h"
 #include "zeph/checks/guarded.h"
+#include "zeph/matrix/requirements.h"
 
 namespace zeph {
 namespace {
@@ -20,17 +21,17 @@ using zeph_solver::Solver;
 constexpr ZtSize kColumnsAtOnce = 16;
 
 void requireHeight(const SparseMatrix& A, const DenseMatrix& B) {
-  if (B.values.rows == A.rows && B.values.cols > 0) return;
+  if (B.rows == A.rows && B.cols > 0) return;
   throw Error(ErrorKind::Unfit, "the right-hand side " + B.source + " is " +
-                                    std::to_string(B.values.rows) + " x " +
-                                    std::to_string(B.values.cols) + "; " + A.source + " needs " +
-                                    std::to_string(A.rows) + " rows and at least one column");
+                                    std::to_string(B.rows) + " x " + std::to_string(B.cols) + "; " +
+                                    A.source + " needs " + std::to_string(A.rows) +
+                                    " rows and at least one column");
 }
 
 void requireFiniteDense(const DenseMatrix& B) {
-  for (ZtSize r = 0; r < B.values.rows; ++r) {
-    for (ZtSize c = 0; c < B.values.cols; ++c) {
-      if (std::isfinite(B.values.data[r * B.values.stride + c])) continue;
+  for (std::size_t r = 0; r < B.rows; ++r) {
+    for (std::size_t c = 0; c < B.cols; ++c) {
+      if (std::isfinite(B(r, c))) continue;
       throw Error(ErrorKind::Unfit, "entry " + position(1, r, c) + " of the right-hand side " +
                                         B.source + " is not finite");
     }
@@ -44,7 +45,7 @@ class ScaledSolution {
       : m_(m), solver_(solver), f_(f) {}
 
   /// Columns [first, first + count) of X = A⁻¹ B; the largest backward error of a column.
-  double solve(const ZtMatrix& B, ZtSize first, ZtSize count, ZtMatrix& X) {
+  double solve(const DenseMatrix& B, ZtSize first, ZtSize count, DenseMatrix& X) {
     const std::size_t n = m_.size();
     ZtMatrix b(n, count, count, nullptr);
     ZtMatrix y(n, count, count, nullptr);
@@ -57,7 +58,7 @@ class ScaledSolution {
       for (std::size_t i = 0; i < n; ++i) {
         column[i] = y.data[i * y.stride + k];
         right[i] = b.data[i * b.stride + k];
-        X.data[i * X.stride + first + k] = std::ldexp(column[i], m_.scaling.col[i] + exponent[k]);
+        X(i, first + k) = std::ldexp(column[i], m_.scaling.col[i] + exponent[k]);
       }
       const double here = backwardError(m_, column.data(), right.data());
       if (!(here <= error)) error = here;
@@ -68,16 +69,15 @@ class ScaledSolution {
  private:
   // Column `from` of B, its rows scaled as S's and brought below 1 by a power of two, which is
   // returned: products of the two scales alone could overflow.
-  int scaleColumn(const ZtMatrix& B, ZtSize from, ZtMatrix& b, ZtSize to) const {
+  int scaleColumn(const DenseMatrix& B, ZtSize from, ZtMatrix& b, ZtSize to) const {
     int largest = INT_MIN;
     for (ZtSize i = 0; i < B.rows; ++i) {
-      const double value = B.data[i * B.stride + from];
+      const double value = B(i, from);
       if (value != 0.0) largest = std::max(largest, std::ilogb(value) + m_.scaling.row[i]);
     }
     const int exponent = largest == INT_MIN ? 0 : largest + 1;
     for (ZtSize i = 0; i < B.rows; ++i) {
-      b.data[i * b.stride + to] =
-          std::ldexp(B.data[i * B.stride + from], m_.scaling.row[i] - exponent);
+      b.data[i * b.stride + to] = std::ldexp(B(i, from), m_.scaling.row[i] - exponent);
     }
     return exponent;
   }
@@ -101,8 +101,8 @@ double conditionOf(const PreparedMatrix& m, Solver& solver, Factorisation& f) {
   });
 }
 
-bool isFinite(const ZtMatrix& X) {
-  return std::all_of(X.data, X.data + X.rows * X.stride, [](double x) { return std::isfinite(x); });
+bool isFinite(const DenseMatrix& X) {
+  return std::all_of(X.values.begin(), X.values.end(), [](double x) { return std::isfinite(x); });
 }
 
 }  // namespace
@@ -125,13 +125,12 @@ Solution solve(SparseMatrix A, const DenseMatrix& B, Route asked, const Progress
     progress.begin("solving");
     result.condition = conditionOf(m, solver, f);
     judgeCondition(m, result.condition, progress);
-    const ZtSize cols = B.values.cols;
-    ZtMatrix_assign(&result.X, B.values.rows, cols, cols, nullptr, 0);
+    const std::size_t cols = B.cols;
+    result.X = DenseMatrix(B.rows, cols);
     ScaledSolution scaled(m, solver, f);
     for (ZtSize first = 0; first < cols; first += kColumnsAtOnce) {
       progress.checkpoint();
-      const double error =
-          scaled.solve(B.values, first, std::min(kColumnsAtOnce, cols - first), result.X);
+      const double error = scaled.solve(B, first, std::min(kColumnsAtOnce, cols - first), result.X);
       judgeBackwardError(m, error);
       result.relativeResidual = std::max(result.relativeResidual, error);
     }

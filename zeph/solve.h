@@ -2,13 +2,14 @@
 #define ZEPH_SOLVE_H
 
 #include "zeph/checks/route.h"
+#include "zeph/dense_matrix.h"
 #include "zeph/progress.h"
 #include "zeph/sparse_matrix.h"
 
 namespace zeph {
 
 struct Solution {
-  ZtMatrix X;  ///< A's columns x B's columns, all finite
+  DenseMatrix X;  ///< A's columns x B's columns, all finite
   RouteChoice choice;
   double condition = 0.0;  ///< rough estimate of A's condition number, units scaled away
   /// Largest ‖Ax-b‖ / (‖A‖ ‖x‖ + ‖b‖) of a column in largest-entry norms, rows and columns of A

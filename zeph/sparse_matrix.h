@@ -2,78 +2,70 @@
 #define ZEPH_SPARSE_MATRIX_H
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <vector>
 
-#include "solver/assembly/protosparse.h"
-#include "types/zttypes.h"
+#include "zeph/api.h"
 
 namespace zeph {
 
 /// What the stored entries stand for: themselves, or one triangle of A = Aᵀ or A = -Aᵀ.
 enum class Symmetry { General, Symmetric, SkewSymmetric };
 
+/// An entry of a sparse matrix, zero-based.
+struct Entry {
+  std::uint32_t row;
+  std::uint32_t col;
+  double value;
+};
+
 /// Largest number of rows or columns: the solvers count in signed 32-bit integers.
 inline constexpr std::size_t kLargestSize = 2147483647;
 
-/// Sparse matrix as it stands in a file or comes from a host: triplets in any order, duplicates add
-/// up, zeros are kept. The readers guarantee indices below rows and cols and, for the two symmetric
-/// forms, a square matrix whose entries all lie in one triangle (whichever it is).
-struct SparseMatrix {
+/// Sparse matrix as triplets in any order. Duplicates add up, zeros are kept.
+///
+///     zeph::SparseMatrix A;
+///     A.rows = A.cols = 3;
+///     A.symmetry = zeph::Symmetry::Symmetric;
+///     A.entries = {{0, 0, 4.0}, {1, 1, 4.0}, {2, 2, 4.0}, {1, 0, -1.0}};
+///
+/// Whoever fills the members by hand keeps indices below rows and cols and, for the two symmetric
+/// forms, the matrix square and all entries in one triangle, whichever it is. The functions below
+/// and the readers see to that; zeph::Factor checks it again.
+struct ZEPH_API SparseMatrix {
+  /// `count` triplets, zero-based. Throws Error(Unfit) for a size or an index out of range, and for
+  /// a symmetric form that is not square or has entries in both triangles; Error(Usage) for a null
+  /// pointer.
+  static SparseMatrix fromTriplets(std::size_t rows, std::size_t cols,
+                                   const std::int32_t* rowIndices, const std::int32_t* colIndices,
+                                   const double* values, std::size_t count,
+                                   Symmetry symmetry = Symmetry::General);
+  static SparseMatrix fromTriplets(std::size_t rows, std::size_t cols,
+                                   const std::int64_t* rowIndices, const std::int64_t* colIndices,
+                                   const double* values, std::size_t count,
+                                   Symmetry symmetry = Symmetry::General);
+
+  /// Compressed columns: column c has the entries colStarts[c] .. colStarts[c+1]-1 of rowIndices
+  /// and values, in any order. Throws as fromTriplets, and when colStarts does not begin with 0 or
+  /// descends.
+  static SparseMatrix fromCompressedColumns(std::size_t rows, std::size_t cols,
+                                            const std::int32_t* colStarts,
+                                            const std::int32_t* rowIndices, const double* values,
+                                            Symmetry symmetry = Symmetry::General);
+  static SparseMatrix fromCompressedColumns(std::size_t rows, std::size_t cols,
+                                            const std::int64_t* colStarts,
+                                            const std::int64_t* rowIndices, const double* values,
+                                            Symmetry symmetry = Symmetry::General);
+
   std::string source = "the matrix";  ///< file name, for messages
-  std::size_t indexBase = 1;          ///< 1 or 0: how messages count rows and columns
+  std::size_t indexBase = 0;          ///< 1 or 0: how messages count rows and columns
   std::size_t rows = 0;
   std::size_t cols = 0;
   Symmetry symmetry = Symmetry::General;
   bool triangular = false;  ///< a general matrix with entries in one triangle is meant as it stands
-  std::vector<zeph_solver::MatrixElement> entries;  ///< zero-based
+  std::vector<Entry> entries;
 };
-
-/// Dense matrix with the name of the file that it came from, for messages.
-struct DenseMatrix {
-  std::string source = "the matrix";
-  ZtMatrix values;
-};
-
-/// Which part of a symmetric matrix a consumer reads.
-enum class Triangles {
-  Both,   ///< UMFPACK, products, anything that takes the matrix at its word
-  Upper,  ///< CHOLMOD, which ignores what lies below the diagonal
-  Lower   ///< the symbolic inverse set, which ignores what lies above
-};
-
-/// Sorts the entries by column, then row, and adds up those at one position, whatever their size; a
-/// sum of zero keeps its place. Returns how many entries went.
-/// Throws Error(Unfit) beyond 2³¹-1 entries.
-std::size_t mergeDuplicates(SparseMatrix& m);
-
-/// The library's assembly form of m, with one element a position. A symmetric m is completed to
-/// both triangles or moved to the one asked for; a general m is taken as it is, and a
-/// skew-symmetric one is always completed. The entries of an m that is moved in are taken over
-/// without a copy.
-/// Throws Error(Unfit) beyond 2³¹-1 entries.
-zeph_solver::ProtoSparse assemble(SparseMatrix m, Triangles triangles);
-
-/// The way back: a general matrix with the entries of p, which are moved out of it. Of a
-/// vector-shaped p those that are not zero.
-SparseMatrix takeEntries(zeph_solver::ProtoSparse& p, const std::string& source);
-
-/// All entries of m, symmetric forms completed, duplicates summed.
-/// Throws Error(Memory) where rows x cols does not fit into memory.
-DenseMatrix toDense(const SparseMatrix& m);
-
-/// Throws Error(Memory) when count items of that size cannot fit into the machine. A size line in a
-/// file costs nothing to write, and a system that lends memory freely kills the process only later.
-void requireMemory(const std::string& source, std::size_t count, std::size_t bytesEach);
-
-/// "(3, 4)" for a zero-based position, counted from indexBase.
-std::string position(std::size_t indexBase, std::size_t row, std::size_t col);
-
-/// Throws Error(Unfit) unless m is square with at least one row.
-void requireSquare(const SparseMatrix& m);
-
-/// Throws Error(Unfit) naming the first entry that is NaN or infinite.
-void requireFinite(const SparseMatrix& m);
 
 }  // namespace zeph
 

@@ -14,6 +14,7 @@
 #include "sparse/inverse/lu_solve.h"
 #include "zeph/checks/condition.h"
 #include "zeph/checks/guarded.h"
+#include "zeph/matrix/requirements.h"
 
 namespace zeph {
 namespace {

@@ -7,7 +7,8 @@
 #include <utility>
 
 #include "zeph/demo/levelling_network.h"
-#include "zeph/files/matrix_file.h"
+#include "zeph/matrix/protosparse.h"
+#include "zeph/matrix_file.h"
 
 namespace compare {
 namespace {

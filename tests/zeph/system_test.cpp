@@ -10,6 +10,8 @@
 #include "zeph/checks/matrix_check.h"
 #include "zeph/checks/one_triangle.h"
 #include "zeph/files/matrix_file.h"
+#include "zeph/matrix/protosparse.h"
+#include "zeph/matrix/to_dense.h"
 #include "zeph/operations.h"
 #include "zeph/solve.h"
 #include "zeph/variances.h"
@@ -21,10 +23,10 @@ using zeph::Route;
 using zeph::SparseMatrix;
 using zeph::Symmetry;
 
-SparseMatrix matrix(std::size_t n, Symmetry symmetry,
-                    std::vector<zeph_solver::MatrixElement> entries) {
+SparseMatrix matrix(std::size_t n, Symmetry symmetry, std::vector<zeph::Entry> entries) {
   SparseMatrix m;
   m.source = "A.mtx";
+  m.indexBase = 1;
   m.rows = m.cols = n;
   m.symmetry = symmetry;
   m.triangular = true;
@@ -66,11 +68,12 @@ class SystemTest : public FrontTest {
     return m;
   }
 
-  static korin::Matrix dense(const SparseMatrix& m) { return zeph::toDense(m).values; }
+  static korin::Matrix record(const DenseMatrix& m) { return korin::Matrix(zeph::toRecord(m)); }
+  static korin::Matrix dense(const SparseMatrix& m) { return record(zeph::toDense(m)); }
 
-  static korin::Matrix product(const korin::Matrix& a, const ZtMatrix& b) {
+  static korin::Matrix product(const korin::Matrix& a, const DenseMatrix& b) {
     korin::Matrix c(a.rows, b.cols);
-    c.setMatMulMat(a, b);
+    c.setMatMulMat(a, record(b));
     return c;
   }
 
@@ -80,21 +83,18 @@ class SystemTest : public FrontTest {
     EXPECT_EQ(v.choice.route, taken) << v.choice.reason;
     korin::Matrix identity(m.rows, m.rows);
     identity.setIdentity();
-    DenseMatrix unit;
-    unit.values = identity;
-    const zeph::Solution s = zeph::solve(m, unit, asked);
+    const zeph::Solution s = zeph::solve(m, zeph::fromRecord(identity), asked);
     EXPECT_LT(s.relativeResidual, 1e-14);
     EXPECT_TRUE(product(dense(m), s.X).isEqual(identity, 1e-11));
     korin::Vector diagonal(m.rows);
-    diagonal.setDiag(s.X);
+    diagonal.setDiag(record(s.X));
     EXPECT_TRUE(diagonal.isEqual(v.diagonal, 1e-12));
   }
 
   DenseMatrix columns(std::size_t rows, std::size_t cols) {
-    DenseMatrix B;
+    DenseMatrix B(rows, cols);
     B.source = "b.mtx";
-    B.values = korin::Matrix(rows, cols);
-    for (std::size_t k = 0; k < rows * cols; ++k) B.values.data[k] = value();
+    for (double& entry : B.values) entry = value();
     return B;
   }
 };
@@ -134,15 +134,15 @@ TEST_F(SystemTest, unitsDecideNothing) {
     for (auto& e : scaled.entries) e.value = std::ldexp(e.value, row[e.row] + col[e.col]);
     DenseMatrix B = columns(n, 20), scaledB = B;
     for (std::size_t k = 0; k < n * 20; ++k) {
-      scaledB.values.data[k] = std::ldexp(scaledB.values.data[k], row[k / 20]);
+      scaledB.values[k] = std::ldexp(scaledB.values[k], row[k % n]);
     }
     const Route route = symmetric ? Route::Automatic : round % 4 ? Route::Lu : Route::LuSolves;
     korin::Vector v = zeph::variances(scaled, route).diagonal;
-    korin::Matrix X = zeph::solve(scaled, scaledB, route).X;
+    korin::Matrix X = record(zeph::solve(scaled, scaledB, route).X);
     for (std::size_t i = 0; i < n; ++i) v[i] = std::ldexp(v[i], row[i] + col[i]);
     for (std::size_t k = 0; k < n * 20; ++k) X.data[k] = std::ldexp(X.data[k], col[k / 20]);
     EXPECT_TRUE(v.isEqual(zeph::variances(m, route).diagonal, 1e-12));
-    EXPECT_TRUE(X.isEqual(zeph::solve(m, B, route).X, 1e-12));
+    EXPECT_TRUE(X.isEqual(record(zeph::solve(m, B, route).X), 1e-12));
     if (!symmetric) continue;
     korin::Matrix l = dense(zeph::factor(scaled, false).L);
     for (std::size_t k = 0; k < n * n; ++k) l.data[k] = std::ldexp(l.data[k], -row[k / n]);
@@ -235,7 +235,7 @@ TEST_F(SystemTest, oneTriangleNeedsAWord) {
 TEST_F(SystemTest, residualsOfHugeNumbersAreFinite) {
   // The norms do not square their entries.
   DenseMatrix huge = columns(2, 1);
-  huge.values.data[0] = huge.values.data[1] = 1e200;
+  huge.values[0] = huge.values[1] = 1e200;
   EXPECT_LT(zeph::solve(definite(2, Symmetry::Symmetric), huge).relativeResidual, 1e-15);
 }
 
@@ -316,7 +316,7 @@ TEST_F(SystemTest, unfitMatricesAreRefusedInOneSentence) {
   expectError([&] { zeph::solve(m, columns(4, 1)); },
               "4 the right-hand side b.mtx is 4 x 1; A.mtx needs 3 rows");
   DenseMatrix bad = columns(3, 2);
-  bad.values.data[3] = nan;
+  bad(1, 1) = nan;
   expectError([&] { zeph::solve(m, bad); },
               "4 entry (2, 2) of the right-hand side b.mtx is not finite");
 }
@@ -350,8 +350,8 @@ TEST_F(SystemTest, inverseSetProductAndExport) {
   }
   const SparseMatrix m = definite(7, Symmetry::Symmetric);
   const DenseMatrix B = columns(7, 3);
-  const korin::Matrix C = zeph::multiply(m, B);
-  EXPECT_TRUE(C.isEqual(product(dense(m), B.values), 1e-13));
+  const DenseMatrix C = zeph::multiply(m, B);
+  EXPECT_TRUE(record(C).isEqual(product(dense(m), B), 1e-13));
   expectError([&] { zeph::multiply(m, columns(6, 1)); }, "4 cannot multiply A.mt");
 
   zeph::exportMat(path("c.mat"), C, "C_variance");

@@ -10,6 +10,8 @@
 #include "zeph/checks/one_triangle.h"
 #include "zeph/checks/scaling.h"
 #include "zeph/files/number_text.h"
+#include "zeph/matrix/protosparse.h"
+#include "zeph/matrix/requirements.h"
 #include "zeph/solve.h"
 
 namespace zeph {
@@ -68,7 +70,7 @@ void findEmpty(const zeph_solver::ProtoSparse& m, MatrixReport& report) {
 }
 
 void inspectValues(const SparseMatrix& m, MatrixReport& report) {
-  for (const MatrixElement& e : m.entries) {
+  for (const Entry& e : m.entries) {
     if (std::isfinite(e.value)) continue;
     if (report.nonFinite++ == 0) report.firstNonFinite = e;
   }
@@ -115,9 +117,8 @@ void judgeForm(MatrixReport& r) {
 
 // Why a solve with m fails on that route, or nothing when it does not.
 std::string attempt(const SparseMatrix& m, Route route) {
-  DenseMatrix b;
-  ZtMatrix_assign(&b.values, m.rows, 1, 1, nullptr, 0);
-  std::fill_n(b.values.data, m.rows, 1.0);
+  DenseMatrix b(m.rows, 1);
+  std::fill(b.values.begin(), b.values.end(), 1.0);
   try {
     solve(m, b, route);
   } catch (const Error& e) {

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "solver/assembly/protosparse.h"
 #include "zeph/progress.h"
 #include "zeph/sparse_matrix.h"
 
@@ -43,9 +44,9 @@ struct MatrixReport {
       unusableDiagonal;              ///< zero, not finite or too small beside its row; square only
   std::size_t negativeDiagonal = 0;  ///< diagonal entries below zero
   std::size_t nonFinite = 0;         ///< stored entries that are NaN or infinite
-  std::optional<zeph_solver::MatrixElement> firstNonFinite;  ///< the first of them in file order
-  std::vector<int> emptyRows, emptyCols;                     ///< without an entry other than zero
-  std::string oneTriangle;                                   ///< as oneTriangleOnly() says it
+  std::optional<Entry> firstNonFinite;    ///< the first of them in file order
+  std::vector<int> emptyRows, emptyCols;  ///< without an entry other than zero
+  std::string oneTriangle;                ///< as oneTriangleOnly() says it
 
   /// Why Cholesky, or any factorisation, fails; empty when it succeeds.
   std::vector<std::string> againstCholesky, againstLu;

@@ -3,12 +3,13 @@
 #include <optional>
 
 #include "zeph/error.h"
+#include "zeph/matrix/requirements.h"
 
 namespace zeph {
 namespace {
 
 struct Found {
-  std::optional<zeph_solver::MatrixElement> lower, upper;  // the first of each triangle
+  std::optional<Entry> lower, upper;  // the first of each triangle
   std::size_t count = 0;
 };
 
@@ -16,7 +17,7 @@ Found findTriangles(const SparseMatrix& m) {
   Found found;
   for (const auto& e : m.entries) {
     if (e.row == e.col || e.value == 0.0) continue;
-    std::optional<zeph_solver::MatrixElement>& first = e.row > e.col ? found.lower : found.upper;
+    std::optional<Entry>& first = e.row > e.col ? found.lower : found.upper;
     if (!first) first = e;
     ++found.count;
   }
@@ -30,7 +31,7 @@ std::string oneTriangleOnly(const SparseMatrix& m) {
   const Found found = findTriangles(m);
   if (found.lower.has_value() == found.upper.has_value()) return {};
   const char* triangle = found.lower ? "lower" : "upper";
-  const zeph_solver::MatrixElement& e = found.lower ? *found.lower : *found.upper;
+  const Entry& e = found.lower ? *found.lower : *found.upper;
   const std::string counted =
       found.count == 1 ? "the only entry beside the diagonal of "
                        : "all " + std::to_string(found.count) + " entries beside the diagonal of ";

@@ -7,6 +7,8 @@
 #include "zeph/checks/one_triangle.h"
 #include "zeph/error.h"
 #include "zeph/files/number_text.h"
+#include "zeph/matrix/protosparse.h"
+#include "zeph/matrix/requirements.h"
 
 namespace zeph {
 namespace {

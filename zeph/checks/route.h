@@ -8,17 +8,10 @@
 #include "solver/suitesparse/factorisation_status.h"
 #include "zeph/checks/scaling.h"
 #include "zeph/error.h"
+#include "zeph/options.h"
 #include "zeph/sparse_matrix.h"
 
 namespace zeph {
-
-/// How a square system is factorised.
-enum class Route {
-  Automatic,  ///< Cholesky when A is symmetric with a usable diagonal, LU otherwise
-  Cholesky,   ///< CHOLMOD; for symmetric positive definite A
-  Lu,         ///< UMFPACK; for any non-singular A
-  LuSolves    ///< UMFPACK with one solve for every variance; slow, for comparison
-};
 
 /// "Cholesky", "LU", ...
 const char* name(Route route);

@@ -10,6 +10,11 @@
 
 namespace zeph {
 
+/// Input error at a line of a file: "FILE, line N: sentence".
+inline Error errorAtLine(const std::string& file, std::size_t line, const std::string& sentence) {
+  return Error(ErrorKind::Input, file + ", line " + std::to_string(line) + ": " + sentence);
+}
+
 /// Reads a text file line by line through one buffer that grows to the longest line. Line ends are
 /// LF or CRLF; the last one may be missing. "-" is standard input.
 class LineReader {

@@ -5,6 +5,7 @@
 #include "math/dense/korin_matrix.h"
 #include "zeph/error.h"
 #include "zeph/files/atomic_file.h"
+#include "zeph/matrix/protosparse.h"
 
 namespace zeph {
 namespace {
@@ -22,14 +23,14 @@ bool isVariableName(const std::string& name) {
 }
 
 // Header, matrix tag, flags, dimensions, name and data of a MAT-file with one variable.
-std::uint64_t matFileBytes(const ZtMatrix& m, const std::string& variable) {
+std::uint64_t matFileBytes(const DenseMatrix& m, const std::string& variable) {
   const std::uint64_t name = (variable.size() + 7) / 8 * 8;
   return 128 + 8 + 16 + 16 + 8 + name + 8 + std::uint64_t{8} * m.rows * m.cols;
 }
 
 }  // namespace
 
-void exportMat(const std::string& path, const ZtMatrix& m, const std::string& variable) {
+void exportMat(const std::string& path, const DenseMatrix& m, const std::string& variable) {
   if (!isVariableName(variable)) {
     throw Error(ErrorKind::Usage, "the variable name \"" + variable +
                                       "\" must be a letter followed by at most 62 letters, digits "
@@ -45,7 +46,7 @@ void exportMat(const std::string& path, const ZtMatrix& m, const std::string& va
   if (out.pathToWrite() == path) {
     throw Error(ErrorKind::Output, "cannot write a MAT-file to " + path + "; name a regular file");
   }
-  const korin::Matrix view(m.rows, m.cols, m.stride, m.data, kZtView);
+  const korin::Matrix view(toRecord(m));
   view.saveAsMatlab(out.pathToWrite().c_str(), variable.c_str());
   // The writer does not report a full disk; the file's size does.
   struct stat written {};

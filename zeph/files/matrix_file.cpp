@@ -5,7 +5,10 @@
 
 #include "zeph/checks/guarded.h"
 #include "zeph/error.h"
+#include "zeph/files/matrix_market.h"
 #include "zeph/files/number_text.h"
+#include "zeph/files/triplet_csv.h"
+#include "zeph/matrix/to_dense.h"
 
 namespace zeph {
 namespace {
@@ -38,7 +41,7 @@ void writeSparse(const std::string& path, SparseMatrix m) {
   out.commit();
 }
 
-void writeDense(const std::string& path, const ZtMatrix& m) {
+void writeDense(const std::string& path, const DenseMatrix& m) {
   AtomicFile out(path);
   if (hasEnding(path, ".csv")) {
     writeTripletCsv(out, m);
@@ -48,16 +51,18 @@ void writeDense(const std::string& path, const ZtMatrix& m) {
   out.commit();
 }
 
-void writeVector(const std::string& path, const ZtVector& v) {
+void writeVector(const std::string& path, const double* values, std::size_t count) {
   AtomicFile out(path);
   if (hasEnding(path, ".mtx")) {
-    writeMatrixMarket(out, v);
+    DenseMatrix column(count, 1);
+    std::copy_n(values, count, column.values.begin());
+    writeMatrixMarket(out, column);
   } else {
     std::string text;
-    for (ZtSize i = 0; i < v.size; ++i) {
+    for (std::size_t i = 0; i < count; ++i) {
       appendIndex(text, i);
       text += ',';
-      appendDigits(text, v.data[i], kVarianceDigits);
+      appendDigits(text, values[i], kVarianceDigits);
       text += '\n';
     }
     out.write(text);

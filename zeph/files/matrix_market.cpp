@@ -9,6 +9,8 @@
 #include "zeph/error.h"
 #include "zeph/files/line_reader.h"
 #include "zeph/files/number_text.h"
+#include "zeph/matrix/requirements.h"
+#include "zeph/matrix/to_dense.h"
 
 namespace zeph {
 namespace {
@@ -222,9 +224,8 @@ std::uint64_t readEntryIndex(LineReader& in, NumberScanner& scan, std::size_t li
                  std::to_string(limit));
 }
 
-std::vector<zeph_solver::MatrixElement> readCoordinates(LineReader& in, const Header& h,
-                                                        const ReadOptions& options) {
-  std::vector<zeph_solver::MatrixElement> entries;
+std::vector<Entry> readCoordinates(LineReader& in, const Header& h, const ReadOptions& options) {
+  std::vector<Entry> entries;
   entries.reserve(std::min<std::size_t>(h.entries, in.fileBytes() / kShortestEntry));
   TriangleGuard guard(h.symmetry);
   std::string_view line;
@@ -270,6 +271,7 @@ void readArray(LineReader& in, const Header& h, const ReadOptions& options, cons
 SparseMatrix describe(const std::string& path, const Header& h) {
   SparseMatrix m;
   m.source = path;
+  m.indexBase = 1;
   m.rows = h.rows;
   m.cols = h.cols;
   m.symmetry = h.symmetry;
@@ -324,12 +326,11 @@ DenseMatrix readMatrixMarketDense(const std::string& path, const ReadOptions& op
     readArray(in, h, options, [](std::size_t, std::size_t, double) {});
   }
   DenseMatrix dense = toDense(m);
-  ZtMatrix& values = dense.values;
   const double mirrorSign = h.symmetry == Symmetry::SkewSymmetric ? -1.0 : 1.0;
   readArray(in, h, options, [&](std::size_t row, std::size_t col, double value) {
-    values.data[row * values.stride + col] = value;
+    dense(row, col) = value;
     if (h.symmetry == Symmetry::General || row == col) return;
-    values.data[col * values.stride + row] = mirrorSign * value;
+    dense(col, row) = mirrorSign * value;
   });
   return dense;
 }
@@ -338,7 +339,7 @@ void writeMatrixMarket(AtomicFile& out, const SparseMatrix& m) {
   std::string text = std::string("%%MatrixMarket matrix coordinate real ") +
                      symmetryWord(m.symmetry) + "\n" + std::to_string(m.rows) + " " +
                      std::to_string(m.cols) + " " + std::to_string(m.entries.size()) + "\n";
-  for (zeph_solver::MatrixElement e : m.entries) {
+  for (Entry e : m.entries) {
     if (m.symmetry != Symmetry::General && e.row < e.col) {
       std::swap(e.row, e.col);
       if (m.symmetry == Symmetry::SkewSymmetric) e.value = -e.value;
@@ -354,25 +355,15 @@ void writeMatrixMarket(AtomicFile& out, const SparseMatrix& m) {
   out.write(text);
 }
 
-void writeMatrixMarket(AtomicFile& out, const ZtMatrix& m) {
+void writeMatrixMarket(AtomicFile& out, const DenseMatrix& m) {
   std::string text = "%%MatrixMarket matrix array real general\n" + std::to_string(m.rows) + " " +
                      std::to_string(m.cols) + "\n";
-  for (ZtSize c = 0; c < m.cols; ++c) {
-    for (ZtSize r = 0; r < m.rows; ++r) {
-      appendShortest(text, m.data[r * m.stride + c]);
-      text += '\n';
-      flushChunk(out, text);
-    }
+  for (const double value : m.values) {
+    appendShortest(text, value);
+    text += '\n';
+    flushChunk(out, text);
   }
   out.write(text);
-}
-
-void writeMatrixMarket(AtomicFile& out, const ZtVector& v) {
-  ZtMatrix view;
-  view.data = v.data;
-  view.rows = v.size;
-  view.cols = view.stride = 1;
-  writeMatrixMarket(out, view);
 }
 
 }  // namespace zeph

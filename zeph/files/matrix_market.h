@@ -4,14 +4,9 @@
 #include <string>
 
 #include "zeph/files/atomic_file.h"
-#include "zeph/sparse_matrix.h"
+#include "zeph/matrix_file.h"
 
 namespace zeph {
-
-/// What a reader lets pass.
-struct ReadOptions {
-  bool allowNonFinite = false;  ///< NaN and infinities are entries, not errors
-};
 
 /// Reads a Matrix Market file: coordinate or array; real or integer; general, symmetric or
 /// skew-symmetric. The header's case, comment lines, blank lines, CRLF line ends, a plus sign in
@@ -33,10 +28,7 @@ DenseMatrix readMatrixMarketDense(const std::string& path, const ReadOptions& op
 void writeMatrixMarket(AtomicFile& out, const SparseMatrix& m);
 
 /// Writes an array real general file (column by column) in the same number format.
-void writeMatrixMarket(AtomicFile& out, const ZtMatrix& m);
-
-/// Writes a vector as an n x 1 array.
-void writeMatrixMarket(AtomicFile& out, const ZtVector& v);
+void writeMatrixMarket(AtomicFile& out, const DenseMatrix& m);
 
 }  // namespace zeph
 

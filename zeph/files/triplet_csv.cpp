@@ -7,6 +7,7 @@
 #include "zeph/error.h"
 #include "zeph/files/line_reader.h"
 #include "zeph/files/number_text.h"
+#include "zeph/matrix/protosparse.h"
 
 namespace zeph {
 namespace {
@@ -83,24 +84,21 @@ SparseMatrix readTripletCsv(const std::string& path, const ReadOptions& options)
   return m;
 }
 
-void writeTripletCsv(AtomicFile& out, const ZtMatrix& m) {
+void writeTripletCsv(AtomicFile& out, const DenseMatrix& m) {
   std::string text;
-  for (ZtSize r = 0; r < m.rows; ++r) {
-    for (ZtSize c = 0; c < m.cols; ++c) appendLine(out, text, r, c, m.data[r * m.stride + c]);
+  for (std::size_t r = 0; r < m.rows; ++r) {
+    for (std::size_t c = 0; c < m.cols; ++c) appendLine(out, text, r, c, m(r, c));
   }
   out.write(text);
 }
 
-void writeTripletCsv(AtomicFile& out, const zeph_solver::ProtoSparse& m) {
-  if (m.isDense()) return writeTripletCsv(out, *m.denseBlock);
-  m.compress();
-  std::string text;
-  for (const auto& e : m.elements) appendLine(out, text, e.row, e.col, e.value);
-  out.write(text);
-}
-
 void writeTripletCsv(AtomicFile& out, SparseMatrix m) {
-  writeTripletCsv(out, assemble(std::move(m), Triangles::Both));
+  const zeph_solver::ProtoSparse p = assemble(std::move(m), Triangles::Both);
+  if (p.isDense()) return writeTripletCsv(out, fromRecord(*p.denseBlock));
+  p.compress();
+  std::string text;
+  for (const auto& e : p.elements) appendLine(out, text, e.row, e.col, e.value);
+  out.write(text);
 }
 
 }  // namespace zeph

@@ -4,8 +4,7 @@
 #include <string>
 
 #include "zeph/files/atomic_file.h"
-#include "zeph/files/matrix_market.h"
-#include "zeph/sparse_matrix.h"
+#include "zeph/matrix_file.h"
 
 namespace zeph {
 
@@ -16,13 +15,11 @@ SparseMatrix readTripletCsv(const std::string& path, const ReadOptions& options 
 
 /// Writes what ProtoSparse::writeToCsv writes, byte for byte (compressed order, 18 significant
 /// digits, all positions of a vector-shaped matrix), but into a file that appears whole or not at
-/// all. Symmetric matrices are completed: the form has no header to say that they are. Compresses
-/// m.
-void writeTripletCsv(AtomicFile& out, const zeph_solver::ProtoSparse& m);
+/// all. Symmetric matrices are completed: the form has no header to say that they are.
 void writeTripletCsv(AtomicFile& out, SparseMatrix m);
 
 /// All positions of a dense matrix, row by row, in the same form.
-void writeTripletCsv(AtomicFile& out, const ZtMatrix& m);
+void writeTripletCsv(AtomicFile& out, const DenseMatrix& m);
 
 }  // namespace zeph
 

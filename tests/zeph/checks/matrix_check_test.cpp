@@ -8,6 +8,8 @@
 
 #include "math/korin.h"
 #include "tests/zeph/front_test.h"
+#include "zeph/matrix/protosparse.h"
+#include "zeph/matrix/to_dense.h"
 
 namespace {
 
@@ -44,7 +46,7 @@ void expectReportOfDense(const MatrixReport& report, const SparseMatrix& m) {
     for (const auto& e : m.entries) stored.insert({e.col, e.row});
   }
   EXPECT_EQ(report.entries, stored.size());
-  const korin::Matrix a = zeph::toDense(m).values;
+  const korin::Matrix a(zeph::toRecord(zeph::toDense(m)));
   bool structural = true, numerical = true;
   std::vector<int> emptyRows, emptyCols;
   for (unsigned i = 0; i < m.rows; ++i) {
@@ -95,6 +97,7 @@ TEST_F(MatrixCheckTest, agreesWithTheDenseMatrix) {
 TEST_F(MatrixCheckTest, namesWhatIsWrongAndWhere) {
   SparseMatrix m;
   m.source = "A.mtx";
+  m.indexBase = 1;
   m.rows = m.cols = 4;
   m.entries = {{0, 0, 2.0}, {1, 1, 1e-17}, {2, 0, kNan}, {2, 2, -3.0},
                {0, 2, 5.0}, {0, 2, 1.0},   {1, 2, 1.0},  {2, 1, 1.0}};

@@ -10,6 +10,8 @@
 #include "tests/zeph/front_test.h"
 #include "zeph/checks/matrix_check.h"
 #include "zeph/files/matrix_file.h"
+#include "zeph/matrix/protosparse.h"
+#include "zeph/matrix/to_dense.h"
 
 namespace {
 
@@ -17,6 +19,10 @@ using dense_testing::sameBits;
 using korin::Matrix;
 using zeph::SparseMatrix;
 using zeph::Symmetry;
+
+Matrix record(const zeph::DenseMatrix& m) {
+  return Matrix(zeph::toRecord(m));
+}
 
 class MatrixMarketTest : public FrontTest {
  protected:
@@ -56,8 +62,8 @@ class MatrixMarketTest : public FrontTest {
     ASSERT_NE(dense, nullptr) << read(path);
     const Matrix byColumns(dense->ncol, dense->nrow, static_cast<double*>(dense->x));
     const Matrix expected = dense_testing::transposed(byColumns);
-    EXPECT_EQ(Matrix(zeph::readMatrixMarketDense(path).values), expected) << read(path);
-    EXPECT_EQ(Matrix(zeph::toDense(zeph::readMatrixMarket(path)).values), expected) << read(path);
+    EXPECT_EQ(record(zeph::readMatrixMarketDense(path)), expected) << read(path);
+    EXPECT_EQ(record(zeph::toDense(zeph::readMatrixMarket(path))), expected) << read(path);
     cholmod_free_dense(&dense, &common);
     cholmod_free_sparse(&sparse, &common);
     cholmod_finish(&common);
@@ -135,8 +141,7 @@ TEST_F(MatrixMarketTest, acceptsEveryLegalSpelling) {
             "+1 1 +1.5e+0\r\n% comment\r\n\r\n 2 3 -.25 \r\n2\t3\t1e-400\r\n1 3 0");
   const SparseMatrix m = zeph::readMatrixMarket(file);
   ASSERT_EQ(m.entries.size(), 4u);  // duplicates and zeros are kept
-  EXPECT_EQ(Matrix(zeph::toDense(m).values),
-            dense_testing::matrixOf(2, 3, {1.5, 0, 0, 0, 0, -0.25}));
+  EXPECT_EQ(record(zeph::toDense(m)), dense_testing::matrixOf(2, 3, {1.5, 0, 0, 0, 0, -0.25}));
   const std::string bad = write("n.mtx", kReal + "2 2 3\n1 2 NaN\n2 1 inf\n1 1 1e999\n");
   const SparseMatrix n = zeph::readMatrixMarket(bad, {true});
   EXPECT_TRUE(std::isnan(n.entries[0].value));
@@ -181,11 +186,11 @@ TEST_F(MatrixMarketTest, everyDoubleReadsBackToTheSameBits) {
     Matrix dense(3, 4);
     for (int k = 0; k < 12; ++k) dense.data[k] = anyDouble();
     for (const char* name : {"d.mtx", "d.csv"}) {
-      zeph::writeDense(path(name), dense);
-      EXPECT_TRUE(sameBits(zeph::readDense(path(name)).values, dense)) << name;
+      zeph::writeDense(path(name), zeph::fromRecord(dense));
+      EXPECT_TRUE(sameBits(record(zeph::readDense(path(name))), dense)) << name;
     }
-    zeph::writeVector(path("v.mtx"), ZtVector(12, dense.data));
-    EXPECT_TRUE(sameBits(zeph::readDense(path("v.mtx")).values, Matrix(12, 1, dense.data)));
+    zeph::writeVector(path("v.mtx"), dense.data, 12);
+    EXPECT_TRUE(sameBits(record(zeph::readDense(path("v.mtx"))), Matrix(12, 1, dense.data)));
   }
 }
 

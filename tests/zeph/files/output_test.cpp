@@ -5,6 +5,7 @@
 #include "tests/zeph/front_test.h"
 #include "zeph/files/atomic_file.h"
 #include "zeph/files/matrix_file.h"
+#include "zeph/matrix/protosparse.h"
 
 namespace {
 
@@ -68,8 +69,12 @@ TEST_F(OutputTest, unwritablePlacesAreNamed) {
                {path("folder"), "7 cannot write folder: Is a directory"},
                {"", "7 the name of the output file is empty"}};
   for (const auto& c : cases) expectError([&] { AtomicFile out(c.file); }, c.sentence);
-  expectError([&] { zeph::writeVector("/dev/full", ZtVector(3, nullptr)); },
-              "7 cannot write /dev/full: No space left");
+  expectError(
+      [&] {
+        const double three[3] = {};
+        zeph::writeVector("/dev/full", three, 3);
+      },
+      "7 cannot write /dev/full: No space left");
   EXPECT_EQ(fileCount(), 1u);
 }
 
@@ -94,7 +99,7 @@ TEST_F(OutputTest, csvIsWhatTheLibraryWrites) {
     EXPECT_EQ(read(path("again.csv")), text);
   }
   const double values[] = {0.1, -0.0, std::numeric_limits<double>::denorm_min()};
-  zeph::writeVector(path("v.csv"), ZtVector(3, values));
+  zeph::writeVector(path("v.csv"), values, 3);
   EXPECT_EQ(read(path("v.csv")), "0,0.10000000000000001\n1,-0\n2,4.9406564584124654e-324\n");
 }
 

@@ -1,6 +1,4 @@
-#include "zeph/sparse_matrix.h"
-
-#include <unistd.h>
+#include "zeph/matrix/protosparse.h"
 
 #include <algorithm>
 #include <cmath>
@@ -13,10 +11,10 @@
 namespace zeph {
 namespace {
 
-using Entries = std::vector<zeph_solver::MatrixElement>;
+using Entries = std::vector<Entry>;
 
 void moveToTriangle(Entries& entries, bool upper) {
-  for (zeph_solver::MatrixElement& e : entries) {
+  for (Entry& e : entries) {
     if (upper ? e.row > e.col : e.row < e.col) std::swap(e.row, e.col);
   }
 }
@@ -27,14 +25,14 @@ void appendMirrored(Entries& entries, double sign) {
   const std::size_t stored = entries.size();
   entries.reserve(stored + offDiagonal);
   for (std::size_t k = 0; k < stored; ++k) {
-    const zeph_solver::MatrixElement e = entries[k];
+    const Entry e = entries[k];
     if (e.row != e.col) entries.push_back({e.col, e.row, sign * e.value});
   }
 }
 
 constexpr int kSortThreads = 32;
 
-std::uint64_t key(const zeph_solver::MatrixElement& e) {
+std::uint64_t key(const Entry& e) {
   return (std::uint64_t{e.col} << 32) | e.row;
 }
 
@@ -43,13 +41,6 @@ void requireCountable(const SparseMatrix& m) {
   throw Error(ErrorKind::Unfit, m.source + " has " + std::to_string(m.entries.size()) +
                                     " entries; the solvers count no further than " +
                                     std::to_string(kLargestSize));
-}
-
-ZtMatrix zeroMatrix(const std::string& source, std::size_t rows, std::size_t cols) {
-  requireMemory(source, rows, cols * sizeof(double));
-  ZtMatrix m(rows, cols, cols, nullptr);
-  ZtMatrix_setZero(&m);
-  return m;
 }
 
 }  // namespace
@@ -62,7 +53,7 @@ std::size_t mergeDuplicates(SparseMatrix& m) {
     korin::mtSort(entries.data(), static_cast<int>(entries.size()), kSortThreads);
   }
   std::size_t kept = 0;
-  for (const zeph_solver::MatrixElement e : entries) {
+  for (const Entry e : entries) {
     if (kept != 0 && key(entries[kept - 1]) == key(e)) {
       entries[kept - 1].value += e.value;
     } else {
@@ -87,7 +78,8 @@ zeph_solver::ProtoSparse assemble(SparseMatrix m, Triangles triangles) {
   zeph_solver::ProtoSparse p;
   p.setSize(m.rows, m.cols);
   if (!p.isDense()) {
-    p.elements = std::move(m.entries);
+    p.elements.reserve(m.entries.size());
+    for (const Entry& e : m.entries) p.elements.push_back({e.row, e.col, e.value});
     return p;
   }
   p.clear();
@@ -101,7 +93,9 @@ SparseMatrix takeEntries(zeph_solver::ProtoSparse& p, const std::string& source)
   m.rows = p.rowCount;
   m.cols = p.colCount;
   if (!p.isDense()) {
-    m.entries = std::move(p.elements);
+    m.entries.reserve(p.elements.size());
+    for (const auto& e : p.elements) m.entries.push_back({e.row, e.col, e.value});
+    p.elements = {};
     return m;
   }
   for (std::uint32_t c = 0; c < m.cols; ++c) {
@@ -113,56 +107,20 @@ SparseMatrix takeEntries(zeph_solver::ProtoSparse& p, const std::string& source)
   return m;
 }
 
-DenseMatrix toDense(const SparseMatrix& m) {
-  DenseMatrix dense;
-  dense.source = m.source;
-  dense.values = zeroMatrix(m.source, m.rows, m.cols);
-  ZtMatrix& values = dense.values;
-  const double mirrorSign = m.symmetry == Symmetry::SkewSymmetric ? -1.0 : 1.0;
-  for (const auto& e : m.entries) {
-    values.data[e.row * values.stride + e.col] += e.value;
-    if (m.symmetry == Symmetry::General || e.row == e.col) continue;
-    values.data[e.col * values.stride + e.row] += mirrorSign * e.value;
+ZtMatrix toRecord(const DenseMatrix& m) {
+  ZtMatrix record(m.rows, m.cols, m.cols, nullptr);
+  for (std::size_t c = 0; c < m.cols; ++c) {
+    for (std::size_t r = 0; r < m.rows; ++r) record.data[r * record.stride + c] = m(r, c);
+  }
+  return record;
+}
+
+DenseMatrix fromRecord(const ZtMatrix& m) {
+  DenseMatrix dense(m.rows, m.cols);
+  for (std::size_t r = 0; r < m.rows; ++r) {
+    for (std::size_t c = 0; c < m.cols; ++c) dense(r, c) = m.data[r * m.stride + c];
   }
   return dense;
-}
-
-void requireMemory(const std::string& source, std::size_t count, std::size_t bytesEach) {
-  const double needed = static_cast<double>(count) * static_cast<double>(bytesEach);
-  const double installed =
-      static_cast<double>(sysconf(_SC_PHYS_PAGES)) * static_cast<double>(sysconf(_SC_PAGESIZE));
-  if (needed <= installed) return;
-  throw Error(ErrorKind::Memory, source + " is too large for this: it would take " +
-                                     std::to_string(static_cast<long>(needed / 1e9)) +
-                                     " GB of memory");
-}
-
-std::string position(std::size_t indexBase, std::size_t row, std::size_t col) {
-  std::string text = "(";
-  text += std::to_string(row + indexBase);
-  text += ", ";
-  text += std::to_string(col + indexBase);
-  return text += ")";
-}
-
-void requireSquare(const SparseMatrix& m) {
-  if (m.rows == 0 || m.cols == 0) {
-    throw Error(ErrorKind::Unfit, m.source + " is empty (" + std::to_string(m.rows) + " x " +
-                                      std::to_string(m.cols) + "); there is nothing to factorise");
-  }
-  if (m.rows == m.cols) return;
-  throw Error(ErrorKind::Unfit, m.source + " is " + std::to_string(m.rows) + " x " +
-                                    std::to_string(m.cols) +
-                                    "; only a square matrix can be factorised");
-}
-
-void requireFinite(const SparseMatrix& m) {
-  for (const auto& e : m.entries) {
-    if (std::isfinite(e.value)) continue;
-    throw Error(ErrorKind::Unfit, "the value of entry " + position(m.indexBase, e.row, e.col) +
-                                      " of " + m.source + " is " + toText(e.value) +
-                                      "; replace it by a finite number");
-  }
 }
 
 }  // namespace zeph

@@ -1,0 +1,27 @@
+#ifndef ZEPH_DENSE_MATRIX_H
+#define ZEPH_DENSE_MATRIX_H
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace zeph {
+
+/// Dense matrix, column after column: entry (r, c) is values[r + c * rows].
+struct DenseMatrix {
+  DenseMatrix() = default;
+  DenseMatrix(std::size_t rowCount, std::size_t colCount)
+      : rows(rowCount), cols(colCount), values(rowCount * colCount, 0.0) {}
+
+  double& operator()(std::size_t row, std::size_t col) { return values[row + col * rows]; }
+  double operator()(std::size_t row, std::size_t col) const { return values[row + col * rows]; }
+
+  std::string source = "the matrix";  ///< file name, for messages
+  std::size_t rows = 0;
+  std::size_t cols = 0;
+  std::vector<double> values;
+};
+
+}  // namespace zeph
+
+#endif

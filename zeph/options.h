@@ -1,0 +1,52 @@
+#ifndef ZEPH_OPTIONS_H
+#define ZEPH_OPTIONS_H
+
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+namespace zeph {
+
+/// How a square system is factorised.
+enum class Route {
+  Automatic,  ///< Cholesky when A is symmetric with a usable diagonal, LU otherwise
+  Cholesky,   ///< for symmetric positive definite A
+  Lu,         ///< for any non-singular A
+  LuSolves    ///< LU with one solve for every variance; slow, for comparison
+};
+
+/// The order in which the Cholesky route eliminates the unknowns. It decides fill and cost, not the
+/// results.
+enum class Ordering {
+  Automatic,         ///< minimum degree, and nested dissection where that promises to pay
+  MinimumDegree,     ///< approximate minimum degree
+  NestedDissection,  ///< graph partitioning; dearer, better for grids in three dimensions
+  Natural,           ///< as the rows stand
+  Given              ///< Options::permutation
+};
+
+struct Options {
+  Route route = Route::Automatic;
+  Ordering ordering = Ordering::Automatic;
+
+  /// For Ordering::Given: permutation[k] is the row of A that is eliminated as the k-th,
+  /// zero-based.
+  std::vector<std::int64_t> permutation;
+
+  /// Threads that work on one call; 0 for all processors, 1 to stay on the caller's thread. The
+  /// bits of the results do not depend on it.
+  int threads = 0;
+
+  /// Called on the caller's thread now and then with the stage and the share of it that is done, 0
+  /// to 1; returns false to stop, upon which the call throws Error(Cancelled). What it throws comes
+  /// through. Outside the ordering libraries it is called at least ten times a second.
+  std::function<bool(const char* stage, double share)> progress;
+
+  /// Bytes that the factor and each call may take; 0 for what the machine has. A need above it is
+  /// predicted and refused with Error(Memory) before the memory is taken.
+  double memoryLimit = 0.0;
+};
+
+}  // namespace zeph
+
+#endif
