@@ -12,6 +12,7 @@
 #include "zeph/demo/demonstration.h"
 #include "zeph/files/atomic_file.h"
 #include "zeph/files/matrix_file.h"
+#include "zeph/matrix/to_dense.h"
 #include "zeph/operations.h"
 #include "zeph/solve.h"
 #include "zeph/variances.h"
@@ -279,24 +280,38 @@ void declareMultiply(CLI::App& app, Action& action) {
 }
 
 void declareExport(CLI::App& app, Action& action) {
-  auto options = std::make_shared<Files>();
-  CLI::App* command = declare(app, action, "export", "Write a matrix as a MATLAB level-5 MAT-file",
-                              "  zeph export M.mtx out.mat --name M", options,
-                              [](const Files& o, const Progress& progress) {
-                                AtomicFile::requireWritable(o.second);
-                                progress.begin("reading");
-                                const DenseMatrix M = readDense(o.first);
-                                progress.begin("writing");
-                                exportMat(o.second, M, o.name);
-                                return 0;
-                              });
+  struct Options : Files {
+    bool dense = false;
+  };
+  auto options = std::make_shared<Options>();
+  CLI::App* command =
+      declare(app, action, "export", "Write a matrix as a MATLAB level-5 MAT-file",
+              "  zeph export M.mtx out.mat --name M           sparse or full, as it is stored\n"
+              "  zeph export M.mtx out.mat --name M --dense   full, with every zero",
+              options, [](const Options& o, const Progress& progress) {
+                AtomicFile::requireWritable(o.second);
+                progress.begin("reading");
+                SparseMatrix sparse;
+                DenseMatrix full;
+                bool isFull = readAsStored(o.first, sparse, full);
+                if (!isFull && o.dense) {
+                  full = toDense(sparse);
+                  isFull = true;
+                }
+                progress.begin("writing");
+                if (isFull) {
+                  exportMat(o.second, full, o.name);
+                } else {
+                  exportMat(o.second, std::move(sparse), o.name);
+                }
+                return 0;
+              });
   command->add_option("M", options->first, "matrix")->required()->type_name("M.mtx");
   command->add_option("to", options->second, "MAT-file")->required()->type_name("OUT.mat");
-  command
-      ->add_option("--name", options->name,
-                   "name of the variable; readers that check sizes want a multiple of 4 characters")
+  command->add_option("--name", options->name, "name of the variable")
       ->required()
       ->type_name("NAME");
+  command->add_flag("--dense", options->dense, "write a sparse matrix in full: 8 bytes a position");
 }
 
 void declareDemo(CLI::App& app, Action& action) {

@@ -31,10 +31,12 @@ SparseMatrix inverseSet(SparseMatrix A, const Progress& progress = Progress());
 /// C = A B for sparse A and dense B. Throws Error(Unfit) when the inner dimensions differ.
 DenseMatrix multiply(SparseMatrix A, const DenseMatrix& B, const Progress& progress = Progress());
 
-/// Writes a dense matrix as a MATLAB level-5 MAT-file holding one variable of that name.
+/// Writes a matrix as a MATLAB level-5 MAT-file holding one variable of that name: full, or sparse
+/// with symmetric forms completed and duplicates summed.
 /// Throws Error(Usage) when the name is not a letter followed by at most 62 letters, digits and
 /// underscores, Error(Unfit) when the matrix exceeds the form's 2³²-1 bytes.
 void exportMat(const std::string& path, const DenseMatrix& m, const std::string& variable);
+void exportMat(const std::string& path, SparseMatrix m, const std::string& variable);
 
 }  // namespace zeph
 

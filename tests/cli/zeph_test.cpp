@@ -82,13 +82,18 @@ TEST_F(ZephProgram, CommandsPutTheirResultsWhereTheyAreAskedTo) {
   }
 }
 
-TEST_F(ZephProgram, ExportsAMatFile) {
-  write("M.mtx", kVector2);
-  const Outcome result = run("export M.mtx out.mat --name vari");
-  ASSERT_EQ(result.status, 0) << result.err;
-  const std::string file = read(path("out.mat"));
-  EXPECT_EQ(file.size(), 128u + 8 + 16 + 16 + 8 + 4 + 4 + 8 + 16);
-  EXPECT_EQ(file.substr(0, 12), "ztMath/Korin");
+TEST_F(ZephProgram, ExportsInTheFormOfTheFileUnlessAskedForAll) {
+  write("b.mtx", kVector2);
+  write("A.mtx", kSymmetric2);
+  const std::pair<const char*, unsigned> cases[] = {// class of the array, at byte 144
+                                                    {"b.mtx", 6},
+                                                    {"A.mtx", 5},
+                                                    {"A.mtx --dense", 6}};
+  for (const auto& [file, kind] : cases) {
+    const Outcome result = run("export --name M " + std::string(file) + " x.mat");
+    ASSERT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(read(path("x.mat")).at(144), static_cast<char>(kind)) << file;
+  }
 }
 
 TEST_F(ZephProgram, ChecksAndAnswersByExitStatus) {

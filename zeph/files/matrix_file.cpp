@@ -31,6 +31,15 @@ DenseMatrix readDense(const std::string& path, const ReadOptions& options) {
   });
 }
 
+bool readAsStored(const std::string& path, SparseMatrix& sparse, DenseMatrix& dense,
+                  const ReadOptions& options) {
+  return guarded(path, [&] {
+    if (!hasEnding(path, ".csv")) return readMatrixMarketAsStored(path, sparse, dense, options);
+    sparse = readTripletCsv(path, options);
+    return false;
+  });
+}
+
 void writeSparse(const std::string& path, SparseMatrix m) {
   AtomicFile out(path);
   if (hasEnding(path, ".csv")) {

@@ -8,6 +8,10 @@
 
 namespace zeph {
 
+/// As readMatrixMarketAsStored; a triplet CSV is sparse.
+bool readAsStored(const std::string& path, SparseMatrix& sparse, DenseMatrix& dense,
+                  const ReadOptions& options = {});
+
 /// Writes lines "index,value" (zero-based, 17 significant digits), or a Matrix Market array when
 /// path ends in .mtx.
 void writeVector(const std::string& path, const double* values, std::size_t count);

@@ -278,6 +278,21 @@ SparseMatrix describe(const std::string& path, const Header& h) {
   return m;
 }
 
+void readDenseArray(LineReader& in, const Header& h, const ReadOptions& options,
+                    DenseMatrix& dense) {
+  // An array that cannot be complete is read for its error before memory is taken for it.
+  if (in.fileBytes() != 0 && h.entries > in.fileBytes()) {
+    readArray(in, h, options, [](std::size_t, std::size_t, double) {});
+  }
+  dense = toDense(describe(in.path(), h));
+  const double mirrorSign = h.symmetry == Symmetry::SkewSymmetric ? -1.0 : 1.0;
+  readArray(in, h, options, [&](std::size_t row, std::size_t col, double value) {
+    dense(row, col) = value;
+    if (h.symmetry == Symmetry::General || row == col) return;
+    dense(col, row) = mirrorSign * value;
+  });
+}
+
 const char* symmetryWord(Symmetry symmetry) {
   switch (symmetry) {
     case Symmetry::Symmetric:
@@ -313,25 +328,23 @@ SparseMatrix readMatrixMarket(const std::string& path, const ReadOptions& option
   return m;
 }
 
-DenseMatrix readMatrixMarketDense(const std::string& path, const ReadOptions& options) {
+bool readMatrixMarketAsStored(const std::string& path, SparseMatrix& sparse, DenseMatrix& dense,
+                              const ReadOptions& options) {
   LineReader in(path);
   const Header h = readHeader(in);
-  SparseMatrix m = describe(path, h);
   if (h.coordinate) {
-    m.entries = readCoordinates(in, h, options);
-    return toDense(m);
+    sparse = describe(path, h);
+    sparse.entries = readCoordinates(in, h, options);
+    return false;
   }
-  // An array that cannot be complete is read for its error before memory is taken for it.
-  if (in.fileBytes() != 0 && h.entries > in.fileBytes()) {
-    readArray(in, h, options, [](std::size_t, std::size_t, double) {});
-  }
-  DenseMatrix dense = toDense(m);
-  const double mirrorSign = h.symmetry == Symmetry::SkewSymmetric ? -1.0 : 1.0;
-  readArray(in, h, options, [&](std::size_t row, std::size_t col, double value) {
-    dense(row, col) = value;
-    if (h.symmetry == Symmetry::General || row == col) return;
-    dense(col, row) = mirrorSign * value;
-  });
+  readDenseArray(in, h, options, dense);
+  return true;
+}
+
+DenseMatrix readMatrixMarketDense(const std::string& path, const ReadOptions& options) {
+  SparseMatrix sparse;
+  DenseMatrix dense;
+  if (!readMatrixMarketAsStored(path, sparse, dense, options)) return toDense(sparse);
   return dense;
 }
 

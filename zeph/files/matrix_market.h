@@ -23,6 +23,11 @@ SparseMatrix readMatrixMarket(const std::string& path, const ReadOptions& option
 /// summed. Throws Error(Memory) where rows x cols does not fit into memory.
 DenseMatrix readMatrixMarketDense(const std::string& path, const ReadOptions& options = {});
 
+/// Reads the file in the form that it has: an array into dense, coordinates into sparse; the other
+/// one is left alone. True for an array.
+bool readMatrixMarketAsStored(const std::string& path, SparseMatrix& sparse, DenseMatrix& dense,
+                              const ReadOptions& options = {});
+
 /// Writes a coordinate real file with the matrix's own symmetry, entries in their order, symmetric
 /// ones in the lower triangle. Values are the shortest text that reads back to the same bits.
 void writeMatrixMarket(AtomicFile& out, const SparseMatrix& m);
