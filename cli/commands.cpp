@@ -216,20 +216,25 @@ void declareConvert(CLI::App& app, Action& action) {
 void declareFactor(CLI::App& app, Action& action) {
   struct Options : Files, FormFlags {};
   auto options = std::make_shared<Options>();
-  CLI::App* command =
-      declare(app, action, "factor", "The sparse lower Cholesky factor of A",
-              "  zeph factor A.mtx -o L.mtx               L L' = A\n"
-              "  zeph factor A.mtx -o L.mtx --perm p.txt  L L' = A(p, p) with far fewer entries",
-              options, [](const Options& o, const Progress& progress) {
-                requireOutput(o.output);
-                if (!o.permutation.empty()) AtomicFile::requireWritable(o.permutation);
-                CholeskyFactor result =
-                    factor(load(o.first, progress, o), !o.permutation.empty(), progress);
-                progress.begin("writing");
-                if (!o.permutation.empty()) writePermutation(o.permutation, result.perm);
-                writeSparse(o.output, std::move(result.L));
-                return 0;
-              });
+  CLI::App* command = declare(
+      app, action, "factor", "The sparse lower Cholesky factor of A",
+      "  zeph factor A.mtx -o L.mtx               L L' = A\n"
+      "  zeph factor A.mtx -o L.mtx --perm p.txt  L L' = A(p, p) with far fewer entries",
+      options, [](const Options& o, const Progress& progress) {
+        requireOutput(o.output);
+        if (!o.permutation.empty()) {
+          if (AtomicFile::same(o.output, o.permutation)) {
+            throw Error(ErrorKind::Usage, "-o and --perm both name " + o.permutation +
+                                              "; the factor and the order need a file each");
+          }
+          AtomicFile::requireWritable(o.permutation);
+        }
+        CholeskyFactor result =
+            factor(load(o.first, progress, o), !o.permutation.empty(), progress);
+        progress.begin("writing");
+        writeFactor(o.output, o.permutation, std::move(result));
+        return 0;
+      });
   command->add_option("A", options->first, "symmetric positive definite matrix")
       ->required()
       ->type_name("A.mtx");

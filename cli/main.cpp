@@ -1,5 +1,6 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <iostream>
 #include <new>
 
 #include "cli/commands.h"
@@ -32,16 +33,20 @@ int fail(int status, const char* sentence) {
   return status;
 }
 
+// What stands in a buffer is lost without a word when the program ends before it is written.
+int flushed(int status) {
+  std::cout.flush();
+  if (std::fflush(stdout) == 0 && std::cout.good()) return status;
+  return fail(exitCode(zeph::ErrorKind::Output), "standard output cannot be written");
+}
+
 int run(const zeph::Action& action) {
   zeph::TerminalProgress progress;
   zeph::stopCleanlyOnInterrupt(progress);
   try {
     const int status = action(progress);
     progress.finish();
-    if (std::fflush(stdout) != 0) {
-      return fail(exitCode(zeph::ErrorKind::Output), "standard output cannot be written");
-    }
-    return status;
+    return flushed(status);
   } catch (const zeph::Error& error) {
     progress.finish();
     return fail(exitCode(error.kind()), error.what());
@@ -77,7 +82,7 @@ int main(int argc, char** argv) {  // NOLINT(bugprone-exception-escape)
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    if (error.get_exit_code() == 0) return app.exit(error);  // --help
+    if (error.get_exit_code() == 0) return flushed(app.exit(error));  // --help
     std::fprintf(stderr, "zeph: %s\nTry zeph --help.\n", error.what());
     return exitCode(zeph::ErrorKind::Usage);
   }

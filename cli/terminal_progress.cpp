@@ -79,8 +79,12 @@ void stopCleanlyOnInterrupt(Progress& progress) {
   interrupted = &progress;
   struct sigaction action = {};
   action.sa_handler = onInterrupt;
-  ::sigaction(SIGINT, &action, nullptr);
-  ::sigaction(SIGTERM, &action, nullptr);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    struct sigaction before = {};
+    ::sigaction(signal, nullptr, &before);
+    // nohup, and shells that start a program in the background, want it to go on.
+    if (before.sa_handler != SIG_IGN) ::sigaction(signal, &action, nullptr);
+  }
 }
 
 }  // namespace zeph

@@ -40,8 +40,8 @@ class TerminalProgress : public Progress {
   std::thread display_;
 };
 
-/// From now on Ctrl-C and a termination request stop the program with status 130 and leave no
-/// half-written file.
+/// From now on Ctrl-C, a termination request and a closed terminal stop the program with status 130
+/// and leave no half-written file, unless the program was started with that signal ignored.
 void stopCleanlyOnInterrupt(Progress& progress);
 
 }  // namespace zeph

@@ -1,6 +1,7 @@
 #include "zeph/operations.h"
 
 #include <cmath>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -9,6 +10,7 @@
 #include "zeph/checks/guarded.h"
 #include "zeph/checks/route.h"
 #include "zeph/files/atomic_file.h"
+#include "zeph/files/matrix_file.h"
 #include "zeph/files/number_text.h"
 #include "zeph/matrix/protosparse.h"
 
@@ -96,15 +98,24 @@ CholeskyFactor factor(SparseMatrix A, bool reorder, const Progress& progress) {
   });
 }
 
-void writePermutation(const std::string& path, const std::vector<std::uint32_t>& perm) {
-  AtomicFile out(path);
-  std::string text;
-  for (const std::uint32_t index : perm) {
-    appendIndex(text, index);
-    text += '\n';
-  }
-  out.write(text);
-  out.commit();
+void writeFactor(const std::string& path, const std::string& permPath, CholeskyFactor factor) {
+  guarded(path, [&] {
+    AtomicFile out(path);
+    std::optional<AtomicFile> order;
+    if (!permPath.empty()) {
+      order.emplace(permPath);
+      std::string text;
+      for (const std::uint32_t index : factor.perm) {
+        appendIndex(text, index);
+        text += '\n';
+      }
+      order->write(text);
+    }
+    writeSparse(out, std::move(factor.L));
+    out.flush();
+    if (order) order->commit();
+    out.commit();
+  });
 }
 
 }  // namespace zeph

@@ -21,8 +21,9 @@ struct CholeskyFactor {
 /// Throws Error(Unfit) when A is not square, symmetric and finite, Error(NotPositiveDefinite).
 CholeskyFactor factor(SparseMatrix A, bool reorder, const Progress& progress = Progress());
 
-/// Writes a permutation as one zero-based index a line.
-void writePermutation(const std::string& path, const std::vector<std::uint32_t>& perm);
+/// Writes L, and where permPath is not empty the permutation, one zero-based index a line: both
+/// files or neither.
+void writeFactor(const std::string& path, const std::string& permPath, CholeskyFactor factor);
 
 /// Symbolic set of an LDLᵀ-based partial inversion of A: the positions (row <= column) of A⁻¹ that
 /// it has to compute. The values are markers that are not zero. A's lower triangle is used.

@@ -201,6 +201,33 @@ TEST_F(ZephProgram, BadInputGetsOneSentenceAndLeavesNothingBehind) {
   }
 }
 
+TEST_F(ZephProgram, PipesLinksAndFullDisks) {
+  write("A.mtx", kSymmetric2);
+  const struct {
+    const char* shell;
+    int status;
+    const char* out;
+  } cases[] = {
+      {"mkfifo p.csv && (timeout 9 cat p.csv > read & timeout 9 $Z variances A.mtx -o p.csv; s=$?;"
+       " wait; exit $s) && cat read",
+       0, "0,0.3125\n1,0.25\n"},
+      {"mkdir d && ln -s d/x.csv x.csv && $Z variances A.mtx -o x.csv && cat d/x.csv", 0,
+       "0,0.3125\n1,0.25\n"},
+      {"$Z factor A.mtx -o L.mtx --perm ./L.mtx", 2, ""},
+      {"$Z factor A.mtx --perm -", 2, ""},
+      {"$Z --help > /dev/full", 7, ""},
+      {"$Z version > /dev/full", 7, ""},
+      {"$Z factor A.mtx > /dev/full", 7, ""},
+  };
+  for (const auto& c : cases) {
+    const std::string command =
+        "cd '" + path("") + "' && Z='" ZEPH_PROGRAM "'; (" + c.shell + ") >.out 2>.err </dev/null";
+    const int status = std::system(command.c_str());
+    EXPECT_EQ(WEXITSTATUS(status), c.status) << c.shell << read(path(".err"));
+    EXPECT_EQ(read(path(".out")), c.out) << c.shell;
+  }
+}
+
 TEST_F(ZephProgram, HelpIsEverywhereAndShowsExamples) {
   for (const char* command : {"", "variances", "solve", "check", "convert", "factor", "pattern",
                               "multiply", "export", "demo", "version"}) {

@@ -379,7 +379,10 @@ TEST_F(SystemTest, factorTimesItsTransposeIsThePermutedMatrix) {
       EXPECT_TRUE(square.isEqual(a, 1e-12));
     }
   }
-  zeph::writePermutation(path("p.txt"), {2, 0, 1});
+  const zeph::CholeskyFactor f{definite(3, Symmetry::Symmetric), {2, 0, 1}};
+  expectError([&] { zeph::writeFactor("/dev/full", path("p.txt"), f); }, "7");
+  EXPECT_EQ(fileCount(), 0u);
+  zeph::writeFactor(path("L.mtx"), path("p.txt"), f);
   EXPECT_EQ(read(path("p.txt")), "2\n0\n1\n");
 }
 

@@ -6,8 +6,9 @@
 
 #include <atomic>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 #include "zeph/error.h"
@@ -16,6 +17,8 @@ namespace zeph {
 namespace {
 
 constexpr std::size_t kBufferBytes = std::size_t{1} << 18;
+
+constexpr int kMostLinks = 40;  // as the system
 
 std::atomic<int> gTemporaries{0};
 std::atomic<bool> gStopped{false};
@@ -26,34 +29,48 @@ Error cannotWrite(const std::string& path, int reason) {
                                       "; choose another output or free the place");
 }
 
-std::string resolveLinks(const std::string& path) {
-  char* resolved = realpath(path.c_str(), nullptr);
-  if (resolved == nullptr) return path;
-  std::string result(resolved);
-  std::free(resolved);
-  return result;
+// Where a write to path ends up: links are followed, also one that points nowhere yet.
+std::string resolveLinks(std::string path) {
+  std::error_code failure;
+  for (int k = 0; k < kMostLinks; ++k) {
+    const std::filesystem::path link(path);
+    const std::filesystem::path next = std::filesystem::read_symlink(link, failure);
+    if (failure) break;
+    path = next.is_absolute() ? next.string() : (link.parent_path() / next).string();
+  }
+  return path;
+}
+
+std::string folderOf(const std::string& path) {
+  const std::string folder = std::filesystem::path(path).parent_path().string();
+  return folder.empty() ? "." : folder;
+}
+
+std::string descriptorPath(int descriptor) {
+  return "/proc/self/fd/" + std::to_string(descriptor);
 }
 
 }  // namespace
 
-AtomicFile::AtomicFile(std::string path) : path_(std::move(path)), target_(path_) {
+AtomicFile::AtomicFile(std::string path, Temporary wanted)
+    : path_(std::move(path)), inPlace_(true) {
   if (path_ == "-") {
     descriptor_ = dup(STDOUT_FILENO);
     if (descriptor_ < 0) throw cannotWrite(path_, errno);
     return;
   }
   if (path_.empty()) throw Error(ErrorKind::Output, "the name of the output file is empty");
+  target_ = resolveLinks(path_);
   struct stat existing {};
   if (stat(path_.c_str(), &existing) != 0) {
     if (errno != ENOENT) throw cannotWrite(path_, errno);
-    openTemporary();
+    openTemporary(wanted);
     return;
   }
   if (S_ISDIR(existing.st_mode)) throw cannotWrite(path_, EISDIR);
   if (access(path_.c_str(), W_OK) != 0) throw cannotWrite(path_, errno);
   if (S_ISREG(existing.st_mode)) {
-    target_ = resolveLinks(path_);
-    openTemporary();
+    openTemporary(wanted);
     if (fchmod(descriptor_, existing.st_mode & 07777) != 0) fail();
     return;
   }
@@ -65,19 +82,47 @@ AtomicFile::~AtomicFile() {
   discard();
 }
 
-// The names are tried in turn, because a process that was killed may have left one behind.
-void AtomicFile::openTemporary() {
+// Calls take() with temporary names until one is not taken by a file, such as one that a process
+// that was killed has left. The name counts as used before it is: a signal between the two must not
+// find it unknown.
+template <class Take>
+bool AtomicFile::takeName(const Take& take) {
   static std::atomic<unsigned> counter{0};
+  gTemporaries.fetch_add(1);
   do {
     temporary_ =
         target_ + "." + std::to_string(getpid()) + "-" + std::to_string(counter++) + ".tmp";
+    if (take()) return true;
+  } while (errno == EEXIST);
+  const int reason = errno;
+  forgetName();
+  errno = reason;
+  return false;
+}
+
+void AtomicFile::forgetName() noexcept {
+  temporary_.clear();
+  gTemporaries.fetch_sub(1);
+}
+
+// False where the file system has no nameless files, or nothing could name them later.
+bool AtomicFile::openNameless() {
+  descriptor_ = open(folderOf(target_).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666);
+  if (descriptor_ < 0) return false;
+  if (access(descriptorPath(descriptor_).c_str(), F_OK) == 0) return true;
+  close(descriptor_);
+  descriptor_ = -1;
+  return false;
+}
+
+void AtomicFile::openTemporary(Temporary wanted) {
+  inPlace_ = false;
+  if (wanted == Temporary::Nameless && openNameless()) return;
+  const bool opened = takeName([this] {
     descriptor_ = open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-  } while (descriptor_ < 0 && errno == EEXIST);
-  if (descriptor_ < 0) {
-    temporary_.clear();
-    throw cannotWrite(path_, errno);
-  }
-  gTemporaries.fetch_add(1);
+    return descriptor_ >= 0;
+  });
+  if (!opened) throw cannotWrite(path_, errno);
 }
 
 void AtomicFile::fail() {
@@ -92,7 +137,7 @@ void AtomicFile::write(std::string_view text) {
 }
 
 void AtomicFile::flush() {
-  if (gStopped && !temporary_.empty()) {
+  if (gStopped && !inPlace_) {
     throw Error(ErrorKind::Cancelled, "stopped on request; nothing was written");
   }
   std::string_view rest = buffer_;
@@ -109,13 +154,21 @@ void AtomicFile::flush() {
 
 void AtomicFile::commit() {
   flush();
+  // A link cannot replace a file, so a nameless file takes a name of its own first.
+  if (!inPlace_ && temporary_.empty()) {
+    const std::string nameless = descriptorPath(descriptor_);
+    const bool named = takeName([&] {
+      return linkat(AT_FDCWD, nameless.c_str(), AT_FDCWD, temporary_.c_str(), AT_SYMLINK_FOLLOW) ==
+             0;
+    });
+    if (!named) fail();
+  }
   const int status = close(descriptor_);
   descriptor_ = -1;
   if (status != 0) throw cannotWrite(path_, errno);
-  if (temporary_.empty()) return;
+  if (inPlace_) return;
   if (rename(temporary_.c_str(), target_.c_str()) != 0) throw cannotWrite(path_, errno);
-  temporary_.clear();
-  gTemporaries.fetch_sub(1);
+  forgetName();
 }
 
 void AtomicFile::discard() noexcept {
@@ -123,12 +176,28 @@ void AtomicFile::discard() noexcept {
   descriptor_ = -1;
   if (temporary_.empty()) return;
   unlink(temporary_.c_str());
-  temporary_.clear();
-  gTemporaries.fetch_sub(1);
+  forgetName();
 }
 
 void AtomicFile::requireWritable(const std::string& path) {
+  struct stat existing {};
+  if (path != "-" && stat(path.c_str(), &existing) == 0 && S_ISFIFO(existing.st_mode)) {
+    // Opened and closed once, a pipe has ended for its reader.
+    if (access(path.c_str(), W_OK) != 0) throw cannotWrite(path, errno);
+    return;
+  }
   AtomicFile probe(path);
+}
+
+bool AtomicFile::same(const std::string& path, const std::string& other) {
+  if (path == "-" || other == "-") return path == other;
+  std::error_code failure;
+  if (std::filesystem::equivalent(path, other, failure)) return true;
+  const auto place = [&](const std::string& name) {
+    return std::filesystem::weakly_canonical(std::filesystem::absolute(resolveLinks(name)),
+                                             failure);
+  };
+  return place(path) == place(other);
 }
 
 void AtomicFile::stopAll(bool stop) noexcept {

@@ -6,57 +6,71 @@
 
 namespace zeph {
 
-/// Output file that appears whole or not at all: written under a temporary name in the same folder
-/// and renamed by commit(). Without commit() the destructor removes the temporary and what stood
-/// under the name before is untouched.
+/// Output file that appears whole or not at all: written without a name, or where the file system
+/// has no such files under a temporary name in the same folder, and named by commit(). Without
+/// commit() nothing stays, and what stood under the name before is untouched; of a nameless file
+/// nothing stays even when the process is killed.
 ///
 ///     AtomicFile out("x.csv");
 ///     out.write("0,1.5\n");
 ///     out.commit();
 ///
 /// The name "-" stands for standard output, which is written as it comes. A name that exists and is
-/// not a regular file (a terminal, a pipe, /dev/null) is written in place too. A symbolic link is
-/// followed and stays a link. Writes go through a buffer; data is not forced to the disk.
+/// not a regular file (a terminal, a pipe, /dev/null) is written in place too; a pipe waits for its
+/// reader. A symbolic link is followed and stays a link, also when it points nowhere yet. Writes go
+/// through a buffer; data is not forced to the disk.
 /// Every failure throws Error(Output) naming the file and the system's reason.
 class AtomicFile {
  public:
-  explicit AtomicFile(std::string path);
+  /// Named: as where the file system has no nameless files.
+  enum class Temporary { Nameless, Named };
+
+  explicit AtomicFile(std::string path, Temporary wanted = Temporary::Nameless);
   ~AtomicFile();
   AtomicFile(const AtomicFile&) = delete;
   AtomicFile& operator=(const AtomicFile&) = delete;
 
   void write(std::string_view text);
 
-  /// Writes out the buffer and gives the file its name.
+  /// Writes out the buffer. A disk that is full shows here, before a name is given.
+  void flush();
+
+  /// flush(), and gives the file its name.
   void commit();
 
-  /// Name of the file being written, for writers that open a file themselves. Such a writer calls
-  /// nothing but commit() afterwards, which then finds what it wrote.
-  const std::string& pathToWrite() const { return temporary_.empty() ? path_ : temporary_; }
+  /// The name that was given.
+  const std::string& path() const { return path_; }
 
-  /// Throws what the constructor would throw, and leaves nothing behind: to be called before a long
-  /// computation, so that it does not end in front of a locked door.
+  /// Throws what the constructor would throw, opens no pipe, and leaves nothing behind: to be
+  /// called before a long computation, so that it does not end in front of a locked door.
   static void requireWritable(const std::string& path);
 
-  /// From now on every write and commit of a temporary file in this process throws
+  /// True when writing to both names would write one file.
+  static bool same(const std::string& path, const std::string& other);
+
+  /// From now on every write and commit of a file that is not written in place throws
   /// Error(Cancelled), so that their owners remove them; stopAll(false) ends that. May be called
   /// from a signal handler.
   static void stopAll(bool stop = true) noexcept;
 
-  /// Number of temporary files of this process at the moment. When it is 0, a signal handler can
+  /// Number of temporary names of this process at the moment. When it is 0, a signal handler can
   /// end the process without leaving one behind.
   static int temporariesInUse() noexcept;
 
  private:
-  void openTemporary();
+  void openTemporary(Temporary wanted);
+  bool openNameless();
+  template <class Take>
+  bool takeName(const Take& take);
+  void forgetName() noexcept;
   [[noreturn]] void fail();
-  void flush();
   void discard() noexcept;
 
   std::string path_;       // as given; named in messages
   std::string target_;     // path_ with links resolved; what commit() replaces
-  std::string temporary_;  // empty when written in place
+  std::string temporary_;  // empty while there is no such name
   std::string buffer_;
+  bool inPlace_ = false;
   int descriptor_ = -1;
 };
 

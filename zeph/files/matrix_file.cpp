@@ -40,13 +40,17 @@ bool readAsStored(const std::string& path, SparseMatrix& sparse, DenseMatrix& de
   });
 }
 
-void writeSparse(const std::string& path, SparseMatrix m) {
-  AtomicFile out(path);
-  if (hasEnding(path, ".csv")) {
+void writeSparse(AtomicFile& out, SparseMatrix m) {
+  if (hasEnding(out.path(), ".csv")) {
     writeTripletCsv(out, std::move(m));
   } else {
     writeMatrixMarket(out, m);
   }
+}
+
+void writeSparse(const std::string& path, SparseMatrix m) {
+  AtomicFile out(path);
+  writeSparse(out, std::move(m));
   out.commit();
 }
 

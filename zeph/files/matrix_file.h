@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <string>
 
+#include "zeph/files/atomic_file.h"
 #include "zeph/matrix_file.h"
 
 namespace zeph {
@@ -11,6 +12,9 @@ namespace zeph {
 /// As readMatrixMarketAsStored; a triplet CSV is sparse.
 bool readAsStored(const std::string& path, SparseMatrix& sparse, DenseMatrix& dense,
                   const ReadOptions& options = {});
+
+/// As the public one of that name, but without the commit.
+void writeSparse(AtomicFile& out, SparseMatrix m);
 
 /// Writes lines "index,value" (zero-based, 17 significant digits), or a Matrix Market array when
 /// path ends in .mtx.

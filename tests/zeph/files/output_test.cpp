@@ -14,51 +14,66 @@ using zeph::SparseMatrix;
 
 class OutputTest : public FrontTest {};
 
+constexpr AtomicFile::Temporary kKinds[] = {AtomicFile::Temporary::Nameless,
+                                            AtomicFile::Temporary::Named};
+
 TEST_F(OutputTest, fileAppearsWholeOrNotAtAll) {
   const std::string big(1 << 20, 'x');
-  {
-    AtomicFile out(path("new"));
-    out.write(big);
-    EXPECT_FALSE(std::filesystem::exists(path("new")));
-    EXPECT_EQ(AtomicFile::temporariesInUse(), 1);
+  for (const auto kind : kKinds) {
+    {
+      AtomicFile out(path("new"), kind);
+      out.write(big);
+      EXPECT_FALSE(std::filesystem::exists(path("new")));
+      // What the file system shows is what a killed process would leave.
+      EXPECT_EQ(AtomicFile::temporariesInUse(), static_cast<int>(fileCount()));
+      EXPECT_TRUE(kind == AtomicFile::Temporary::Nameless || fileCount() == 1);
+    }
+    EXPECT_EQ(fileCount(), 0u);
+    write("old", "kept");
+    {
+      AtomicFile out(path("old"), kind);
+      out.write(big);
+    }
+    EXPECT_EQ(read(path("old")), "kept");
+    chmod(path("old").c_str(), 0640);
+    std::filesystem::create_directory(path("folder"));
+    std::filesystem::create_symlink("folder/later", path("dangling"));
+    std::filesystem::create_symlink("old", path("link"));
+    for (const char* name : {"link", "dangling"}) {
+      AtomicFile out(path(name), kind);
+      out.write("re");
+      out.write("placed");
+      out.commit();
+      EXPECT_TRUE(std::filesystem::is_symlink(path(name)));
+    }
+    EXPECT_EQ(read(path("old")), "replaced");
+    EXPECT_EQ(read(path("folder/later")), "replaced");
+    struct stat status {};
+    stat(path("old").c_str(), &status);
+    EXPECT_EQ(status.st_mode & 0777u, 0640u);
+    AtomicFile::requireWritable(path("probe"));
+    EXPECT_EQ(fileCount(), 4u);
+    for (const auto& entry : std::filesystem::directory_iterator(path(""))) remove_all(entry);
+    EXPECT_EQ(AtomicFile::temporariesInUse(), 0);
   }
-  EXPECT_EQ(fileCount(), 0u);
-  write("old", "kept");
-  {
-    AtomicFile out(path("old"));
-    out.write(big);
-  }
-  EXPECT_EQ(read(path("old")), "kept");
-  chmod(path("old").c_str(), 0640);
-  std::filesystem::create_symlink("old", path("link"));
-  AtomicFile out(path("link"));
-  out.write("re");
-  out.write("placed");
-  out.commit();
-  EXPECT_EQ(read(path("old")), "replaced");
-  EXPECT_TRUE(std::filesystem::is_symlink(path("link")));
-  struct stat status {};
-  stat(path("old").c_str(), &status);
-  EXPECT_EQ(status.st_mode & 0777u, 0640u);
-  AtomicFile::requireWritable(path("probe"));
-  EXPECT_EQ(fileCount(), 2u);
-  EXPECT_EQ(AtomicFile::temporariesInUse(), 0);
 }
 
 TEST_F(OutputTest, stopRequestKeepsWhatStoodThere) {
   write("old", "kept");
-  try {
-    AtomicFile out(path("old"));
-    out.write("new");
-    AtomicFile::stopAll();
-    out.commit();
-    ADD_FAILURE() << "written after the request";
-  } catch (const zeph::Error& e) {
-    EXPECT_EQ(e.kind(), zeph::ErrorKind::Cancelled);
+  for (const auto kind : kKinds) {
+    try {
+      AtomicFile out(path("old"), kind);
+      out.write("new");
+      AtomicFile::stopAll();
+      out.commit();
+      ADD_FAILURE() << "written after the request";
+    } catch (const zeph::Error& e) {
+      EXPECT_EQ(e.kind(), zeph::ErrorKind::Cancelled);
+    }
+    AtomicFile::stopAll(false);
+    EXPECT_EQ(read(path("old")), "kept");
+    EXPECT_EQ(fileCount(), 1u);
   }
-  AtomicFile::stopAll(false);
-  EXPECT_EQ(read(path("old")), "kept");
-  EXPECT_EQ(fileCount(), 1u);
 }
 
 TEST_F(OutputTest, unwritablePlacesAreNamed) {
