@@ -119,7 +119,18 @@ TEST_F(ZephProgram, DemonstrationPredictsItsOwnErrors) {
   std::size_t lines = 0;
   for (std::string line; std::getline(estimates, line);) ++lines;
   EXPECT_EQ(lines, 3001u);
-  EXPECT_NE(read(path("d/e/network.svg")).find("</svg>"), std::string::npos);
+  const std::string picture = read(path("d/e/network.svg"));
+  EXPECT_NE(picture.find("</svg>"), std::string::npos);
+  EXPECT_EQ(picture.find("%%"), std::string::npos);
+  double least = 0.0, most = 0.0, said[2];  // the scale ends below the largest value, and says so
+  ASSERT_EQ(std::sscanf(result.out.c_str() + result.out.find("deviations"),
+                        "deviations %lf mm to %lf", &least, &most),
+            2);
+  ASSERT_NE(picture.find("≥ "), std::string::npos);
+  ASSERT_EQ(std::sscanf(picture.c_str() + picture.find("all: "), "all: %lf to %lf", said, said + 1),
+            2);
+  EXPECT_NEAR(said[0], least, 0.006);
+  EXPECT_NEAR(said[1], most, 0.006);
 }
 
 struct BadCase {

@@ -395,10 +395,17 @@ TEST_F(SystemTest, inverseSetProductAndExport) {
     EXPECT_EQ(zeph::inverseSet(arrow).entries.size(), 9u);
   }
   const SparseMatrix m = definite(7, Symmetry::Symmetric);
-  const DenseMatrix B = columns(7, 3);
+  const DenseMatrix B = columns(7, 150);
   const DenseMatrix C = zeph::multiply(m, B);
   EXPECT_TRUE(record(C).isEqual(product(dense(m), B), 1e-13));
   expectError([&] { zeph::multiply(m, columns(6, 1)); }, "4 cannot multiply A.mt");
+  DenseMatrix huge = columns(7, 1);
+  for (double& v : huge.values) v = 1e308;
+  expectError(
+      [&] {
+        zeph::multiply(matrix(7, Symmetry::General, {{6, 6, 9.0}}), huge);
+      },
+      "4 the product of A.mtx and b.mtx overflows");
 
   for (std::size_t length = 1; length <= 63; ++length) {
     const std::string name(length, 'V');

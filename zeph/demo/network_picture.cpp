@@ -76,6 +76,8 @@ class Frame {
     extent_ = std::max({highX - lowX_, highY - lowY_, 1e-9});
     height_ = (highY - lowY_) / extent_ * kSide;
     std::sort(sigmas.begin(), sigmas.end());
+    leastSigma = sigmas.front();
+    mostSigma = sigmas.back();
     // A few extreme points are not to squeeze the scale of all others.
     lowSigma = sigmas[sigmas.size() / 100];
     highSigma = std::max(sigmas[sigmas.size() - 1 - sigmas.size() / 100], lowSigma * 1.0000001);
@@ -85,8 +87,8 @@ class Frame {
   double mapHeight() const { return height_; }
   Colour colour(double sigma) const { return shade((sigma - lowSigma) / (highSigma - lowSigma)); }
 
-  double lowSigma;
-  double highSigma;
+  double leastSigma, mostSigma;  // of all points
+  double lowSigma, highSigma;    // ends of the colour scale; what lies beyond has their colours
 
  private:
   double lowX_, lowY_, extent_, height_;
@@ -162,11 +164,16 @@ void drawLegend(Svg& svg, const Frame& frame, bool benchmarks) {
   for (int i = 0; i < kTicks; ++i) {
     const double t = static_cast<double>(i) / (kTicks - 1);
     const double y = top + height * (1.0 - t);
-    svg.add("<text x=\"%.1f\" y=\"%.1f\" font-size=\"13\">%.2f</text>\n", x + 28.0, y + 4.5,
-            1000.0 * (frame.lowSigma + t * (frame.highSigma - frame.lowSigma)));
+    const char* beyond = i == 0 && frame.leastSigma < frame.lowSigma            ? "≤ "
+                         : i == kTicks - 1 && frame.mostSigma > frame.highSigma ? "≥ "
+                                                                                : "";
+    svg.add("<text x=\"%.1f\" y=\"%.1f\" font-size=\"13\">%s%.2f</text>\n", x + 28.0, y + 4.5,
+            beyond, 1000.0 * (frame.lowSigma + t * (frame.highSigma - frame.lowSigma)));
   }
+  svg.add("<text x=\"%.1f\" y=\"%.1f\" font-size=\"13\">all: %.2f to %.2f</text>\n", x,
+          top + height + 28.0, 1000.0 * frame.leastSigma, 1000.0 * frame.mostSigma);
   if (!benchmarks) return;
-  const double y = top + height + 30.0;
+  const double y = top + height + 56.0;
   svg.add("<path d=\"M%.1f %.1fl6 10.5h-12Z\" fill=\"#e4572e\"/>\n", x + 8.0, y - 10.0);
   svg.add("<text x=\"%.1f\" y=\"%.1f\" font-size=\"13\">benchmark</text>\n", x + 28.0, y);
 }
@@ -182,7 +189,7 @@ std::string drawNetwork(const LevellingNetwork& network, const ZtVector& varianc
       "<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 %.0f %.0f\" width=\"%.0f\" "
       "height=\"%.0f\" font-family=\"sans-serif\" fill=\"#222222\">\n",
       width, height, width, height);
-  svg.add("<rect width=\"100%%\" height=\"100%%\" fill=\"#ffffff\"/>\n");
+  svg.add("<rect width=\"100%\" height=\"100%\" fill=\"#ffffff\"/>\n");
   svg.add(
       "<text x=\"%.0f\" y=\"38\" font-size=\"20\">Levelling network: %zu points, %zu lines, %zu "
       "benchmarks</text>\n",
