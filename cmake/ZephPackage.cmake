@@ -9,7 +9,8 @@ include(CMakePackageConfigHelpers)
 #   PKG_CONFIG_LIBS flag...)    what a program links, as linker flags
 #
 # Gives find_package(NAME) with NAME::target, also from the build tree (-DNAME_DIR=<build folder>),
-# and `pkg-config NAME`. Everything belongs to the install component NAME.
+# and `pkg-config NAME`. Everything belongs to the install component NAME. A target is in one package;
+# another package whose targets link it depends on that one. EXPORT_NAME is a target's name there.
 function(zeph_install_package name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "INCLUDE_DIR" "TARGETS;HEADERS;DEPENDS;PKG_CONFIG_LIBS")
   if(arg_UNPARSED_ARGUMENTS)
