@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstddef>
 #include <limits>
+#include <memory>
 #include <new>
 #include <vector>
 
@@ -13,8 +14,10 @@
 
 namespace zeph_solver {
 
-using korin::sparse::CompressedLines;
+using korin::sparse::Columns;
 using korin::sparse::LuFactors;
+using korin::sparse::Offset;
+
 namespace {
 
 // A pivot no larger than this multiple of the sum of magnitudes that it was subtracted from holds
@@ -75,31 +78,40 @@ void factorise(int n, const int* colPointers, const int* rowIndices, const doubl
   result.reset(numeric);
 }
 
-// Memory for `entries` indices and values, uninitialised.
-void allocate(CompressedLines& lines, int entries) {
-  lines.index = std::make_unique_for_overwrite<int[]>(static_cast<std::size_t>(entries));
-  lines.value = std::make_unique_for_overwrite<double[]>(static_cast<std::size_t>(entries));
-}
+// A factor as UMFPACK gives it, by rows or by columns: line k has the positions start[k] ..
+// start[k+1]-1 of `index` and `value`, which hold no zeros before they are written.
+struct TakenFactor {
+  std::vector<int> start;
+  std::unique_ptr<int[]> index;
+  std::unique_ptr<double[]> value;
+
+  TakenFactor(int n, int entries)
+      : start(static_cast<std::size_t>(n) + 1),
+        index(std::make_unique_for_overwrite<int[]>(static_cast<std::size_t>(entries))),
+        value(std::make_unique_for_overwrite<double[]>(static_cast<std::size_t>(entries))) {}
+};
 
 // The same matrix by its lines in the other direction, without its diagonal; indices come out
 // ascending.
-CompressedLines transposedBesideDiagonal(const CompressedLines& lines) {
-  const int n = lines.count();
-  CompressedLines result;
-  result.start.assign(static_cast<std::size_t>(n) + 1, 0);
+Columns transposedBesideDiagonal(const TakenFactor& lines) {
+  const int n = static_cast<int>(lines.start.size()) - 1;
+  Columns result;
+  result.rows = result.cols = n;
+  result.start.assign(lines.start.size(), 0);
   for (int k = 0; k < n; ++k) {
     for (int p = lines.start[k]; p < lines.start[k + 1]; ++p) {
       if (lines.index[p] != k) ++result.start[lines.index[p] + 1];
     }
   }
   for (int k = 0; k < n; ++k) result.start[k + 1] += result.start[k];
-  std::vector<int> next(result.start.begin(), result.start.end() - 1);
-  allocate(result, result.start[n]);
+  std::vector<Offset> next(result.start.begin(), result.start.end() - 1);
+  result.row.resize(static_cast<std::size_t>(result.entries()));
+  result.value.resize(static_cast<std::size_t>(result.entries()));
   for (int k = 0; k < n; ++k) {
     for (int p = lines.start[k]; p < lines.start[k + 1]; ++p) {
       if (lines.index[p] == k) continue;
-      const int q = next[lines.index[p]]++;
-      result.index[q] = k;
+      const Offset q = next[lines.index[p]]++;
+      result.row[q] = k;
       result.value[q] = lines.value[p];
     }
   }
@@ -109,18 +121,18 @@ CompressedLines transposedBesideDiagonal(const CompressedLines& lines) {
 // Of each pivot k the sum over j of |l[k][j]| |u[j][k]|, the magnitudes subtracted on the way to
 // it.
 std::vector<double> subtractedMagnitudes(const LuFactors& factors) {
-  const CompressedLines& lower = factors.lower;
-  const CompressedLines& upper = factors.upper;
+  const Columns& lower = factors.lower;
+  const Columns& upper = factors.upper;
   std::vector<double> sums(factors.n, 0.0);
   std::vector<double> column(factors.n, 0.0);
   for (int j = 0; j < factors.n; ++j) {
-    for (int p = lower.start[j]; p < lower.start[j + 1]; ++p) {
-      column[lower.index[p]] = std::fabs(lower.value[p]);
+    for (Offset p = lower.start[j]; p < lower.start[j + 1]; ++p) {
+      column[lower.row[p]] = std::fabs(lower.value[p]);
     }
-    for (int p = upper.start[j]; p < upper.start[j + 1]; ++p) {
-      sums[upper.index[p]] += column[upper.index[p]] * std::fabs(upper.value[p]);
+    for (Offset p = upper.start[j]; p < upper.start[j + 1]; ++p) {
+      sums[upper.row[p]] += column[upper.row[p]] * std::fabs(upper.value[p]);
     }
-    for (int p = lower.start[j]; p < lower.start[j + 1]; ++p) column[lower.index[p]] = 0.0;
+    for (Offset p = lower.start[j]; p < lower.start[j + 1]; ++p) column[lower.row[p]] = 0.0;
   }
   return sums;
 }
@@ -161,9 +173,7 @@ LuFactors luFactors(int rows, int cols, const int* colPointers, const int* rowIn
     return factors;
   }
   // UMFPACK gives L by rows and U by columns: one after the other, in the same memory.
-  CompressedLines taken;
-  taken.start.resize(static_cast<std::size_t>(n) + 1);
-  allocate(taken, std::max(lowerEntries, upperEntries));
+  TakenFactor taken(n, std::max(lowerEntries, upperEntries));
   std::vector<int> rowOrder(n);
   std::vector<int> colOrder(n);
   factors.diagonal.resize(n);

@@ -181,8 +181,8 @@ Pattern GroupFormer::patternOf(Indices ofPivot, int wanted) {
 }
 
 void GroupFormer::place(int j) {
-  Group group{1, kNone, count(), patternOf(factors_.lower.line(j), wantedBelow_[j]),
-              patternOf(factors_.upper.line(j), wantedRight_[j])};
+  Group group{1, kNone, count(), patternOf(factors_.lower.rowsOf(j), wantedBelow_[j]),
+              patternOf(factors_.upper.rowsOf(j), wantedRight_[j])};
   const int parent = youngest(group.right.indices(), youngest(group.below.indices(), kNone));
   group.parent = parent;
   const double ownCost = groupCost(1.0, group.below.size(), group.right.size());

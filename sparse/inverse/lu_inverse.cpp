@@ -112,7 +112,7 @@ void subtractTransposedProduct(const Panel& c, Write write, const Panel& a, cons
 class SelectedInverse {
  public:
   explicit SelectedInverse(const LuFactors& factors)
-      : factors_(factors), groups_(luGroups(factors)), place_(factors.n) {
+      : factors_(factors), groups_(luGroups(factors)), row_(factors.n), places_(factors.n) {
     layOut();
     for (int g = groups_.count() - 1; g >= 0; --g) invertGroup(g);
   }
@@ -136,7 +136,9 @@ class SelectedInverse {
   void solve(size_t first, size_t end);
   void gatherColumns(Indices rows, Indices cols, const Panel& z22);
   void gatherRows(Indices rows, Indices cols, const Panel& z22);
-  void locate(Indices wanted, int t, Indices beyond);
+  void findPlaces(Indices wanted, int t, Indices beyond);
+  template <class Use>
+  void forEachGroup(Indices list, Use use) const;
 
   const LuFactors& factors_;
   LuGroups groups_;
@@ -147,7 +149,10 @@ class SelectedInverse {
   // U11^-1 with the transpose of X below it.
   Panel lu11_, y_, xt_;
   Workspace lu11Store_, yStore_, xtStore_, z22Store_;
-  std::vector<int> place_;
+  // In y_ (or xt_) the row of each pivot that the group has beyond itself.
+  std::vector<int> row_;
+  // Places of a list's pivots among those of the group that is being read.
+  std::vector<int> places_;
 };
 
 void SelectedInverse::layOut() {
@@ -220,20 +225,20 @@ void SelectedInverse::load(int g) {
 
 void SelectedInverse::loadBeyond(Part part, int g) {
   const bool lower = part == Part::Lower;
-  const CompressedLines& lines = lower ? factors_.lower : factors_.upper;
+  const Columns& lines = lower ? factors_.lower : factors_.upper;
   const Panel& target = lower ? y_ : xt_;
   const int first = groups_.first[g];
   const int end = groups_.first[g + 1];
-  int place = end - first;
-  for (int i : (lower ? groups_.below : groups_.right)[g]) place_[i] = place++;
+  int row = end - first;
+  for (int i : (lower ? groups_.below : groups_.right)[g]) row_[i] = row++;
   for (int j = first; j < end; ++j) {
     const int c = j - first;
     double* column = target.col(c);
     const int pivot = groups_.pivot[j];
-    for (int p = lines.start[pivot]; p < lines.start[pivot + 1]; ++p) {
-      const int i = groups_.position[lines.index[p]];
+    for (Offset p = lines.start[pivot]; p < lines.start[pivot + 1]; ++p) {
+      const int i = groups_.position[lines.row[p]];
       if (i >= end) {
-        column[place_[i]] = lines.value[p];
+        column[row_[i]] = lines.value[p];
       } else {
         (lower ? lu11_(i - first, c) : lu11_(c, i - first)) = lines.value[p];
       }
@@ -265,72 +270,75 @@ void SelectedInverse::solve(size_t first, size_t end) {
   }
 }
 
-// End of the run of list[from ...] that lies before pivot `end`.
-size_t runEnd(Indices list, size_t from, int end) {
+// Index of the first element of list[from ...] that is not before pivot `end`.
+size_t firstFrom(Indices list, size_t from, int end) {
   while (from < list.size() && list[from] < end) ++from;
   return from;
 }
 
-// place_[i] = place of wanted[i] among the pivots of group t and the list of what it has beyond
-// them, which holds all that is wanted; both ascend.
-void SelectedInverse::locate(Indices wanted, int t, Indices beyond) {
+// use(t, k, kEnd) for each group t that has pivots in an ascending list: list[k] .. list[kEnd - 1].
+template <class Use>
+void SelectedInverse::forEachGroup(Indices list, Use use) const {
+  for (size_t k = 0, kEnd = 0; k < list.size(); k = kEnd) {
+    const int t = groups_.groupOf[list[k]];
+    kEnd = firstFrom(list, k, groups_.first[t + 1]);
+    use(t, k, kEnd);
+  }
+}
+
+// places_[i] = place of wanted[i] among the pivots of group t and, behind them, the list of what it
+// has beyond them. These hold all that is wanted; all three ascend.
+void SelectedInverse::findPlaces(Indices wanted, int t, Indices beyond) {
   const int first = groups_.first[t];
-  const int end = groups_.first[t + 1];
+  const int width = groups_.width(t);
   size_t i = 0;
-  for (; i < wanted.size() && wanted[i] < end; ++i) place_[i] = wanted[i] - first;
+  for (; i < wanted.size() && wanted[i] < first + width; ++i) places_[i] = wanted[i] - first;
   const bool few = (wanted.size() - i) * kFewWanted < beyond.size();
-  size_t p = 0;
+  auto at = beyond.begin();
   for (; i < wanted.size(); ++i) {
-    if (few) {
-      p = static_cast<size_t>(
-          std::lower_bound(beyond.begin() + static_cast<ptrdiff_t>(p), beyond.end(), wanted[i]) -
-          beyond.begin());
-    } else {
-      while (beyond[p] != wanted[i]) ++p;
-    }
-    place_[i] = end - first + static_cast<int>(p);
+    if (few) at = std::lower_bound(at, beyond.end(), wanted[i]);
+    while (*at != wanted[i]) ++at;
+    places_[i] = width + static_cast<int>(at - beyond.begin());
   }
 }
 
-// The part of Z22 whose row lies in the column's group or in a later one.
+// Z22(i, k) = Z(rows[i], cols[k]) where the row lies in the column's group t or in a later one:
+// entries of t's columns.
 void SelectedInverse::gatherColumns(Indices rows, Indices cols, const Panel& z22) {
-  size_t firstRow = 0;
-  for (size_t k = 0, kEnd = 0; k < cols.size(); k = kEnd) {
-    const int t = groups_.groupOf[cols[k]];
+  size_t i = 0;
+  forEachGroup(cols, [&](int t, size_t k, size_t kEnd) {
     const int first = groups_.first[t];
-    kEnd = runEnd(cols, k, groups_.first[t + 1]);
-    firstRow = runEnd(rows, firstRow, first);
-    locate(rows.subspan(firstRow), t, groups_.right[t]);
-    for (size_t c = k; c < kEnd; ++c) {
-      kernels::copyPlaced(known_[t].columns.col(static_cast<size_t>(cols[c] - first)), 0,
-                          place_.data(), rows.size() - firstRow, z22.col(c) + firstRow);
+    const Panel& columns = known_[t].columns;
+    i = firstFrom(rows, i, first);
+    findPlaces(rows.subspan(i), t, groups_.right[t]);
+    for (; k < kEnd; ++k) {
+      const int next = k + 1 < kEnd ? cols[k + 1] - cols[k] : 0;
+      kernels::copyPlaced(columns.col(static_cast<size_t>(cols[k] - first)),
+                          static_cast<size_t>(next) * columns.rows, places_.data(), rows.size() - i,
+                          z22.col(k) + i);
     }
-  }
+  });
 }
 
-// The part of Z22 whose column lies in a later group than the row.
+// Z22(i, k) = Z(rows[i], cols[k]) where the column lies in a later group than the row's, t: entries
+// of t's rows.
 void SelectedInverse::gatherRows(Indices rows, Indices cols, const Panel& z22) {
-  size_t beyond = 0;
-  for (size_t i = 0, iEnd = 0; i < rows.size(); i = iEnd) {
-    const int t = groups_.groupOf[rows[i]];
+  size_t later = 0;
+  forEachGroup(rows, [&](int t, size_t i, size_t iEnd) {
     const int first = groups_.first[t];
     const int width = groups_.width(t);
-    iEnd = runEnd(rows, i, groups_.first[t + 1]);
-    beyond = runEnd(cols, beyond, groups_.first[t + 1]);
-    if (beyond == cols.size()) return;
-    locate(cols.subspan(beyond), t, groups_.below[t]);
-    const size_t count = iEnd - i;
-    const bool consecutive = rows[iEnd - 1] - rows[i] + 1 == static_cast<int>(count);
-    for (size_t k = beyond; k < cols.size(); ++k) {
-      const double* z12 = known_[t].z12.col(static_cast<size_t>(place_[k - beyond] - width));
-      double* target = z22.col(k) + i;
+    later = firstFrom(cols, later, first + width);
+    findPlaces(cols.subspan(later), t, groups_.below[t]);
+    const bool consecutive = static_cast<size_t>(rows[iEnd - 1] - rows[i]) == iEnd - 1 - i;
+    for (size_t k = later; k < cols.size(); ++k) {
+      const double* z12 = known_[t].z12.col(static_cast<size_t>(places_[k - later] - width));
       if (consecutive) {
-        std::copy_n(z12 + (rows[i] - first), count, target);
+        std::copy_n(z12 + (rows[i] - first), iEnd - i, z22.col(k) + i);
       } else {
-        for (size_t r = 0; r < count; ++r) target[r] = z12[rows[i + r] - first];
+        for (size_t r = i; r < iEnd; ++r) z22(r, k) = z12[rows[r] - first];
       }
     }
-  }
+  });
 }
 
 // Position of an index that is in an ascending list.

@@ -6,19 +6,19 @@ namespace korin::sparse {
 namespace {
 
 // w[k] after the lines before it took their share: w -= T(:, k) w[k] for the columns of T.
-void scatter(const CompressedLines& lines, int k, std::vector<double>& w) {
+void scatter(const Columns& t, int k, std::vector<double>& w) {
   const double pivot = w[k];
   if (pivot == 0.0) return;
-  for (int p = lines.start[k]; p < lines.start[k + 1]; ++p) {
-    w[lines.index[p]] -= lines.value[p] * pivot;
+  for (Offset p = t.start[k]; p < t.start[k + 1]; ++p) {
+    w[t.row[p]] -= t.value[p] * pivot;
   }
 }
 
 // w[k] -= T(k, :) w for the rows of T.
-void gather(const CompressedLines& lines, int k, std::vector<double>& w) {
+void gather(const Columns& t, int k, std::vector<double>& w) {
   double sum = w[k];
-  for (int p = lines.start[k]; p < lines.start[k + 1]; ++p) {
-    sum -= lines.value[p] * w[lines.index[p]];
+  for (Offset p = t.start[k]; p < t.start[k + 1]; ++p) {
+    sum -= t.value[p] * w[t.row[p]];
   }
   w[k] = sum;
 }

@@ -2,7 +2,9 @@
 #ifndef ZEPH_SPARSE_PATTERN_COLUMNS_H
 #define ZEPH_SPARSE_PATTERN_COLUMNS_H
 
+#include <cstddef>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 namespace korin::sparse {
@@ -33,6 +35,10 @@ struct Columns {
   std::vector<double> value;
 
   Offset entries() const { return start.back(); }
+  std::span<const Index> rowsOf(Index j) const {
+    return {row.data() + start[static_cast<std::size_t>(j)],
+            row.data() + start[static_cast<std::size_t>(j) + 1]};
+  }
   ColumnsView view() const { return {rows, cols, start.data(), row.data(), value.data()}; }
 };
 

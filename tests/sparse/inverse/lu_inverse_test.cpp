@@ -44,19 +44,16 @@ struct RandomFactors {
     compress(factors.upper, 1, n);
   }
 
-  void compress(CompressedLines& lines, int along, int across) {
-    lines.start.assign(1, 0);
-    lines.index = std::make_unique<int[]>(n * n);
-    lines.value = std::make_unique<double[]>(n * n);
-    int count = 0;
+  void compress(Columns& lines, int along, int across) {
+    lines.rows = lines.cols = n;
     for (int k = 0; k < n; ++k) {
       for (int i = k + 1; i < n; ++i) {
         const double value = lu[i * along + k * across];
         if (value == 0.0) continue;
-        lines.index[count] = i;
-        lines.value[count++] = value;
+        lines.row.push_back(i);
+        lines.value.push_back(value);
       }
-      lines.start.push_back(count);
+      lines.start.push_back(static_cast<Offset>(lines.row.size()));
     }
   }
 
