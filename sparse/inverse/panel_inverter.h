@@ -1,0 +1,112 @@
+// The recurrence of the selected inverse on dense panels, one group of columns at a time.
+#ifndef ZEPH_SPARSE_INVERSE_PANEL_INVERTER_H
+#define ZEPH_SPARSE_INVERSE_PANEL_INVERTER_H
+
+#include <cstddef>
+#include <vector>
+
+#include "kernels/block.h"
+#include "kernels/panel_storage.h"
+#include "kernels/team.h"
+#include "kernels/triangles/triangle_inverse.h"
+#include "sparse/pattern/columns.h"
+
+namespace korin::sparse {
+
+/// The groups of a factor as the recurrence sees them, and where their panels of the inverse are.
+/// Panels of the inverse are laid out like those of the factor. Nothing is owned.
+struct PanelStructure {
+  Index groups;
+  const Index* firstColumn;
+  const Offset* rowStart;
+  const Index* rows;
+  const Index* groupOf;
+  /// One for each group; those of a group and its ancestors must be there when it is inverted.
+  double* const* inverse;
+
+  std::size_t width(Index g) const {
+    return static_cast<std::size_t>(firstColumn[g + 1] - firstColumn[g]);
+  }
+  std::size_t height(Index g) const {
+    return static_cast<std::size_t>(rowStart[g + 1] - rowStart[g]);
+  }
+  const Index* rowsOf(Index g) const { return rows + rowStart[g]; }
+};
+
+/// The workspace that the largest groups need.
+struct InverterSizes {
+  explicit InverterSizes(const PanelStructure& structure);
+  /// Of one inverter.
+  double bytes() const;
+
+  std::size_t widest = 0;
+  std::size_t y = 0;
+  std::size_t strip = 0;
+  std::size_t tallest = 0;
+};
+
+/// One thread's workspace for the recurrence.
+///
+/// With a group's panel [L11; L21] and the inverse Z22 on its rows below, taken from its ancestors'
+/// panels: Y = L21 L11^-1, Z21 = -Z22 Y, Z11 = L11^-T L11^-1 - Y^T Z21 (Takahashi, Fagan and Chin,
+/// 1973; on dense panels as in Lin, Yang, Meza, Lu, Ying and E, 2011). The top square Z11 is full.
+///
+/// A zero on L's diagonal gives infinities and NaN. The bits depend neither on the team nor on
+/// where the panels are.
+class PanelInverter {
+ public:
+  /// `team`, which may be null, helps with large groups. Throws std::bad_alloc.
+  PanelInverter(const PanelStructure& structure, const InverterSizes& sizes, kernels::Team* team);
+
+  /// Writes inverse[g] from g's panel of the factor, which may lie in the same place. Throws
+  /// std::bad_alloc and what the team's poll throws.
+  void invertGroup(Index g, const double* factor);
+
+ private:
+  friend struct InverterSizes;
+  /// Some neighbouring columns of a group and the rows below them.
+  struct Part {
+    std::size_t columns;
+    std::size_t count;
+    const Index* below;
+    kernels::ConstBlock l11;
+    kernels::ConstBlock l21;
+    kernels::Block square;  // Z11, above Z21 in the panel
+    kernels::Block under;
+  };
+  /// Consecutive rows, within one ancestor, among the rows below a part: local index of the first.
+  struct Run {
+    std::size_t first;
+    std::size_t length;
+  };
+
+  void invertPart(const Part& part);
+  void invertColumn(const Part& part);
+  void findRuns(const Part& part);
+  void placeRows(const Part& part, std::size_t run, Index ancestor, Index* place) const;
+  void gatherAncestor(const Part& part, Index ancestor, std::size_t first, std::size_t begin,
+                      std::size_t end, std::size_t last, kernels::Block strip, Index* place) const;
+  void gatherColumns(const Part& part, std::size_t first, std::size_t begin, std::size_t end,
+                     std::size_t last, kernels::Block strip, Index* place) const;
+  void gatherStrip(const Part& part, std::size_t first, std::size_t last, kernels::Block strip,
+                   kernels::Team* team);
+  void multiplyByTriangle(const Part& part, kernels::Block w, kernels::Block y,
+                          kernels::Team* team);
+  void multiplyByKnown(const Part& part, kernels::Block y, kernels::Team* team);
+  void completeSquare(const Part& part, kernels::Block w, kernels::Block y, kernels::Team* team);
+
+  PanelStructure s_;
+  kernels::Team* team_;
+  kernels::TriangleInverseFunction invertSmall_;
+  std::vector<Run> runs_;
+  /// Of each row below the part its place among the rows of the ancestor being read.
+  kernels::PanelStorage w_;
+  kernels::PanelStorage scratch_;
+  kernels::PanelStorage y_;
+  kernels::PanelStorage strip_;
+  std::vector<Index> place_;
+};
+
+}  // namespace korin::sparse
+
+#endif

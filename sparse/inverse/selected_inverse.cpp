@@ -1,0 +1,287 @@
+#include "sparse/inverse/selected_inverse.h"
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <mutex>
+
+#include "kernels/panel_storage.h"
+#include "sparse/inverse/panel_inverter.h"
+#include "sparse/symbolic/schedule.h"
+#include "sparse/symbolic/tree.h"
+
+namespace korin::sparse {
+namespace {
+
+using std::size_t;
+
+/// Work between two looks whether to stop: some milliseconds.
+constexpr double kWorkPerCheckpoint = 1e7;
+/// The recurrence takes about twice the operations of the factorisation.
+constexpr double kWorkRatio = 2.0;
+
+/// Most doubles of panels that are alive at once while the groups first .. last-1 are worked off
+/// from the last on: a group's panel is kept while its descendants are.
+size_t pathRoom(const Symbolic& s, Index first, Index last, const std::vector<bool>* wanted) {
+  std::vector<Index> path;
+  size_t used = 0;
+  size_t most = 0;
+  for (Index g = last; g-- > first;) {
+    if (wanted != nullptr && !(*wanted)[g]) continue;
+    while (!path.empty() && s.firstDescendant[path.back()] > g) {
+      used -= static_cast<size_t>(s.panelSize(path.back()));
+      path.pop_back();
+    }
+    path.push_back(g);
+    used += static_cast<size_t>(s.panelSize(g));
+    most = std::max(most, used);
+  }
+  return most;
+}
+
+class Inversion {
+ public:
+  Inversion(const Symbolic& symbolic, const double* panels, double* kept,
+            const std::vector<bool>* wanted, const PanelReader& read, kernels::Team& team,
+            Meter* meter)
+      : s_(symbolic),
+        panels_(panels),
+        kept_(kept),
+        wanted_(wanted),
+        read_(read),
+        team_(team),
+        meter_(meter),
+        inverse_(static_cast<size_t>(symbolic.groups())),
+        structure_{symbolic.groups(),    symbolic.firstColumn.data(), symbolic.rowStart.data(),
+                   symbolic.rows.data(), symbolic.groupOf.data(),     inverse_.data()},
+        sizes_(structure_),
+        schedule_(makeSchedule(symbolic, team.threads())),
+        threads_(static_cast<size_t>(team.threads())),
+        panelOf_(static_cast<size_t>(schedule_.tasks())),
+        unfinished_(static_cast<size_t>(schedule_.tasks()), 1) {
+    for (const int parent : schedule_.forest.parent) {
+      if (parent >= 0) ++unfinished_[parent];
+    }
+  }
+
+  void run() {
+    team_.run(schedule_.forest, kernels::Direction::ParentsFirst, [this](int task, int thread) {
+      work(task, threads_[static_cast<size_t>(thread)]);
+      finish(task);
+    });
+  }
+
+ private:
+  /// What a thread keeps between its tasks.
+  struct Thread {
+    std::unique_ptr<PanelInverter> inverter;
+    kernels::PanelStorage path;
+    size_t room = 0;
+
+    void reserve(size_t wanted) {
+      if (room >= wanted) return;
+      path.reset();
+      room = 0;
+      path = kernels::rawPanels(wanted);
+      room = wanted;
+    }
+  };
+
+  bool wanted(Index g) const { return wanted_ == nullptr || (*wanted_)[g]; }
+
+  void work(int task, Thread& thread) {
+    if (!thread.inverter) {
+      thread.inverter = std::make_unique<PanelInverter>(structure_, sizes_, &team_);
+    }
+    const Index first = schedule_.first[task];
+    const Index last = schedule_.first[task + 1];
+    if (kept_ == nullptr) makeRoom(task, first, last, thread);
+    std::vector<Index> path;
+    size_t used = 0;
+    double sinceCheckpoint = 0.0;
+    for (Index g = last; g-- > first;) {
+      if (!wanted(g)) continue;
+      if (kept_ != nullptr) {
+        inverse_[g] = kept_ + s_.panelStart[g];
+      } else {
+        while (!path.empty() && s_.firstDescendant[path.back()] > g) {
+          used -= static_cast<size_t>(s_.panelSize(path.back()));
+          path.pop_back();
+        }
+        inverse_[g] = base(task, thread) + used;
+        path.push_back(g);
+        used += static_cast<size_t>(s_.panelSize(g));
+      }
+      thread.inverter->invertGroup(g, panels_ + s_.panelStart[g]);
+      if (read_) read_(g, inverse_[g]);
+      const double done = kWorkRatio * frontWork(s_, g);
+      if (meter_ != nullptr) meter_->add(done);
+      sinceCheckpoint += done;
+      if (sinceCheckpoint > kWorkPerCheckpoint) {
+        team_.checkpoint();
+        sinceCheckpoint = 0.0;
+      }
+    }
+  }
+
+  void makeRoom(int task, Index first, Index last, Thread& thread) {
+    const size_t room = pathRoom(s_, first, last, wanted_);
+    if (isRead(task)) {
+      panelOf_[task] = kernels::rawPanels(room);
+    } else {
+      thread.reserve(room);
+    }
+  }
+
+  double* base(int task, Thread& thread) {
+    return panelOf_[task] ? panelOf_[task].get() : thread.path.get();
+  }
+
+  /// Whether other tasks read this one's panels, which then have memory of their own. None of them
+  /// is finished before this one has begun, so the count is still the first one.
+  bool isRead(int task) const { return unfinished_[task] > 1; }
+
+  /// Frees the panels of the tasks whose descendants are all done.
+  void finish(int task) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    for (int t = task; t >= 0 && --unfinished_[t] == 0; t = schedule_.forest.parent[t]) {
+      panelOf_[t].reset();
+    }
+  }
+
+  const Symbolic& s_;
+  const double* const panels_;
+  double* const kept_;
+  const std::vector<bool>* const wanted_;
+  const PanelReader& read_;
+  kernels::Team& team_;
+  Meter* const meter_;
+  std::vector<double*> inverse_;
+  const PanelStructure structure_;
+  const InverterSizes sizes_;
+  const Schedule schedule_;
+  std::vector<Thread> threads_;
+  /// The panels of tasks that other tasks read.
+  std::vector<kernels::PanelStorage> panelOf_;
+  /// Of each task the children that are not finished with all their descendants, and itself.
+  std::vector<int> unfinished_;
+  std::mutex mutex_;
+};
+
+/// Adds up sum over k of a(i, k) Z(k, i) while panels are read. What a group adds to the rows below
+/// it is kept apart until the end, so that the order of additions does not depend on threads.
+class IdentitySums {
+ public:
+  IdentitySums(const Symbolic& symbolic, const PlacedEntries& entries)
+      : s_(symbolic),
+        entries_(entries),
+        own_(static_cast<size_t>(symbolic.n)),
+        passedOn_(symbolic.rows.size()) {}
+
+  void read(Index g, const double* z) {
+    const Offset height = s_.height(g);
+    double* const forRow = passedOn_.data() + s_.rowStart[g];
+    for (Index c = 0; c < s_.width(g); ++c) {
+      const Index column = s_.firstColumn[g] + c;
+      double sum = 0.0;
+      for (Offset p = entries_.start[column]; p < entries_.start[column + 1]; ++p) {
+        const Index at = entries_.position[p];
+        const double term = entries_.value[p] * z[c * height + at];
+        sum += term;
+        if (at != c) forRow[at] += term;
+      }
+      own_[column] = sum;
+    }
+  }
+
+  /// The largest deviation from 1.
+  double largestResidual() {
+    for (size_t p = 0; p < passedOn_.size(); ++p) own_[s_.rows[p]] += passedOn_[p];
+    double largest = 0.0;
+    for (const double sum : own_) {
+      const double deviation = std::fabs(sum - 1.0);
+      if (!(deviation <= largest)) largest = deviation;
+    }
+    return largest;
+  }
+
+ private:
+  const Symbolic& s_;
+  const PlacedEntries& entries_;
+  std::vector<double> own_;
+  std::vector<double> passedOn_;
+};
+
+}  // namespace
+
+void selectedInverse(const Symbolic& symbolic, const double* panels,
+                     const std::vector<bool>* wanted, const PanelReader& read, kernels::Team& team,
+                     Meter* meter) {
+  if (wanted == nullptr) {
+    return Inversion(symbolic, panels, nullptr, nullptr, read, team, meter).run();
+  }
+  std::vector<bool> closed(*wanted);
+  for (Index g = 0; g < symbolic.groups(); ++g) {
+    if (closed[g] && symbolic.parent[g] >= 0) closed[symbolic.parent[g]] = true;
+  }
+  Inversion(symbolic, panels, nullptr, &closed, read, team, meter).run();
+}
+
+void selectedInverse(const Symbolic& symbolic, const double* panels, double* z, kernels::Team& team,
+                     Meter* meter) {
+  const PanelReader nobody;
+  Inversion(symbolic, panels, z, nullptr, nobody, team, meter).run();
+}
+
+double variances(const Symbolic& symbolic, const PlacedEntries& entries, const double* panels,
+                 double* diagonal, kernels::Team& team, Meter* meter) {
+  IdentitySums sums(symbolic, entries);
+  const PanelReader read = [&](Index g, const double* z) {
+    const Offset height = symbolic.height(g);
+    const Index* const original = symbolic.permutation.data() + symbolic.firstColumn[g];
+    for (Index c = 0; c < symbolic.width(g); ++c) diagonal[original[c]] = z[c * (height + 1)];
+    sums.read(g, z);
+  };
+  selectedInverse(symbolic, panels, nullptr, read, team, meter);
+  return sums.largestResidual();
+}
+
+double inverseWork(const Symbolic& symbolic, const std::vector<bool>* wanted) {
+  double work = 0.0;
+  std::vector<bool> closed =
+      wanted != nullptr ? *wanted : std::vector<bool>(symbolic.groups(), true);
+  for (Index g = 0; g < symbolic.groups(); ++g) {
+    if (!closed[g]) continue;
+    work += kWorkRatio * frontWork(symbolic, g);
+    if (symbolic.parent[g] >= 0) closed[symbolic.parent[g]] = true;
+  }
+  return work;
+}
+
+double inverseMemory(const Symbolic& symbolic, int threads) {
+  const Schedule schedule = makeSchedule(symbolic, threads);
+  const PanelStructure structure{symbolic.groups(),        symbolic.firstColumn.data(),
+                                 symbolic.rowStart.data(), symbolic.rows.data(),
+                                 symbolic.groupOf.data(),  nullptr};
+  std::vector<bool> hasChildren(static_cast<size_t>(schedule.tasks()));
+  for (const int parent : schedule.forest.parent) {
+    if (parent >= 0) hasChildren[parent] = true;
+  }
+  size_t shared = 0;
+  size_t path = 0;
+  for (int t = 0; t < schedule.tasks(); ++t) {
+    const size_t room = pathRoom(symbolic, schedule.first[t], schedule.first[t + 1], nullptr);
+    if (hasChildren[t]) {
+      shared += room;
+    } else {
+      path = std::max(path, room);
+    }
+  }
+  const int helpers = std::min(threads, std::max(1, schedule.tasks()));
+  return sizeof(double) * (static_cast<double>(shared) + helpers * static_cast<double>(path)) +
+         helpers * InverterSizes(structure).bytes() +
+         sizeof(double) *
+             (static_cast<double>(symbolic.n) + static_cast<double>(symbolic.rows.size()));
+}
+
+}  // namespace korin::sparse
