@@ -200,7 +200,8 @@ class IdentitySums {
     double largest = 0.0;
     for (const double sum : own_) {
       const double deviation = std::fabs(sum - 1.0);
-      if (!(deviation <= largest)) largest = deviation;
+      if (std::isnan(deviation)) return deviation;
+      largest = std::max(largest, deviation);
     }
     return largest;
   }
