@@ -16,7 +16,7 @@ struct ZerosAllowed {
 
 /// Wide groups run at a higher rate, but zeros are stored and multiplied: the narrower a group, the
 /// more of them pay. The steps ascend; the last holds for all widths beyond.
-inline constexpr ZerosAllowed kZerosAllowed[] = {{4, 1.0}, {16, 0.8}, {48, 0.1}, {0, 0.05}};
+inline constexpr ZerosAllowed kZerosAllowed[] = {{4, 0.7}, {16, 0.45}, {48, 0.1}, {0, 0.05}};
 
 /// The nodes of an elimination tree in groups, the groups in postorder of their tree.
 struct Grouping {

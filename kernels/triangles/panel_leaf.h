@@ -1,0 +1,28 @@
+#ifndef ZEPH_KERNELS_TRIANGLES_PANEL_LEAF_H
+#define ZEPH_KERNELS_TRIANGLES_PANEL_LEAF_H
+
+// Files for one processor level include this header, so it must not pull in the standard library's
+// templates.
+
+#include <stddef.h>
+
+namespace korin::kernels {
+
+/// Most columns of a panel that is factorised in vector registers.
+inline constexpr size_t kLeafColumns = 8;
+
+/// panelCholesky for up to kLeafColumns columns: L11 of the top square, then L21 = A21 L11^-T, some
+/// rows at a time. Above the diagonal nothing is read or written. Returns the columns whose pivots
+/// are positive and finite up to their own; the rows below are done only if all are.
+using PanelLeafFunction = size_t (*)(size_t rows, size_t columns, double* panel, size_t stride);
+
+size_t panelLeafBaseline(size_t rows, size_t columns, double* panel, size_t stride);
+size_t panelLeafAvx2(size_t rows, size_t columns, double* panel, size_t stride);
+size_t panelLeafAvx512(size_t rows, size_t columns, double* panel, size_t stride);
+
+/// The function of the processor level in use.
+PanelLeafFunction panelLeaf();
+
+}  // namespace korin::kernels
+
+#endif

@@ -1,0 +1,10 @@
+#include "kernels/tiles/lane_avx2.h"
+#include "kernels/triangles/panel_leaf_rows.h"
+
+namespace korin::kernels {
+
+size_t panelLeafAvx2(size_t rows, size_t columns, double* panel, size_t stride) {
+  return runPanelLeaf<Lane>(rows, columns, panel, stride);
+}
+
+}  // namespace korin::kernels
