@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "solver/assembly/compressed_columns.h"
+#include "solver/assembly/element_count.h"
 
 namespace zeph_solver {
 namespace {
@@ -59,8 +60,9 @@ class AscendingSet {
 // Rows below the diagonal of each column of A, ascending.
 struct LowerPattern {
   explicit LowerPattern(const ProtoSparse& A) : n(A.rowCount) {
+    requireWorkspace(std::max<std::size_t>(n, A.colCount));
     A.sortElements();
-    const std::size_t capacity = std::max<std::size_t>(A.nz(), 1);
+    const std::size_t capacity = std::max<std::size_t>(requireCountable(A.nz()), 1);
     std::vector<Index> colStarts(std::max<std::size_t>(n, A.colCount) + 1, 0);
     std::vector<double> values(capacity);
     rows.resize(capacity);

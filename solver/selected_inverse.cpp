@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "solver/assembly/compressed_columns.h"
+#include "solver/assembly/element_count.h"
 #include "solver/suitesparse/lu_factors.h"
 #include "sparse/inverse/lu_inverse.h"
 
@@ -13,8 +14,9 @@ namespace zeph_solver {
 namespace {
 
 korin::sparse::LuFactors factorsOf(const ProtoSparse& A) {
+  requireWorkspace(A.colCount);
   A.sortElements();
-  const std::size_t capacity = std::max<std::size_t>(A.nz(), 1);
+  const std::size_t capacity = std::max<std::size_t>(requireCountable(A.nz()), 1);
   std::vector<int> colPointers(A.colCount + 1, 0);
   std::vector<int> rowIndices(capacity);
   std::vector<double> values(capacity);

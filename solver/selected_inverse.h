@@ -22,7 +22,7 @@ namespace zeph_solver {
 /// All n entries are NaN when there is no inverse to speak of: A is not square, holds a value that
 /// is not finite, cannot be factorised, or is singular - a pivot is zero, or smaller than the
 /// rounding error made in computing it. Matrices that are merely ill-conditioned are not detected.
-/// Throws std::bad_alloc.
+/// Throws std::bad_alloc, and std::length_error for more than 2^31 - 1 elements.
 ///
 /// Cost: the factorisation and about twice its operations again (partialInverseLU makes n solves);
 /// memory: the factors twice, with the positions that the recurrence adds to them.

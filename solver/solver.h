@@ -96,6 +96,7 @@ class ZEPH_EXPORT Solver {
   /// singular is not reported; a solve by LU that cannot be carried out leaves NaN in X.
   /// Throws ZtException (256, "... Failed to do cholmod_solve, cmX = nullptr") when CHOLMOD gives
   /// no solution, for example because the reused factorisation was made by LU; X is unchanged then.
+  /// Throws std::length_error for more than 2^31 - 1 elements.
   void solveGeneric(const ProtoSparse& A, ZtMatrix& X, const ZtMatrix& B, bool useCholesky,
                     Factorisation* f, bool refactorise, bool solve);
   /// The same for one right-hand side; x must already hold n entries.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -36,8 +37,8 @@ using zeph_solver::Solver;
 double invertCholesky(const PreparedMatrix& m, ZtVector& diagonal, const Progress& progress) {
   try {
     zeph_solver::partialInverseChol(m.A, diagonal);
-  } catch (const ZtException&) {  // CHOLMOD made no factor
-    explain(m, progress);
+  } catch (const ZtException&) {  // CHOLMOD made no factor of a symmetric matrix: no memory
+    throw std::bad_alloc();
   }
   ZtVector entries;
   m.A.getDiagonal(entries);

@@ -149,9 +149,9 @@ class ZEPH_EXPORT ProtoSparse {
   /// Compressed order: sorts column-major (column, then row ascending) and merges duplicates,
   /// adding them in descending order of magnitude. Whenever a sum of two or more falls below
   /// 10^-153.5 in magnitude it is dropped and the rest of the run starts afresh; an element without
-  /// duplicates stays whatever its value. Nothing happens in dense mode. At most 2^31 - 1 elements.
-  /// O(n log n), on several threads for long lists. Const because the matrix stays the same; the
-  /// list is reordered in place.
+  /// duplicates stays whatever its value. Nothing happens in dense mode. Throws std::length_error
+  /// for more than 2^31 - 1 elements. O(n log n), on several threads for long lists. Const because
+  /// the matrix stays the same; the list is reordered in place.
   void compress() const;
 
   /// The order of `compress` without merging: duplicates stay, adjacent, larger magnitude first.

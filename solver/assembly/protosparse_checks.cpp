@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "math/dense/korin_vector.h"
+#include "solver/assembly/element_count.h"
 #include "solver/assembly/protosparse.h"
 
 namespace zeph_solver {
@@ -136,6 +137,8 @@ bool ProtoSparse::isCompletelyValid(std::size_t& row, std::size_t& col) const {
 
 void ProtoSparse::getEmptyRowsAndCols(std::vector<int>& emptyRows,
                                       std::vector<int>& emptyCols) const {
+  requireWorkspace(rowCount);
+  requireWorkspace(colCount);
   std::vector<unsigned char> rowUsed(rowCount);
   std::vector<unsigned char> colUsed(colCount);
   const auto mark = [&](std::size_t row, std::size_t col, double value) {

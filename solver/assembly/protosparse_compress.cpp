@@ -2,6 +2,7 @@
 #include <cmath>
 
 #include "math/sorting/mtsort.h"
+#include "solver/assembly/element_count.h"
 #include "solver/assembly/protosparse.h"
 
 namespace zeph_solver {
@@ -18,7 +19,7 @@ std::uint64_t key(const MatrixElement& e) {
 }
 
 void sortColumnMajor(std::vector<MatrixElement>& elements) {
-  korin::mtSort(elements.data(), static_cast<int>(elements.size()), kSortThreads);
+  korin::mtSort(elements.data(), static_cast<int>(requireCountable(elements.size())), kSortThreads);
 }
 
 // Sums adjacent elements at one position into one and returns how many remain, at least one given.

@@ -30,6 +30,9 @@ FactorisationStatus choleskyStatus(const Factorisation& f) {
   status.exhausted = f.solver->common->get()->status < CHOLMOD_OK;
   if (f.cholmodFactor == nullptr || status.exhausted) return status;
   const cholmod_factor& L = *f.cholmodFactor.get();
+  // A factor without numbers: the workspace tells nothing where another Solver's was used.
+  status.exhausted = L.xtype == CHOLMOD_PATTERN;
+  if (status.exhausted) return status;
   const std::size_t bad = firstBadPivot(L);
   status.positiveDefinite = bad == L.n;
   status.singular = L.minor < L.n;

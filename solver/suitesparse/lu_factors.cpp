@@ -10,6 +10,7 @@
 #include <new>
 #include <vector>
 
+#include "solver/assembly/element_count.h"
 #include "solver/suitesparse/suitesparse_handles.h"
 
 namespace zeph_solver {
@@ -37,7 +38,8 @@ struct ColumnsWithDiagonal {
 
   ColumnsWithDiagonal(int n, const int* colPointers, const int* rowIndices, const double* given)
       : start(static_cast<std::size_t>(n) + 1, 0) {
-    const std::size_t most = static_cast<std::size_t>(colPointers[n]) + static_cast<std::size_t>(n);
+    const std::size_t most =
+        requireCountable(static_cast<std::size_t>(colPointers[n]) + static_cast<std::size_t>(n));
     rows.reserve(most);
     values.reserve(most);
     for (int j = 0; j < n; ++j) {

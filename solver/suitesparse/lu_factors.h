@@ -12,8 +12,8 @@ namespace zeph_solver {
 /// @param colPointers   cols + 1 column starts
 /// @param rowIndices    zero-based row of each entry, ascending within a column, no duplicates
 /// @param values        value of each entry
-/// Throws std::bad_alloc only, also when UMFPACK finds no memory; every other failure is told by
-/// `invertible`.
+/// Throws std::bad_alloc, also when UMFPACK finds no memory, and std::length_error for more than
+/// 2^31 - 1 entries, those zeros included; every other failure is told by `invertible`.
 /// Cost: one factorisation plus time proportional to the entries of the factors.
 korin::sparse::LuFactors luFactors(int rows, int cols, const int* colPointers,
                                    const int* rowIndices, const double* values);

@@ -13,6 +13,7 @@
 #include "math/dense/korin_vector.h"
 #include "math/dense/zt_error.h"
 #include "solver/assembly/compressed_columns.h"
+#include "solver/assembly/element_count.h"
 #include "solver/assembly/matrix_views.h"
 #include "solver/assembly/protosparse.h"
 
@@ -37,7 +38,8 @@ void fillNaN(ZtMatrix& m) {
 /// Analyses and factorises on the CHOLMOD route; false when the analysis yields no factor.
 bool factoriseCholesky(const ProtoSparse& A, Factorisation& f, cholmod_common* common) {
   f.cholesky = true;
-  f.init(static_cast<int>(A.rowCount), static_cast<int>(A.colCount), static_cast<int>(A.nz()));
+  f.init(static_cast<int>(A.rowCount), static_cast<int>(A.colCount),
+         static_cast<int>(requireCountable(A.nz())));
   cholmod_sparse* converted = nullptr;
   protoSparseToCholmodSparse(A, converted, common);
   // Freed with the workspace of the Solver that f is bound to: this one may be gone by then.
@@ -135,7 +137,7 @@ ZtStringArray makeSolveLabels() {
 void protoSparseToCholmodSparse(const ProtoSparse& A, cholmod_sparse*& out,
                                 cholmod_common* common) {
   // Counted before sorting; duplicates may leave part of the room unused.
-  const std::size_t room = A.nz();
+  const std::size_t room = requireCountable(A.nz());
   constexpr int kSorted = 1;
   constexpr int kPacked = 1;
   constexpr int kUpperTriangle = 1;
@@ -180,7 +182,8 @@ void Factorisation::init(int rowCount, int colCount, int nnz) {
 
 void Factorisation::init(const ProtoSparse& A) {
   A.sortElements();
-  init(static_cast<int>(A.rowCount), static_cast<int>(A.colCount), static_cast<int>(A.nz()));
+  init(static_cast<int>(A.rowCount), static_cast<int>(A.colCount),
+       static_cast<int>(requireCountable(A.nz())));
   std::fill_n(colPointers.get(), cols + 1, 0);
   fillCompressedColumns(A, colPointers.get(), rowIndices.get(), values.get());
 }

@@ -18,8 +18,9 @@ auto guarded(const std::string& source, const Work& work) -> decltype(work()) {
     return work();
   } catch (const Error&) {
     throw;
-  } catch (const ZtException& e) {
-    throw Error(ErrorKind::Unfit, source + " could not be processed: " + e.what());
+  } catch (const ZtException&) {
+    // What the solver throws for operands that have been checked: a solve that found no memory.
+    throw Error(ErrorKind::Memory, "not enough memory for " + source);
   } catch (const std::bad_alloc&) {
     throw Error(ErrorKind::Memory, "not enough memory for " + source);
   } catch (const std::length_error&) {

@@ -6,6 +6,9 @@
 #include <new>
 #include <stdexcept>
 
+#include "solver/assembly/element_count.h"
+#include "solver/ldl_minimal_set.h"
+#include "solver/selected_inverse.h"
 #include "tests/solver/assembly/entry_model.h"
 
 namespace zeph_solver {
@@ -127,6 +130,23 @@ TEST(ProtoSparseStorage, ReservesByTheDefaultRuleAndNeverShrinks) {
     ADD_FAILURE() << "not refused";
   } catch (const std::length_error& e) {
     EXPECT_STREQ(e.what(), "vector::reserve");
+  }
+}
+
+TEST(ProtoSparseStorage, CountsBeyondIndicesAndMemoryAreRefused) {
+  constexpr std::size_t most = 2147483647;
+  EXPECT_EQ(requireCountable(most), most);
+  for (const std::size_t count : {most + 1, 2 * most + 2, 2 * most + 3, ~std::size_t{0}}) {
+    EXPECT_THROW(requireCountable(count), std::length_error) << count;
+  }
+  ProtoSparse p, set;
+  std::vector<int> rows, cols;
+  ZtVector diagonal;
+  for (const std::size_t size : {~std::size_t{0}, std::size_t{1} << 62}) {
+    p.rowCount = p.colCount = size;
+    EXPECT_THROW(p.getEmptyRowsAndCols(rows, cols), std::bad_alloc);
+    EXPECT_THROW(partialInverseLDLMinimalSet(p, set), std::bad_alloc);
+    EXPECT_THROW(partialInverseLUSelected(p, diagonal), std::bad_alloc);
   }
 }
 
