@@ -67,7 +67,9 @@ class MatFile {
 
   bool isOpen() const { return file_ != nullptr; }
 
-  void bytes(const void* source, ZtSize count) { std::fwrite(source, 1, count, file_.get()); }
+  void bytes(const void* source, ZtSize count) {
+    if (count != 0) std::fwrite(source, 1, count, file_.get());
+  }
 
   void fill(char value, ZtSize count) {
     for (ZtSize i = 0; i < count; ++i) bytes(&value, 1);

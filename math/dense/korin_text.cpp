@@ -1,4 +1,6 @@
 // Text forms of korin::Matrix and korin::Vector: plain text of 16 digits, display tables, streams.
+#include <locale.h>
+
 #include <climits>
 #include <cstdio>
 #include <cstring>
@@ -13,6 +15,18 @@
 namespace korin {
 
 namespace {
+
+// While it lives this thread prints and scans numbers as in C, whatever locale the host has set.
+class ClassicNumbers {
+ public:
+  ClassicNumbers() : before_(uselocale(newlocale(LC_ALL_MASK, "C", nullptr))) {}
+  ClassicNumbers(const ClassicNumbers&) = delete;
+  ClassicNumbers& operator=(const ClassicNumbers&) = delete;
+  ~ClassicNumbers() { freelocale(uselocale(before_)); }
+
+ private:
+  locale_t before_;
+};
 
 // Room for one number in any of the formats, and for a header.
 constexpr ZtSize kPieceSize = 128;
@@ -42,10 +56,11 @@ class Writer {
  private:
   char* out_ = nullptr;
   std::string* text_ = nullptr;
+  ClassicNumbers classic_;
   ZtSize length_ = 0;
 };
 
-ZtSize writeMatrix(Writer writer, const ZtMatrix& m) {
+ZtSize writeMatrix(Writer&& writer, const ZtMatrix& m) {
   writer.print("%d,%d: ", static_cast<int>(m.rows), static_cast<int>(m.cols));
   for (ZtSize r = 0; r < m.rows; ++r) writer.printElements("%.16g ", rowOf(m, r), m.cols);
   return writer.length();
@@ -89,6 +104,7 @@ class Scanner {
   ZtSize position() const { return position_; }
 
  private:
+  ClassicNumbers classic_;
   std::unique_ptr<std::FILE, CloseFile> stream_;
   ZtSize position_ = 0;
 };

@@ -1,9 +1,12 @@
 #include <unistd.h>
 
+#include <clocale>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iomanip>
 #include <iterator>
@@ -99,6 +102,30 @@ TEST(TextForm, ReadingAcceptsWhatScanfAccepts) {
   EXPECT_TRUE(v.readFromString(std::string("3: 1 nan")) == 0 && v.size == 3 && std::isnan(v[1]));
 }
 
+TEST(TextForm, DoesNotFollowTheLocale) {
+  const std::string folder = testing::TempDir() + "zeph_locale_" + std::to_string(::getpid());
+  const std::string make =
+      "mkdir " + folder + " && localedef -i de_DE -f UTF-8 " + folder + "/comma";
+  const bool made = std::system((make + " > /dev/null 2>&1").c_str()) == 0;
+  setenv("LOCPATH", folder.c_str(), 1);
+  const bool set = made && std::setlocale(LC_ALL, "comma") != nullptr;
+  char display[100], comma[8];
+  std::snprintf(comma, sizeof comma, "%.1f", 0.5);
+  const Matrix m = matrixOf(1, 2, {-2.5, 0.5});
+  const std::string text = textOf(m), row = textOf(m.row(0));
+  Matrix read;
+  const ZtSize consumed = read.readFromString("1,2: 2.5 0.5");
+  m.display(display);
+  std::setlocale(LC_ALL, "C");
+  unsetenv("LOCPATH");
+  std::filesystem::remove_all(folder);
+  if (!set) GTEST_SKIP() << "no sources of locales are installed";
+  EXPECT_STREQ(comma, "0,5");
+  EXPECT_EQ(text + row, "1,2: -2.5 0.5 2: -2.5 0.5 ");
+  EXPECT_STREQ(display, "Matrix 1,2:\n0 [     -2.5      0.5 ]\n");
+  EXPECT_TRUE(consumed == 12 && read == matrixOf(1, 2, {2.5, 0.5}));
+}
+
 TEST(BinaryForm, HasItsLayoutAndReadsBackAtAnyAlignment) {
   Matrix parent = matrixOf(2, 3, {1, 2, 3, 4, 5, 6});
   const Matrix view(2, 2, parent, 0, 1);
@@ -176,6 +203,10 @@ TEST(MatFile, HasEveryPartInItsPlace) {
     EXPECT_EQ(realsOf(bytes.substr(data + 8)),
               asVector ? (Reals{4, 5, 6}) : (Reals{1, 4, 2, 5, 3, 6}));
   }
+  Matrix flat;
+  flat.changeSize(0, 3);
+  flat.saveAsMatlab(path.c_str(), "flat");
+  EXPECT_EQ(std::ifstream(path, std::ios::ate).tellg(), 192);
   std::remove(path.c_str());
   EXPECT_NO_THROW(m.saveAsMatlab("/no such folder/m.mat", "m"));
 }
