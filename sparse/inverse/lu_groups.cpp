@@ -113,15 +113,21 @@ class GroupFormer {
     Pattern right;
 
     double pairs() const { return below.size() * right.size(); }
+    double cost() const { return groupCost(width, below.size(), right.size()); }
   };
 
   void findWanted();
   static Pattern patternOf(Indices ofPivot, int wanted);
+  Group groupOfPivot(int pivot);
   void place(int pivot);
   int alive(int group);
   int parentOf(int group);
   int youngest(Indices pattern, int candidate);
   bool mergeChain(const Group& pivot, int width, double costApart);
+  double leastCost(const Group& pivot, int width) const;
+  void learn(int group);
+  double unite(const Group& pivot);
+  void absorbChain(int width);
   double addUnknown(Indices pattern, double room, IndexSet& known, std::vector<int>& unknown);
 
   const LuFactors& factors_;
@@ -180,32 +186,36 @@ Pattern GroupFormer::patternOf(Indices ofPivot, int wanted) {
   return pattern;
 }
 
-void GroupFormer::place(int j) {
+GroupFormer::Group GroupFormer::groupOfPivot(int j) {
   Group group{1, kNone, count(), patternOf(factors_.lower.rowsOf(j), wantedBelow_[j]),
               patternOf(factors_.upper.rowsOf(j), wantedRight_[j])};
-  const int parent = youngest(group.right.indices(), youngest(group.below.indices(), kNone));
-  group.parent = parent;
-  const double ownCost = groupCost(1.0, group.below.size(), group.right.size());
-  double costApart = ownCost;
-  int width = 1;
+  group.parent = youngest(group.right.indices(), youngest(group.below.indices(), kNone));
+  return group;
+}
+
+// Merges the pivot with the first of the chains (its parent; parent and grandparent; ...) that are
+// better off in one group than apart, or lets it start a group of its own.
+void GroupFormer::place(int j) {
+  Group pivot = groupOfPivot(j);
+  int width = pivot.width;
+  double costApart = pivot.cost();
   chain_.clear();
-  for (int next = parent; next != kNone && chain_.size() < kLongestChain;) {
-    const Group& other = groups_[next];
-    const double otherCost = groupCost(other.width, other.below.size(), other.right.size());
-    costApart += otherCost;
-    width += other.width;
+  for (int next = pivot.parent; next != kNone && chain_.size() < kLongestChain;) {
+    const double linkCost = groups_[next].cost();
+    width += groups_[next].width;
+    costApart += linkCost;
     if (width > kWidestGroup) break;
     chain_.push_back(next);
     std::sort(chain_.begin(), chain_.end(), std::greater<>());
-    if (mergeChain(group, width, costApart)) {
+    if (mergeChain(pivot, width, costApart)) {
       groupOf_[j] = known_;
       return;
     }
-    if (otherCost > kHeaviestLink * ownCost) break;
+    if (linkCost > kHeaviestLink * pivot.cost()) break;
     next = missing_ != kNone ? missing_ : parentOf(chain_.back());
   }
   groupOf_[j] = count();
-  groups_.push_back(std::move(group));
+  groups_.push_back(std::move(pivot));
 }
 
 // Lists what `pattern` has beside the known indices and the members of the chain, or the beginning
@@ -232,46 +242,69 @@ double room(double pairs, double size, double other) {
   return other == 0.0 ? HUGE_VAL : (1.0 + kUncoveredShare) * pairs / other - size;
 }
 
-// Merges a pivot and the chain into the chain's last group if that pays.
+// Merges a pivot and the chain, `width` pivots in all, into the chain's last group if that costs
+// less than `costApart` and brings few pairs that no member has on its own.
 bool GroupFormer::mergeChain(const Group& pivot, int width, double costApart) {
-  Group& last = groups_[chain_.back()];
-  const double inside = width - 1;
   missing_ = kNone;
-  if (groupCost(width, std::max(last.below.size(), pivot.below.size() - inside),
-                std::max(last.right.size(), pivot.right.size() - inside)) >= costApart) {
-    return false;
-  }
-  if (known_ != chain_.back()) {
-    known_ = chain_.back();
-    knownBelow_.clear();
-    knownRight_.clear();
-    for (int i : last.below.indices()) knownBelow_.insert(i);
-    for (int i : last.right.indices()) knownRight_.insert(i);
-  }
-  moreBelow_.clear();
-  moreRight_.clear();
-  // Of the largest member the pairs of a row and a column, first at most and then outside the
-  // chain.
-  double largest = std::max(pivot.pairs(), last.pairs());
-  for (int group : chain_) largest = std::max(largest, groups_[group].pairs());
-  const double roomBelow = room(largest, last.below.size(), last.right.size());
-  const double roomRight = room(largest, last.right.size(), last.below.size());
-  largest = last.pairs();
-  const auto unite = [&](const Group& group) {
-    const double below = addUnknown(group.below.indices(), roomBelow, knownBelow_, moreBelow_);
-    const double right = addUnknown(group.right.indices(), roomRight, knownRight_, moreRight_);
-    largest = std::max(largest, below * right);
-  };
-  unite(pivot);
-  for (std::size_t i = 0; i + 1 < chain_.size(); ++i) unite(groups_[chain_[i]]);
+  if (leastCost(pivot, width) >= costApart) return false;
+  learn(chain_.back());
+  const double covered = unite(pivot);
+  const Group& last = groups_[known_];
   const double below = last.below.size() + static_cast<double>(moreBelow_.size());
   const double right = last.right.size() + static_cast<double>(moreRight_.size());
-  if (missing_ != kNone || below * right > (1.0 + kUncoveredShare) * largest ||
+  if (missing_ != kNone || below * right > (1.0 + kUncoveredShare) * covered ||
       groupCost(width, below, right) >= costApart) {
     for (int i : moreBelow_) knownBelow_.erase(i);
     for (int i : moreRight_) knownRight_.erase(i);
     return false;
   }
+  absorbChain(width);
+  return true;
+}
+
+// Cost of the chain and the pivot in one group if their patterns beyond it are as alike as can be.
+double GroupFormer::leastCost(const Group& pivot, int width) const {
+  const Group& last = groups_[chain_.back()];
+  const double inside = width - 1;  // at most so many of the pivot's indices lie in the group
+  return groupCost(width, std::max(last.below.size(), pivot.below.size() - inside),
+                   std::max(last.right.size(), pivot.right.size() - inside));
+}
+
+// known_ = group, with the sets of its indices
+void GroupFormer::learn(int group) {
+  if (known_ == group) return;
+  known_ = group;
+  knownBelow_.clear();
+  knownRight_.clear();
+  for (int i : below(group)) knownBelow_.insert(i);
+  for (int i : right(group)) knownRight_.insert(i);
+}
+
+// moreBelow_, moreRight_ = what the pivot and the rest of the chain add to the last group's
+// pattern, or the beginning of that where it is too much anyway; gives the number of pairs that the
+// largest member has outside the chain.
+double GroupFormer::unite(const Group& pivot) {
+  const Group& last = groups_[known_];
+  double largest = std::max(pivot.pairs(), last.pairs());
+  for (int group : chain_) largest = std::max(largest, groups_[group].pairs());
+  const double roomBelow = room(largest, last.below.size(), last.right.size());
+  const double roomRight = room(largest, last.right.size(), last.below.size());
+  moreBelow_.clear();
+  moreRight_.clear();
+  double covered = last.pairs();
+  const auto add = [&](const Group& member) {
+    const double below = addUnknown(member.below.indices(), roomBelow, knownBelow_, moreBelow_);
+    const double right = addUnknown(member.right.indices(), roomRight, knownRight_, moreRight_);
+    covered = std::max(covered, below * right);
+  };
+  add(pivot);
+  for (std::size_t i = 0; i + 1 < chain_.size(); ++i) add(groups_[chain_[i]]);
+  return covered;
+}
+
+// The last group becomes the union, and the others of the chain part of it.
+void GroupFormer::absorbChain(int width) {
+  Group& last = groups_[known_];
   last.parent = youngest(moreRight_, youngest(moreBelow_, parentOf(known_)));
   last.width = width;
   last.below.add(moreBelow_);
@@ -282,7 +315,6 @@ bool GroupFormer::mergeChain(const Group& pivot, int width, double costApart) {
     groups_[group].below.release();
     groups_[group].right.release();
   }
-  return true;
 }
 
 // Numbers the pivots by groups, the group started last first, and within a group as they were.
