@@ -2,129 +2,181 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <limits>
+#include <memory>
 #include <numeric>
 #include <type_traits>
+#include <utility>
 
 namespace korin::sparse {
 namespace {
 
-/// An entry on its way from the pass by row to the pass by column.
-struct Entry {
+/// An entry between the pass by rows and the pass by columns.
+struct PlainEntry {
+  static constexpr std::size_t source = 0;
   Index col;
   double value;
 };
 struct TracedEntry {
   Index col;
   double value;
-  Offset source;
+  std::size_t source;
 };
 
-/// Place of an entry in the chosen part; col < 0 if it is no part of it.
+/// Where an entry goes.
 struct Place {
   Index row;
   Index col;
 };
 
-template <Part part>
-Place placeOf(Index row, Index col) {
-  if constexpr (part == Part::OneTriangle) return {std::max(row, col), std::min(row, col)};
-  if constexpr (part == Part::LowerOfBoth) return {row, row < col ? Index{-1} : col};
-  return {row, col};
-}
-
-/// counts[k + 1] for all k become the sums of counts[0 .. k].
-void toStarts(std::vector<Offset>& counts) {
-  std::partial_sum(counts.begin(), counts.end(), counts.begin());
-}
-
-/// Closes the gaps that merged duplicates left at the ends of the columns: column c holds
-/// start[c] .. end[c]-1.
-void closeGaps(Columns& a, const std::vector<Offset>& end, std::vector<Offset>* slot) {
-  std::vector<Offset> shift(slot != nullptr ? static_cast<std::size_t>(a.cols) : 0);
-  std::vector<Offset> oldStart;
-  if (slot != nullptr) oldStart = a.start;
-  Offset kept = 0;
+/// Sums neighbouring entries of one row in columns whose rows ascend, and closes the gaps that this
+/// leaves. `source` (number in the input of each entry) and `slot` may be null.
+void sumDuplicates(Columns& a, const Offset* source, Offset* slot) {
+  Offset kept = 0, first = 0;
   for (Index c = 0; c < a.cols; ++c) {
-    const Offset first = a.start[c], length = end[c] - first;
-    if (first != kept) {
-      std::copy_n(a.row.begin() + first, length, a.row.begin() + kept);
-      std::copy_n(a.value.begin() + first, length, a.value.begin() + kept);
+    const Offset end = a.start[c + 1];
+    const Offset columnStart = kept;
+    for (Offset p = first; p < end; ++p) {
+      if (kept > columnStart && a.row[kept - 1] == a.row[p]) {
+        a.value[kept - 1] += a.value[p];
+      } else {
+        a.row[kept] = a.row[p];
+        a.value[kept] = a.value[p];
+        ++kept;
+      }
+      if (slot != nullptr) slot[source[p]] = kept - 1;
     }
-    a.start[c] = kept;
-    if (slot != nullptr) shift[c] = first - kept;
-    kept += length;
+    a.start[c] = columnStart;
+    first = end;
   }
   a.start[a.cols] = kept;
   a.row.resize(static_cast<std::size_t>(kept));
   a.value.resize(static_cast<std::size_t>(kept));
-  if (slot == nullptr) return;
-  // The places were given before the columns moved; the column of a place is found by its start.
-  for (Offset& place : *slot) {
-    if (place == kSkipped) continue;
-    const auto after = std::upper_bound(oldStart.begin(), oldStart.end(), place);
-    place -= shift[static_cast<std::size_t>(after - oldStart.begin() - 1)];
-  }
 }
 
-template <Part part, class E, class RowAt, class ColAt>
-Columns twoPasses(Index rows, Index cols, RowAt rowAt, ColAt colAt, const double* value,
-                  std::size_t count, std::vector<Offset>* slot) {
-  constexpr bool kTraced = std::is_same_v<E, TracedEntry>;
-  Columns a;
-  a.rows = rows;
-  a.cols = cols;
-  a.start.assign(static_cast<std::size_t>(cols) + 1, 0);
-  std::vector<Offset> rowStart(static_cast<std::size_t>(rows) + 1, 0);
-  for (std::size_t k = 0; k < count; ++k) {
-    const Place at = placeOf<part>(rowAt(k), colAt(k));
-    if (at.col < 0) continue;
-    ++rowStart[at.row + 1];
-    ++a.start[at.col + 1];
-  }
-  toStarts(rowStart);
-  toStarts(a.start);
-
-  const auto kept = static_cast<std::size_t>(rowStart[rows]);
-  std::vector<E> byRow(kept);
-  std::vector<Offset> next(rowStart.begin(), rowStart.end() - 1);
-  for (std::size_t k = 0; k < count; ++k) {
-    const Place at = placeOf<part>(rowAt(k), colAt(k));
-    if (at.col < 0) continue;
-    E& entry = byRow[next[at.row]++];
-    entry.col = at.col;
-    entry.value = value[k];
-    if constexpr (kTraced) entry.source = static_cast<Offset>(k);
+/// The input, and the columns that are made of it. Count: wide enough for the number of entries.
+template <Part part, bool traced, class Count, class RowAt, class ColAt>
+class Assembler {
+ public:
+  Assembler(Index rows, Index cols, RowAt rowAt, ColAt colAt, const double* value,
+            std::size_t count)
+      : rowAt_(rowAt), colAt_(colAt), value_(value), count_(count), rows_(rows), cols_(cols) {
+    a_.rows = rows;
+    a_.cols = cols;
+    a_.row.resize(count);
+    a_.value.resize(count);
+    if (traced) source_.resize(count);
   }
 
-  a.row.resize(kept);
-  a.value.resize(kept);
-  if constexpr (kTraced) slot->assign(count, kSkipped);
-  next.assign(a.start.begin(), a.start.end() - 1);
-  Offset merged = 0;
-  for (Index r = 0; r < rows; ++r) {
-    for (Offset p = rowStart[r]; p < rowStart[r + 1]; ++p) {
-      const E& entry = byRow[p];
-      Offset at = next[entry.col];
-      if (at > a.start[entry.col] && a.row[at - 1] == r) {
-        a.value[--at] += entry.value;
-        ++merged;
-      } else {
-        a.row[at] = r;
-        a.value[at] = entry.value;
-        next[entry.col] = at + 1;
-      }
-      if constexpr (kTraced) (*slot)[entry.source] = at;
+  Columns run(std::vector<Offset>* slot) {
+    duplicates_ = false;
+    if (columnsAscend()) {
+      startColumns();
+      for (std::size_t k = 0; k < count_; ++k) append(placeOf(k), value_[k], k);
+    } else {
+      duplicates_ = true;  // as far as is known
+      throughRows();
+    }
+    if (traced) slot->assign(count_, kSkipped);
+    if (traced || duplicates_) {
+      sumDuplicates(a_, source_.data(), traced ? slot->data() : nullptr);
+    } else {
+      a_.row.resize(static_cast<std::size_t>(a_.start[cols_]));
+      a_.value.resize(static_cast<std::size_t>(a_.start[cols_]));
+    }
+    return std::move(a_);
+  }
+
+ private:
+  using Entry = std::conditional_t<traced, TracedEntry, PlainEntry>;
+
+  /// What is no part goes to a row and a column after the last ones: no branch on random triangles.
+  Place placeOf(std::size_t k) const {
+    const Index row = rowAt_(k), col = colAt_(k);
+    if constexpr (part == Part::OneTriangle) return {std::max(row, col), std::min(row, col)};
+    if constexpr (part == Part::LowerOfBoth) {
+      return {row < col ? rows_ : row, row < col ? cols_ : col};
+    }
+    return {row, col};
+  }
+
+  /// Counts the columns' entries in next_[column + 1] unless it meets a row smaller than the one
+  /// before it in its column.
+  bool columnsAscend() {
+    next_.assign(static_cast<std::size_t>(cols_) + 2, 0);
+    std::vector<Index> last(static_cast<std::size_t>(cols_) + 1, -1);
+    for (std::size_t k = 0; k < count_; ++k) {
+      const Place to = placeOf(k);
+      if (to.row < last[to.col]) return false;
+      duplicates_ |= to.row == last[to.col] && to.col != cols_;
+      last[to.col] = to.row;
+      ++next_[to.col + 1];
+    }
+    return true;
+  }
+
+  /// Counts in next_[column + 1] become starts.
+  void startColumns() {
+    std::partial_sum(next_.begin(), next_.end(), next_.begin());
+    a_.start.assign(next_.begin(), next_.end() - 1);
+  }
+
+  void append(Place to, double value, std::size_t from) {
+    const Count at = next_[to.col]++;
+    a_.row[at] = to.row;
+    a_.value[at] = value;
+    if constexpr (traced) source_[at] = static_cast<Offset>(from);
+  }
+
+  void throughRows() {
+    std::vector<Count> end(static_cast<std::size_t>(rows_) + 2, 0);
+    for (std::size_t k = 0; k < count_; ++k) ++end[placeOf(k).row + 1];
+    std::partial_sum(end.begin(), end.end(), end.begin());
+    next_.assign(static_cast<std::size_t>(cols_) + 2, 0);
+    const std::unique_ptr<Entry[]> byRow(new Entry[count_]);
+    for (std::size_t k = 0; k < count_; ++k) {
+      const Place to = placeOf(k);
+      ++next_[to.col + 1];
+      Entry& entry = byRow[end[to.row]++];
+      entry.col = to.col;
+      entry.value = value_[k];
+      if constexpr (traced) entry.source = k;
+    }
+    startColumns();
+    Count p = 0;
+    for (Index r = 0; r < rows_; ++r) {
+      for (; p < end[r]; ++p) append({r, byRow[p].col}, byRow[p].value, byRow[p].source);
     }
   }
-  if (merged > 0) closeGaps(a, next, slot);
-  return a;
+
+  RowAt rowAt_;
+  ColAt colAt_;
+  const double* value_;
+  std::size_t count_;
+  Index rows_, cols_;
+  Columns a_;
+  std::vector<Count> next_;
+  std::vector<Offset> source_;
+  bool duplicates_ = false;
+};
+
+template <Part part, bool traced, class RowAt, class ColAt>
+Columns counted(Index rows, Index cols, RowAt rowAt, ColAt colAt, const double* value,
+                std::size_t count, std::vector<Offset>* slot) {
+  if (count <= std::numeric_limits<std::uint32_t>::max()) {
+    return Assembler<part, traced, std::uint32_t, RowAt, ColAt>(rows, cols, rowAt, colAt, value,
+                                                                count)
+        .run(slot);
+  }
+  return Assembler<part, traced, Offset, RowAt, ColAt>(rows, cols, rowAt, colAt, value, count)
+      .run(slot);
 }
 
 template <Part part, class RowAt, class ColAt>
 Columns traced(Index rows, Index cols, RowAt rowAt, ColAt colAt, const double* value,
                std::size_t count, std::vector<Offset>* slot) {
-  if (slot == nullptr) return twoPasses<part, Entry>(rows, cols, rowAt, colAt, value, count, slot);
-  return twoPasses<part, TracedEntry>(rows, cols, rowAt, colAt, value, count, slot);
+  if (slot == nullptr) return counted<part, false>(rows, cols, rowAt, colAt, value, count, slot);
+  return counted<part, true>(rows, cols, rowAt, colAt, value, count, slot);
 }
 
 template <class RowAt, class ColAt>

@@ -111,8 +111,9 @@ std::vector<Index> postorderOfLeastStack(const std::vector<Index>& parent,
     const auto group = static_cast<Index>(g);
     Index* const begin = children.begin(group);
     Index* const end = children.end(group);
-    std::stable_sort(begin, end, [&](Index a, Index b) {
-      return peak[a] - square(below[a]) > peak[b] - square(below[b]);
+    std::sort(begin, end, [&](Index a, Index b) {
+      const double ofA = peak[a] - square(below[a]), ofB = peak[b] - square(below[b]);
+      return ofA > ofB || (ofA == ofB && a < b);
     });
     double waiting = 0.0, most = 0.0;
     for (const Index* child = begin; child != end; ++child) {

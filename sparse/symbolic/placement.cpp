@@ -28,9 +28,16 @@ PlacedEntries place(const Symbolic& s, const ColumnsView& lower, std::vector<Off
   placed.start.assign(static_cast<std::size_t>(s.n) + 1, 0);
   for (Index j = 0; j < s.n; ++j) {
     const Index column = columnOf[j];
+    Offset own = 0;
     for (Offset p = lower.start[j]; p < lower.start[j + 1]; ++p) {
-      ++placed.start[std::min(column, columnOf[lower.row[p]]) + 1];
+      const Index other = columnOf[lower.row[p]];
+      if (other >= column) {
+        ++own;
+      } else {
+        ++placed.start[other + 1];
+      }
     }
+    placed.start[column + 1] += own;
   }
   std::partial_sum(placed.start.begin(), placed.start.end(), placed.start.begin());
 
@@ -41,13 +48,16 @@ PlacedEntries place(const Symbolic& s, const ColumnsView& lower, std::vector<Off
   std::vector<Offset> target(slot != nullptr ? entries : 0);
   for (Index j = 0; j < s.n; ++j) {
     const Index column = columnOf[j];
+    Offset own = next[column];
     for (Offset p = lower.start[j]; p < lower.start[j + 1]; ++p) {
       const Index other = columnOf[lower.row[p]];
-      const Offset at = next[std::min(column, other)]++;
-      placed.position[at] = std::max(column, other);
+      const bool here = other >= column;
+      const Offset at = here ? own++ : next[other]++;
+      placed.position[at] = here ? other : column;
       placed.value[at] = lower.value[p];
       if (slot != nullptr) target[p] = at;
     }
+    next[column] = own;
   }
   std::vector<Index> placeOf(static_cast<std::size_t>(s.n));
   for (Index g = 0; g < s.groups(); ++g) toPositions(s, g, placed, placeOf);
