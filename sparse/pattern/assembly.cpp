@@ -72,7 +72,10 @@ class Assembler {
     duplicates_ = false;
     if (columnsAscend()) {
       startColumns();
-      for (std::size_t k = 0; k < count_; ++k) append(placeOf(k), value_[k], k);
+      for (std::size_t k = 0; k < count_; ++k) {
+        const Place to = placeOf(k);
+        if (!skips(to)) append(to, value_[k], k);
+      }
     } else {
       duplicates_ = true;  // as far as is known
       throughRows();
@@ -90,25 +93,31 @@ class Assembler {
  private:
   using Entry = std::conditional_t<traced, TracedEntry, PlainEntry>;
 
-  /// What is no part goes to a row and a column after the last ones: no branch on random triangles.
   Place placeOf(std::size_t k) const {
     const Index row = rowAt_(k), col = colAt_(k);
     if constexpr (part == Part::OneTriangle) return {std::max(row, col), std::min(row, col)};
-    if constexpr (part == Part::LowerOfBoth) {
-      return {row < col ? rows_ : row, row < col ? cols_ : col};
-    }
     return {row, col};
+  }
+  static bool skips(Place at) { return part == Part::LowerOfBoth && at.row < at.col; }
+
+  /// The same without a branch, which random triangles would make costly: what is skipped goes to a
+  /// row and a column after the last ones.
+  Place placeOfAll(std::size_t k) const {
+    const Place at = placeOf(k);
+    const Index skipped = -static_cast<Index>(skips(at));  // all bits or none
+    return {at.row ^ ((at.row ^ rows_) & skipped), at.col ^ ((at.col ^ cols_) & skipped)};
   }
 
   /// Counts the columns' entries in next_[column + 1] unless it meets a row smaller than the one
   /// before it in its column.
   bool columnsAscend() {
     next_.assign(static_cast<std::size_t>(cols_) + 2, 0);
-    std::vector<Index> last(static_cast<std::size_t>(cols_) + 1, -1);
+    std::vector<Index> last(static_cast<std::size_t>(cols_), -1);
     for (std::size_t k = 0; k < count_; ++k) {
       const Place to = placeOf(k);
+      if (skips(to)) continue;
       if (to.row < last[to.col]) return false;
-      duplicates_ |= to.row == last[to.col] && to.col != cols_;
+      duplicates_ |= to.row == last[to.col];
       last[to.col] = to.row;
       ++next_[to.col + 1];
     }
@@ -130,12 +139,12 @@ class Assembler {
 
   void throughRows() {
     std::vector<Count> end(static_cast<std::size_t>(rows_) + 2, 0);
-    for (std::size_t k = 0; k < count_; ++k) ++end[placeOf(k).row + 1];
+    for (std::size_t k = 0; k < count_; ++k) ++end[placeOfAll(k).row + 1];
     std::partial_sum(end.begin(), end.end(), end.begin());
     next_.assign(static_cast<std::size_t>(cols_) + 2, 0);
     const std::unique_ptr<Entry[]> byRow(new Entry[count_]);
     for (std::size_t k = 0; k < count_; ++k) {
-      const Place to = placeOf(k);
+      const Place to = placeOfAll(k);
       ++next_[to.col + 1];
       Entry& entry = byRow[end[to.row]++];
       entry.col = to.col;
