@@ -7,20 +7,39 @@ namespace {
 
 constexpr Index kNone = -1;
 
-/// Calls use(place of neighbour) for the neighbours of the node at place k.
-template <class Use>
-void forNeighbours(const Graph& graph, Index node, const std::vector<Index>& place, Use&& use) {
-  for (Offset p = graph.start[node]; p < graph.start[node + 1]; ++p) use(place[graph.neighbour[p]]);
-}
+/// A graph whose nodes are named by their places in an order: the neighbours of k are
+/// neighbour[start[k]] .. neighbour[start[k+1]-1], in no order.
+struct Renamed {
+  std::vector<Offset> start;
+  std::vector<Index> neighbour;
+  std::vector<Index> weight;
 
-std::vector<Index> parents(const Graph& graph, const std::vector<Index>& order,
-                           const std::vector<Index>& place) {
-  const Index n = graph.nodes();
-  std::vector<Index> parent(static_cast<std::size_t>(n), kNone);
+  Renamed(const Graph& graph, const std::vector<Index>& order)
+      : start(order.size() + 1), neighbour(graph.neighbour.size()), weight(order.size()) {
+    const std::vector<Index> place = inverseOrder(order);
+    Index* end = neighbour.data();
+    for (std::size_t k = 0; k < order.size(); ++k) {
+      const Index node = order[k];
+      weight[k] = graph.weight[node];
+      for (Offset p = graph.start[node]; p < graph.start[node + 1]; ++p) {
+        *end++ = place[graph.neighbour[p]];
+      }
+      start[k + 1] = end - neighbour.data();
+    }
+  }
+  template <class Use>
+  void forNeighbours(Index k, Use&& use) const {
+    for (Offset p = start[k]; p < start[k + 1]; ++p) use(neighbour[p]);
+  }
+};
+
+std::vector<Index> parents(const Renamed& graph) {
+  const std::size_t n = graph.weight.size();
+  std::vector<Index> parent(n, kNone);
   // shortcut[k]: an ancestor of k among the places seen so far, the last one whose walk met k.
-  std::vector<Index> shortcut(static_cast<std::size_t>(n), kNone);
-  for (Index k = 0; k < n; ++k) {
-    forNeighbours(graph, order[k], place, [&](Index at) {
+  std::vector<Index> shortcut(n, kNone);
+  for (Index k = 0; k < static_cast<Index>(n); ++k) {
+    graph.forNeighbours(k, [&](Index at) {
       if (at > k) return;
       while (shortcut[at] != k) {
         const Index above = shortcut[at];
@@ -29,7 +48,6 @@ std::vector<Index> parents(const Graph& graph, const std::vector<Index>& order,
           parent[at] = k;
           break;
         }
-        if (above == k) break;
         at = above;
       }
     });
@@ -83,25 +101,24 @@ class Tops {
 
 /// Row i of the factor is a subtree of the tree, rooted in i. Each of its leaves adds the weight of
 /// i to the columns from there up; where two such paths meet, and above i, it is taken off again.
-std::vector<Index> heights(const Graph& graph, const std::vector<Index>& order,
-                           const std::vector<Index>& place, const std::vector<Index>& parent) {
-  const auto n = static_cast<std::size_t>(graph.nodes());
+std::vector<Index> heights(const Renamed& graph, const std::vector<Index>& parent) {
+  const std::size_t n = parent.size();
   const std::vector<Index> postorder = anyPostorder(parent);
   // The first place in the postorder of a node's subtree.
   std::vector<Index> first(n, kNone), height(n, 0);
   for (std::size_t k = 0; k < n; ++k) {
     Index at = postorder[k];
-    if (first[at] == kNone) height[at] = graph.weight[order[at]];  // a leaf of the tree
+    if (first[at] == kNone) height[at] = graph.weight[at];  // a leaf of the tree
     for (; at != kNone && first[at] == kNone; at = parent[at]) first[at] = static_cast<Index>(k);
   }
   // Of each row's subtree: the leaf found last, and the place from which on a column is a new one.
   std::vector<Index> lastLeaf(n, kNone), lastFirst(n, kNone);
   Tops tops(n);
   for (const Index j : postorder) {
-    if (parent[j] != kNone) height[parent[j]] -= graph.weight[order[j]];
-    forNeighbours(graph, order[j], place, [&](Index i) {
+    if (parent[j] != kNone) height[parent[j]] -= graph.weight[j];
+    graph.forNeighbours(j, [&](Index i) {
       if (i < j || first[j] <= lastFirst[i]) return;
-      const Index weight = graph.weight[order[i]];
+      const Index weight = graph.weight[i];
       height[j] += weight;
       if (lastLeaf[i] != kNone) height[tops.topOf(lastLeaf[i])] -= weight;
       lastFirst[i] = first[j];
@@ -124,10 +141,10 @@ std::vector<Index> inverseOrder(const std::vector<Index>& order) {
 }
 
 EliminationTree eliminationTree(const Graph& graph, const std::vector<Index>& order) {
-  const std::vector<Index> place = inverseOrder(order);
+  const Renamed renamed(graph, order);
   EliminationTree tree;
-  tree.parent = parents(graph, order, place);
-  tree.height = heights(graph, order, place, tree.parent);
+  tree.parent = parents(renamed);
+  tree.height = heights(renamed, tree.parent);
   return tree;
 }
 
