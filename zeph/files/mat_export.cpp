@@ -100,26 +100,24 @@ void exportMat(const std::string& path, SparseMatrix m, const std::string& varia
   requireVariableName(variable);
   guarded(path, [&] {
     AtomicFile out(path);
-    zeph_solver::ProtoSparse whole = assemble(std::move(m), Triangles::Both);
-    SparseMatrix list = takeEntries(whole, path);
-    mergeDuplicates(list);  // mirrored entries stand behind the others
-    std::erase_if(list.entries, [](const auto& e) { return e.value == 0.0; });
-    const std::uint64_t count = list.entries.size();
-    const std::uint64_t indexBytes = 4 * count, startBytes = 4 * (list.cols + 1);
-    MatFile file(out, list.rows, list.cols, variable, kSparseArray, count == 0 ? 1 : count,
+    makeGeneral(m);
+    std::erase_if(m.entries, [](const auto& e) { return e.value == 0.0; });
+    const std::uint64_t count = m.entries.size();
+    const std::uint64_t indexBytes = 4 * count, startBytes = 4 * (m.cols + 1);
+    MatFile file(out, m.rows, m.cols, variable, kSparseArray, count == 0 ? 1 : count,
                  3 * kTagBytes + padded(indexBytes) + padded(startBytes) + 8 * count);
     file.tag(kInt32, indexBytes);
-    for (const auto& e : list.entries) file.put(e.row);
+    for (const auto& e : m.entries) file.put(e.row);
     file.pad();
     file.tag(kInt32, startBytes);
     std::size_t k = 0;
-    for (std::size_t c = 0; c <= list.cols; ++c) {
-      while (k < count && list.entries[k].col < c) ++k;
+    for (std::size_t c = 0; c <= m.cols; ++c) {
+      while (k < count && m.entries[k].col < c) ++k;
       file.put(static_cast<std::uint32_t>(k));
     }
     file.pad();
     file.tag(kDouble, 8 * count);
-    for (const auto& e : list.entries) file.put(e.value);
+    for (const auto& e : m.entries) file.put(e.value);
     out.commit();
   });
 }

@@ -8,6 +8,7 @@
 #include "zeph/files/line_reader.h"
 #include "zeph/files/number_text.h"
 #include "zeph/matrix/protosparse.h"
+#include "zeph/matrix/to_dense.h"
 
 namespace zeph {
 namespace {
@@ -93,11 +94,10 @@ void writeTripletCsv(AtomicFile& out, const DenseMatrix& m) {
 }
 
 void writeTripletCsv(AtomicFile& out, SparseMatrix m) {
-  const zeph_solver::ProtoSparse p = assemble(std::move(m), Triangles::Both);
-  if (p.isDense()) return writeTripletCsv(out, fromRecord(*p.denseBlock));
-  p.compress();
+  makeGeneral(m);
+  if (m.rows == 1 || m.cols == 1) return writeTripletCsv(out, toDense(m));
   std::string text;
-  for (const auto& e : p.elements) appendLine(out, text, e.row, e.col, e.value);
+  for (const Entry& e : m.entries) appendLine(out, text, e.row, e.col, e.value);
   out.write(text);
 }
 

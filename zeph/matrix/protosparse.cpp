@@ -65,6 +65,14 @@ std::size_t mergeDuplicates(SparseMatrix& m) {
   return merged;
 }
 
+void makeGeneral(SparseMatrix& m) {
+  mergeDuplicates(m);
+  if (m.symmetry == Symmetry::General) return;
+  appendMirrored(m.entries, m.symmetry == Symmetry::Symmetric ? 1.0 : -1.0);
+  m.symmetry = Symmetry::General;
+  mergeDuplicates(m);
+}
+
 // Duplicates are merged here, because the assembly form forgets sums below an absolute bound.
 zeph_solver::ProtoSparse assemble(SparseMatrix m, Triangles triangles) {
   const bool symmetric = m.symmetry == Symmetry::Symmetric;

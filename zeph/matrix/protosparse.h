@@ -24,6 +24,10 @@ enum class Triangles {
 /// Throws Error(Unfit) beyond 2³¹-1 entries.
 std::size_t mergeDuplicates(SparseMatrix& m);
 
+/// m as a general matrix with both triangles, sorted and merged.
+/// Throws Error(Unfit) beyond 2³¹-1 entries.
+void makeGeneral(SparseMatrix& m);
+
 /// The library's assembly form of m, with one element a position. A symmetric m is completed to
 /// both triangles or moved to the one asked for; a general m is taken as it is, and a
 /// skew-symmetric one is always completed.
