@@ -75,6 +75,7 @@ void fillRows(const Graph& graph, const OrderedGraph& ordered, const Grouping& g
   const Index groups = grouping.groups();
   s.rows.resize(static_cast<std::size_t>(s.rowStart[groups]));
   std::vector<Index*> end(static_cast<std::size_t>(groups));
+  std::vector<Index> lastRow(static_cast<std::size_t>(groups), kNone);
   std::vector<Index> groupOfNode(static_cast<std::size_t>(graph.nodes()));
   for (Index g = 0; g < groups; ++g) {
     Index* own = s.rows.data() + s.rowStart[g];
@@ -90,9 +91,9 @@ void fillRows(const Graph& graph, const OrderedGraph& ordered, const Grouping& g
       const Index node = ordered.order[grouping.node[k]];
       const Index weight = graph.weight[node];
       for (Offset p = graph.start[node]; p < graph.start[node + 1]; ++p) {
-        // Groups that have this row already end with it.
-        for (Index at = groupOfNode[graph.neighbour[p]]; at < g && end[at][-1] < row;
+        for (Index at = groupOfNode[graph.neighbour[p]]; at < g && lastRow[at] != row;
              at = s.parent[at]) {
+          lastRow[at] = row;
           for (Index w = 0; w < weight; ++w) *end[at]++ = row + w;
         }
       }
