@@ -29,8 +29,8 @@ double* at(double* data, size_t stride, size_t i, size_t j) {
   return data + i + j * stride;
 }
 
-/// C(i, j) = (C(i, j)) - sum over k of X(i, k) Y(j, k) for a block of C, rows x columns. Computed as
-/// its transpose, whose rows are contiguous.
+/// C(i, j) = (C(i, j)) - sum over k of X(i, k) Y(j, k) for a block of C, rows x columns. Computed
+/// as its transpose, whose rows are contiguous.
 void subtractProduct(size_t rows, size_t columns, size_t inner, const double* x, const double* y,
                      size_t stride, double* c, size_t cStride, Write write) {
   const auto step = static_cast<ptrdiff_t>(stride);

@@ -1,9 +1,10 @@
+#include "kernels/tiles/lane_avx512.h"
 #include "kernels/triangles/triangle_rows.h"
 
 namespace korin::kernels {
 
 void invertTriangleAvx512(size_t n, const double* l, ptrdiff_t ld, double* w, ptrdiff_t wStride) {
-  invertByRows(n, l, ld, w, wStride);
+  invertByRows<Lane>(n, l, ld, w, wStride);
 }
 
 }  // namespace korin::kernels
