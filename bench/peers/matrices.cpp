@@ -56,6 +56,56 @@ ProtoSparse randomGeneral(std::size_t n) {
   return A;
 }
 
+/// Normal matrix of a bundle adjustment: points of three unknowns, each seen by five of the cameras
+/// of six unknowns that stand next to one another. Random Jacobians, and a weak prior for the
+/// datum.
+ProtoSparse bundle(std::size_t points, std::size_t cameras) {
+  constexpr std::size_t kSeen = 5, kNear = 12, kPoint = 3, kCamera = 6, kBoth = kPoint + kCamera;
+  std::mt19937 random(1);
+  std::normal_distribution<> normal;
+  const std::size_t n = kPoint * points + kCamera * cameras;
+  ProtoSparse A(n, n);
+  std::vector<double> cameraBlocks(kCamera * kCamera * cameras, 0.0);
+  for (std::size_t p = 0; p < points; ++p) {
+    double pointBlock[kPoint * kPoint] = {};
+    const std::size_t first = random() % (cameras - kNear);
+    std::size_t camera = first;
+    for (std::size_t seen = 0; seen < kSeen; ++seen) {
+      camera += seen == 0 ? 0 : 1 + random() % 2;
+      double j[2][kBoth];
+      for (auto& row : j) {
+        for (double& value : row) value = normal(random);
+      }
+      for (std::size_t r = 0; r < kBoth; ++r) {
+        for (std::size_t c = 0; c < kBoth; ++c) {
+          const double value = j[0][r] * j[0][c] + j[1][r] * j[1][c];
+          if (r < kPoint && c < kPoint) {
+            pointBlock[kPoint * r + c] += value;
+          } else if (r >= kPoint && c >= kPoint) {
+            cameraBlocks[kCamera * (kCamera * camera + r - kPoint) + c - kPoint] += value;
+          } else {
+            const auto index = [&](std::size_t i) {
+              return i < kPoint ? kPoint * p + i : kPoint * points + kCamera * camera + i - kPoint;
+            };
+            A.addElement(index(r), index(c), value);
+          }
+        }
+      }
+    }
+    for (std::size_t i = 0; i < kPoint * kPoint; ++i) {
+      A.addElement(kPoint * p + i / kPoint, kPoint * p + i % kPoint,
+                   pointBlock[i] + (i % (kPoint + 1) == 0 ? 1e-3 : 0.0));
+    }
+  }
+  for (std::size_t i = 0; i < cameraBlocks.size(); ++i) {
+    const std::size_t camera = i / (kCamera * kCamera), within = i % (kCamera * kCamera);
+    A.addElement(kPoint * points + kCamera * camera + within / kCamera,
+                 kPoint * points + kCamera * camera + within % kCamera,
+                 cameraBlocks[i] + (within % (kCamera + 1) == 0 ? 1e-3 : 0.0));
+  }
+  return A;
+}
+
 bool isSymmetric(const ProtoSparse& A) {
   ProtoSparse sorted(A);
   sorted.compress();
@@ -87,6 +137,10 @@ TestMatrix makeMatrix(const std::string& text) {
   if (kind == "grid3d") return {"3-D grid " + size + "³", grid(count, 3), true};
   if (kind == "flow") return {"convection-diffusion " + size + "²", flow(count), false};
   if (kind == "random") return {"random, " + size + " rows", randomGeneral(count), false};
+  if (kind == "bundle") {
+    return {"bundle, " + size + " points", bundle(count, std::max<std::size_t>(20, count / 250)),
+            true};
+  }
   if (kind == "network") {
     return {"levelling network, " + size + " points",
             zeph::levellingNormalMatrix(zeph::makeLevellingNetwork(count, 1)), true};

@@ -18,6 +18,7 @@ struct TestMatrix {
 ///   grid2d:SIDE      five-point Laplacian of a square grid, fixed border
 ///   grid3d:SIDE      seven-point Laplacian of a cube
 ///   network:POINTS   normal matrix of a random levelling network
+///   bundle:POINTS    normal matrix of a bundle adjustment with a camera for every 250 points
 ///   flow:SIDE        convection-diffusion on a square grid, unsymmetric
 ///   random:ROWS      random pattern of about three entries a row, diagonally dominant, unsymmetric
 ///   anything else    a Matrix Market file
