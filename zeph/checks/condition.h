@@ -2,11 +2,11 @@
 #define ZEPH_CHECKS_CONDITION_H
 
 #include <cstddef>
-#include <functional>
 
 #include "types/zttypes.h"
 #include "zeph/checks/route.h"
 #include "zeph/error.h"
+#include "zeph/factor/inverse_norm.h"
 #include "zeph/progress.h"
 
 namespace zeph {
@@ -22,13 +22,6 @@ inline constexpr double kIllConditioned = 1e11;
 /// Largest backward error of a solution that is handed out. A stable factorisation leaves 1e-16 to
 /// 1e-13; what is beyond solves another system.
 inline constexpr double kLargestBackwardError = 1e-9;
-
-/// x = S⁻¹ b, or S⁻ᵀ b, for vectors of S's order that do not overlap.
-using SolveWith = std::function<void(const double* b, double* x)>;
-
-/// Lower bound of ‖S⁻¹‖₁, seldom below a third of it (Hager 1984, Higham 1988): some five pairs of
-/// solves. Infinite when a solve gives something that is not finite.
-double inverseNorm(std::size_t n, const SolveWith& solve, const SolveWith& solveTransposed);
 
 /// Estimate of the condition number ‖S‖₁ ‖S⁻¹‖₁ of the scaled matrix, so that the units of unknowns
 /// and equations do not matter.

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "solver/assembly/protosparse.h"
+#include "zeph/matrix/requirements.h"
 #include "zeph/progress.h"
 #include "zeph/sparse_matrix.h"
 
@@ -21,10 +22,6 @@ struct SymmetryReport {
       0.0;  ///< max |a(r,c) - a(c,r)| / max(|a(r,c)|, |a(c,r)|, √|a(r,r) a(c,c)|)
   std::size_t row = 0, col = 0;  ///< the pair of the largest difference, row > col
 };
-
-/// Two entries of a symmetric matrix may differ by rounding when each was computed for itself.
-/// Relative to the diagonal this is about 45 units in the last place.
-inline constexpr double kSymmetryTolerance = 1e-14;
 
 /// Compares m with its transpose. m is compressed by this. O(entries) after the sort, 12 bytes a
 /// column of memory.

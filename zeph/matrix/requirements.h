@@ -9,6 +9,10 @@
 
 namespace zeph {
 
+/// Two entries of a symmetric matrix may differ by rounding when each was computed for itself.
+/// Relative to the diagonal this is about 45 units in the last place.
+inline constexpr double kSymmetryTolerance = 1e-14;
+
 /// "(3, 4)" for a zero-based position, counted from indexBase.
 std::string position(std::size_t indexBase, std::size_t row, std::size_t col);
 

@@ -1,0 +1,429 @@
+#include "zeph/factor/cholesky_backend.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <numeric>
+#include <stdexcept>
+#include <utility>
+
+#include "kernels/processor.h"
+#include "sparse/inverse/selected_inverse.h"
+#include "sparse/numeric/factorise.h"
+#include "sparse/numeric/solve.h"
+#include "sparse/symbolic/analyse.h"
+#include "sparse/symbolic/placement.h"
+#include "zeph/checks/memory.h"
+#include "zeph/error.h"
+#include "zeph/factor.h"
+#include "zeph/factor/inverse_norm.h"
+#include "zeph/factor/trust.h"
+#include "zeph/matrix/requirements.h"
+
+namespace zeph {
+namespace {
+
+namespace sparse = korin::sparse;
+using sparse::Index;
+using sparse::Offset;
+using std::size_t;
+
+// Right-hand sides that one call of the engine gets: bounds what is scaled and polled in one go.
+constexpr size_t kColumnsAtOnce = 256;
+
+sparse::Ordering engineOrdering(Ordering ordering) {
+  switch (ordering) {
+    case Ordering::MinimumDegree:
+      return sparse::Ordering::MinimumDegree;
+    case Ordering::NestedDissection:
+      return sparse::Ordering::NestedDissection;
+    case Ordering::Natural:
+      return sparse::Ordering::Natural;
+    case Ordering::Given:
+      return sparse::Ordering::Given;
+    case Ordering::Automatic:
+      break;
+  }
+  return sparse::Ordering::Automatic;
+}
+
+Ordering publicOrdering(sparse::Ordering ordering) {
+  switch (ordering) {
+    case sparse::Ordering::MinimumDegree:
+      return Ordering::MinimumDegree;
+    case sparse::Ordering::NestedDissection:
+      return Ordering::NestedDissection;
+    case sparse::Ordering::Natural:
+      return Ordering::Natural;
+    case sparse::Ordering::Given:
+      return Ordering::Given;
+    case sparse::Ordering::Automatic:
+      break;
+  }
+  return Ordering::Automatic;
+}
+
+std::vector<Index> checkedPermutation(const Options& options, size_t n) {
+  if (options.ordering != Ordering::Given) return {};
+  if (options.permutation.size() != n) {
+    throw Error(ErrorKind::Unfit, "the permutation has " +
+                                      std::to_string(options.permutation.size()) + " entries for " +
+                                      std::to_string(n) + " rows");
+  }
+  std::vector<Index> permutation(n);
+  for (size_t k = 0; k < n; ++k) {
+    const std::int64_t at = options.permutation[k];
+    // What does not fit becomes an index that the analysis refuses, by its place in the list.
+    permutation[k] =
+        at < 0 || at >= static_cast<std::int64_t>(n) ? Index{-1} : static_cast<Index>(at);
+  }
+  return permutation;
+}
+
+// Operations a second that a core does on panels, for predictions: the order of magnitude.
+double expectedRate() {
+  switch (korin::kernels::processorLevel()) {
+    case korin::kernels::ProcessorLevel::Avx512:
+      return 1.5e10;
+    case korin::kernels::ProcessorLevel::Avx2:
+      return 8e9;
+    case korin::kernels::ProcessorLevel::Baseline:
+      break;
+  }
+  return 2e9;
+}
+
+}  // namespace
+
+CholeskyBackend::CholeskyBackend(SymmetricInput input, const Options& options, Watch& watch)
+    : options_(options), input_(std::move(input)) {
+  watch.begin("ordering", 0.0);
+  const StopWatch clock;
+  const std::vector<Index> permutation =
+      checkedPermutation(options, static_cast<size_t>(input_.lower.cols));
+  sparse::AnalysisOptions analysis;
+  analysis.ordering = engineOrdering(options.ordering);
+  analysis.permutation = permutation.data();
+  try {
+    symbolic_ = sparse::analyse(input_.lower.view(), analysis);
+  } catch (const std::invalid_argument& e) {
+    throw Error(ErrorKind::Unfit, e.what());
+  }
+  secondsAnalysis_ = clock.seconds();
+  placeOfRow_.resize(static_cast<size_t>(symbolic_.n));
+  for (Index k = 0; k < symbolic_.n; ++k) placeOfRow_[symbolic_.permutation[k]] = k;
+}
+
+int CholeskyBackend::threads() const {
+  return threadCount(options_);
+}
+
+// Brings the values of input_ to the panels' places, scaled.
+void CholeskyBackend::place() {
+  if (entryPlace_.empty()) {
+    entryPlace_.resize(input_.lower.value.size());
+    std::iota(entryPlace_.begin(), entryPlace_.end(), Offset{0});
+    entries_ = sparse::place(symbolic_, input_.lower.view(), &entryPlace_);
+  }
+  exponent_ = scalingExponents(input_.lower);
+  const sparse::Columns& a = input_.lower;
+  for (Index c = 0; c < a.cols; ++c) {
+    for (Offset p = a.start[c]; p < a.start[c + 1]; ++p) {
+      entries_.value[entryPlace_[p]] =
+          exponent_.empty() ? a.value[p]
+                            : std::ldexp(a.value[p], exponent_[c] + exponent_[a.row[p]]);
+    }
+  }
+}
+
+void CholeskyBackend::factorise(Watch& watch) {
+  const StopWatch clock;
+  const Index bad = firstUnusableDiagonal(input_.lower);
+  if (bad >= 0) throw notPositiveDefinite(input_.source, input_.indexBase, bad);
+  const auto storage = static_cast<size_t>(symbolic_.storage());
+  const double update = sparse::frontMemory(symbolic_, threads());
+  const double own = panels_ ? 0.0 : static_cast<double>(storage) * sizeof(double);
+  requireBytes("factorising " + input_.source, own + update, options_.memoryLimit);
+  place();
+  if (!panels_) panels_ = korin::kernels::rawPanels(storage);
+  double work = 0.0;
+  for (Index g = 0; g < symbolic_.groups(); ++g) work += sparse::frontWork(symbolic_, g);
+  watch.begin("factorising", work);
+  Index failed = -1;
+  {
+    korin::kernels::Team team(threads(), watch.poll());
+    failed = sparse::factorise(symbolic_, entries_, panels_.get(), team, watch.meter());
+  }
+  if (failed >= 0) throw notPositiveDefinite(input_.source, input_.indexBase, failed);
+  smallestPivotShare_ = smallestPivotShare();
+  condition_ = 0.0;
+  if (!(smallestPivotShare_ > kSingularPivotShare)) throw singular(input_.source);
+  secondsFactorisation_ = clock.seconds();
+}
+
+// The least l(k,k)² / a(k,k): what elimination leaves of a diagonal entry.
+double CholeskyBackend::smallestPivotShare() const {
+  double least = 1.0;
+  for (Index g = 0; g < symbolic_.groups(); ++g) {
+    for (Index c = symbolic_.firstColumn[g]; c < symbolic_.firstColumn[g + 1]; ++c) {
+      const Index own = c - symbolic_.firstColumn[g];
+      const double l = panels_[symbolic_.panelStart[g] + Offset{own} * symbolic_.height(g) + own];
+      for (Offset p = entries_.start[c]; p < entries_.start[c + 1]; ++p) {
+        if (entries_.position[p] == own) least = std::min(least, l * l / entries_.value[p]);
+      }
+    }
+  }
+  return least;
+}
+
+void CholeskyBackend::refactorise(const double* values, size_t count, Watch& watch) {
+  const std::string against = input_.fill(values, count);
+  if (!against.empty()) {
+    throw Error(ErrorKind::Unfit, against + "; the Cholesky route needs a symmetric matrix");
+  }
+  factorise(watch);
+}
+
+Report CholeskyBackend::report() const {
+  Report r = predicted();
+  r.secondsFactorisation = secondsFactorisation_;
+  r.secondsInverse = 0.0;
+  r.conditionEstimate = condition_;
+  return r;
+}
+
+Report CholeskyBackend::predicted() const {
+  Report r;
+  r.route = Route::Cholesky;
+  r.reason = reason_;
+  r.ordering = publicOrdering(symbolic_.ordering);
+  r.unknowns = symbolic_.n;
+  r.groups = symbolic_.compressedNodes;
+  Index diagonal = 0;
+  const sparse::Columns& a = input_.lower;
+  for (Index c = 0; c < a.cols; ++c)
+    diagonal += a.start[c] < a.start[c + 1] && a.row[a.start[c]] == c;
+  r.entriesOfA = 2 * a.entries() - diagonal;
+  r.entriesOfL = symbolic_.entries;
+  r.operations = symbolic_.operations;
+  const sparse::MemoryPrediction memory = sparse::predictMemory(symbolic_);
+  const double perEntry = 2.0 * sizeof(double) + 2.0 * sizeof(Index) + sizeof(Offset);
+  r.bytes = memory.panels + memory.structure + perEntry * static_cast<double>(a.entries()) +
+            sizeof(Offset) * static_cast<double>(input_.place.size());
+  r.secondsOrdering = secondsOrdering_;
+  r.secondsAnalysis = secondsAnalysis_;
+  r.threads = threads();
+  r.secondsFactorisation = symbolic_.operations / expectedRate() / r.threads;
+  r.secondsInverse = 2.0 * r.secondsFactorisation;
+  return r;
+}
+
+void CholeskyBackend::scaleRows(size_t count, double* x) const {
+  if (exponent_.empty()) return;
+  for (size_t k = 0; k < count; ++k) {
+    double* column = x + k * exponent_.size();
+    for (size_t i = 0; i < exponent_.size(); ++i) column[i] = std::ldexp(column[i], exponent_[i]);
+  }
+}
+
+void CholeskyBackend::solve(size_t count, double* x, Watch& watch) const {
+  requireTrust(watch);
+  watch.begin("solving", 0.0);
+  korin::kernels::Team team(threads(), watch.poll());
+  const auto n = static_cast<size_t>(symbolic_.n);
+  for (size_t first = 0; first < count; first += kColumnsAtOnce) {
+    const size_t some = std::min(kColumnsAtOnce, count - first);
+    double* block = x + first * n;
+    scaleRows(some, block);
+    sparse::solve(symbolic_, panels_.get(), static_cast<Index>(some), block, team);
+    scaleRows(some, block);
+  }
+  if (!std::all_of(x, x + count * n, [](double v) { return std::isfinite(v); })) {
+    throw Error(ErrorKind::Unfit,
+                "the solution of " + input_.source + " overflows; scale the equations");
+  }
+}
+
+double CholeskyBackend::unscaled(double z, std::int64_t row, std::int64_t col) const {
+  const double value = std::ldexp(z, exponent(row) + exponent(col));
+  if (std::isfinite(value)) return value;
+  throw Error(ErrorKind::Unfit,
+              "entry " +
+                  position(input_.indexBase, static_cast<size_t>(row), static_cast<size_t>(col)) +
+                  " of the inverse of " + input_.source + " overflows; scale the equations",
+              row);
+}
+
+InverseCheck CholeskyBackend::judged(double residual) const {
+  InverseCheck check;
+  check.identityResidual = residual;
+  check.relativeErrorEstimate = relativeErrorEstimate(residual);
+  if (!(check.relativeErrorEstimate <= kLargestRelativeError)) throw singular(input_.source);
+  return check;
+}
+
+InverseCheck CholeskyBackend::variances(double* diagonal, Watch& watch) const {
+  requireBytes("inverting " + input_.source, sparse::inverseMemory(symbolic_, threads()),
+               options_.memoryLimit);
+  watch.begin("inverting", sparse::inverseWork(symbolic_, nullptr));
+  double residual = 0.0;
+  {
+    korin::kernels::Team team(threads(), watch.poll());
+    residual = sparse::variances(symbolic_, entries_, panels_.get(), diagonal, team, watch.meter());
+  }
+  InverseCheck check = judged(residual);
+  // The trace of the inverse scaled to a diagonal of A of ones: at least its norm, and close to it
+  // where A is nearly singular.
+  for (Index k = 0; k < symbolic_.n; ++k) {
+    const Index i = symbolic_.permutation[k];
+    const Index own = k - symbolic_.firstColumn[symbolic_.groupOf[k]];
+    for (Offset p = entries_.start[k]; p < entries_.start[k + 1]; ++p) {
+      if (entries_.position[p] == own) check.condition += entries_.value[p] * diagonal[i];
+    }
+  }
+  for (Index i = 0; i < symbolic_.n; ++i) diagonal[i] = unscaled(diagonal[i], i, i);
+  return check;
+}
+
+double CholeskyBackend::identityResidual(const double* z) const {
+  std::vector<double> sum(static_cast<size_t>(symbolic_.n), 0.0);
+  for (Index g = 0; g < symbolic_.groups(); ++g) {
+    const Index* rows = symbolic_.rowsOf(g);
+    for (Index c = symbolic_.firstColumn[g]; c < symbolic_.firstColumn[g + 1]; ++c) {
+      const double* column =
+          z + symbolic_.panelStart[g] + Offset{c - symbolic_.firstColumn[g]} * symbolic_.height(g);
+      for (Offset p = entries_.start[c]; p < entries_.start[c + 1]; ++p) {
+        const double product = entries_.value[p] * column[entries_.position[p]];
+        sum[c] += product;
+        if (rows[entries_.position[p]] != c) sum[rows[entries_.position[p]]] += product;
+      }
+    }
+  }
+  double largest = 0.0;
+  for (const double s : sum) {
+    const double deviation = std::abs(s - 1.0);
+    if (!(deviation <= largest)) largest = deviation;  // a NaN stays
+  }
+  return largest;
+}
+
+void CholeskyBackend::selectedInverse(std::int64_t* colStarts, std::int64_t* rowIndices,
+                                      double* values, Watch& watch) const {
+  const auto n = static_cast<size_t>(symbolic_.n);
+  std::fill_n(colStarts, n + 1, 0);
+  // visit(row, col, place) for the entries of L's pattern in A's numbers, in either triangle.
+  const auto forEachEntry = [&](const auto& visit) {
+    for (Index g = 0; g < symbolic_.groups(); ++g) {
+      const Index* rows = symbolic_.rowsOf(g);
+      for (Index c = 0; c < symbolic_.width(g); ++c) {
+        const Index col = symbolic_.permutation[rows[c]];
+        const Offset start = symbolic_.panelStart[g] + Offset{c} * symbolic_.height(g);
+        for (Index k = c; k < symbolic_.height(g); ++k) {
+          visit(symbolic_.permutation[rows[k]], col, start + k);
+        }
+      }
+    }
+  };
+  forEachEntry([&](Index row, Index col, Offset) {
+    ++colStarts[col + 1];
+    if (row != col) ++colStarts[row + 1];
+  });
+  std::partial_sum(colStarts, colStarts + n + 1, colStarts);
+  if (rowIndices == nullptr || values == nullptr) return;
+
+  const auto count = static_cast<size_t>(colStarts[n]);
+  const auto storage = static_cast<size_t>(symbolic_.storage());
+  requireBytes("the selected inverse of " + input_.source,
+               static_cast<double>(count) * (sizeof(Index) + sizeof(Offset)) +
+                   static_cast<double>(storage) * sizeof(double) +
+                   sparse::inverseMemory(symbolic_, threads()),
+               options_.memoryLimit);
+  // Columns of a symmetric pattern in any order, then dealt out by ascending column: rows ascend.
+  std::vector<Offset> place(count);
+  {
+    std::vector<Index> neighbour(count);
+    std::vector<Offset> unordered(count), next(colStarts, colStarts + n);
+    forEachEntry([&](Index row, Index col, Offset p) {
+      neighbour[next[col]] = row;
+      unordered[next[col]++] = p;
+      if (row == col) return;
+      neighbour[next[row]] = col;
+      unordered[next[row]++] = p;
+    });
+    next.assign(colStarts, colStarts + n);
+    for (size_t col = 0; col < n; ++col) {
+      for (Offset p = colStarts[col]; p < colStarts[col + 1]; ++p) {
+        const Offset at = next[neighbour[p]]++;
+        rowIndices[at] = static_cast<std::int64_t>(col);
+        place[at] = unordered[p];
+      }
+    }
+  }
+  watch.begin("inverting", sparse::inverseWork(symbolic_, nullptr));
+  const korin::kernels::PanelStorage z = korin::kernels::rawPanels(storage);
+  {
+    korin::kernels::Team team(threads(), watch.poll());
+    sparse::selectedInverse(symbolic_, panels_.get(), z.get(), team, watch.meter());
+  }
+  judged(identityResidual(z.get()));
+  for (size_t col = 0; col < n; ++col) {
+    for (Offset p = colStarts[col]; p < colStarts[col + 1]; ++p) {
+      values[p] = unscaled(z[place[p]], rowIndices[p], static_cast<std::int64_t>(col));
+    }
+  }
+}
+
+double CholeskyBackend::logDeterminant() const {
+  const double exponents = std::accumulate(exponent_.begin(), exponent_.end(), 0.0);
+  return sparse::logDeterminant(symbolic_, panels_.get()) - 2.0 * exponents * std::log(2.0);
+}
+
+void CholeskyBackend::colour(size_t count, double* x, Watch& watch) const {
+  requireTrust(watch);
+  watch.begin("sampling", 0.0);
+  korin::kernels::Team team(threads(), watch.poll());
+  for (size_t first = 0; first < count; first += kColumnsAtOnce) {
+    const size_t some = std::min(kColumnsAtOnce, count - first);
+    double* block = x + first * static_cast<size_t>(symbolic_.n);
+    sparse::solveTransposed(symbolic_, panels_.get(), static_cast<Index>(some), block, team);
+    scaleRows(some, block);
+  }
+}
+
+double CholeskyBackend::estimateCondition(Watch& watch) const {
+  const double known = condition_;
+  if (known > 0.0) return known;
+  watch.begin("estimating the condition number", 0.0);
+  korin::kernels::Team team(threads(), watch.poll());
+  // S scaled further, to a diagonal of ones, so that the norms do not depend on units.
+  const auto n = static_cast<size_t>(symbolic_.n);
+  std::vector<double> unit(n), norm(n, 0.0);
+  const sparse::Columns& a = input_.lower;
+  for (Index c = 0; c < a.cols; ++c) {
+    unit[c] = std::sqrt(std::ldexp(a.value[a.start[c]], 2 * exponent(c)));
+  }
+  for (Index c = 0; c < a.cols; ++c) {
+    for (Offset p = a.start[c]; p < a.start[c + 1]; ++p) {
+      const Index r = a.row[p];
+      const double size =
+          std::abs(std::ldexp(a.value[p], exponent(r) + exponent(c))) / (unit[r] * unit[c]);
+      norm[c] += size;
+      if (r != c) norm[r] += size;
+    }
+  }
+  const auto apply = [&](const double* b, double* x) {
+    for (size_t i = 0; i < n; ++i) x[i] = b[i] * unit[i];
+    sparse::solve(symbolic_, panels_.get(), 1, x, team);
+    for (size_t i = 0; i < n; ++i) x[i] *= unit[i];
+  };
+  condition_ = *std::max_element(norm.begin(), norm.end()) * inverseNorm(n, apply, apply);
+  return condition_;
+}
+
+// Before results that come without a check of their own.
+void CholeskyBackend::requireTrust(Watch& watch) const {
+  if (smallestPivotShare_ > kHarmlessPivotShare) return;
+  if (!(estimateCondition(watch) < kWorthlessCondition)) throw singular(input_.source);
+}
+
+}  // namespace zeph

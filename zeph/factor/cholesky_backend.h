@@ -1,0 +1,84 @@
+#ifndef ZEPH_FACTOR_CHOLESKY_BACKEND_H
+#define ZEPH_FACTOR_CHOLESKY_BACKEND_H
+
+#include <atomic>
+#include <memory>
+#include <vector>
+
+#include "kernels/panel_storage.h"
+#include "kernels/team.h"
+#include "sparse/symbolic/symbolic.h"
+#include "zeph/factor/backend.h"
+#include "zeph/factor/symmetric_input.h"
+
+namespace zeph {
+
+/// The Cholesky route: structure and numbers of A(p, p) = L Lᵀ on the engine of sparse/.
+class CholeskyBackend final : public Backend {
+ public:
+  /// Orders and analyses; no numbers yet. `options` must outlive it.
+  CholeskyBackend(SymmetricInput input, const Options& options, Watch& watch);
+
+  /// Throws Error(NotPositiveDefinite) with the row, Error(Singular) where a pivot has no digit
+  /// left.
+  void factorise(Watch& watch);
+
+  /// What factorise() takes, and the variances after it.
+  Report predicted() const;
+
+  /// Why the route was taken.
+  void setReason(std::string reason) { reason_ = std::move(reason); }
+
+  Report report() const override;
+  void refactorise(const double* values, std::size_t count, Watch& watch) override;
+  void solve(std::size_t count, double* x, Watch& watch) const override;
+  InverseCheck variances(double* diagonal, Watch& watch) const override;
+  void selectedInverse(std::int64_t* colStarts, std::int64_t* rowIndices, double* values,
+                       Watch& watch) const override;
+  void covariance(const std::int64_t* rows, const std::int64_t* cols, std::size_t count,
+                  double* values, Watch& watch) const override;
+  void covarianceBlock(const std::int64_t* indices, std::size_t count, double* block,
+                       Watch& watch) const override;
+  double logDeterminant() const override;
+  int determinantSign() const override { return 1; }
+  void colour(std::size_t count, double* x, Watch& watch) const override;
+  double estimateCondition(Watch& watch) const override;
+
+  /// L with its permutation, in the order of columns of A(p, p): for programs that want the factor
+  /// itself.
+  SparseMatrix lower(std::vector<std::uint32_t>& permutation) const;
+
+ private:
+  using Index = korin::sparse::Index;
+  using Offset = korin::sparse::Offset;
+
+  int threads() const;
+  int exponent(std::int64_t i) const { return exponent_.empty() ? 0 : exponent_[i]; }
+  void scaleRows(std::size_t count, double* x) const;
+  void place();
+  double smallestPivotShare() const;
+  void requireTrust(Watch& watch) const;
+  double identityResidual(const double* z) const;
+  InverseCheck judged(double residual) const;
+  double unscaled(double z, std::int64_t row, std::int64_t col) const;
+
+  const Options& options_;
+  SymmetricInput input_;
+  std::string reason_;
+  korin::sparse::Symbolic symbolic_;
+  /// Place of A's row i among the rows of L.
+  std::vector<Index> placeOfRow_;
+  /// The scaled matrix for the panels, and where each entry of input_.lower stands in it.
+  korin::sparse::PlacedEntries entries_;
+  std::vector<Offset> entryPlace_;
+  std::vector<int> exponent_;
+  korin::kernels::PanelStorage panels_;
+  double smallestPivotShare_ = 1.0;
+  double secondsOrdering_ = 0.0, secondsAnalysis_ = 0.0, secondsFactorisation_ = 0.0;
+  /// 0 until estimated.
+  mutable std::atomic<double> condition_{0.0};
+};
+
+}  // namespace zeph
+
+#endif

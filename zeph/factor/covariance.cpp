@@ -1,0 +1,217 @@
+// Chosen entries of the inverse: from the part of the selected inverse that they need, from the
+// paths of their unknowns in the elimination tree, or from solves, whichever costs least.
+#include <algorithm>
+#include <cmath>
+#include <utility>
+#include <vector>
+
+#include "sparse/inverse/covariance_block.h"
+#include "sparse/inverse/selected_inverse.h"
+#include "sparse/numeric/solve.h"
+#include "zeph/checks/memory.h"
+#include "zeph/factor/cholesky_backend.h"
+
+namespace zeph {
+namespace {
+
+namespace sparse = korin::sparse;
+using sparse::Index;
+using sparse::Offset;
+using std::size_t;
+
+// Columns of the inverse that are solved for at once.
+constexpr size_t kSolvesAtOnce = 64;
+// Blocks of more unknowns than this would be mostly entries that nobody asked for.
+constexpr size_t kLargestBlock = 4096;
+// Solves and paths are bound by memory, panels by arithmetic: what an operation of theirs costs.
+constexpr double kMemoryBound = 4.0;
+
+// An entry asked for: places of its row and column among those of L, and whose answer it is.
+struct Request {
+  Index low;   // the smaller place
+  Index high;  // the larger one
+  size_t answer;
+  Offset inPanel = -1;  // where it stands in the panel of low's group; -1 off the pattern
+
+  std::pair<Index, Index> entry() const { return {low, high}; }
+};
+
+// Finds where requests stand in the panels.
+void locate(const sparse::Symbolic& s, Request& r) {
+  const Index g = s.groupOf[r.low];
+  const Index* rows = s.rowsOf(g);
+  const Index* at = std::lower_bound(rows, rows + s.height(g), r.high);
+  if (at == rows + s.height(g) || *at != r.high) return;
+  r.inPanel = Offset{r.low - s.firstColumn[g]} * s.height(g) + (at - rows);
+}
+
+std::vector<Index> distinct(std::vector<Index> indices) {
+  std::sort(indices.begin(), indices.end());
+  indices.erase(std::unique(indices.begin(), indices.end()), indices.end());
+  return indices;
+}
+
+// The places that occur in requests.
+std::vector<Index> placesOf(const std::vector<Request>& requests) {
+  std::vector<Index> places;
+  places.reserve(2 * requests.size());
+  for (const Request& r : requests) {
+    places.push_back(r.low);
+    places.push_back(r.high);
+  }
+  return distinct(std::move(places));
+}
+
+// Cost of the block of the inverse for some places: a solve along the path of each, and a product
+// along the shared part of the paths for each pair.
+double blockCost(const sparse::Symbolic& s, const std::vector<Index>& places) {
+  if (places.size() > kLargestBlock) return HUGE_VAL;
+  std::vector<double> path(static_cast<size_t>(s.groups())), length(path.size());
+  for (Index g = s.groups(); g-- > 0;) {
+    const Index p = s.parent[g];
+    path[g] = static_cast<double>(s.panelSize(g)) + (p < 0 ? 0.0 : path[p]);
+    length[g] = static_cast<double>(s.width(g)) + (p < 0 ? 0.0 : length[p]);
+  }
+  double solves = 0.0, columns = 0.0;
+  for (const Index k : places) {
+    solves += path[s.groupOf[k]];
+    columns += length[s.groupOf[k]];
+  }
+  return kMemoryBound * solves + 0.5 * columns * static_cast<double>(places.size());
+}
+
+std::vector<bool> groupsOf(const sparse::Symbolic& s, const std::vector<Request>& requests) {
+  std::vector<bool> wanted(static_cast<size_t>(s.groups()), false);
+  for (const Request& r : requests) wanted[s.groupOf[r.low]] = true;
+  return wanted;
+}
+
+// The side of the pairs with fewer distinct places, as columns to solve for.
+struct Columns {
+  std::vector<Index> places;
+  bool high = false;
+};
+
+Columns fewerColumns(const std::vector<Request>& requests) {
+  std::vector<Index> low, high;
+  for (const Request& r : requests) {
+    low.push_back(r.low);
+    high.push_back(r.high);
+  }
+  low = distinct(std::move(low));
+  high = distinct(std::move(high));
+  if (high.size() <= low.size()) return {std::move(high), true};
+  return {std::move(low), false};
+}
+
+}  // namespace
+
+void CholeskyBackend::covarianceBlock(const std::int64_t* indices, size_t count, double* block,
+                                      Watch& watch) const {
+  requireTrust(watch);
+  watch.begin("inverting along paths", 0.0);
+  std::vector<Index> own(indices, indices + count);
+  korin::kernels::Team team(threads(), watch.poll());
+  sparse::covarianceBlock(symbolic_, panels_.get(), static_cast<Index>(count), own.data(), block,
+                          team);
+  for (size_t j = 0; j < count; ++j) {
+    for (size_t i = 0; i < count; ++i) {
+      block[i + j * count] = unscaled(block[i + j * count], indices[i], indices[j]);
+    }
+  }
+}
+
+void CholeskyBackend::covariance(const std::int64_t* rows, const std::int64_t* cols, size_t count,
+                                 double* values, Watch& watch) const {
+  if (count == 0) return;
+  requireTrust(watch);
+  // An entry and its mirror image are one, so that both get the same bits.
+  std::vector<Request> onPattern, offPattern;
+  for (size_t k = 0; k < count; ++k) {
+    const auto [low, high] = std::minmax(placeOfRow_[rows[k]], placeOfRow_[cols[k]]);
+    Request r{low, high, k};
+    locate(symbolic_, r);
+    (r.inPanel >= 0 ? onPattern : offPattern).push_back(r);
+  }
+
+  const auto unitSolve = 2.0 * kMemoryBound * static_cast<double>(symbolic_.storage());
+  const Columns columns = fewerColumns(offPattern);
+  const double solves = unitSolve * static_cast<double>(columns.places.size());
+  const double offBlock = blockCost(symbolic_, placesOf(offPattern));
+  const std::vector<bool> wanted = groupsOf(symbolic_, onPattern);
+  const double panels = onPattern.empty() ? 0.0 : sparse::inverseWork(symbolic_, &wanted);
+
+  const auto fromBlock = [&](const std::vector<Request>& requests) {
+    const std::vector<Index> places = placesOf(requests);
+    std::vector<std::int64_t> indices;
+    for (const Index k : places) indices.push_back(symbolic_.permutation[k]);
+    std::vector<double> block(places.size() * places.size());
+    covarianceBlock(indices.data(), indices.size(), block.data(), watch);
+    const auto at = [&](Index k) {
+      return static_cast<size_t>(std::lower_bound(places.begin(), places.end(), k) -
+                                 places.begin());
+    };
+    for (const Request& r : requests) {
+      values[r.answer] = block[at(r.low) + at(r.high) * places.size()];
+    }
+  };
+  const auto fromSolves = [&] {
+    watch.begin("solving for columns of the inverse", 0.0);
+    std::vector<std::vector<const Request*>> ofColumn(columns.places.size());
+    for (const Request& r : offPattern) {
+      const Index place = columns.high ? r.high : r.low;
+      const auto at = std::lower_bound(columns.places.begin(), columns.places.end(), place);
+      ofColumn[static_cast<size_t>(at - columns.places.begin())].push_back(&r);
+    }
+    korin::kernels::Team team(threads(), watch.poll());
+    const auto n = static_cast<size_t>(symbolic_.n);
+    std::vector<double> x;
+    for (size_t first = 0; first < columns.places.size(); first += kSolvesAtOnce) {
+      const size_t some = std::min(kSolvesAtOnce, columns.places.size() - first);
+      x.assign(n * some, 0.0);
+      for (size_t j = 0; j < some; ++j) {
+        x[static_cast<size_t>(symbolic_.permutation[columns.places[first + j]]) + j * n] = 1.0;
+      }
+      sparse::solve(symbolic_, panels_.get(), static_cast<Index>(some), x.data(), team);
+      for (size_t j = 0; j < some; ++j) {
+        const Index col = symbolic_.permutation[columns.places[first + j]];
+        for (const Request* r : ofColumn[first + j]) {
+          const Index row = symbolic_.permutation[columns.high ? r->low : r->high];
+          values[r->answer] = unscaled(x[static_cast<size_t>(row) + j * n], row, col);
+        }
+      }
+    }
+  };
+  const auto fromPanels = [&] {
+    requireBytes("inverting a part of " + input_.source,
+                 sparse::inverseMemory(symbolic_, threads()), options_.memoryLimit);
+    std::sort(onPattern.begin(), onPattern.end(),
+              [](const Request& a, const Request& b) { return a.low < b.low; });
+    const auto read = [&](Index g, const double* z) {
+      auto r = std::lower_bound(onPattern.begin(), onPattern.end(), symbolic_.firstColumn[g],
+                                [](const Request& a, Index k) { return a.low < k; });
+      for (; r != onPattern.end() && r->low < symbolic_.firstColumn[g + 1]; ++r) {
+        values[r->answer] = unscaled(z[r->inPanel], rows[r->answer], cols[r->answer]);
+      }
+    };
+    watch.begin("inverting", panels);
+    korin::kernels::Team team(threads(), watch.poll());
+    sparse::selectedInverse(symbolic_, panels_.get(), &wanted, read, team, watch.meter());
+  };
+
+  std::vector<Request> all = onPattern;
+  all.insert(all.end(), offPattern.begin(), offPattern.end());
+  if (blockCost(symbolic_, placesOf(all)) < panels + std::min(solves, offBlock)) {
+    fromBlock(all);
+    return;
+  }
+  if (!onPattern.empty()) fromPanels();
+  if (offPattern.empty()) return;
+  if (offBlock < solves) {
+    fromBlock(offPattern);
+  } else {
+    fromSolves();
+  }
+}
+
+}  // namespace zeph

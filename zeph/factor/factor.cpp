@@ -1,0 +1,412 @@
+#include "zeph/factor.h"
+
+#include <algorithm>
+#include <cmath>
+#include <mutex>
+#include <string>
+#include <utility>
+
+#include "zeph/checks/guarded.h"
+#include "zeph/checks/memory.h"
+#include "zeph/checks/one_triangle.h"
+#include "zeph/factor/cholesky_backend.h"
+#include "zeph/factor/lu_backend.h"
+#include "zeph/factor/normal_numbers.h"
+#include "zeph/factor/trust.h"
+#include "zeph/matrix/requirements.h"
+
+namespace zeph {
+namespace {
+
+using std::size_t;
+
+// Too few entries leave rows empty; found before memory is taken for that many rows.
+void requireEntries(const SparseMatrix& m) {
+  const size_t stored = m.entries.size();
+  if ((m.symmetry == Symmetry::General ? stored : 2 * stored) >= m.rows) return;
+  throw Error(ErrorKind::Singular, m.source + " is singular: it has fewer entries (" +
+                                       std::to_string(stored) + ") than its " +
+                                       std::to_string(m.rows) + " rows need");
+}
+
+void requireMatrix(const SparseMatrix& A) {
+  requireSquare(A);
+  requireForm(A);
+  requireFinite(A);
+  requireBothTriangles(A);
+  requireEntries(A);
+}
+
+bool asksForLu(const Options& options) {
+  return options.route == Route::Lu || options.route == Route::LuSolves;
+}
+
+std::string diagonalFault(const SymmetricInput& in, korin::sparse::Index row) {
+  const auto i = static_cast<size_t>(row);
+  return "diagonal entry " + position(in.indexBase, i, i) + " of " + in.source + " is not positive";
+}
+
+// The Cholesky route without numbers, or null with the reason why LU has to be taken. Throws where
+// Cholesky was asked for.
+std::unique_ptr<CholeskyBackend> analysed(const SparseMatrix& A, const Options& options,
+                                          Watch& watch, std::string& against) {
+  watch.begin("assembling", 0.0);
+  const bool forced = options.route == Route::Cholesky;
+  SymmetricInput input = symmetricInput(A, against);
+  if (!against.empty() && forced) {
+    throw Error(ErrorKind::Unfit,
+                against + "; the Cholesky route needs a symmetric matrix, use LU (--lu)");
+  }
+  if (!against.empty()) return nullptr;
+  const korin::sparse::Index bad = firstUnusableDiagonal(input.lower);
+  if (bad >= 0) {
+    if (forced) throw notPositiveDefinite(A.source, A.indexBase, bad);
+    against = diagonalFault(input, bad);
+    return nullptr;
+  }
+  auto factor = std::make_unique<CholeskyBackend>(std::move(input), options, watch);
+  factor->setReason(forced ? "as asked" : A.source + " is symmetric with a positive diagonal");
+  return factor;
+}
+
+std::unique_ptr<Backend> factorised(const SparseMatrix& A, const Options& options, Watch& watch) {
+  requireMatrix(A);
+  if (asksForLu(options)) return makeLuBackend(A, "as asked", options, watch);
+  std::string against;
+  std::unique_ptr<CholeskyBackend> factor = analysed(A, options, watch, against);
+  if (factor == nullptr) return makeLuBackend(A, against, options, watch);
+  try {
+    factor->factorise(watch);
+    return factor;
+  } catch (const Error& e) {
+    if (e.kind() != ErrorKind::NotPositiveDefinite || options.route == Route::Cholesky) throw;
+    against = "its Cholesky factorisation broke down at row " +
+              std::to_string(static_cast<size_t>(e.row()) + A.indexBase);
+  }
+  factor.reset();
+  return makeLuBackend(A, against, options, watch);
+}
+
+void requireArray(const void* array, const char* name) {
+  if (array == nullptr) throw Error(ErrorKind::Usage, std::string(name) + " is a null pointer");
+}
+
+}  // namespace
+
+class Factor::Impl {
+ public:
+  Impl(const SparseMatrix& A, const Options& given)
+      : source(A.source),
+        indexBase(A.indexBase),
+        rows(A.rows),
+        entries(A.entries.size()),
+        options(given) {
+    Watch watch(options);
+    backend = factorised(A, options, watch);
+  }
+
+  // Runs work(backend, watch); what is thrown is an Error, but for what the caller's progress
+  // threw.
+  template <class Work>
+  auto ask(const Work& work) const {
+    return guarded(source, [&] {
+      if (!hasNumbers) {
+        throw Error(ErrorKind::Unfit, "the factor of " + source +
+                                          " has no numbers since its last refactorisation failed");
+      }
+      Watch watch(options);
+      return work(const_cast<const Backend&>(*backend), watch);
+    });
+  }
+
+  void requireIndices(const std::int64_t* indices, size_t count) const {
+    if (count > 0) requireArray(indices, "the array of indices");
+    for (size_t k = 0; k < count; ++k) {
+      if (indices[k] >= 0 && static_cast<size_t>(indices[k]) < rows) continue;
+      throw Error(ErrorKind::Unfit, "index " + std::to_string(k) + " is " +
+                                        std::to_string(indices[k]) + "; " + source +
+                                        " has the rows 0 to " + std::to_string(rows - 1));
+    }
+  }
+
+  void requireFiniteRight(const double* b, size_t count) const {
+    for (size_t k = 0; k < rows * count; ++k) {
+      if (std::isfinite(b[k])) continue;
+      throw Error(ErrorKind::Unfit,
+                  "entry " + position(indexBase, k % rows, k / rows) +
+                      " of the right-hand side is not finite",
+                  static_cast<std::int64_t>(k % rows));
+    }
+  }
+
+  void requireRoom(const std::string& what, size_t count) const {
+    requireBytes(what, static_cast<double>(count) * static_cast<double>(rows) * sizeof(double),
+                 options.memoryLimit);
+  }
+
+  const std::string source;
+  const size_t indexBase;
+  const size_t rows;
+  const size_t entries;
+  const Options options;
+  std::unique_ptr<Backend> backend;
+  bool hasNumbers = true;
+  mutable std::mutex mutex;  // guards what follows
+  mutable InverseCheck check;
+  mutable double secondsInverse = 0.0;
+};
+
+Factor::Factor(const SparseMatrix& A, const Options& options)
+    : impl_(guarded(A.source, [&] { return std::make_unique<Impl>(A, options); })) {}
+
+Factor::~Factor() = default;
+Factor::Factor(Factor&& other) noexcept = default;
+Factor& Factor::operator=(Factor&& other) noexcept = default;
+
+size_t Factor::rows() const {
+  return impl_->rows;
+}
+
+void Factor::solve(const double* b, double* x, size_t count) const {
+  if (count == 0) return;
+  requireArray(b, "the right-hand side");
+  requireArray(x, "the solution");
+  impl_->ask([&](const Backend& f, Watch& watch) {
+    impl_->requireFiniteRight(b, count);
+    if (x != b) std::copy_n(b, rows() * count, x);
+    f.solve(count, x, watch);
+  });
+}
+
+std::vector<double> Factor::solve(const std::vector<double>& b) const {
+  DenseMatrix B(b.size(), 1);
+  B.values = b;
+  return solve(B).values;
+}
+
+DenseMatrix Factor::solve(const DenseMatrix& B) const {
+  if (B.rows != rows() || B.values.size() != B.rows * B.cols) {
+    throw Error(ErrorKind::Unfit, "the right-hand side is " + std::to_string(B.rows) + " x " +
+                                      std::to_string(B.cols) + "; " + impl_->source + " needs " +
+                                      std::to_string(rows()) + " rows");
+  }
+  return guarded(impl_->source, [&] {
+    impl_->requireRoom("solving with " + impl_->source, B.cols);
+    DenseMatrix X(B.rows, B.cols);
+    solve(B.values.data(), X.values.data(), B.cols);
+    return X;
+  });
+}
+
+void Factor::variances(double* diagonal, size_t count) const {
+  requireArray(diagonal, "the diagonal");
+  if (count != rows()) {
+    throw Error(ErrorKind::Unfit, "there is room for " + std::to_string(count) + " of the " +
+                                      std::to_string(rows()) + " variances of " + impl_->source);
+  }
+  impl_->ask([&](const Backend& f, Watch& watch) {
+    const StopWatch clock;
+    const InverseCheck check = f.variances(diagonal, watch);
+    const std::lock_guard<std::mutex> lock(impl_->mutex);
+    impl_->check = check;
+    impl_->secondsInverse = clock.seconds();
+  });
+}
+
+std::vector<double> Factor::variances() const {
+  return guarded(impl_->source, [&] {
+    std::vector<double> diagonal(rows());
+    variances(diagonal.data(), diagonal.size());
+    return diagonal;
+  });
+}
+
+std::vector<double> Factor::variances(const std::vector<std::int64_t>& indices) const {
+  return covariance(indices, indices);
+}
+
+void Factor::selectedInverse(std::int64_t* colStarts, std::int64_t* rowIndices,
+                             double* values) const {
+  requireArray(colStarts, "the array of column starts");
+  impl_->ask([&](const Backend& f, Watch& watch) {
+    f.selectedInverse(colStarts, rowIndices, values, watch);
+  });
+}
+
+SparseMatrix Factor::selectedInverse() const {
+  return guarded(impl_->source, [&] {
+    std::vector<std::int64_t> starts(rows() + 1);
+    selectedInverse(starts.data(), nullptr, nullptr);
+    const auto count = static_cast<size_t>(starts.back());
+    requireBytes("the selected inverse of " + impl_->source,
+                 static_cast<double>(count) * (2 * sizeof(double) + sizeof(Entry)),
+                 impl_->options.memoryLimit);
+    std::vector<std::int64_t> rowIndices(count);
+    std::vector<double> values(count);
+    selectedInverse(starts.data(), rowIndices.data(), values.data());
+    SparseMatrix Z;
+    Z.source = "the inverse of " + impl_->source;
+    Z.indexBase = impl_->indexBase;
+    Z.rows = Z.cols = rows();
+    Z.entries.reserve(count);
+    for (size_t c = 0; c < rows(); ++c) {
+      for (auto p = static_cast<size_t>(starts[c]); p < static_cast<size_t>(starts[c + 1]); ++p) {
+        Z.entries.push_back(
+            {static_cast<std::uint32_t>(rowIndices[p]), static_cast<std::uint32_t>(c), values[p]});
+      }
+    }
+    return Z;
+  });
+}
+
+void Factor::covariance(const std::int64_t* rows, const std::int64_t* cols, size_t count,
+                        double* values) const {
+  if (count > 0) requireArray(values, "the array of values");
+  impl_->ask([&](const Backend& f, Watch& watch) {
+    impl_->requireIndices(rows, count);
+    impl_->requireIndices(cols, count);
+    f.covariance(rows, cols, count, values, watch);
+  });
+}
+
+std::vector<double> Factor::covariance(const std::vector<std::int64_t>& rows,
+                                       const std::vector<std::int64_t>& cols) const {
+  if (rows.size() != cols.size()) {
+    throw Error(ErrorKind::Unfit, "there are " + std::to_string(rows.size()) + " row indices but " +
+                                      std::to_string(cols.size()) + " column indices");
+  }
+  return guarded(impl_->source, [&] {
+    std::vector<double> values(rows.size());
+    covariance(rows.data(), cols.data(), rows.size(), values.data());
+    return values;
+  });
+}
+
+DenseMatrix Factor::covarianceBlock(const std::vector<std::int64_t>& indices) const {
+  return impl_->ask([&](const Backend& f, Watch& watch) {
+    impl_->requireIndices(indices.data(), indices.size());
+    const double count = static_cast<double>(indices.size());
+    requireBytes("a block of the inverse of " + impl_->source, count * count * sizeof(double),
+                 impl_->options.memoryLimit);
+    DenseMatrix block(indices.size(), indices.size());
+    block.source = "a block of the inverse of " + impl_->source;
+    if (!indices.empty()) {
+      f.covarianceBlock(indices.data(), indices.size(), block.values.data(), watch);
+    }
+    return block;
+  });
+}
+
+double Factor::logDeterminant() const {
+  return impl_->ask([](const Backend& f, Watch&) { return f.logDeterminant(); });
+}
+
+int Factor::determinantSign() const {
+  return impl_->ask([](const Backend& f, Watch&) { return f.determinantSign(); });
+}
+
+double Factor::traceOfInverseTimes(const SparseMatrix& B) const {
+  if (B.rows != rows() || B.cols != rows()) {
+    throw Error(ErrorKind::Unfit, B.source + " is " + std::to_string(B.rows) + " x " +
+                                      std::to_string(B.cols) + "; its trace with the inverse of " +
+                                      impl_->source + " needs " + std::to_string(rows()) + " x " +
+                                      std::to_string(rows()));
+  }
+  return guarded(impl_->source, [&] {
+    requireForm(B);
+    requireFinite(B);
+    // Entries of A⁻¹ at the transposed positions; those of the triangle that B leaves out as well.
+    const size_t stored = B.entries.size();
+    std::vector<std::int64_t> at[2];
+    for (const Entry& e : B.entries) {
+      at[0].push_back(e.col);
+      at[1].push_back(e.row);
+    }
+    const bool mirrored = B.symmetry != Symmetry::General;
+    if (mirrored) {
+      for (const Entry& e : B.entries) {
+        if (e.row == e.col) continue;
+        at[0].push_back(e.row);
+        at[1].push_back(e.col);
+      }
+    }
+    const std::vector<double> z = covariance(at[0], at[1]);
+    const double sign = B.symmetry == Symmetry::SkewSymmetric ? -1.0 : 1.0;
+    double trace = 0.0;
+    size_t mirror = stored;
+    for (size_t k = 0; k < stored; ++k) {
+      trace += B.entries[k].value * z[k];
+      if (mirrored && B.entries[k].row != B.entries[k].col) {
+        trace += sign * B.entries[k].value * z[mirror++];
+      }
+    }
+    if (!std::isfinite(trace)) {
+      throw Error(ErrorKind::Unfit, "the trace overflows; scale the matrices");
+    }
+    return trace;
+  });
+}
+
+DenseMatrix Factor::sample(size_t count, std::uint64_t seed) const {
+  return impl_->ask([&](const Backend& f, Watch& watch) {
+    impl_->requireRoom("sampling with " + impl_->source, count);
+    DenseMatrix x(rows(), count);
+    NormalNumbers numbers(seed);
+    for (double& value : x.values) value = numbers.next();
+    f.colour(count, x.values.data(), watch);
+    return x;
+  });
+}
+
+void Factor::refactorise(const double* values, size_t count) {
+  requireArray(values, "the array of values");
+  if (count != impl_->entries) {
+    throw Error(ErrorKind::Unfit, "there are " + std::to_string(count) + " values for the " +
+                                      std::to_string(impl_->entries) + " entries of " +
+                                      impl_->source);
+  }
+  guarded(impl_->source, [&] {
+    impl_->hasNumbers = false;
+    impl_->check = {};
+    impl_->secondsInverse = 0.0;
+    Watch watch(impl_->options);
+    impl_->backend->refactorise(values, count, watch);
+    impl_->hasNumbers = true;
+  });
+}
+
+void Factor::refactorise(const std::vector<double>& values) {
+  refactorise(values.data(), values.size());
+}
+
+double Factor::estimateCondition() const {
+  return impl_->ask([](const Backend& f, Watch& watch) { return f.estimateCondition(watch); });
+}
+
+Report Factor::report() const {
+  Report r = impl_->backend->report();
+  const std::lock_guard<std::mutex> lock(impl_->mutex);
+  r.secondsInverse = impl_->secondsInverse;
+  r.identityResidual = impl_->check.identityResidual;
+  r.relativeErrorEstimate = impl_->check.relativeErrorEstimate;
+  if (r.conditionEstimate == 0.0) r.conditionEstimate = impl_->check.condition;
+  return r;
+}
+
+Report plan(const SparseMatrix& A, const Options& options) {
+  return guarded(A.source, [&] {
+    requireMatrix(A);
+    Watch watch(options);
+    std::string against = "as asked";
+    std::unique_ptr<CholeskyBackend> factor;
+    if (!asksForLu(options)) factor = analysed(A, options, watch, against);
+    if (factor != nullptr) return factor->predicted();
+    Report r;  // what LU takes is known only when it is done
+    r.route = options.route == Route::LuSolves ? Route::LuSolves : Route::Lu;
+    r.reason = against;
+    r.unknowns = r.groups = static_cast<std::int64_t>(A.rows);
+    return r;
+  });
+}
+
+}  // namespace zeph

@@ -1,0 +1,272 @@
+#include "zeph/factor/lu_backend.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+#include <utility>
+#include <vector>
+
+#include "kernels/team.h"
+#include "solver/assembly/compressed_columns.h"
+#include "solver/suitesparse/lu_factors.h"
+#include "sparse/inverse/lu_inverse.h"
+#include "sparse/inverse/lu_solve.h"
+#include "zeph/checks/condition.h"
+#include "zeph/checks/route.h"
+#include "zeph/error.h"
+#include "zeph/factor.h"
+#include "zeph/factor/trust.h"
+#include "zeph/matrix/requirements.h"
+
+namespace zeph {
+namespace {
+
+using std::size_t;
+
+korin::sparse::LuFactors factorsOf(const PreparedMatrix& m) {
+  const size_t entries = m.A.nz();
+  std::vector<int> starts(m.size() + 1, 0), rows(entries);
+  std::vector<double> values(entries);
+  zeph_solver::fillCompressedColumns(m.A, starts.data(), rows.data(), values.data());
+  const int n = static_cast<int>(m.size());
+  return zeph_solver::luFactors(n, n, starts.data(), rows.data(), values.data());
+}
+
+// -1 for an odd permutation.
+int signOf(const std::vector<int>& permutation) {
+  std::vector<bool> seen(permutation.size(), false);
+  int sign = 1;
+  for (size_t k = 0; k < permutation.size(); ++k) {
+    size_t length = 0;
+    for (size_t at = k; !seen[at]; at = static_cast<size_t>(permutation[at]), ++length) {
+      seen[at] = true;
+    }
+    if (length != 0 && length % 2 == 0) sign = -sign;
+  }
+  return sign;
+}
+
+class LuBackend final : public Backend {
+ public:
+  LuBackend(const SparseMatrix& A, std::string reason, const Options& options)
+      : options_(options), reason_(std::move(reason)), A_(A) {}
+
+  void factorise(Watch& watch) {
+    watch.begin("factorising by LU", 0.0);
+    const StopWatch clock;
+    prepared_ = prepare(A_, Route::Lu);
+    factors_ = {};
+    factors_ = factorsOf(prepared_);
+    if (!factors_.invertible) {
+      throw Error(ErrorKind::Singular, A_.source +
+                                           " is singular: the LU factorisation met a zero pivot; "
+                                           "the matrix has no inverse");
+    }
+    const auto apply = [this](const double* b, double* x) { luSolve(factors_, b, x); };
+    condition_ = zeph::estimateCondition(prepared_, apply, [this](const double* b, double* x) {
+      luSolveTransposed(factors_, b, x);
+    });
+    if (!(condition_ < kSingularCondition)) throw singular(A_.source);
+    seconds_ = clock.seconds();
+  }
+
+  Report report() const override {
+    Report r;
+    r.route = options_.route == Route::LuSolves ? Route::LuSolves : Route::Lu;
+    r.reason = reason_;
+    r.unknowns = r.groups = static_cast<std::int64_t>(prepared_.size());
+    r.entriesOfA = static_cast<std::int64_t>(prepared_.A.nz());
+    if (factors_.n > 0) {
+      r.entriesOfL = factors_.lower.entries() + factors_.upper.entries() + factors_.n;
+      const auto length = [](const korin::sparse::Columns& c, int k) {
+        return static_cast<double>(c.start[k + 1] - c.start[k]);
+      };
+      for (int k = 0; k < factors_.n; ++k) {
+        r.operations += length(factors_.lower, k) * length(factors_.upper, k);
+      }
+    }
+    r.bytes =
+        static_cast<double>(r.entriesOfL) * (sizeof(double) + sizeof(int)) +
+        static_cast<double>(A_.entries.size() + static_cast<size_t>(r.entriesOfA)) * sizeof(Entry);
+    r.secondsFactorisation = seconds_;
+    r.conditionEstimate = condition_;
+    return r;
+  }
+
+  void refactorise(const double* values, size_t count, Watch& watch) override {
+    for (size_t k = 0; k < count; ++k) A_.entries[k].value = values[k];
+    factorise(watch);
+  }
+
+  void solve(size_t count, double* x, Watch& watch) const override {
+    watch.begin("solving", 0.0);
+    const size_t n = prepared_.size();
+    forEachColumn(count, watch, [&](size_t k) {
+      double* column = x + k * n;
+      std::vector<double> b(column, column + n);
+      const int exponent = scaleDown(b);
+      const std::vector<double> y = solved(b);
+      for (size_t i = 0; i < n; ++i) {
+        column[i] = std::ldexp(y[i], prepared_.scaling.col[i] + exponent);
+      }
+      if (!std::all_of(column, column + n, [](double v) { return std::isfinite(v); })) {
+        throw Error(ErrorKind::Unfit,
+                    "the solution of " + A_.source + " overflows; scale the equations");
+      }
+    });
+  }
+
+  InverseCheck variances(double* diagonal, Watch& watch) const override {
+    const size_t n = prepared_.size();
+    watch.begin("inverting", 0.0);
+    const auto apply = [this](const double* b, double* x) { luSolve(factors_, b, x); };
+    if (options_.route == Route::LuSolves) {
+      forEachColumn(n, watch, [&](size_t i) { diagonal[i] = solved(unit(i))[i]; });
+    } else {
+      korin::sparse::luInverseDiagonal(factors_, diagonal);
+    }
+    ZtVector d(n);
+    std::copy_n(diagonal, n, d.data);
+    verifyInverseDiagonal(prepared_, apply, d, condition_);
+    InverseCheck check;
+    check.condition = condition_;
+    for (size_t i = 0; i < n; ++i) diagonal[i] = unscaled(diagonal[i], i, i);
+    return check;
+  }
+
+  void selectedInverse(std::int64_t*, std::int64_t*, double*, Watch&) const override {
+    throw onlyCholesky("a selected inverse");
+  }
+
+  void covariance(const std::int64_t* rows, const std::int64_t* cols, size_t count, double* values,
+                  Watch& watch) const override {
+    watch.begin("solving for columns of the inverse", 0.0);
+    std::vector<size_t> order(count);
+    std::iota(order.begin(), order.end(), size_t{0});
+    std::sort(order.begin(), order.end(), [&](size_t a, size_t b) { return cols[a] < cols[b]; });
+    std::vector<size_t> first;  // of the entries of each column asked for
+    for (size_t k = 0; k < count; ++k) {
+      if (k == 0 || cols[order[k]] != cols[order[k - 1]]) first.push_back(k);
+    }
+    first.push_back(count);
+    forEachColumn(first.size() - 1, watch, [&](size_t c) {
+      const auto col = static_cast<size_t>(cols[order[first[c]]]);
+      const std::vector<double> x = solved(unit(col));
+      for (size_t k = first[c]; k < first[c + 1]; ++k) {
+        const auto row = static_cast<size_t>(rows[order[k]]);
+        values[order[k]] = unscaled(x[row], row, col);
+      }
+    });
+  }
+
+  void covarianceBlock(const std::int64_t* indices, size_t count, double* block,
+                       Watch& watch) const override {
+    std::vector<std::int64_t> rows, cols;
+    for (size_t j = 0; j < count; ++j) {
+      rows.insert(rows.end(), indices, indices + count);
+      cols.insert(cols.end(), count, indices[j]);
+    }
+    covariance(rows.data(), cols.data(), rows.size(), block, watch);
+  }
+
+  double logDeterminant() const override {
+    double sum = 0.0, exponents = 0.0;
+    for (size_t i = 0; i < prepared_.size(); ++i) {
+      sum += std::log(std::abs(factors_.diagonal[i])) - std::log(std::abs(factors_.rowScale[i]));
+      exponents += prepared_.scaling.row[i] + prepared_.scaling.col[i];
+    }
+    return sum - exponents * std::log(2.0);
+  }
+
+  int determinantSign() const override {
+    int sign = signOf(factors_.rowPosition) * signOf(factors_.colPosition);
+    for (size_t i = 0; i < prepared_.size(); ++i) {
+      if ((factors_.diagonal[i] < 0.0) != (factors_.rowScale[i] < 0.0)) sign = -sign;
+    }
+    return sign;
+  }
+
+  void colour(size_t, double*, Watch&) const override { throw onlyCholesky("samples"); }
+  double estimateCondition(Watch&) const override { return condition_; }
+
+ private:
+  Error onlyCholesky(const std::string& what) const {
+    return Error(ErrorKind::Unfit, what + " need a symmetric positive definite matrix; " +
+                                       A_.source + " was factorised by LU (" + reason_ + ")");
+  }
+
+  // Columns of the result on as many threads as there are.
+  template <class Work>
+  void forEachColumn(size_t count, Watch& watch, const Work& work) const {
+    korin::kernels::Team team(threadCount(options_), watch.poll());
+    constexpr size_t kMost = 1 << 20;
+    for (size_t begin = 0; begin < count; begin += kMost) {
+      team.forEach(static_cast<int>(std::min(kMost, count - begin)),
+                   [&](int k) { work(begin + static_cast<size_t>(k)); });
+    }
+  }
+
+  std::vector<double> unit(size_t i) const {
+    std::vector<double> b(prepared_.size(), 0.0);
+    b[i] = 1.0;
+    return b;
+  }
+
+  // S y = b with one step of refinement.
+  std::vector<double> solved(const std::vector<double>& b) const {
+    const size_t n = b.size();
+    std::vector<double> y(n), residual = b, correction(n);
+    luSolve(factors_, b.data(), y.data());
+    prepared_.forEachEntry(
+        [&](size_t row, size_t col, double value) { residual[row] -= value * y[col]; });
+    luSolve(factors_, residual.data(), correction.data());
+    for (size_t i = 0; i < n; ++i) y[i] += correction[i];
+    judgeBackwardError(prepared_, backwardError(prepared_, y.data(), b.data()));
+    return y;
+  }
+
+  // Scales b's rows as those of S and all of it below 1 by a power of two, whose exponent is
+  // returned: products of the two scales alone could overflow.
+  int scaleDown(std::vector<double>& b) const {
+    bool any = false;
+    int largest = 0;
+    for (size_t i = 0; i < b.size(); ++i) {
+      if (b[i] == 0.0) continue;
+      const int here = std::ilogb(b[i]) + prepared_.scaling.row[i] + 1;
+      largest = any ? std::max(largest, here) : here;
+      any = true;
+    }
+    for (size_t i = 0; i < b.size(); ++i) {
+      b[i] = std::ldexp(b[i], prepared_.scaling.row[i] - largest);
+    }
+    return largest;
+  }
+
+  double unscaled(double z, size_t row, size_t col) const {
+    const double value = std::ldexp(z, prepared_.scaling.col[row] + prepared_.scaling.row[col]);
+    if (std::isfinite(value)) return value;
+    throw Error(ErrorKind::Unfit,
+                "entry " + position(A_.indexBase, row, col) + " of the inverse of " + A_.source +
+                    " overflows; scale the equations",
+                static_cast<std::int64_t>(row));
+  }
+
+  const Options& options_;
+  std::string reason_;
+  SparseMatrix A_;
+  PreparedMatrix prepared_{};
+  korin::sparse::LuFactors factors_;
+  double condition_ = 0.0;
+  double seconds_ = 0.0;
+};
+
+}  // namespace
+
+std::unique_ptr<Backend> makeLuBackend(const SparseMatrix& A, const std::string& reason,
+                                       const Options& options, Watch& watch) {
+  auto factor = std::make_unique<LuBackend>(A, reason, options);
+  factor->factorise(watch);
+  return factor;
+}
+
+}  // namespace zeph

@@ -1,0 +1,44 @@
+#ifndef ZEPH_REPORT_H
+#define ZEPH_REPORT_H
+
+#include <cstdint>
+#include <string>
+
+#include "zeph/options.h"
+
+namespace zeph {
+
+/// What a factor is and what it took. From plan(), predictions instead of measurements.
+struct Report {
+  Route route = Route::Automatic;           ///< what was taken; never Automatic
+  std::string reason;                       ///< why, as a clause
+  Ordering ordering = Ordering::Automatic;  ///< what was taken; stays Automatic on the LU route
+  std::int64_t unknowns = 0;
+  std::int64_t groups = 0;  ///< nodes after unknowns with equal neighbourhoods are taken together
+  std::int64_t entriesOfA = 0;  ///< positions of the whole matrix, both triangles
+  std::int64_t entriesOfL = 0;  ///< of the Cholesky factor, or of L and U together
+  double operations = 0.0;      ///< multiplications and additions of the factorisation
+  double bytes = 0.0;           ///< that the factor takes
+  double secondsOrdering = 0.0;
+  double secondsAnalysis = 0.0;  ///< assembly and symbolic work, ordering left out
+  double secondsFactorisation = 0.0;
+  double secondsInverse = 0.0;  ///< of the last variances() of all unknowns
+  int threads = 1;
+
+  /// Condition number of A, units scaled away; 0 until estimated, by variances() of all unknowns or
+  /// Factor::estimateCondition().
+  double conditionEstimate = 0.0;
+
+  /// max over j of |Σ a(j,k) z(k,j) - 1|, where z are the entries of A⁻¹ that variances() computed:
+  /// as large as the relative error of the variances to within a small factor. 0 until variances()
+  /// of all unknowns was called.
+  double identityResidual = 0.0;
+
+  /// Largest relative error that any variance of the last variances() may have: identityResidual
+  /// with a safety factor. 0 until then.
+  double relativeErrorEstimate = 0.0;
+};
+
+}  // namespace zeph
+
+#endif
