@@ -11,11 +11,14 @@ namespace {
 
 using std::size_t;
 
+/// Some milliseconds.
+constexpr Offset kEntriesPerCheckpoint = 10'000'000;
+
 /// The panels and what a block of right-hand sides needs beside itself.
 class BlockSolver {
  public:
-  BlockSolver(const Symbolic& symbolic, const double* panels)
-      : s_(symbolic), panels_(panels), below_(0) {
+  BlockSolver(const Symbolic& symbolic, const double* panels, kernels::Team& team)
+      : s_(symbolic), panels_(panels), team_(team), below_(0) {
     for (Index g = 0; g < s_.groups(); ++g) below_ = std::max(below_, s_.below(g));
   }
 
@@ -26,7 +29,9 @@ class BlockSolver {
 
   /// x = L^-1 x in the factor's numbers.
   void forward(Sides x, std::vector<double>& room) const {
+    Offset read = 0;
     for (Index g = 0; g < s_.groups(); ++g) {
+      checkpoint(g, x.count, read);
       const auto h = static_cast<size_t>(s_.height(g));
       const Index width = s_.width(g);
       const Index below = s_.below(g);
@@ -48,7 +53,9 @@ class BlockSolver {
 
   /// x = L^-T x.
   void backward(Sides x, std::vector<double>& room) const {
+    Offset read = 0;
     for (Index g = s_.groups(); g-- > 0;) {
+      checkpoint(g, x.count, read);
       const auto h = static_cast<size_t>(s_.height(g));
       const Index width = s_.width(g);
       const Index below = s_.below(g);
@@ -69,8 +76,17 @@ class BlockSolver {
   }
 
  private:
+  /// Looks whether to stop after so many entries of panels and right-hand sides.
+  void checkpoint(Index g, Index count, Offset& read) const {
+    read += s_.panelSize(g) * count;
+    if (read < kEntriesPerCheckpoint) return;
+    team_.checkpoint();
+    read = 0;
+  }
+
   const Symbolic& s_;
   const double* const panels_;
+  kernels::Team& team_;
   Index below_;
 };
 
@@ -79,7 +95,7 @@ class BlockSolver {
 void solve(const Symbolic& symbolic, const double* panels, Index count, double* x,
            kernels::Team& team) {
   const auto n = static_cast<size_t>(symbolic.n);
-  const BlockSolver solver(symbolic, panels);
+  const BlockSolver solver(symbolic, panels, team);
   forBlocks(count, team, [&](Index first, Index together) {
     std::vector<double> permuted(n * static_cast<size_t>(together));
     std::vector<double> room(solver.room(together));
@@ -100,7 +116,7 @@ void solve(const Symbolic& symbolic, const double* panels, Index count, double* 
 void solveTransposed(const Symbolic& symbolic, const double* panels, Index count, double* x,
                      kernels::Team& team) {
   const auto n = static_cast<size_t>(symbolic.n);
-  const BlockSolver solver(symbolic, panels);
+  const BlockSolver solver(symbolic, panels, team);
   forBlocks(count, team, [&](Index first, Index together) {
     std::vector<double> solved(x + static_cast<size_t>(first) * n,
                                x + static_cast<size_t>(first + together) * n);
