@@ -39,6 +39,9 @@ void* operator new(std::size_t bytes) {
   if (block == nullptr) throw std::bad_alloc();
   return block;
 }
+void* operator new(std::size_t bytes, const std::nothrow_t&) noexcept {
+  return failingMalloc(bytes != 0 ? bytes : 1);
+}
 void operator delete(void* block) noexcept {
   std::free(block);
 }
