@@ -28,27 +28,30 @@ struct RegisterTile {
   static constexpr int kBody = kVectors - 1;
   static constexpr int kLastAt = kBody * Lane::kWidth;
 
+  using Body = typename Lane::Vector[kBody == 0 ? 1 : kBody];
+  // A row in registers, as references to two arrays: in an array of structures the compiler would
+  // lose some of them to memory.
   struct Row {
-    typename Lane::Vector body[kBody == 0 ? 1 : kBody];
-    typename Last::Vector last;
+    Body& body;
+    typename Last::Vector& last;
   };
 
   // x = 0
-  static ZEPH_INLINE void clear(Row& x) {
+  static ZEPH_INLINE void clear(Row x) {
 #pragma GCC unroll 6
     for (int v = 0; v < kBody; ++v) x.body[v] = Lane::zero();
     x.last = Last::zero();
   }
 
   // x = c, but for the columns that do not count
-  static ZEPH_INLINE void load(Row& x, const double* c, Mask mask) {
+  static ZEPH_INLINE void load(Row x, const double* c, Mask mask) {
 #pragma GCC unroll 6
     for (int v = 0; v < kBody; ++v) x.body[v] = Lane::load(c + v * Lane::kWidth);
     x.last = Last::loadPart(c + kLastAt, mask);
   }
 
   // y = b
-  static ZEPH_INLINE void loadOfB(Row& y, const double* b, Mask mask) {
+  static ZEPH_INLINE void loadOfB(Row y, const double* b, Mask mask) {
 #pragma GCC unroll 6
     for (int v = 0; v < kBody; ++v) y.body[v] = Lane::load(b + v * Lane::kWidth);
     y.last =
@@ -56,14 +59,14 @@ struct RegisterTile {
   }
 
   // packed = y
-  static ZEPH_INLINE void storeWhole(const Row& y, double* packed) {
+  static ZEPH_INLINE void storeWhole(Row y, double* packed) {
 #pragma GCC unroll 6
     for (int v = 0; v < kBody; ++v) Lane::store(packed + v * Lane::kWidth, y.body[v]);
     Last::store(packed + kLastAt, y.last);
   }
 
   // sum += *x * y
-  static ZEPH_INLINE void addProduct(Row& sum, const double* x, const Row& y) {
+  static ZEPH_INLINE void addProduct(Row sum, const double* x, Row y) {
 #pragma GCC unroll 6
     for (int v = 0; v < kBody; ++v) sum.body[v] = step<Lane>(x, y.body[v], sum.body[v]);
     sum.last = step<Last>(x, y.last, sum.last);
@@ -76,7 +79,7 @@ struct RegisterTile {
   }
 
   // c = sum, or where a fused sum joins what there is, c = (c or 0) +- sum
-  static ZEPH_INLINE void store(Row& sum, double* c, Mask mask, unsigned flags) {
+  static ZEPH_INLINE void store(Row sum, double* c, Mask mask, unsigned flags) {
     const bool joins = kFused && flags != kTileFresh;
     const bool update = (flags & kTileUpdate) != 0;
 #pragma GCC unroll 6
@@ -118,30 +121,33 @@ struct RegisterTile {
                                size_t lastCols, unsigned flags, double* packed) {
     const Mask mask = Last::mask(lastCols);
     const bool carry = !kFused && (flags & kTileUpdate) != 0;
-    Row sum[kRows];
+    Body sums[kRows];
+    typename Last::Vector lastSums[kRows];
     const double* row = c;
 #pragma GCC unroll 8
     for (int r = 0; r < kRows; ++r, row += crs) {
       if (carry) {
-        load(sum[r], row, mask);
+        load({sums[r], lastSums[r]}, row, mask);
       } else {
-        clear(sum[r]);
+        clear({sums[r], lastSums[r]});
       }
     }
     // Keeps the compiler from holding the addresses of all rows of C during the loop.
     asm("" : "+r"(c), "+r"(crs));
     for (; k != 0; --k, a += acs, b += brs) {
-      Row y;
+      Body body;
+      typename Last::Vector last;
+      const Row y{body, last};
       loadOfB(y, b, mask);
       if (kPack) {
         storeWhole(y, packed);
         packed += kVectors * Lane::kWidth;
       }
 #pragma GCC unroll 8
-      for (int r = 0; r < kRows; ++r) addProduct(sum[r], a + r * ars, y);
+      for (int r = 0; r < kRows; ++r) addProduct({sums[r], lastSums[r]}, a + r * ars, y);
     }
 #pragma GCC unroll 8
-    for (int r = 0; r < kRows; ++r, c += crs) store(sum[r], c, mask, flags);
+    for (int r = 0; r < kRows; ++r, c += crs) store({sums[r], lastSums[r]}, c, mask, flags);
   }
 };
 
