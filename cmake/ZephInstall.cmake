@@ -45,3 +45,23 @@ if(TARGET zeph_solver)
     DEPENDS Threads
     PKG_CONFIG_LIBS -lzeph_solver -lzttypes)
 endif()
+
+if(TARGET zeph_public)
+  zeph_install_package(zeph
+    TARGETS zeph_public
+    INCLUDE_DIR ${CMAKE_INSTALL_INCLUDEDIR}
+    HEADERS
+      zeph/api.h
+      zeph/dense_matrix.h
+      zeph/error.h
+      zeph/factor.h
+      zeph/matrix_file.h
+      zeph/options.h
+      zeph/report.h
+      zeph/sparse_matrix.h
+      zeph/zeph.h
+      zeph/zeph_c.h
+    PKG_CONFIG_LIBS -lzeph)
+  # What the library calls on its own behalf.
+  install(TARGETS zttypes LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT zeph)
+endif()

@@ -9,9 +9,13 @@ namespace zeph {
 
 /// Dense matrix, column after column: entry (r, c) is values[r + c * rows].
 struct DenseMatrix {
-  DenseMatrix() = default;
-  DenseMatrix(std::size_t rowCount, std::size_t colCount)
-      : rows(rowCount), cols(colCount), values(rowCount * colCount, 0.0) {}
+  static DenseMatrix zeros(std::size_t rowCount, std::size_t colCount) {
+    DenseMatrix m;
+    m.rows = rowCount;
+    m.cols = colCount;
+    m.values.assign(rowCount * colCount, 0.0);
+    return m;
+  }
 
   double& operator()(std::size_t row, std::size_t col) { return values[row + col * rows]; }
   double operator()(std::size_t row, std::size_t col) const { return values[row + col * rows]; }

@@ -42,7 +42,7 @@ DenseMatrix multiply(SparseMatrix A, const DenseMatrix& B, const Progress& progr
     requireMemory(source, A.rows, B.cols * sizeof(double));
     progress.begin("multiplying");
     zeph_solver::ProtoSparse p = assemble(std::move(A), Triangles::Both);
-    DenseMatrix C(p.rowCount, B.cols);
+    auto C = DenseMatrix::zeros(p.rowCount, B.cols);
     for (std::size_t first = 0; first < B.cols; first += kColumnsAtOnce) {
       progress.checkpoint();
       multiplyColumns(p, B, first, std::min(kColumnsAtOnce, B.cols - first), C);

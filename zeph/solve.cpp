@@ -126,7 +126,7 @@ Solution solve(SparseMatrix A, const DenseMatrix& B, Route asked, const Progress
     result.condition = conditionOf(m, solver, f);
     judgeCondition(m, result.condition, progress);
     const std::size_t cols = B.cols;
-    result.X = DenseMatrix(B.rows, cols);
+    result.X = DenseMatrix::zeros(B.rows, cols);
     ScaledSolution scaled(m, solver, f);
     for (ZtSize first = 0; first < cols; first += kColumnsAtOnce) {
       progress.checkpoint();

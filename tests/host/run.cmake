@@ -3,13 +3,7 @@
 set(root ${WORK_DIR}/root)
 file(REMOVE_RECURSE ${WORK_DIR})
 
-function(step)
-  execute_process(COMMAND ${ARGN} RESULT_VARIABLE failed OUTPUT_VARIABLE said ERROR_VARIABLE said)
-  if(failed)
-    message(FATAL_ERROR "${ARGN} gave ${failed}:\n${said}")
-  endif()
-  set(said "${said}" PARENT_SCOPE)
-endfunction()
+include(${CMAKE_CURRENT_LIST_DIR}/step.cmake)
 function(configure name)
   step(${CMAKE_COMMAND} -G Ninja -S ${CMAKE_CURRENT_LIST_DIR} -B ${WORK_DIR}/${name}
        -DCMAKE_CXX_COMPILER=${COMPILER} -DCMAKE_BUILD_TYPE=Release ${ARGN})

@@ -96,7 +96,7 @@ TEST_F(MemoryFailure, IsCalledSoOnEveryRoute) {
       if (j < n) A.entries.push_back({i, j, -1.0}), A.entries.push_back({j, i, -1.0});
     }
   }
-  zeph::DenseMatrix B(n, 3);
+  auto B = zeph::DenseMatrix::zeros(n, 3);
   B(2, 1) = 1.0;
   using M = zeph::SparseMatrix;
   const std::function<void(M)> operations[] = {

@@ -135,7 +135,7 @@ class SystemTest : public FrontTest {
   }
 
   DenseMatrix columns(std::size_t rows, std::size_t cols) {
-    DenseMatrix B(rows, cols);
+    auto B = DenseMatrix::zeros(rows, cols);
     B.source = "b.mtx";
     for (double& entry : B.values) entry = value();
     return B;

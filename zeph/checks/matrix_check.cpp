@@ -117,7 +117,7 @@ void judgeForm(MatrixReport& r) {
 
 // Why a solve with m fails on that route, or nothing when it does not.
 std::string attempt(const SparseMatrix& m, Route route) {
-  DenseMatrix b(m.rows, 1);
+  auto b = DenseMatrix::zeros(m.rows, 1);
   std::fill(b.values.begin(), b.values.end(), 1.0);
   try {
     solve(m, b, route);

@@ -179,7 +179,7 @@ void Factor::solve(const double* b, double* x, size_t count) const {
 }
 
 std::vector<double> Factor::solve(const std::vector<double>& b) const {
-  DenseMatrix B(b.size(), 1);
+  auto B = DenseMatrix::zeros(b.size(), 1);
   B.values = b;
   return solve(B).values;
 }
@@ -192,7 +192,7 @@ DenseMatrix Factor::solve(const DenseMatrix& B) const {
   }
   return guarded(impl_->source, [&] {
     impl_->requireRoom("solving with " + impl_->source, B.cols);
-    DenseMatrix X(B.rows, B.cols);
+    auto X = DenseMatrix::zeros(B.rows, B.cols);
     solve(B.values.data(), X.values.data(), B.cols);
     return X;
   });
@@ -288,7 +288,7 @@ DenseMatrix Factor::covarianceBlock(const std::vector<std::int64_t>& indices) co
     const double count = static_cast<double>(indices.size());
     requireBytes("a block of the inverse of " + impl_->source, count * count * sizeof(double),
                  impl_->options.memoryLimit);
-    DenseMatrix block(indices.size(), indices.size());
+    auto block = DenseMatrix::zeros(indices.size(), indices.size());
     block.source = "a block of the inverse of " + impl_->source;
     if (!indices.empty()) {
       f.covarianceBlock(indices.data(), indices.size(), block.values.data(), watch);
@@ -350,7 +350,7 @@ double Factor::traceOfInverseTimes(const SparseMatrix& B) const {
 DenseMatrix Factor::sample(size_t count, std::uint64_t seed) const {
   return impl_->ask([&](const Backend& f, Watch& watch) {
     impl_->requireRoom("sampling with " + impl_->source, count);
-    DenseMatrix x(rows(), count);
+    auto x = DenseMatrix::zeros(rows(), count);
     NormalNumbers numbers(seed);
     for (double& value : x.values) value = numbers.next();
     f.colour(count, x.values.data(), watch);

@@ -67,7 +67,7 @@ void writeDense(const std::string& path, const DenseMatrix& m) {
 void writeVector(const std::string& path, const double* values, std::size_t count) {
   AtomicFile out(path);
   if (hasEnding(path, ".mtx")) {
-    DenseMatrix column(count, 1);
+    auto column = DenseMatrix::zeros(count, 1);
     std::copy_n(values, count, column.values.begin());
     writeMatrixMarket(out, column);
   } else {

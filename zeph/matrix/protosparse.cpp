@@ -124,7 +124,7 @@ ZtMatrix toRecord(const DenseMatrix& m) {
 }
 
 DenseMatrix fromRecord(const ZtMatrix& m) {
-  DenseMatrix dense(m.rows, m.cols);
+  auto dense = DenseMatrix::zeros(m.rows, m.cols);
   for (std::size_t r = 0; r < m.rows; ++r) {
     for (std::size_t c = 0; c < m.cols; ++c) dense(r, c) = m.data[r * m.stride + c];
   }

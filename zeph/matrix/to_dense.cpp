@@ -6,7 +6,7 @@ namespace zeph {
 
 DenseMatrix toDense(const SparseMatrix& m) {
   requireMemory(m.source, m.rows, m.cols * sizeof(double));
-  DenseMatrix dense(m.rows, m.cols);
+  auto dense = DenseMatrix::zeros(m.rows, m.cols);
   dense.source = m.source;
   const double mirrorSign = m.symmetry == Symmetry::SkewSymmetric ? -1.0 : 1.0;
   for (const Entry& e : m.entries) {

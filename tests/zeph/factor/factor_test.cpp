@@ -171,7 +171,7 @@ class FactorTest : public FrontTest {
       }
     }
     EXPECT_NEAR(f.traceOfInverseTimes(A), static_cast<double>(n), 1e-9 * static_cast<double>(n));
-    DenseMatrix identity(n, n);
+    auto identity = DenseMatrix::zeros(n, n);
     for (std::size_t i = 0; i < n; ++i) identity(i, i) = 1.0;
     const DenseMatrix X = f.solve(identity);
     for (std::size_t i = 0; i < n * n; ++i) expectEntry(X.values[i], t, i % n, i / n, 1e-11);
@@ -255,7 +255,7 @@ TEST_F(FactorTest, threadsChangeNoBit) {
     o.ordering = Ordering::NestedDissection;
     Factor f(A, o);
     f.refactorise(valuesOf(A));
-    DenseMatrix B(n, 20);
+    auto B = DenseMatrix::zeros(n, 20);
     for (std::size_t k = 0; k < B.values.size(); ++k)
       B.values[k] = std::sin(static_cast<double>(k));
     const std::vector<std::vector<double>> answers = {
