@@ -5,13 +5,16 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "solver/library.h"
+#include "zeph/adjust.h"
 #include "zeph/checks/matrix_check.h"
 #include "zeph/checks/one_triangle.h"
 #include "zeph/demo/demonstration.h"
 #include "zeph/files/atomic_file.h"
 #include "zeph/files/matrix_file.h"
+#include "zeph/jobs/adjust_tables.h"
 #include "zeph/matrix/to_dense.h"
 #include "zeph/operations.h"
 #include "zeph/solve.h"
@@ -97,6 +100,28 @@ SparseMatrix load(const std::string& path, const Progress& progress,
   return A;
 }
 
+/// Two results need a file each.
+void requireTwoOutputs(const std::string& output, const char* option, const std::string& second) {
+  if (second.empty()) return;
+  if (AtomicFile::same(output, second)) {
+    throw Error(ErrorKind::Usage,
+                std::string("-o and ") + option + " both name " + second + "; name a file each");
+  }
+  AtomicFile::requireWritable(second);
+}
+
+/// Stages of the library as the command's own, with its checkpoints.
+zeph::Options shownOn(const Progress& progress) {
+  zeph::Options options;
+  options.progress = [&progress, last = std::string()](const char* stage, double) mutable {
+    progress.checkpoint();
+    if (last != stage) progress.stage(stage);
+    last = stage;
+    return true;
+  };
+  return options;
+}
+
 void printDemonstration(const DemonstrationReport& r) {
   std::printf("Levelling network    %zu points, %zu lines, %zu benchmarks\n", r.points, r.lines,
               r.benchmarks);
@@ -171,6 +196,46 @@ void declareSolve(CLI::App& app, Action& action) {
   addForms(command, *options);
 }
 
+void declareAdjust(CLI::App& app, Action& action) {
+  struct Options : Files {
+    std::string sigma;
+    std::string residuals;
+  };
+  auto options = std::make_shared<Options>();
+  CLI::App* command = declare(
+      app, action, "adjust",
+      "Least squares: unknowns with standard deviations, checked observations",
+      "  zeph adjust J.mtx y.mtx --sigma s.mtx -o x.csv --residuals r.csv\n"
+      "  zeph adjust J.mtx y.mtx              all standard deviations 1, lines on standard output",
+      options, [](const Options& o, const Progress& progress) {
+        AtomicFile::requireWritable(o.output);
+        requireTwoOutputs(o.output, "--residuals", o.residuals);
+        const SparseMatrix J = load(o.first, progress);
+        const std::vector<double> y = toVector(readDense(o.second), "observations");
+        std::vector<double> sigma;
+        if (!o.sigma.empty()) sigma = toVector(readDense(o.sigma), "standard deviations");
+        const Adjustment result = adjust(J, y, sigma, shownOn(progress));
+        progress.begin("writing");
+        writeAdjustment(o.output, o.residuals, result);
+        for (const std::string& line : summary(result, J.indexBase)) progress.note(line);
+        return 0;
+      });
+  command->add_option("J", options->first, "design matrix: a row for each observation")
+      ->required()
+      ->type_name("J.mtx");
+  command->add_option("y", options->second, "observations")->required()->type_name("y.mtx");
+  command
+      ->add_option("--sigma", options->sigma,
+                   "standard deviations of the observations, or one for all of them")
+      ->type_name("s.mtx");
+  addOutput(command, options->output, "lines unknown,value,standard_deviation");
+  command
+      ->add_option("--residuals", options->residuals,
+                   "lines observation,residual,standard_deviation,redundancy,leverage,"
+                   "normalized_residual")
+      ->type_name("FILE");
+}
+
 void declareCheck(CLI::App& app, Action& action) {
   struct Options : Files, FormFlags {};
   auto options = std::make_shared<Options>();
@@ -216,25 +281,19 @@ void declareConvert(CLI::App& app, Action& action) {
 void declareFactor(CLI::App& app, Action& action) {
   struct Options : Files, FormFlags {};
   auto options = std::make_shared<Options>();
-  CLI::App* command = declare(
-      app, action, "factor", "The sparse lower Cholesky factor of A",
-      "  zeph factor A.mtx -o L.mtx               L L' = A\n"
-      "  zeph factor A.mtx -o L.mtx --perm p.txt  L L' = A(p, p) with far fewer entries",
-      options, [](const Options& o, const Progress& progress) {
-        requireOutput(o.output);
-        if (!o.permutation.empty()) {
-          if (AtomicFile::same(o.output, o.permutation)) {
-            throw Error(ErrorKind::Usage, "-o and --perm both name " + o.permutation +
-                                              "; the factor and the order need a file each");
-          }
-          AtomicFile::requireWritable(o.permutation);
-        }
-        CholeskyFactor result =
-            factor(load(o.first, progress, o), !o.permutation.empty(), progress);
-        progress.begin("writing");
-        writeFactor(o.output, o.permutation, std::move(result));
-        return 0;
-      });
+  CLI::App* command =
+      declare(app, action, "factor", "The sparse lower Cholesky factor of A",
+              "  zeph factor A.mtx -o L.mtx               L L' = A\n"
+              "  zeph factor A.mtx -o L.mtx --perm p.txt  L L' = A(p, p) with far fewer entries",
+              options, [](const Options& o, const Progress& progress) {
+                requireOutput(o.output);
+                requireTwoOutputs(o.output, "--perm", o.permutation);
+                CholeskyFactor result =
+                    factor(load(o.first, progress, o), !o.permutation.empty(), progress);
+                progress.begin("writing");
+                writeFactor(o.output, o.permutation, std::move(result));
+                return 0;
+              });
   command->add_option("A", options->first, "symmetric positive definite matrix")
       ->required()
       ->type_name("A.mtx");

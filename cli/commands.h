@@ -15,6 +15,7 @@ using Action = std::function<int(const Progress&)>;
 
 void declareVariances(CLI::App& app, Action& action);
 void declareSolve(CLI::App& app, Action& action);
+void declareAdjust(CLI::App& app, Action& action);
 void declareCheck(CLI::App& app, Action& action);
 void declareConvert(CLI::App& app, Action& action);
 void declareFactor(CLI::App& app, Action& action);

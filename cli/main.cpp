@@ -26,6 +26,7 @@ constexpr const char* kFooter =
     "  zeph check A.mtx\n"
     "  zeph variances A.mtx -o variances.csv\n"
     "  zeph solve A.mtx b.mtx -o x.mtx\n"
+    "  zeph adjust J.mtx y.mtx --sigma s.mtx -o x.csv\n"
     "  zeph variances --help";
 
 int fail(int status, const char* sentence) {
@@ -71,6 +72,7 @@ int main(int argc, char** argv) {  // NOLINT(bugprone-exception-escape)
   zeph::Action action;
   zeph::declareVariances(app, action);
   zeph::declareSolve(app, action);
+  zeph::declareAdjust(app, action);
   zeph::declareCheck(app, action);
   zeph::declareConvert(app, action);
   zeph::declareFactor(app, action);

@@ -51,6 +51,7 @@ if(TARGET zeph_public)
     TARGETS zeph_public
     INCLUDE_DIR ${CMAKE_INSTALL_INCLUDEDIR}
     HEADERS
+      zeph/adjust.h
       zeph/api.h
       zeph/dense_matrix.h
       zeph/error.h

@@ -2,6 +2,7 @@
 #ifndef ZEPH_ZEPH_H
 #define ZEPH_ZEPH_H
 
+#include "zeph/adjust.h"
 #include "zeph/dense_matrix.h"
 #include "zeph/error.h"
 #include "zeph/factor.h"

@@ -2,6 +2,8 @@
 #include <sys/wait.h>
 
 #include <algorithm>
+#include <cctype>
+#include <cmath>
 #include <cstdlib>
 #include <sstream>
 #include <vector>
@@ -33,6 +35,7 @@ std::vector<double> numbersIn(const std::string& text) {
   std::istringstream lines(text);
   for (std::string line; std::getline(lines, line);) {
     if (line.starts_with("%")) continue;
+    if (std::isalpha(static_cast<unsigned char>(line[0]))) continue;  // a header
     std::replace(line.begin(), line.end(), ',', ' ');
     std::istringstream words(line);
     for (double number; words >> number;) numbers.push_back(number);
@@ -44,12 +47,17 @@ const std::string kSymmetric2 =
     "%%MatrixMarket matrix coordinate real symmetric\n2 2 3\n1 1 4\n2 1 2\n2 2 5\n";
 const std::string kGeneral2 =
     "%%MatrixMarket matrix coordinate real general\n2 2 3\n1 1 4\n2 1 2\n2 2 4\n";
+const std::string kLevelling =
+    "%%MatrixMarket matrix coordinate real general\n4 2 5\n1 1 1\n2 1 -1\n2 2 1\n3 2 1\n4 2 1\n";
 const std::string kVector2 = "%%MatrixMarket matrix array real general\n2 1\n1\n2\n";
 
 TEST_F(ZephProgram, CommandsPutTheirResultsWhereTheyAreAskedTo) {
   write("A.mtx", kSymmetric2);
   write("G.mtx", kGeneral2);
   write("b.mtx", kVector2);
+  write("J.mtx", kLevelling);
+  write("y.mtx", "%%MatrixMarket matrix array real general\n4 1\n1\n0\n-1\n13\n");
+  write("s.csv", "0,0,2\n");
   const struct {
     const char *arguments, *file;  // where the result is, null for standard output
     std::vector<double> numbers;
@@ -68,6 +76,13 @@ TEST_F(ZephProgram, CommandsPutTheirResultsWhereTheyAreAskedTo) {
       {"convert A.csv back.mtx", "back.mtx", {2, 2, 4, 1, 1, 4, 2, 1, 2, 1, 2, 2, 2, 2, 5}, ""},
       {"factor A.mtx", nullptr, {2, 2, 3, 1, 1, 2, 2, 1, 1, 2, 2, 2}, ""},
       {"factor A.mtx -o L.mtx --perm p.txt", "p.txt", {0, 1}, ""},
+      {"adjust J.mtx y.mtx", nullptr, {0, 3, std::sqrt(0.6), 1, 5, std::sqrt(0.4)}, "row 4 of"},
+      {"adjust J.mtx y.mtx --sigma s.csv --residuals r.csv -o x.csv",
+       "r.csv",
+       {0,   -2,  2 * std::sqrt(0.4), 0.4, 0.6, -std::sqrt(2.5),    1,   -2,  2 * std::sqrt(0.4),
+        0.4, 0.6, -std::sqrt(2.5),    2,   -6,  2 * std::sqrt(0.6), 0.6, 0.4, -std::sqrt(15.0),
+        3,   8,   2 * std::sqrt(0.6), 0.6, 0.4, std::sqrt(80 / 3.0)},
+       "variance factor 13.5"},
       {"pattern A.mtx -o set.csv", "set.csv", {0, 0, 2, 0, 1, 2, 1, 1, 3}, ""},
   };
   for (const auto& c : cases) {
@@ -162,6 +177,7 @@ TEST_F(ZephProgram, BadInputGetsOneSentenceAndLeavesNothingBehind) {
   write("dependent.mtx", head + "2 2 4\n1 1 1\n1 2 2\n2 1 2\n2 2 4\n");
   write("indefinite.mtx", head + "2 2 4\n1 1 1\n1 2 2\n2 1 2\n2 2 1\n");
   write("bad.csv", "0,0,1\n1;1;2\n");
+  write("free.mtx", head + "2 2 4\n1 1 -1\n1 2 1\n2 1 -1\n2 2 1\n");
   run("version");
   const std::size_t before = fileCount();
   const std::vector<BadCase> cases = {
@@ -194,6 +210,10 @@ TEST_F(ZephProgram, BadInputGetsOneSentenceAndLeavesNothingBehind) {
       {"unknown ending", "variances A.mtx -o o.xyz", 2, {"o.xyz", ".mtx"}},
       {"bad variable name", "export b.mtx o.mat --name 2x", 2, {"2x"}},
       {"bad triplet line", "convert bad.csv o.mtx", 3, {"bad.csv", "line 2"}},
+      {"free network", "adjust free.mtx b.mtx -o o.csv --residuals r.csv", 6, {"no point is held"}},
+      {"observations missing", "adjust free.mtx tall.mtx -o o.csv", 4, {"3", "free.mtx"}},
+      {"observations in a matrix", "adjust free.mtx A.mtx", 4, {"A.mtx is 2 x 2", "one column"}},
+      {"tables in one file", "adjust free.mtx b.mtx -o o.csv --residuals o.csv", 2, {"o.csv"}},
       {"two routes", "variances A.mtx --lu --cholesky", 2, {"--lu"}},
       {"no command", "", 2, {"zeph"}},
       {"unknown command", "invert A.mtx", 2, {"zeph"}},
@@ -240,8 +260,8 @@ TEST_F(ZephProgram, PipesLinksAndFullDisks) {
 }
 
 TEST_F(ZephProgram, HelpIsEverywhereAndShowsExamples) {
-  for (const char* command : {"", "variances", "solve", "check", "convert", "factor", "pattern",
-                              "multiply", "export", "demo", "version"}) {
+  for (const char* command : {"", "variances", "solve", "check", "convert", "adjust", "factor",
+                              "pattern", "multiply", "export", "demo", "version"}) {
     const Outcome result = run(std::string(command) + " --help");
     EXPECT_EQ(result.status, 0);
     EXPECT_NE(result.out.find("Examples:"), std::string::npos) << command << result.out;

@@ -5,6 +5,7 @@
 #include "zeph/checks/guarded.h"
 #include "zeph/error.h"
 #include "zeph/factor.h"
+#include "zeph/factor/design.h"
 #include "zeph/files/number_text.h"
 #include "zeph/matrix/requirements.h"
 
@@ -30,7 +31,16 @@ void requireWeights(const SparseMatrix& J, const std::vector<double>& weights) {
   }
 }
 
-// J in compressed columns, or its transpose.
+}  // namespace
+
+void requireDesign(const SparseMatrix& J) {
+  requireForm(J);
+  requireFinite(J);
+  if (J.symmetry == Symmetry::General) return;
+  throw Error(ErrorKind::Unfit, "a design matrix is general; " + J.source +
+                                    " is declared symmetric or skew-symmetric");
+}
+
 Columns compressed(const SparseMatrix& J, bool transposed) {
   const std::size_t count = J.entries.size();
   std::vector<Index> row, col;
@@ -47,16 +57,9 @@ Columns compressed(const SparseMatrix& J, bool transposed) {
                                          korin::sparse::Part::Whole);
 }
 
-}  // namespace
-
 SparseMatrix normalEquations(const SparseMatrix& J, const std::vector<double>& weights) {
   return guarded(J.source, [&] {
-    requireForm(J);
-    requireFinite(J);
-    if (J.symmetry != Symmetry::General) {
-      throw Error(ErrorKind::Unfit, "a design matrix is general; " + J.source +
-                                        " is declared symmetric or skew-symmetric");
-    }
+    requireDesign(J);
     requireWeights(J, weights);
     const Columns byCol = compressed(J, false), byRow = compressed(J, true);
     SparseMatrix N;
