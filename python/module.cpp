@@ -1,0 +1,190 @@
+// zeph._core: the public library on plain arrays. zeph/*.py turn what people have into these
+// arrays, and document it.
+#include <pybind11/numpy.h>
+#include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
+
+#include <cstdint>
+#include <exception>
+#include <memory>
+#include <mutex>
+#include <shared_mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "python/conversion.h"
+#include "zeph/zeph.h"
+
+namespace zeph_python {
+namespace {
+
+namespace py = pybind11;
+
+// A zeph::Factor that can be shared by Python's threads: work runs without the interpreter's lock.
+// A thread that finds the factor in the hands of another one's refactorize, or refactorizes what
+// others use, gets an exception. Waiting could last for ever: a progress callback may be the cause.
+class Factor {
+  template <class Work>
+  static auto withoutLock(const Work& work) {
+    const py::gil_scoped_release release;
+    return work();
+  }
+
+  template <class Work>
+  auto ask(const Work& work) const {
+    return withoutLock([&] {
+      const std::shared_lock<std::shared_mutex> lock(mutex_, std::try_to_lock);
+      requireHeld(lock.owns_lock());
+      return work(factor_);
+    });
+  }
+
+  static void requireHeld(bool held) {
+    if (held) return;
+    throw zeph::Error(zeph::ErrorKind::Cancelled,
+                      "the factor is in use elsewhere while it is refactorized; let one finish "
+                      "before the other begins");
+  }
+
+ public:
+  Factor(const zeph::SparseMatrix& A, const zeph::Options& options)
+      : factor_(withoutLock([&] { return zeph::Factor(A, options); })) {}
+
+  Doubles solve(const Doubles& b) const {
+    Doubles x(std::vector<py::ssize_t>(b.shape(), b.shape() + b.ndim()));
+    const std::size_t count = b.ndim() == 2 ? b.shape(1) : 1;
+    ask([&, from = b.data(), to = x.mutable_data()](const zeph::Factor& f) {
+      f.solve(from, to, count);
+    });
+    return x;
+  }
+
+  Doubles variances() const {
+    Doubles diagonal(factor_.rows());
+    ask([&, to = diagonal.mutable_data()](const zeph::Factor& f) { f.variances(to, f.rows()); });
+    return diagonal;
+  }
+
+  py::tuple selectedInverse() const {
+    Longs starts(factor_.rows() + 1);
+    std::int64_t* start = starts.mutable_data();
+    ask([&](const zeph::Factor& f) { f.selectedInverse(start, nullptr, nullptr); });
+    const std::int64_t count = start[factor_.rows()];
+    Longs rows(count);
+    Doubles values(count);
+    ask([&, row = rows.mutable_data(), value = values.mutable_data()](const zeph::Factor& f) {
+      f.selectedInverse(start, row, value);
+    });
+    return py::make_tuple(values, rows, starts);
+  }
+
+  Doubles covariance(const Longs& rows, const Longs& cols) const {
+    Doubles values(rows.size());
+    ask([&, to = values.mutable_data()](const zeph::Factor& f) {
+      f.covariance(rows.data(), cols.data(), rows.size(), to);
+    });
+    return values;
+  }
+
+  Doubles covarianceBlock(const Longs& wanted) const {
+    const std::vector<std::int64_t> indices(wanted.data(), wanted.data() + wanted.size());
+    return toArray(ask([&](const zeph::Factor& f) { return f.covarianceBlock(indices); }));
+  }
+
+  Doubles sample(std::size_t count, std::uint64_t seed) const {
+    return toArray(ask([&](const zeph::Factor& f) { return f.sample(count, seed); }));
+  }
+
+  std::pair<int, double> logDeterminant() const {
+    return ask([](const zeph::Factor& f) {
+      return std::make_pair(f.determinantSign(), f.logDeterminant());
+    });
+  }
+
+  double traceOfInverseTimes(const zeph::SparseMatrix& B) const {
+    return ask([&](const zeph::Factor& f) { return f.traceOfInverseTimes(B); });
+  }
+
+  double estimateCondition() const {
+    return ask([](const zeph::Factor& f) { return f.estimateCondition(); });
+  }
+
+  void refactorise(const Doubles& values) {
+    withoutLock([&] {
+      const std::unique_lock<std::shared_mutex> lock(mutex_, std::try_to_lock);
+      requireHeld(lock.owns_lock());
+      factor_.refactorise(values.data(), values.size());
+    });
+  }
+
+  py::dict report() const {
+    return toDict(ask([](const zeph::Factor& f) { return f.report(); }));
+  }
+
+ private:
+  // The array takes the values over; they are not copied.
+  static Doubles toArray(zeph::DenseMatrix m) {
+    const auto rows = static_cast<py::ssize_t>(m.rows), cols = static_cast<py::ssize_t>(m.cols);
+    auto values = std::make_unique<std::vector<double>>(std::move(m.values));
+    double* data = values->data();
+    const py::capsule owner(values.release(),
+                            [](void* p) { delete static_cast<std::vector<double>*>(p); });
+    return Doubles({rows, cols}, data, owner);
+  }
+
+  zeph::Factor factor_;
+  mutable std::shared_mutex mutex_;
+};
+
+PYBIND11_MODULE(_core, m) {
+  py::register_exception_translator([](std::exception_ptr thrown) {
+    try {
+      if (thrown) std::rethrow_exception(thrown);
+    } catch (const zeph::Error& e) {
+      raise(e);
+    }
+  });
+
+  py::class_<zeph::SparseMatrix>(m, "Matrix")
+      .def(py::init(&toMatrix), py::arg(), py::arg(), py::arg(), py::arg(), py::arg().noconvert(),
+           py::arg());
+  py::class_<zeph::Options>(m, "Options").def(py::init(&toOptions));
+  py::class_<Factor>(m, "Factor")
+      .def(py::init<const zeph::SparseMatrix&, const zeph::Options&>())
+      .def("solve", &Factor::solve, py::arg().noconvert())
+      .def("variances", &Factor::variances)
+      .def("selected_inverse", &Factor::selectedInverse)
+      .def("covariance", &Factor::covariance)
+      .def("covariance_block", &Factor::covarianceBlock)
+      .def("sample", &Factor::sample)
+      .def("slogdet", &Factor::logDeterminant)
+      .def("trace_inverse_times", &Factor::traceOfInverseTimes)
+      .def("condition", &Factor::estimateCondition)
+      .def("refactorize", &Factor::refactorise, py::arg().noconvert())
+      .def("report", &Factor::report);
+
+  m.def("plan", [](const zeph::SparseMatrix& A, const zeph::Options& options) {
+    zeph::Report report;
+    {
+      const py::gil_scoped_release release;
+      report = zeph::plan(A, options);
+    }
+    return toDict(report);
+  });
+  m.def("read", [](const std::string& path) {
+    zeph::SparseMatrix A;
+    {
+      const py::gil_scoped_release release;
+      A = zeph::readSparse(path);
+    }
+    return toTriplets(A);
+  });
+  m.def("write", [](const std::string& path, const zeph::SparseMatrix& A) {
+    const py::gil_scoped_release release;
+    zeph::writeSparse(path, A);
+  });
+}
+
+}  // namespace
+}  // namespace zeph_python

@@ -1,0 +1,154 @@
+"""Everything a factor answers, against dense inverses."""
+
+import doctest
+import importlib
+import pickle
+
+import numpy as np
+import pytest
+import zeph
+from matrices import definite, general
+from numpy.testing import assert_allclose
+from scipy import sparse
+
+FORMATS = ["csc", "csr", "coo", "bsr", "dia", "dok", "lil"]
+
+
+def check_everything(F, dense):
+    """All that F answers against the inverse of dense."""
+    n = len(dense)
+    Z = np.linalg.inv(dense)
+    close = dict(rtol=1e-9, atol=1e-12)
+    B = np.random.default_rng(1).standard_normal((n, 3))
+    assert F.shape == dense.shape
+    assert_allclose(F.solve(B), Z @ B, **close)
+    assert_allclose(F.solve(B[:, 0]), Z @ B[:, 0], **close)
+    assert_allclose(F.variances(), np.diag(Z), **close)
+    some = np.random.default_rng(2).integers(0, n, (2, 4))
+    assert_allclose(F.variances(some), np.diag(Z)[some], **close)
+    assert_allclose(F.covariance(some, some[:, :1]), Z[some, some[:, :1]], **close)
+    assert_allclose(F.covariance_block(some[0]), Z[np.ix_(some[0], some[0])], **close)
+    assert_allclose(F.slogdet(), np.linalg.slogdet(dense), rtol=1e-9)
+    C = sparse.random(n, n, 0.3, random_state=3, format="csr")
+    assert_allclose(F.trace_inverse_times(C), np.trace(Z @ C), **close)
+    if F.report.method == "cholesky":
+        S = F.selected_inverse()
+        assert S.format == "csc" and S.has_sorted_indices
+        r, c = S.nonzero()
+        assert set(zip(*dense.nonzero())) <= set(zip(r, c))
+        assert_allclose(np.asarray(S[r, c]).ravel(), Z[r, c], **close)
+
+
+@pytest.mark.parametrize("n", [1, 2, 30])
+@pytest.mark.parametrize("ordering", [*zeph._factor.ORDERINGS, "array"])
+@pytest.mark.parametrize("method, make", [("cholesky", definite), ("lu", general), ("auto", general)])
+def test_against_dense(n, ordering, method, make):
+    A = make(n, seed=n)
+    order = np.random.default_rng(n).permutation(n) if ordering == "array" else ordering
+    check_everything(zeph.factorize(A, method=method, ordering=order), A.toarray())
+
+
+@pytest.mark.parametrize("make", [definite, general])
+@pytest.mark.parametrize("kind", ["matrix", "array"])
+@pytest.mark.parametrize("form", FORMATS)
+def test_every_format_index_width_and_type(form, kind, make):
+    for dtype in (np.float64, np.float32, np.float16, np.longdouble, np.int8, np.uint64):
+        dense = np.round(4 * make(20, seed=5).toarray()).astype(np.float64)
+        A = getattr(sparse, f"{form}_{kind}")(dense).astype(
+            np.float64 if dtype == np.float16 or dense.min() < 0 else dtype
+        )
+        for width in (np.int32, np.int64):
+            for name in ("indices", "indptr", "offsets", "row", "col"):
+                if hasattr(A, name) and form not in ("dok", "lil"):
+                    setattr(A, name, getattr(A, name).astype(width))
+            before = pickle.dumps(A.tocsc().toarray())
+            check_everything(zeph.factorize(A), dense)
+            assert pickle.dumps(A.tocsc().toarray()) == before
+
+
+def test_every_memory_layout():
+    A, b = definite(25), np.random.default_rng(3).standard_normal((50, 8))
+    Z = np.linalg.inv(A.toarray())
+    F = zeph.factorize(A)
+    frozen = np.asfortranarray(b[:25])
+    frozen.flags.writeable = False
+    for view in (b[::2], b[:25][:, ::-2], b[25:].T.copy().T, frozen, b[::2].astype(">f8"),
+                 b[:25, 3], b[:25].astype(np.float32), b[:25, :0]):
+        keep = np.array(view)
+        x = F.solve(view)
+        assert x.dtype == np.float64 and x.shape == view.shape
+        assert_allclose(x, Z @ keep, rtol=1e-9, atol=1e-12)
+        assert np.array_equal(view, keep)
+    assert_allclose(F.solve(list(b[:25, 0])), Z @ b[:25, 0])
+    # Spare room behind the entries, entries out of order, twice and split, read-only arrays.
+    cols = A.tocoo().col
+    messy = sparse.coo_matrix((np.r_[A.data[::-1], 1.0, -1.0],
+                               (np.r_[A.indices[::-1], 2, 2], np.r_[cols[::-1], 7, 7])))
+    split = sparse.csc_matrix(
+        (np.repeat(A.data / 2, 2), np.repeat(A.indices, 2), 2 * A.indptr), shape=A.shape)
+    roomy = A.copy()
+    roomy.data, roomy.indices = np.r_[A.data, np.nan], np.r_[A.indices, 99].astype(np.int32)
+    for M in (messy, split, roomy, A.toarray(), A.toarray().T, A.toarray().tolist()):
+        for array in (getattr(M, name, None) for name in ("data", "indices", "indptr")):
+            if isinstance(array, np.ndarray):
+                array.flags.writeable = False
+        assert_allclose(zeph.variances(M), np.diag(Z), rtol=1e-9)
+
+
+@pytest.mark.parametrize("make", [definite, general])
+@pytest.mark.parametrize("form", ["csc", "csr"])
+def test_refactorize_takes_values_wherever_they_stand(form, make):
+    A = make(30, seed=4)
+    F = zeph.factorize(A.asformat(form))
+    scale = sparse.diags(np.linspace(1, 2, 30))
+    scaled = (scale @ A @ scale).tocsc()
+    fewer = sparse.diags(A.diagonal(), format="csc")
+    for B in (scaled, scaled.tocoo(), scaled.tocsr()[:, :].toarray(), fewer, A):
+        F.refactorize(B)
+        check_everything(F, B.toarray() if sparse.issparse(B) else B)
+    beyond = A.tolil()
+    beyond[np.nonzero(A.toarray() == 0)[0][0], np.nonzero(A.toarray() == 0)[1][0]] = 1.0
+    with pytest.raises(ValueError, match="where the matrix had none"):
+        F.refactorize(beyond)
+    with pytest.raises(ValueError, match="29 x 29; the matrix was 30 x 30"):
+        F.refactorize(A[:-1, :-1])
+    check_everything(F, A.toarray())
+    with pytest.raises(zeph.SingularMatrixError if make is general else zeph.Error):
+        F.refactorize(0 * A)
+    with pytest.raises(ValueError, match="no numbers"):
+        F.variances()
+    F.refactorize(A)
+    check_everything(F, A.toarray())
+
+
+def test_samples_have_the_inverse_as_covariance():
+    A = definite(6, density=0.4)
+    x = zeph.factorize(A).sample(200_000, seed=8)
+    assert_allclose(np.cov(x), np.linalg.inv(A.toarray()), atol=0.01)
+    assert np.array_equal(x[:, :5], zeph.factorize(A, threads=1).sample(5, 8))
+
+
+def test_shortcuts_files_and_reports(tmp_path):
+    A, b = definite(12), np.ones(12)
+    F = zeph.factorize(A)
+    assert np.array_equal(zeph.solve(A, b), F.solve(b))
+    assert np.array_equal(zeph.variances(A), F.variances())
+    assert (zeph.selected_inverse(A) != F.selected_inverse()).nnz == 0
+    assert zeph.logdet(A) == F.logdet()
+    assert zeph.plan(A, ordering="natural").entries_of_l == zeph.factorize(
+        A, ordering="natural").report.entries_of_l
+    assert F.report.relative_error_estimate > 0 and pickle.loads(pickle.dumps(F.report)) == F.report
+    assert "12 x 12" in repr(F) and "Cholesky" in repr(F)
+    for name in ("a.mtx", "a.csv"):
+        zeph.write(tmp_path / name, A)
+        assert (zeph.read(tmp_path / name) != A).nnz == 0
+    (tmp_path / "s.mtx").write_text(
+        "%%MatrixMarket matrix coordinate real symmetric\n2 2 3\n1 1 4\n2 1 -1\n2 2 3\n")
+    assert zeph.read(str(tmp_path / "s.mtx")).toarray().tolist() == [[4, -1], [-1, 3]]
+
+
+@pytest.mark.parametrize("name", ["zeph", "zeph._factor"])
+def test_examples(name, tmp_path):
+    names = {"zeph": zeph, "np": np, "path": tmp_path / "example.mtx"}
+    failed, tried = doctest.testmod(importlib.import_module(name), extraglobs=names)
+    assert tried > 0 and failed == 0

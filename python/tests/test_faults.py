@@ -1,0 +1,168 @@
+"""What does not fit is refused in words; long work can be watched and stopped."""
+
+import os
+import signal
+import threading
+import time
+
+import numpy as np
+import pytest
+import zeph
+from matrices import definite, general, grid
+from scipy import sparse
+
+GOOD = definite(8)
+
+
+def broken(name, value):
+    A = GOOD.copy()
+    setattr(A, name, value)
+    return A
+
+
+@pytest.mark.parametrize("A, kind, said", [
+    (np.ones(3), ValueError, "1 dimension"),
+    (np.ones((2, 3)), ValueError, "2 x 3; only a square"),
+    (sparse.csr_matrix((3, 2)), ValueError, "3 x 2; only a square"),
+    (np.ones((0, 0)), ValueError, "empty"),
+    (sparse.csc_matrix((0, 0)), ValueError, "empty"),
+    (None, TypeError, "real numbers"),
+    ([["a"]], TypeError, "real numbers"),
+    (GOOD * 1j, TypeError, "real numbers"),
+    (sparse.csc_matrix([[np.nan]]), ValueError, r"\(0, 0\)"),
+    ([[1.0, np.inf], [np.inf, 1.0]], ValueError, "inf"),
+    (sparse.tril(GOOD), ValueError, r"lower triangle.*A \+ A\.T"),
+    (np.triu(GOOD.toarray()), ValueError, "upper triangle"),
+    (np.zeros((2, 2)), zeph.SingularMatrixError, "singular"),
+    (np.ones((2, 2)), zeph.SingularMatrixError, "singular"),
+    (broken("indices", GOOD.indices + 1), ValueError, "index 8"),
+    (broken("indices", GOOD.indices - 1), ValueError, "index -1"),
+    (broken("indptr", GOOD.indptr[::-1]), ValueError, "rise from 0"),
+    (broken("indptr", GOOD.indptr[:-1]), ValueError, "rise from 0"),
+    (broken("indptr", GOOD.indptr + 1), ValueError, "rise from 0"),
+    (broken("data", GOOD.data[:-1]), ValueError, "rise from 0"),
+])
+def test_matrices_that_do_not_fit(A, kind, said):
+    for ask in (zeph.factorize, zeph.plan) if kind is not zeph.SingularMatrixError else (zeph.factorize,):
+        with pytest.raises(kind, match=said) as caught:
+            ask(A)
+        assert "--" not in str(caught.value)
+
+
+F = zeph.factorize(GOOD)
+
+
+@pytest.mark.parametrize("ask, kind, said", [
+    (lambda: F.solve(np.ones(7)), ValueError, r"shape \(7,\)"),
+    (lambda: F.solve(1.0), ValueError, "shape"),
+    (lambda: F.solve(np.ones((8, 1, 1))), ValueError, "shape"),
+    (lambda: F.solve(np.full(8, np.nan)), ValueError, "not finite"),
+    (lambda: F.solve(GOOD), TypeError, "b is sparse"),
+    (lambda: F.solve(np.ones(8) * 1j), TypeError, "complex"),
+    (lambda: F.variances([8]), ValueError, "rows 0 to 7"),
+    (lambda: F.variances([-1]), ValueError, "index 0 is -1"),
+    (lambda: F.variances([1.0]), TypeError, "integers"),
+    (lambda: F.variances([True]), TypeError, "integers"),
+    (lambda: F.variances(np.array([2**63], dtype=np.uint64)), ValueError, "no index"),
+    (lambda: F.covariance([1, 2], [1, 2, 3]), ValueError, "broadcast"),
+    (lambda: F.covariance_block(3), ValueError, "dimensions"),
+    (lambda: F.sample(-1, 1), ValueError, "count is -1"),
+    (lambda: F.sample(1, -1), ValueError, "seed is -1"),
+    (lambda: F.sample(1.5, 1), TypeError, "count must be an integer"),
+    (lambda: F.sample(2**50, 1), MemoryError, "memory"),
+    (lambda: F.trace_inverse_times(np.ones((2, 2))), ValueError, "needs 8 x 8"),
+    (lambda: zeph.factorize([[0.0, 2.0], [2.0, 0.0]]).logdet(), ValueError, "negative"),
+    (lambda: zeph.factorize(general(20)).selected_inverse(), ValueError, "LU"),
+    (lambda: zeph.factorize(general(20), method="cholesky"), ValueError, 'use method="lu"'),
+    (lambda: zeph.factorize(GOOD, method="qr"), ValueError, "auto, cholesky, lu"),
+    (lambda: zeph.factorize(GOOD, ordering="best"), ValueError, "amd"),
+    (lambda: zeph.factorize(GOOD, ordering=[0] * 8), ValueError, "permutation"),
+    (lambda: zeph.factorize(GOOD, threads=-1), ValueError, "threads is -1"),
+    (lambda: zeph.factorize(GOOD, threads="2"), TypeError, "threads"),
+    (lambda: zeph.factorize(GOOD, progress=3), TypeError, "progress"),
+    (lambda: zeph.read("no such file.mtx"), zeph.Error, "no such file.mtx"),
+    (lambda: zeph.write("no such folder/a.mtx", GOOD), zeph.Error, "no such folder"),
+])
+def test_questions_that_do_not_fit(ask, kind, said):
+    with pytest.raises(kind, match=said):
+        ask()
+
+
+def test_indefinite_matrices_name_their_row():
+    with pytest.raises(zeph.NotPositiveDefiniteError) as caught:
+        zeph.factorize([[1.0, 2.0], [2.0, 1.0]], method="cholesky", ordering="natural")
+    assert caught.value.row == 1 and isinstance(caught.value, zeph.Error)
+    assert zeph.factorize([[1.0, 2.0], [2.0, 1.0]]).report.method == "lu"
+
+
+def test_progress_is_told_on_the_callers_thread_and_may_stop_or_raise():
+    A = grid(22)
+    told = []
+    F = zeph.factorize(A, progress=lambda *given: told.append((threading.get_ident(), *given)))
+    assert {who for who, _, _ in told} == {threading.get_ident()}
+    assert all(0 <= share <= 1 for _, _, share in told) and len({stage for _, stage, _ in told}) > 1
+    with pytest.raises(zeph.Error, match="stopped on request"):
+        zeph.factorize(A, progress=lambda stage, share: False)
+    with pytest.raises(ZeroDivisionError):
+        zeph.factorize(A, progress=lambda stage, share: 1 / 0)
+    assert np.array_equal(F.variances(), zeph.variances(A, progress=True))
+
+
+def test_ctrl_c_is_answered_at_once_and_the_factor_lives_on():
+    F = zeph.factorize(grid(34), threads=1)
+    whole = time.monotonic()
+    expected = F.variances()
+    whole = time.monotonic() - whole
+    sent = []
+
+    def interrupt():
+        time.sleep(whole / 4)
+        sent.append(time.monotonic())
+        os.kill(os.getpid(), signal.SIGINT)
+
+    thread = threading.Thread(target=interrupt)
+    thread.start()
+    with pytest.raises(KeyboardInterrupt):
+        F.variances()
+    answered = time.monotonic() - sent[0]
+    thread.join()
+    assert answered < max(0.2, whole / 4)
+    assert np.array_equal(F.variances(), expected)
+
+
+def test_threads_share_a_factor_and_the_interpreter():
+    A = grid(20)
+    F = zeph.factorize(A)
+    expected = F.variances(), F.solve(np.ones(A.shape[0]))
+    ticks, wrong = [0], []
+
+    def ask():
+        for _ in range(4):
+            if not np.array_equal(F.variances(), expected[0]):
+                wrong.append("variances")
+            if not np.array_equal(F.solve(np.ones(A.shape[0])), expected[1]):
+                wrong.append("solve")
+
+    threads = [threading.Thread(target=ask) for _ in range(4)]
+    for thread in threads:
+        thread.start()
+    while any(thread.is_alive() for thread in threads):
+        ticks[0] += 1  # Python goes on: the lock of the interpreter is free
+        time.sleep(0.001)
+    assert not wrong and ticks[0] > 20
+
+
+def test_refactorizing_what_is_in_use_is_refused():
+    A = definite(40)
+    F = None
+
+    def meddle(stage, share):
+        if F is not None:
+            with pytest.raises(zeph.Error, match="in use elsewhere"):
+                F.refactorize(A)
+            meddled.append(stage)
+
+    meddled = []
+    F = zeph.factorize(A, progress=meddle)
+    F.variances()
+    assert meddled

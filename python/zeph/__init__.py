@@ -1,0 +1,37 @@
+"""Factors of sparse matrices, and what their inverses hold: variances at the price of a factorisation.
+
+>>> import zeph
+>>> A = [[4.0, -1.0, 0.0], [-1.0, 4.0, -1.0], [0.0, -1.0, 4.0]]     # or any SciPy sparse matrix
+>>> zeph.variances(A).round(4)
+array([0.2679, 0.2857, 0.2679])
+"""
+
+from zeph._errors import Error, NotPositiveDefiniteError, SingularMatrixError
+from zeph._factor import (
+    Factor,
+    Report,
+    factorize,
+    logdet,
+    plan,
+    read,
+    selected_inverse,
+    solve,
+    variances,
+    write,
+)
+
+__all__ = [
+    "Error",
+    "Factor",
+    "NotPositiveDefiniteError",
+    "Report",
+    "SingularMatrixError",
+    "factorize",
+    "logdet",
+    "plan",
+    "read",
+    "selected_inverse",
+    "solve",
+    "variances",
+    "write",
+]
