@@ -194,15 +194,18 @@ class IdentitySums {
     }
   }
 
-  /// The largest deviation from 1.
-  double largestResidual() {
+  /// The largest deviation from 1, and the root of the sum of their squares.
+  double largestResidual(double* norm) {
     for (size_t p = 0; p < passedOn_.size(); ++p) own_[s_.rows[p]] += passedOn_[p];
     double largest = 0.0;
+    double squares = 0.0;
     for (const double sum : own_) {
       const double deviation = std::fabs(sum - 1.0);
       if (std::isnan(deviation)) return deviation;
       largest = std::max(largest, deviation);
+      squares += deviation * deviation;
     }
+    if (norm != nullptr) *norm = std::sqrt(squares);
     return largest;
   }
 
@@ -235,7 +238,7 @@ void selectedInverse(const Symbolic& symbolic, const double* panels, double* z, 
 }
 
 double variances(const Symbolic& symbolic, const PlacedEntries& entries, const double* panels,
-                 double* diagonal, kernels::Team& team, Meter* meter) {
+                 double* diagonal, kernels::Team& team, Meter* meter, double* norm) {
   IdentitySums sums(symbolic, entries);
   const PanelReader read = [&](Index g, const double* z) {
     const Offset height = symbolic.height(g);
@@ -244,7 +247,7 @@ double variances(const Symbolic& symbolic, const PlacedEntries& entries, const d
     sums.read(g, z);
   };
   selectedInverse(symbolic, panels, nullptr, read, team, meter);
-  return sums.largestResidual();
+  return sums.largestResidual(norm);
 }
 
 double inverseWork(const Symbolic& symbolic, const std::vector<bool>* wanted) {

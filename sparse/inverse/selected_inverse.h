@@ -38,9 +38,10 @@ void selectedInverse(const Symbolic& symbolic, const double* panels, double* z, 
 
 /// diagonal[i] = A^-1(i, i) for all i. Returns the largest |sum over k of a(i, k) A^-1(k, i) - 1|:
 /// the sums need only entries that lie on the pattern, and miss 1 by about the relative error of
-/// the variances. NaN when one is.
+/// the variances. NaN when one is. `norm`, where given and none is, becomes the root of the sum of
+/// their squares.
 double variances(const Symbolic& symbolic, const PlacedEntries& entries, const double* panels,
-                 double* diagonal, kernels::Team& team, Meter* meter);
+                 double* diagonal, kernels::Team& team, Meter* meter, double* norm = nullptr);
 
 /// What the meter shows when all panels, or those wanted, are done.
 double inverseWork(const Symbolic& symbolic, const std::vector<bool>* wanted);

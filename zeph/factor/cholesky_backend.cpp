@@ -254,38 +254,26 @@ double CholeskyBackend::unscaled(double z, std::int64_t row, std::int64_t col) c
               row);
 }
 
-InverseCheck CholeskyBackend::judged(double residual) const {
-  InverseCheck check;
-  check.identityResidual = residual;
-  check.relativeErrorEstimate = relativeErrorEstimate(residual);
-  if (!(check.relativeErrorEstimate <= kLargestRelativeError)) throw singular(input_.source);
-  return check;
-}
-
 InverseCheck CholeskyBackend::variances(double* diagonal, Watch& watch) const {
   requireBytes("inverting " + input_.source, sparse::inverseMemory(symbolic_, threads()),
                options_.memoryLimit);
   watch.begin("inverting", sparse::inverseWork(symbolic_, nullptr));
-  double residual = 0.0;
+  InverseCheck check;
+  double residualNorm = std::numeric_limits<double>::quiet_NaN();
   {
     korin::kernels::Team team(threads(), watch.poll());
-    residual = sparse::variances(symbolic_, entries_, panels_.get(), diagonal, team, watch.meter());
+    check.identityResidual = sparse::variances(symbolic_, entries_, panels_.get(), diagonal, team,
+                                               watch.meter(), &residualNorm);
   }
-  InverseCheck check = judged(residual);
+  check.relativeErrorEstimate = judge(residualNorm, [&](Index i) { return diagonal[i]; });
   // The trace of the inverse scaled to a diagonal of A of ones: at least its norm, and close to it
   // where A is nearly singular.
-  for (Index k = 0; k < symbolic_.n; ++k) {
-    const Index i = symbolic_.permutation[k];
-    const Index own = k - symbolic_.firstColumn[symbolic_.groupOf[k]];
-    for (Offset p = entries_.start[k]; p < entries_.start[k + 1]; ++p) {
-      if (entries_.position[p] == own) check.condition += entries_.value[p] * diagonal[i];
-    }
-  }
+  forEachDiagonalEntry([&](Index i, double a) { check.condition += a * diagonal[i]; });
   for (Index i = 0; i < symbolic_.n; ++i) diagonal[i] = unscaled(diagonal[i], i, i);
   return check;
 }
 
-double CholeskyBackend::identityResidual(const double* z) const {
+double CholeskyBackend::residualNorm(const double* z) const {
   std::vector<double> sum(static_cast<size_t>(symbolic_.n), 0.0);
   for (Index g = 0; g < symbolic_.groups(); ++g) {
     const Index* rows = symbolic_.rowsOf(g);
@@ -299,12 +287,9 @@ double CholeskyBackend::identityResidual(const double* z) const {
       }
     }
   }
-  double largest = 0.0;
-  for (const double s : sum) {
-    const double deviation = std::abs(s - 1.0);
-    if (!(deviation <= largest)) largest = deviation;  // a NaN stays
-  }
-  return largest;
+  double squares = 0.0;
+  for (const double s : sum) squares += (s - 1.0) * (s - 1.0);
+  return std::sqrt(squares);
 }
 
 void CholeskyBackend::selectedInverse(std::int64_t* colStarts, std::int64_t* rowIndices,
@@ -365,7 +350,11 @@ void CholeskyBackend::selectedInverse(std::int64_t* colStarts, std::int64_t* row
     korin::kernels::Team team(threads(), watch.poll());
     sparse::selectedInverse(symbolic_, panels_.get(), z.get(), team, watch.meter());
   }
-  judged(identityResidual(z.get()));
+  judge(residualNorm(z.get()), [&](Index i) {
+    const Index k = placeOfRow_[i], g = symbolic_.groupOf[k];
+    return z[symbolic_.panelStart[g] +
+             Offset{k - symbolic_.firstColumn[g]} * (symbolic_.height(g) + 1)];
+  });
   for (size_t col = 0; col < n; ++col) {
     for (Offset p = colStarts[col]; p < colStarts[col + 1]; ++p) {
       values[p] = unscaled(z[place[p]], rowIndices[p], static_cast<std::int64_t>(col));

@@ -2,14 +2,17 @@
 #define ZEPH_FACTOR_CHOLESKY_BACKEND_H
 
 #include <atomic>
+#include <cmath>
 #include <memory>
 #include <vector>
 
 #include "kernels/panel_storage.h"
 #include "kernels/team.h"
 #include "sparse/symbolic/symbolic.h"
+#include "zeph/factor.h"
 #include "zeph/factor/backend.h"
 #include "zeph/factor/symmetric_input.h"
+#include "zeph/factor/trust.h"
 
 namespace zeph {
 
@@ -58,8 +61,33 @@ class CholeskyBackend final : public Backend {
   void place();
   double smallestPivotShare() const;
   void requireTrust(Watch& watch) const;
-  double identityResidual(const double* z) const;
-  InverseCheck judged(double residual) const;
+  double residualNorm(const double* z) const;
+
+  // use(i, value) for the diagonal of the scaled matrix, in A's numbers.
+  template <class Use>
+  void forEachDiagonalEntry(const Use& use) const {
+    for (Index k = 0; k < symbolic_.n; ++k) {
+      const Index own = k - symbolic_.firstColumn[symbolic_.groupOf[k]];
+      for (Offset p = entries_.start[k]; p < entries_.start[k + 1]; ++p) {
+        if (entries_.position[p] == own) use(symbolic_.permutation[k], entries_.value[p]);
+      }
+    }
+  }
+
+  // The estimated relative error of the scaled inverse, whose diagonal entry i is diagonal(i).
+  // Throws where it is too large.
+  template <class Diagonal>
+  double judge(double norm, const Diagonal& diagonal) const {
+    double squares = 0.0;
+    forEachDiagonalEntry([&](Index i, double a) {
+      const double product = a * diagonal(i);
+      squares += product * product;
+    });
+    const double estimate = relativeErrorEstimate(norm, std::sqrt(squares));
+    if (!(estimate <= kLargestRelativeError)) throw singular(input_.source);
+    return estimate;
+  }
+
   double unscaled(double z, std::int64_t row, std::int64_t col) const;
 
   const Options& options_;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <numeric>
 #include <utility>
 #include <vector>
@@ -130,6 +131,7 @@ class LuBackend final : public Backend {
     verifyInverseDiagonal(prepared_, apply, d, condition_);
     InverseCheck check;
     check.condition = condition_;
+    check.relativeErrorEstimate = condition_ * std::numeric_limits<double>::epsilon();
     for (size_t i = 0; i < n; ++i) diagonal[i] = unscaled(diagonal[i], i, i);
     return check;
   }

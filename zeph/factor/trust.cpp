@@ -5,13 +5,17 @@
 namespace zeph {
 namespace {
 
-constexpr double kSafety = 10.0;
-constexpr double kFloor = 16.0;
+constexpr double kEpsilon = std::numeric_limits<double>::epsilon();
+constexpr double kSafety = 6.0;
+constexpr double kProducts = 2.0 * kEpsilon;
+constexpr double kFloor = 16.0 * kEpsilon;
 
 }  // namespace
 
-double relativeErrorEstimate(double identityResidual) {
-  return kSafety * identityResidual + kFloor * std::numeric_limits<double>::epsilon();
+double relativeErrorEstimate(double residualNorm, double productNorm) {
+  // Written so that a NaN of either stays one.
+  const double first = kSafety * residualNorm, second = kProducts * productNorm;
+  return (first >= second || first != first ? first : second) + kFloor;
 }
 
 Error notPositiveDefinite(const std::string& source, std::size_t indexBase, std::int64_t row) {

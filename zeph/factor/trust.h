@@ -21,8 +21,20 @@ inline constexpr double kHarmlessPivotShare = 1e-9;
 /// From this condition number on no digit of a solution is certain.
 inline constexpr double kWorthlessCondition = 1e15;
 
-/// Bound of the relative error of variances from the identity residual.
-double relativeErrorEstimate(double identityResidual);
+/// Bound of the largest relative error of variances z(j,j), from the deviations r(j) of
+/// Σ a(j,k) z(k,j) from 1 and the products a(j,j) z(j,j):
+///
+///   max(6 ‖r‖₂, 2 ε ‖(a(j,j) z(j,j))‖₂) + 16 ε.
+///
+/// Each deviation is the error of one row, and errors of many rows add up in one variance, hence
+/// the root of squares; where the sums round to 1 by chance, the size of what was summed says how
+/// far they can be trusted. Measured against long double on 3,300 factors (networks with weights
+/// over up to eight decades, held by one weak point, in random orders; Hilbert blocks; a stiffness
+/// matrix; a pose graph): never below the error, in the median 11 times and in 99 of 100 cases at
+/// most 20 times the largest error that any of six orders of elimination made. The largest
+/// deviation alone would be up to 1,000 times too small, the condition number times ε up to 500
+/// times too large.
+double relativeErrorEstimate(double residualNorm, double productNorm);
 
 Error notPositiveDefinite(const std::string& source, std::size_t indexBase, std::int64_t row);
 Error singular(const std::string& source);

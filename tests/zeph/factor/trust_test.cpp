@@ -1,0 +1,149 @@
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <limits>
+#include <numeric>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "tests/zeph/factor/sparse_truth.h"
+#include "tests/zeph/front_test.h"
+#include "zeph/factor.h"
+#include "zeph/matrix_file.h"
+
+namespace {
+
+using zeph::Entry;
+using zeph::SparseMatrix;
+
+constexpr double kEps = std::numeric_limits<double>::epsilon();
+
+// Rounding errors of a variance may cancel by chance. What they do to a matrix shows in several
+// orders of elimination: the largest error of all of them, and each with its residual and estimate.
+struct Measured {
+  double largest = 0.0;
+  std::vector<double> error, residual, estimate;
+};
+
+Measured measure(const SparseMatrix& A, std::mt19937& random) {
+  const std::vector<long double> truth = truthOfVariances(A);
+  Measured m;
+  zeph::Options o;
+  for (int round = 0; round < 6; ++round) {
+    const zeph::Factor f(A, o);
+    const std::vector<double> d = f.variances();
+    double worst = 0.0;
+    for (std::size_t i = 0; i < d.size(); ++i) {
+      worst = std::max(worst, static_cast<double>(std::fabs((d[i] - truth[i]) / truth[i])));
+    }
+    m.largest = std::max(m.largest, worst);
+    m.error.push_back(worst);
+    m.residual.push_back(f.report().identityResidual);
+    m.estimate.push_back(f.report().relativeErrorEstimate);
+    o.ordering = zeph::Ordering::Given;
+    o.permutation.resize(A.rows);
+    std::iota(o.permutation.begin(), o.permutation.end(), 0);
+    std::shuffle(o.permutation.begin(), o.permutation.end(), random);
+  }
+  return m;
+}
+
+class TrustTest : public FrontTest {
+ protected:
+  double power(double decades) {
+    return std::pow(10.0, decades * (static_cast<double>(random_()) / 4294967296.0 - 0.5));
+  }
+
+  // Differences along edges with weights over so many decades, one point held by `held`.
+  SparseMatrix network(unsigned n, unsigned shape, double decades, double held) {
+    SparseMatrix A;
+    A.rows = A.cols = n;
+    A.symmetry = zeph::Symmetry::Symmetric;
+    const auto side = static_cast<unsigned>(std::sqrt(n));
+    const auto join = [&](unsigned i, unsigned j) {
+      const double w = power(decades);
+      A.entries.insert(A.entries.end(), {{i, i, w}, {j, j, w}, {i, j, -w}});
+    };
+    for (unsigned i = 1; i < n; ++i) {
+      switch (shape) {
+        case 0:  // a path
+          join(i, i - 1);
+          break;
+        case 1:  // a grid
+          if (i % side != 0) join(i, i - 1);
+          if (i >= side) join(i, i - side);
+          break;
+        case 2:  // a tree with a few loops
+          join(i, below(i));
+          if (below(4) == 0) join(i, below(i));
+          break;
+        default:  // dense blocks in a row
+          for (unsigned j = i / 12 * 12; j < i; ++j) join(i, j);
+          if (i % 12 == 0) join(i, i - 1);
+      }
+    }
+    A.entries.push_back({below(n), 0, 0.0});
+    A.entries.back().col = A.entries.back().row;
+    A.entries.back().value = held;
+    return A;
+  }
+
+  // Hilbert matrices of that order, chained by weak entries.
+  SparseMatrix hilbert(unsigned order, unsigned blocks) {
+    SparseMatrix A;
+    A.rows = A.cols = order * blocks;
+    A.symmetry = zeph::Symmetry::Symmetric;
+    for (unsigned b = 0; b < blocks; ++b) {
+      for (unsigned i = 0; i < order; ++i) {
+        for (unsigned j = 0; j <= i; ++j) {
+          A.entries.push_back({b * order + i, b * order + j, 1.0 / (i + j + 1)});
+        }
+      }
+      if (b > 0) A.entries.push_back({b * order, b * order - 1, 1e-14});
+    }
+    return A;
+  }
+};
+
+TEST_F(TrustTest, estimateIsNeverBelowTheErrorAndHardlyEverHundredTimesAbove) {
+  double least = HUGE_VAL, most = 0.0, lowest = HUGE_VAL, highest = 0.0;
+  int hard = 0, far = 0;
+  const auto look = [&](const SparseMatrix& A, const std::string& what) {
+    Measured m;
+    try {
+      m = measure(A, random_);
+    } catch (const zeph::Error& e) {
+      EXPECT_EQ(e.kind(), zeph::ErrorKind::Singular) << what << ": " << e.what();
+      return;
+    }
+    for (std::size_t k = 0; k < m.error.size(); ++k) {
+      EXPECT_GE(m.estimate[k], m.error[k]) << what;
+      far += m.estimate[k] > 100.0 * std::max(m.largest, kEps);
+      EXPECT_LE(m.estimate[k], 300.0 * std::max(m.largest, kEps)) << what;
+      if (m.error[k] < 1e-14) continue;
+      ++hard;
+      least = std::min(least, m.residual[k] / m.error[k]);
+      most = std::max(most, m.residual[k] / m.largest);
+      lowest = std::min(lowest, m.error[k]);
+      highest = std::max(highest, m.error[k]);
+    }
+  };
+  for (unsigned round = 0; round < 300; ++round) {
+    const unsigned n = 2 + below(round % 40 == 0 ? 500 : 120);
+    const double decades = round % 5 * 2.0, held = power(2.0 * (round % 8) + 1.0);
+    look(network(n, round % 4, decades, held), "network " + std::to_string(round));
+  }
+  for (unsigned order = 2; order < 14; ++order) {
+    for (unsigned blocks : {1u, 7u})
+      look(hilbert(order, blocks), "Hilbert " + std::to_string(order));
+  }
+  std::printf(
+      "%d factors of hard matrices, errors %.1e to %.1e: residual / error from %.2g to %.2g\n",
+      hard, lowest, highest, least, most);
+  EXPECT_LE(200 * far, hard);  // Hilbert matrices, whose factors are better than most
+  EXPECT_GT(hard, 100);
+  EXPECT_GT(highest, 1e-6);
+}
+
+}  // namespace
