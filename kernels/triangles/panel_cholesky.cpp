@@ -20,8 +20,10 @@ constexpr size_t kStrip = 192;
 /// Rows and columns from which on a block's operand is packed, and most of its columns at a time.
 constexpr size_t kWorthPacking = 48;
 constexpr size_t kInner = 128;
-/// Rows of C that are one piece of work for a team.
+/// Rows that are one piece of work for a team.
 constexpr size_t kPiece = 384;
+/// Most columns of a panel whose square is factorised before the rows below.
+constexpr size_t kBlock = 128;
 /// Operations of a product that are worth sharing.
 constexpr double kWorthSharing = 4e6;
 
@@ -69,6 +71,36 @@ void subtractTrapezoid(size_t first, size_t end, size_t last, size_t inner, cons
   }
 }
 
+/// Where a panel of more columns than a leaf is cut.
+size_t firstHalf(size_t columns) {
+  return (columns / 2 + kLeafColumns - 1) / kLeafColumns * kLeafColumns;
+}
+
+/// X = X L^-T by halves: X1 = X1 L11^-T, X2 = (X2 - X1 L21^T) L22^-T.
+void solveRows(size_t rows, size_t columns, const double* l, double* x, size_t stride) {
+  if (columns <= kLeafColumns) return leafSolve()(rows, columns, l, stride, x, stride);
+  const size_t left = firstHalf(columns);
+  solveRows(rows, left, l, x, stride);
+  subtractProduct(rows, columns - left, left, x, l + left, stride, x + left * stride, stride,
+                  Write::AddTo);
+  solveRows(rows, columns - left, l + left + left * stride, x + left * stride, stride);
+}
+
+/// L21 = A21 L11^-T for the rows below a panel's square, some rows at a time: they stay in the
+/// second-level cache through all steps.
+void solveBelow(size_t rows, size_t columns, double* panel, size_t stride, Team* team) {
+  const auto piece = [&](size_t number) {
+    const size_t first = number * kPiece;
+    solveRows(std::min(kPiece, rows - first), columns, panel, panel + columns + first, stride);
+  };
+  const size_t pieces = (rows + kPiece - 1) / kPiece;
+  if (team != nullptr && static_cast<double>(rows * columns * columns) > kWorthSharing) {
+    team->forEach(static_cast<int>(pieces), [&](int i) { piece(static_cast<size_t>(i)); });
+  } else {
+    for (size_t i = 0; i < pieces; ++i) piece(i);
+  }
+}
+
 }  // namespace
 
 void subtractOuterProduct(size_t rows, size_t columns, size_t inner, const double* a,
@@ -112,7 +144,12 @@ void subtractBlock(size_t rows, size_t columns, size_t inner, const double* x, c
 
 size_t panelCholesky(size_t rows, size_t columns, double* panel, size_t stride, Team* team) {
   if (columns <= kLeafColumns) return panelLeaf()(rows, columns, panel, stride);
-  const size_t left = (columns / 2 + kLeafColumns - 1) / kLeafColumns * kLeafColumns;
+  if (columns <= kBlock && rows > columns + kPiece) {
+    const size_t done = panelCholesky(columns, columns, panel, stride, team);
+    if (done == columns) solveBelow(rows - columns, columns, panel, stride, team);
+    return done;
+  }
+  const size_t left = firstHalf(columns);
   const size_t done = panelCholesky(rows, left, panel, stride, team);
   if (done < left) return done;
   double* const rest = at(panel, stride, left, left);

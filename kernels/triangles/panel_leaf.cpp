@@ -15,4 +15,15 @@ PanelLeafFunction panelLeaf() {
   }
 }
 
+LeafSolveFunction leafSolve() {
+  switch (processorLevel()) {
+    case ProcessorLevel::Avx512:
+      return leafSolveAvx512;
+    case ProcessorLevel::Avx2:
+      return leafSolveAvx2;
+    default:
+      return leafSolveBaseline;
+  }
+}
+
 }  // namespace korin::kernels

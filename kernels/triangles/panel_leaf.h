@@ -20,8 +20,21 @@ size_t panelLeafBaseline(size_t rows, size_t columns, double* panel, size_t stri
 size_t panelLeafAvx2(size_t rows, size_t columns, double* panel, size_t stride);
 size_t panelLeafAvx512(size_t rows, size_t columns, double* panel, size_t stride);
 
-/// The function of the processor level in use.
+/// The second half alone: X = X L^-T for `rows` rows of X and the lower triangle L of the same
+/// columns. The same bits as from panelLeaf.
+using LeafSolveFunction = void (*)(size_t rows, size_t columns, const double* l, size_t lStride,
+                                   double* x, size_t xStride);
+
+void leafSolveBaseline(size_t rows, size_t columns, const double* l, size_t lStride, double* x,
+                       size_t xStride);
+void leafSolveAvx2(size_t rows, size_t columns, const double* l, size_t lStride, double* x,
+                   size_t xStride);
+void leafSolveAvx512(size_t rows, size_t columns, const double* l, size_t lStride, double* x,
+                     size_t xStride);
+
+/// The functions of the processor level in use.
 PanelLeafFunction panelLeaf();
+LeafSolveFunction leafSolve();
 
 }  // namespace korin::kernels
 

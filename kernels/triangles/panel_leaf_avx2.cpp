@@ -7,4 +7,9 @@ size_t panelLeafAvx2(size_t rows, size_t columns, double* panel, size_t stride) 
   return runPanelLeaf<Lane>(rows, columns, panel, stride);
 }
 
+void leafSolveAvx2(size_t rows, size_t columns, const double* l, size_t lStride, double* x,
+                   size_t xStride) {
+  runLeafSolve<Lane>(rows, columns, l, lStride, x, xStride);
+}
+
 }  // namespace korin::kernels

@@ -79,13 +79,28 @@ struct PanelLeaf {
   static size_t run(size_t count, double* panel, size_t stride) {
     Triangle t;
     const int done = square(panel, stride, t);
-    if (done != kColumns) return static_cast<size_t>(done);
-    double* x = panel + kColumns;
+    if (done == kColumns) solve(count - kColumns, t, panel + kColumns, stride);
+    return static_cast<size_t>(done);
+  }
+
+  static void runSolve(size_t count, const double* l, size_t lStride, double* x, size_t stride) {
+    Triangle t;
+#pragma GCC unroll 8
+    for (int j = 0; j < kColumns; ++j) {
+      t.value[j][j] = 1.0 / l[j + j * lStride];
+#pragma GCC unroll 8
+      for (int i = j + 1; i < kColumns; ++i) t.value[i][j] = -l[i + j * lStride];
+    }
+    solve(count, t, x, stride);
+  }
+
+  static inline __attribute__((always_inline)) void solve(size_t count, const Triangle& t,
+                                                          double* x, size_t stride) {
     const auto load = [](const double* p) { return Lane::load(p); };
     const auto store = [](double* p, Vector value) { Lane::store(p, value); };
     // Two vectors a column where the registers hold them.
     constexpr int kPair = kColumns <= 5 || Lane::kWidth == 8 ? 2 : 1;
-    size_t i = kColumns;
+    size_t i = 0;
     for (; i + kPair * Lane::kWidth <= count; i += kPair * Lane::kWidth) {
       rows<kPair>(x, stride, t, load, store);
       x += kPair * Lane::kWidth;
@@ -99,32 +114,45 @@ struct PanelLeaf {
           x, stride, t, [rest](const double* p) { return Lane::loadPart(p, rest); },
           [rest](double* p, Vector value) { Lane::storePart(p, value, rest); });
     }
-    return kColumns;
   }
 };
 
-template <class Lane>
-size_t runPanelLeaf(size_t rows, size_t columns, double* panel, size_t stride) {
+/// visit(PanelLeaf<Lane, columns>()).
+template <class Lane, class Visit>
+inline __attribute__((always_inline)) void withColumns(size_t columns, Visit visit) {
   switch (columns) {
     case 1:
-      return PanelLeaf<Lane, 1>::run(rows, panel, stride);
+      return visit(PanelLeaf<Lane, 1>());
     case 2:
-      return PanelLeaf<Lane, 2>::run(rows, panel, stride);
+      return visit(PanelLeaf<Lane, 2>());
     case 3:
-      return PanelLeaf<Lane, 3>::run(rows, panel, stride);
+      return visit(PanelLeaf<Lane, 3>());
     case 4:
-      return PanelLeaf<Lane, 4>::run(rows, panel, stride);
+      return visit(PanelLeaf<Lane, 4>());
     case 5:
-      return PanelLeaf<Lane, 5>::run(rows, panel, stride);
+      return visit(PanelLeaf<Lane, 5>());
     case 6:
-      return PanelLeaf<Lane, 6>::run(rows, panel, stride);
+      return visit(PanelLeaf<Lane, 6>());
     case 7:
-      return PanelLeaf<Lane, 7>::run(rows, panel, stride);
+      return visit(PanelLeaf<Lane, 7>());
     case 8:
-      return PanelLeaf<Lane, 8>::run(rows, panel, stride);
+      return visit(PanelLeaf<Lane, 8>());
     default:
-      return 0;
+      return;
   }
+}
+
+template <class Lane>
+size_t runPanelLeaf(size_t rows, size_t columns, double* panel, size_t stride) {
+  size_t done = 0;
+  withColumns<Lane>(columns, [&](auto leaf) { done = leaf.run(rows, panel, stride); });
+  return done;
+}
+
+template <class Lane>
+void runLeafSolve(size_t rows, size_t columns, const double* l, size_t lStride, double* x,
+                  size_t xStride) {
+  withColumns<Lane>(columns, [&](auto leaf) { leaf.runSolve(rows, l, lStride, x, xStride); });
 }
 
 }  // namespace korin::kernels
