@@ -36,7 +36,7 @@ class Factor {
     return withoutLock([&] {
       const std::shared_lock<std::shared_mutex> lock(mutex_, std::try_to_lock);
       requireHeld(lock.owns_lock());
-      return work(factor_);
+      return work(*factor_);
     });
   }
 
@@ -49,7 +49,13 @@ class Factor {
 
  public:
   Factor(const zeph::SparseMatrix& A, const zeph::Options& options)
-      : factor_(withoutLock([&] { return zeph::Factor(A, options); })) {}
+      : own_(withoutLock([&] { return std::make_shared<zeph::Factor>(A, options); })),
+        factor_(own_) {}
+
+  // One that belongs to others too: it can be asked, and is not to be refactorized.
+  explicit Factor(std::shared_ptr<const zeph::Factor> shared) : factor_(std::move(shared)) {}
+
+  std::size_t rows() const { return factor_->rows(); }
 
   Doubles solve(const Doubles& b) const {
     Doubles x(std::vector<py::ssize_t>(b.shape(), b.shape() + b.ndim()));
@@ -61,16 +67,16 @@ class Factor {
   }
 
   Doubles variances() const {
-    Doubles diagonal(factor_.rows());
+    Doubles diagonal(rows());
     ask([&, to = diagonal.mutable_data()](const zeph::Factor& f) { f.variances(to, f.rows()); });
     return diagonal;
   }
 
   py::tuple selectedInverse() const {
-    Longs starts(factor_.rows() + 1);
+    Longs starts(rows() + 1);
     std::int64_t* start = starts.mutable_data();
     ask([&](const zeph::Factor& f) { f.selectedInverse(start, nullptr, nullptr); });
-    const std::int64_t count = start[factor_.rows()];
+    const std::int64_t count = start[rows()];
     Longs rows(count);
     Doubles values(count);
     ask([&, row = rows.mutable_data(), value = values.mutable_data()](const zeph::Factor& f) {
@@ -114,7 +120,7 @@ class Factor {
     withoutLock([&] {
       const std::unique_lock<std::shared_mutex> lock(mutex_, std::try_to_lock);
       requireHeld(lock.owns_lock());
-      factor_.refactorise(values.data(), values.size());
+      own_->refactorise(values.data(), values.size());
     });
   }
 
@@ -133,9 +139,36 @@ class Factor {
     return Doubles({rows, cols}, data, owner);
   }
 
-  zeph::Factor factor_;
+  std::shared_ptr<zeph::Factor> own_;  // null where others have it too
+  std::shared_ptr<const zeph::Factor> factor_;
   mutable std::shared_mutex mutex_;
 };
+
+Doubles toArray(const std::vector<double>& values) {
+  return Doubles(static_cast<py::ssize_t>(values.size()), values.data());
+}
+
+py::dict leastSquares(const zeph::SparseMatrix& J, const std::vector<double>& y,
+                      const std::vector<double>& sigmas, const zeph::Options& options) {
+  zeph::Adjustment a;
+  {
+    const py::gil_scoped_release release;
+    a = zeph::adjust(J, y, sigmas, options);
+  }
+  py::dict d;
+  d["x"] = toArray(a.x);
+  d["sigma"] = toArray(a.sigma);
+  d["residuals"] = toArray(a.residuals);
+  d["residual_sigma"] = toArray(a.residualSigma);
+  d["redundancy"] = toArray(a.redundancy);
+  d["leverage"] = toArray(a.leverage);
+  d["normalized_residuals"] = toArray(a.normalizedResiduals);
+  d["variance_factor"] = a.varianceFactor;
+  d["degrees_of_freedom"] = a.degreesOfFreedom;
+  d["suspect"] = a.suspect < 0 ? py::object(py::none()) : py::int_(a.suspect);
+  d["factor"] = std::make_unique<Factor>(std::move(a.factor));
+  return d;
+}
 
 PYBIND11_MODULE(_core, m) {
   py::register_exception_translator([](std::exception_ptr thrown) {
@@ -164,6 +197,7 @@ PYBIND11_MODULE(_core, m) {
       .def("refactorize", &Factor::refactorise, py::arg().noconvert())
       .def("report", &Factor::report);
 
+  m.def("least_squares", &leastSquares);
   m.def("plan", [](const zeph::SparseMatrix& A, const zeph::Options& options) {
     zeph::Report report;
     {

@@ -2,6 +2,7 @@
 
 import doctest
 import importlib
+import pathlib
 import pickle
 
 import numpy as np
@@ -147,8 +148,40 @@ def test_shortcuts_files_and_reports(tmp_path):
     assert zeph.read(str(tmp_path / "s.mtx")).toarray().tolist() == [[4, -1], [-1, 3]]
 
 
-@pytest.mark.parametrize("name", ["zeph", "zeph._factor"])
+@pytest.mark.parametrize("sigma", [None, 0.5, "each"])
+def test_least_squares_against_dense_statistics(sigma):
+    rng = np.random.default_rng(7)
+    J = sparse.vstack([sparse.random(60, 12, 0.2, random_state=rng), sparse.eye(12)]).tocsr()
+    s = rng.uniform(0.5, 2, 72) if sigma == "each" else sigma
+    x, each = rng.standard_normal(12), np.broadcast_to(1.0 if s is None else s, 72)
+    y = J @ x + each * rng.standard_normal(72)
+    y[40] += 30 * each[40]
+    a = zeph.least_squares(J, y, s)
+    D = J.toarray() / each[:, None]
+    Z = np.linalg.inv(D.T @ D)
+    hat = np.einsum("ij,jk,ik->i", D, Z, D)
+    v = y - J @ (Z @ (D.T @ (y / each)))
+    for ours, dense in ((a.x, Z @ (D.T @ (y / each))), (a.sigma, np.sqrt(np.diag(Z))),
+                        (a.residuals, v), (a.residual_sigma, each * np.sqrt(1 - hat)),
+                        (a.redundancy, 1 - hat), (a.leverage, hat),
+                        (a.normalized_residuals, v / (each * np.sqrt(1 - hat))),
+                        (a.variance_factor, np.sum((v / each) ** 2) / 60),
+                        (a.factor.covariance([0], [3]), Z[0, 3])):
+        assert_allclose(ours, dense, rtol=1e-9, atol=1e-11)
+    assert (a.suspect, a.degrees_of_freedom) == (40, 60)
+    assert np.array_equal(pickle.loads(pickle.dumps(a)).x, a.x)
+    with pytest.raises(ValueError, match="factorize anew"):
+        a.factor.refactorize(D.T @ D)
+
+
+@pytest.mark.parametrize("name", ["zeph", "zeph._factor", "zeph._adjustment"])
 def test_examples(name, tmp_path):
     names = {"zeph": zeph, "np": np, "path": tmp_path / "example.mtx"}
     failed, tried = doctest.testmod(importlib.import_module(name), extraglobs=names)
+    assert tried > 0 and failed == 0
+
+
+def test_the_guide():
+    guide = pathlib.Path(__file__).parents[2] / "docs" / "python.md"
+    failed, tried = doctest.testfile(str(guide), module_relative=False, encoding="utf-8")
     assert tried > 0 and failed == 0

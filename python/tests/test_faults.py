@@ -80,6 +80,10 @@ F = zeph.factorize(GOOD)
     (lambda: zeph.factorize(GOOD, threads=-1), ValueError, "threads is -1"),
     (lambda: zeph.factorize(GOOD, threads="2"), TypeError, "threads"),
     (lambda: zeph.factorize(GOOD, progress=3), TypeError, "progress"),
+    (lambda: zeph.least_squares(np.eye(3), np.ones((3, 1))), ValueError, "one dimension"),
+    (lambda: zeph.least_squares(np.eye(3), np.ones(2)), ValueError, "2 observations for the 3"),
+    (lambda: zeph.least_squares(np.eye(3), np.ones(3), [1, 1, 0]), ValueError, "observation 2 .* positive"),
+    (lambda: zeph.least_squares([[1, -1], [1, -1]], [1, 1]), zeph.SingularMatrixError, "held fixed"),
     (lambda: zeph.read("no such file.mtx"), zeph.Error, "no such file.mtx"),
     (lambda: zeph.write("no such folder/a.mtx", GOOD), zeph.Error, "no such folder"),
 ])

@@ -7,6 +7,7 @@ array([0.2679, 0.2857, 0.2679])
 """
 
 from zeph._errors import Error, NotPositiveDefiniteError, SingularMatrixError
+from zeph._adjustment import Adjustment, least_squares
 from zeph._factor import (
     Factor,
     Report,
@@ -21,12 +22,14 @@ from zeph._factor import (
 )
 
 __all__ = [
+    "Adjustment",
     "Error",
     "Factor",
     "NotPositiveDefiniteError",
     "Report",
     "SingularMatrixError",
     "factorize",
+    "least_squares",
     "logdet",
     "plan",
     "read",

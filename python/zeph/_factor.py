@@ -1,9 +1,8 @@
 """The factor of a matrix and the shortcuts around it."""
 
 import os
-from contextlib import contextmanager
 from dataclasses import dataclass
-from typing import Any, Iterator, Tuple, Union
+from typing import Any, Tuple, Union
 
 import numpy as np
 import numpy.typing as npt
@@ -67,16 +66,19 @@ class Factor:
         threads: int = 0,
         progress: _progress.Progress = None,
     ) -> None:
-        self._callback = _progress.callback(progress)
-        options = _options(method, ordering, threads, self._callback)
-        self._result = sparse.csc_matrix
-        if type(A).__name__.endswith("_array"):
-            self._result = sparse.csc_array
+        callback = _progress.callback(progress)
+        options = _options(method, ordering, threads, callback)
+        is_array = type(A).__name__.endswith("_array")
         A = _arrays.compressed(A, "A")
-        with self._bar():
-            self._core = _core.Factor(_arrays.core_matrix(A), options)
-        self._pattern = _arrays.Pattern(A)
+        with _progress.closing(callback):
+            core = _core.Factor(_arrays.core_matrix(A), options)
+        self._take(core, _arrays.Pattern(A), is_array, callback)
+
+    def _take(self, core: _core.Factor, pattern: Any, is_array: bool, callback: Any) -> None:
+        self._core, self._pattern, self._callback = core, pattern, callback
+        self._result = sparse.csc_array if is_array else sparse.csc_matrix
         made = self.report
+        self._size = made.unknowns
         kind = "Cholesky" if made.method == "cholesky" else "LU"
         order = "" if made.ordering == "auto" else f", ordering {made.ordering}"
         n = made.unknowns
@@ -88,8 +90,7 @@ class Factor:
     @property
     def shape(self) -> Tuple[int, int]:
         """Rows and columns of A."""
-        rows, cols = self._pattern.shape
-        return int(rows), int(cols)
+        return self._size, self._size
 
     @property
     def report(self) -> Report:
@@ -117,7 +118,7 @@ class Factor:
         n = self.shape[0]
         if right.ndim not in (1, 2) or right.shape[0] != n:
             raise ValueError(f"b has the shape {right.shape}; it must be ({n},) or ({n}, k)")
-        with self._bar():
+        with _progress.closing(self._callback):
             return self._core.solve(right)
 
     def variances(self, indices: Any = None) -> Doubles:
@@ -147,7 +148,7 @@ class Factor:
         """
         if indices is not None:
             return self.covariance(indices, indices)
-        with self._bar():
+        with _progress.closing(self._callback):
             return self._core.variances()
 
     def selected_inverse(self) -> Any:
@@ -165,7 +166,7 @@ class Factor:
         array([[ 0.2727, -0.0909],
                [-0.0909,  0.3636]])
         """
-        with self._bar():
+        with _progress.closing(self._callback):
             values, rows, starts = self._core.selected_inverse()
         return self._result((values, rows, starts), shape=self.shape)
 
@@ -189,7 +190,7 @@ class Factor:
         r, c = np.broadcast_arrays(
             _arrays.integers(rows, "rows"), _arrays.integers(cols, "cols")
         )
-        with self._bar():
+        with _progress.closing(self._callback):
             return self._core.covariance(np.ravel(r), np.ravel(c)).reshape(r.shape)
 
     def covariance_block(self, indices: Any) -> Doubles:
@@ -212,7 +213,7 @@ class Factor:
         wanted = _arrays.integers(indices, "indices")
         if wanted.ndim != 1:
             raise ValueError(f"indices has {wanted.ndim} dimensions; a list has one")
-        with self._bar():
+        with _progress.closing(self._callback):
             return self._core.covariance_block(wanted)
 
     def slogdet(self) -> Tuple[int, float]:
@@ -265,7 +266,7 @@ class Factor:
             raise ValueError(f"count is {columns}; it must not be negative")
         if not 0 <= start < 2**64:
             raise ValueError(f"seed is {start}; it must be from 0 to 2**64 - 1")
-        with self._bar():
+        with _progress.closing(self._callback):
             return self._core.sample(columns, start)
 
     def trace_inverse_times(self, B: Any) -> float:
@@ -279,7 +280,7 @@ class Factor:
         0.6364
         """
         matrix = _arrays.core_matrix(_arrays.compressed(B, "B"))
-        with self._bar():
+        with _progress.closing(self._callback):
             return self._core.trace_inverse_times(matrix)
 
     def refactorize(self, A2: Any) -> None:
@@ -303,17 +304,11 @@ class Factor:
         >>> F.variances()
         array([0.5, 0.2])
         """
+        if self._pattern is None:
+            raise ValueError("the factor belongs to the result of least_squares; factorize anew")
         values = self._pattern.values_of(_arrays.compressed(A2, "A2"), "A2")
-        with self._bar():
+        with _progress.closing(self._callback):
             self._core.refactorize(values)
-
-    @contextmanager
-    def _bar(self) -> Iterator[None]:
-        try:
-            yield
-        finally:
-            if isinstance(self._callback, _progress.Bar):
-                self._callback.close()
 
 
 def factorize(

@@ -2,7 +2,8 @@
 
 import sys
 import time
-from typing import Any, Callable, Optional, Union
+from contextlib import contextmanager
+from typing import Any, Callable, Iterator, Optional, Union
 
 Progress = Union[None, bool, Callable[[str, float], Any]]
 
@@ -44,3 +45,13 @@ def callback(progress: Progress) -> Optional[Callable[[str, float], Any]]:
     if callable(progress):
         return progress
     raise TypeError("progress must be True, or a function of a stage and the share of it done")
+
+
+@contextmanager
+def closing(asked: Optional[Callable[[str, float], Any]]) -> Iterator[None]:
+    """Wipes the bar, if that is what was asked for, when the work is done."""
+    try:
+        yield
+    finally:
+        if isinstance(asked, Bar):
+            asked.close()
