@@ -59,7 +59,6 @@ std::string disagreement(const SymmetricInput& in, const std::vector<double>& up
 }  // namespace
 
 std::string SymmetricInput::fill(const double* values, std::size_t count) {
-  const bool both = std::any_of(place.begin(), place.end(), [](Offset p) { return p < 0; });
   std::fill(lower.value.begin(), lower.value.end(), 0.0);
   std::vector<double> upper(both ? lower.value.size() : 0);
   for (std::size_t k = 0; k < count; ++k) {
@@ -86,6 +85,7 @@ SymmetricInput symmetricInput(const SparseMatrix& A, std::string& against) {
   SymmetricInput in;
   in.source = A.source;
   in.indexBase = A.indexBase;
+  in.both = A.symmetry == Symmetry::General;
   if (A.symmetry == Symmetry::SkewSymmetric) {
     against = A.source + " is skew-symmetric";
     return in;
@@ -101,7 +101,7 @@ SymmetricInput symmetricInput(const SparseMatrix& A, std::string& against) {
   const auto n = static_cast<Index>(A.rows);
   in.lower = korin::sparse::assembleTriplets(n, n, row.data(), col.data(), value.data(), count,
                                              korin::sparse::Part::OneTriangle, &in.place);
-  if (A.symmetry == Symmetry::General) {
+  if (in.both) {
     for (std::size_t k = 0; k < count; ++k) {
       if (row[k] < col[k]) in.place[k] = ~in.place[k];
     }

@@ -15,6 +15,8 @@ namespace zeph {
 struct SymmetricInput {
   std::string source;
   std::size_t indexBase = 0;
+  /// Both triangles were given, and have to agree.
+  bool both = false;
   korin::sparse::Columns lower;
   /// Place in `lower` of each input entry; ~place for those above the diagonal of a matrix of which
   /// both triangles were given.

@@ -384,6 +384,12 @@ TEST_F(FactorTest, refusesWhatCannotBeMeant) {
   f.refactorise({4.0, 2.0, 5.0});
   EXPECT_NEAR(f.variances()[0], 0.3125, 1e-16);
 
+  // A triangular matrix is no half of a symmetric one.
+  SparseMatrix lower = make(2, G, {{0, 0, 4.0}, {1, 0, 2.0}, {1, 1, 5.0}});
+  lower.triangular = true;
+  EXPECT_EQ(Factor(lower).report().route, Route::Lu);
+  EXPECT_NEAR(Factor(lower).variances()[0], 0.25, 1e-16);
+
   // Both triangles were given, so new values are compared again.
   Factor whole(make(2, G, {{0, 0, 4.0}, {1, 1, 5.0}, {1, 0, 2.0}, {0, 1, 2.0}}));
   expectError([&] { whole.refactorise({4.0, 5.0, 2.0, 1.0}); }, "4 A is not symmetric");
