@@ -1,4 +1,5 @@
 #include "cli/commands.h"
+#include "cli/command_parts.h"
 
 #include <cstdio>
 #include <memory>
@@ -24,82 +25,6 @@ namespace zeph {
 
 namespace {
 
-/// The arguments that most commands share.
-struct Files {
-  std::string first;
-  std::string second;
-  std::string output = "-";
-  std::string permutation;
-  std::string name;
-};
-
-/// A sub-command whose options live as long as the action that is made from them.
-template <class Options, class Work>
-CLI::App* declare(CLI::App& app, Action& action, const char* name, const char* summary,
-                  const char* examples, std::shared_ptr<Options> options, Work work) {
-  CLI::App* command = app.add_subcommand(name, summary);
-  command->footer(std::string("Examples:\n") + examples);
-  command->callback([&action, options, work] {
-    action = [options, work](const Progress& progress) { return work(*options, progress); };
-  });
-  return command;
-}
-
-void addOutput(CLI::App* command, std::string& output, const char* help) {
-  command->add_option("-o,--output", output, help)->type_name("FILE");
-}
-
-struct RouteFlags {
-  bool cholesky = false;
-  bool lu = false;
-  bool luSolves = false;
-
-  Route route() const {
-    if (cholesky) return Route::Cholesky;
-    if (lu) return Route::Lu;
-    return luSolves ? Route::LuSolves : Route::Automatic;
-  }
-};
-
-void addRoutes(CLI::App* command, RouteFlags& flags) {
-  CLI::Option* cholesky =
-      command->add_flag("--cholesky", flags.cholesky, "A is symmetric positive definite");
-  command->add_flag("--lu", flags.lu, "A is any non-singular matrix")->excludes(cholesky);
-}
-
-/// What the user says of A where its file does not.
-struct FormFlags {
-  bool symmetric = false;
-  bool general = false;
-
-  void declare(SparseMatrix& A) const {
-    if (symmetric) declareSymmetric(A);
-    A.triangular = general;
-  }
-};
-
-void addForms(CLI::App* command, FormFlags& flags) {
-  CLI::Option* symmetric = command->add_flag("--symmetric", flags.symmetric,
-                                             "the entries of one triangle of A stand for both");
-  command->add_flag("--general", flags.general, "A may have entries in one triangle alone")
-      ->excludes(symmetric);
-}
-
-/// A locked door is better found before the work than after it.
-void requireOutput(const std::string& output) {
-  if (output == "-") return;
-  requireMatrixEnding(output);
-  AtomicFile::requireWritable(output);
-}
-
-SparseMatrix load(const std::string& path, const Progress& progress,
-                  const FormFlags& form = FormFlags()) {
-  progress.begin("reading");
-  SparseMatrix A = readSparse(path);
-  form.declare(A);
-  return A;
-}
-
 /// Two results need a file each.
 void requireTwoOutputs(const std::string& output, const char* option, const std::string& second) {
   if (second.empty()) return;
@@ -108,18 +33,6 @@ void requireTwoOutputs(const std::string& output, const char* option, const std:
                 std::string("-o and ") + option + " both name " + second + "; name a file each");
   }
   AtomicFile::requireWritable(second);
-}
-
-/// Stages of the library as the command's own, with its checkpoints.
-zeph::Options shownOn(const Progress& progress) {
-  zeph::Options options;
-  options.progress = [&progress, last = std::string()](const char* stage, double) mutable {
-    progress.checkpoint();
-    if (last != stage) progress.stage(stage);
-    last = stage;
-    return true;
-  };
-  return options;
 }
 
 void printDemonstration(const DemonstrationReport& r) {
@@ -141,60 +54,6 @@ void printDemonstration(const DemonstrationReport& r) {
 }
 
 }  // namespace
-
-void declareVariances(CLI::App& app, Action& action) {
-  struct Options : Files, RouteFlags, FormFlags {};
-  auto options = std::make_shared<Options>();
-  CLI::App* command =
-      declare(app, action, "variances", "The diagonal of the inverse of A",
-              "  zeph variances A.mtx                 lines index,value on standard output\n"
-              "  zeph variances A.mtx -o d.mtx --lu   a Matrix Market array, by sparse LU",
-              options, [](const Options& o, const Progress& progress) {
-                requireOutput(o.output);
-                const Variances result = variances(load(o.first, progress, o), o.route(), progress);
-                progress.begin("writing");
-                writeVector(o.output, result.diagonal.data, result.diagonal.size);
-                return 0;
-              });
-  command->add_option("A", options->first, "square matrix")->required()->type_name("A.mtx");
-  addOutput(command, options->output, "lines index,value, or a Matrix Market array (.mtx)");
-  addRoutes(command, *options);
-  addForms(command, *options);
-  command
-      ->add_flag("--lu-solves", options->luSolves,
-                 "sparse LU with one solve for every entry (slow; for comparison)")
-      ->excludes("--cholesky")
-      ->excludes("--lu");
-}
-
-void declareSolve(CLI::App& app, Action& action) {
-  struct Options : Files, RouteFlags, FormFlags {};
-  auto options = std::make_shared<Options>();
-  CLI::App* command =
-      declare(app, action, "solve", "Solve A X = B for one or several right-hand sides",
-              "  zeph solve A.mtx b.mtx -o x.mtx\n"
-              "  zeph solve A.mtx B.mtx --cholesky > X.mtx",
-              options, [](const Options& o, const Progress& progress) {
-                requireOutput(o.output);
-                SparseMatrix A = load(o.first, progress, o);
-                const DenseMatrix B = readDense(o.second);
-                const Solution result = solve(std::move(A), B, o.route(), progress);
-                progress.begin("writing");
-                writeDense(o.output, result.X);
-                char line[96];
-                std::snprintf(line, sizeof line, "relative residual |AX-B| / (|A||X|+|B|) = %.3g",
-                              result.relativeResidual);
-                progress.note(line);
-                return 0;
-              });
-  command->add_option("A", options->first, "square matrix")->required()->type_name("A.mtx");
-  command->add_option("B", options->second, "right-hand sides, one a column")
-      ->required()
-      ->type_name("B.mtx");
-  addOutput(command, options->output, "the solution");
-  addRoutes(command, *options);
-  addForms(command, *options);
-}
 
 void declareAdjust(CLI::App& app, Action& action) {
   struct Options : Files {

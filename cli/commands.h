@@ -15,6 +15,10 @@ using Action = std::function<int(const Progress&)>;
 
 void declareVariances(CLI::App& app, Action& action);
 void declareSolve(CLI::App& app, Action& action);
+void declareCovariance(CLI::App& app, Action& action);
+void declareSelectedInverse(CLI::App& app, Action& action);
+void declareLogDeterminant(CLI::App& app, Action& action);
+void declarePlan(CLI::App& app, Action& action);
 void declareAdjust(CLI::App& app, Action& action);
 void declareCheck(CLI::App& app, Action& action);
 void declareConvert(CLI::App& app, Action& action);

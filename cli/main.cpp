@@ -72,6 +72,10 @@ int main(int argc, char** argv) {  // NOLINT(bugprone-exception-escape)
   zeph::Action action;
   zeph::declareVariances(app, action);
   zeph::declareSolve(app, action);
+  zeph::declareCovariance(app, action);
+  zeph::declareSelectedInverse(app, action);
+  zeph::declareLogDeterminant(app, action);
+  zeph::declarePlan(app, action);
   zeph::declareAdjust(app, action);
   zeph::declareCheck(app, action);
   zeph::declareConvert(app, action);

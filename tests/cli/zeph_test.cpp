@@ -56,6 +56,8 @@ TEST_F(ZephProgram, CommandsPutTheirResultsWhereTheyAreAskedTo) {
   write("G.mtx", kGeneral2);
   write("b.mtx", kVector2);
   write("J.mtx", kLevelling);
+  write("order.txt", "1\n0\n");
+  write("pairs.csv", "1,0\n\n1, 1\n");
   write("y.mtx", "%%MatrixMarket matrix array real general\n4 1\n1\n0\n-1\n13\n");
   write("s.csv", "0,0,2\n");
   const struct {
@@ -64,6 +66,16 @@ TEST_F(ZephProgram, CommandsPutTheirResultsWhereTheyAreAskedTo) {
     const char* said;
   } cases[] = {
       {"variances A.mtx", nullptr, {0, 0.3125, 1, 0.25}, "Cholesky"},
+      {"variances A.mtx --engine cholmod", nullptr, {0, 0.3125, 1, 0.25}, "Cholesky"},
+      {"variances A.mtx --threads 2 --ordering order.txt",
+       nullptr,
+       {0, 0.3125, 1, 0.25},
+       "relative error of the variances: at most"},
+      {"covariance A.mtx --block 1,0", nullptr, {2, 2, 0.25, -0.125, -0.125, 0.3125}, ""},
+      {"covariance A.mtx --pairs pairs.csv", nullptr, {1, 0, -0.125, 1, 1, 0.25}, ""},
+      {"selinv A.mtx -o Z.mtx", "Z.mtx", {2, 2, 3, 1, 1, 0.3125, 2, 1, -0.125, 2, 2, 0.25}, ""},
+      {"logdet A.mtx", nullptr, {std::log(16.0), 1}, ""},
+      {"logdet G.mtx --general", nullptr, {std::log(16.0), 1}, "LU"},
       {"variances A.mtx --lu", nullptr, {0, 0.3125, 1, 0.25}, "LU"},
       {"variances A.mtx --lu-solves -o d.csv", "d.csv", {0, 0.3125, 1, 0.25}, "LU"},
       {"variances G.mtx --general -o d.mtx", "d.mtx", {2, 1, 0.25, 0.25}, "LU"},
@@ -215,6 +227,12 @@ TEST_F(ZephProgram, BadInputGetsOneSentenceAndLeavesNothingBehind) {
       {"observations in a matrix", "adjust free.mtx A.mtx", 4, {"A.mtx is 2 x 2", "one column"}},
       {"tables in one file", "adjust free.mtx b.mtx -o o.csv --residuals o.csv", 2, {"o.csv"}},
       {"two routes", "variances A.mtx --lu --cholesky", 2, {"--lu"}},
+      {"no entries", "covariance A.mtx", 2, {"--pairs", "--block"}},
+      {"bad block", "covariance A.mtx --block 0,,1", 2, {"0,,1"}},
+      {"block out of range", "covariance A.mtx --block 0,2", 4, {"A.mtx", "0 to 1"}},
+      {"bad pairs", "covariance A.mtx --pairs bad.csv", 3, {"bad.csv", "line 1"}},
+      {"no order", "plan A.mtx --ordering bad.csv", 3, {"bad.csv", "line 1"}},
+      {"unsymmetric", "selinv G.mtx --general", 4, {"G.mtx", "positive definite"}},
       {"no command", "", 2, {"zeph"}},
       {"unknown command", "invert A.mtx", 2, {"zeph"}},
       {"missing argument", "solve A.mtx", 2, {"B"}},
@@ -260,8 +278,11 @@ TEST_F(ZephProgram, PipesLinksAndFullDisks) {
 }
 
 TEST_F(ZephProgram, HelpIsEverywhereAndShowsExamples) {
-  for (const char* command : {"", "variances", "solve", "check", "convert", "adjust", "factor",
-                              "pattern", "multiply", "export", "demo", "version"}) {
+  write("A.mtx", kSymmetric2);
+  EXPECT_NE(run("plan A.mtx").out.find("entries of L:     3\n"), std::string::npos);
+  for (const char* command :
+       {"", "variances", "solve", "covariance", "selinv", "logdet", "plan", "check", "convert",
+        "adjust", "factor", "pattern", "multiply", "export", "demo", "version"}) {
     const Outcome result = run(std::string(command) + " --help");
     EXPECT_EQ(result.status, 0);
     EXPECT_NE(result.out.find("Examples:"), std::string::npos) << command << result.out;

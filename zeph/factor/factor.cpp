@@ -10,6 +10,7 @@
 #include "zeph/checks/memory.h"
 #include "zeph/checks/one_triangle.h"
 #include "zeph/factor/cholesky_backend.h"
+#include "zeph/factor/first_route.h"
 #include "zeph/factor/lu_backend.h"
 #include "zeph/factor/normal_numbers.h"
 #include "zeph/factor/trust.h"
@@ -92,6 +93,42 @@ void requireArray(const void* array, const char* name) {
 }
 
 }  // namespace
+
+FirstRoute firstRoute(const SparseMatrix& A) {
+  requireMatrix(A);
+  std::string against;
+  const SymmetricInput input = symmetricInput(A, against);
+  if (!against.empty()) return {Route::Lu, against};
+  const korin::sparse::Index bad = firstUnusableDiagonal(input.lower);
+  if (bad >= 0) return {Route::Lu, diagonalFault(input, bad)};
+  return {Route::Cholesky, A.source + " is symmetric with a positive diagonal"};
+}
+
+double relativeResidual(const SparseMatrix& A, const DenseMatrix& X, const DenseMatrix& B) {
+  const auto larger = [](double a, double b) { return std::max(a, std::abs(b)); };
+  double worst = 0.0;
+  for (size_t c = 0; c < B.cols; ++c) {
+    std::vector<double> left(A.rows), size(A.rows);
+    const auto add = [&](size_t row, size_t col, double value) {
+      left[row] += value * X(col, c);
+      size[row] += std::abs(value);
+    };
+    for (const Entry& e : A.entries) {
+      add(e.row, e.col, e.value);
+      if (A.symmetry == Symmetry::General || e.row == e.col) continue;
+      add(e.col, e.row, A.symmetry == Symmetry::Symmetric ? e.value : -e.value);
+    }
+    double norm = 0.0, x = 0.0, b = 0.0, r = 0.0;
+    for (size_t i = 0; i < A.rows; ++i) {
+      norm = larger(norm, size[i]);
+      x = larger(x, X(i, c));
+      b = larger(b, B(i, c));
+      r = larger(r, B(i, c) - left[i]);
+    }
+    if (r > 0.0) worst = std::max(worst, r / (norm * x + b));
+  }
+  return worst;
+}
 
 class Factor::Impl {
  public:
