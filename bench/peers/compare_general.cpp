@@ -10,7 +10,7 @@
 
 #include "matrices.h"
 #include "measure.h"
-#include "mumps_inverse.h"
+#include "mumps_peer.h"
 #include "solver/partial_inverse_lu.h"
 #include "solver/selected_inverse.h"
 #include "solver/solver.h"

@@ -13,7 +13,7 @@
 
 #include "matrices.h"
 #include "measure.h"
-#include "mumps_inverse.h"
+#include "mumps_peer.h"
 #include "solver/partial_inverse_chol.h"
 #include "solver/solver.h"
 #include "solver/suitesparse/cholmod_panels.h"
@@ -178,16 +178,6 @@ void umfpackSolves(const ProtoSparse& A, double* results) {
   results[n + 1] = best.value;
 }
 
-/// What the condition of A allows two methods to differ by. The condition is estimated by the trace
-/// of the inverse scaled to a unit diagonal of A.
-double tolerance(const ProtoSparse& A, const std::vector<double>& diagonal) {
-  ZtVector own;
-  A.getDiagonal(own);
-  double condition = 0.0;
-  for (std::size_t i = 0; i < diagonal.size(); ++i) condition += own.data[i] * diagonal[i];
-  return std::max(1e-10, 4.0 * std::numeric_limits<double>::epsilon() * condition);
-}
-
 struct Measured {
   Best whole, order, factor, supernodalFactor, step;
   std::vector<double> wholeDiagonal, stepDiagonal;
@@ -281,7 +271,7 @@ int measure(const compare::Arguments& arguments) {
   const Measured t = measureInTurn(m.A, sorted, chosen, limit);
   record.add("supernodal_factor", t.supernodalFactor.value).add("factor", t.factor.value);
   record.add("step", t.step.value).add("order", t.order.value).add("whole", t.whole.value);
-  record.add("tolerance", tolerance(sorted, t.wholeDiagonal));
+  record.add("tolerance", compare::allowedDifference(sorted, t.wholeDiagonal.data()));
   record.add("whole_mb", ours.megabytes).add("factor_mb", factorOnly.megabytes);
   record.add("step_difference",
              compare::largestDifference(t.stepDiagonal.data(), t.wholeDiagonal.data(), n));

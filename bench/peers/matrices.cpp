@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <limits>
 #include <random>
 #include <utility>
 
@@ -146,6 +147,14 @@ TestMatrix makeMatrix(const std::string& text) {
             zeph::levellingNormalMatrix(zeph::makeLevellingNetwork(count, 1)), true};
   }
   return fromFile(text);
+}
+
+double allowedDifference(const ProtoSparse& A, const double* variances) {
+  ZtVector own;
+  A.getDiagonal(own);
+  double condition = 0.0;
+  for (std::size_t i = 0; i < A.rowCount; ++i) condition += own.data[i] * variances[i];
+  return std::max(1e-10, 4.0 * std::numeric_limits<double>::epsilon() * condition);
 }
 
 }  // namespace compare

@@ -25,6 +25,10 @@ struct TestMatrix {
 /// Throws zeph::Error for files.
 TestMatrix makeMatrix(const std::string& text);
 
+/// What the condition of A allows the variances of two methods to differ by, relatively. The
+/// condition is estimated by the trace of the inverse scaled to a unit diagonal of A.
+double allowedDifference(const zeph_solver::ProtoSparse& A, const double* variances);
+
 }  // namespace compare
 
 #endif

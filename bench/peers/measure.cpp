@@ -99,12 +99,16 @@ Arguments::Arguments(int argc, char** argv) {
 }
 
 double Arguments::number(const std::string& name, double otherwise) const {
+  const std::string given = text(name);
+  return given.empty() ? otherwise : std::atof(given.c_str());
+}
+
+std::string Arguments::text(const std::string& name) const {
   const std::string start = "--" + name + "=";
   for (const std::string& option : options_) {
-    if (option.compare(0, start.size(), start) == 0)
-      return std::atof(option.c_str() + start.size());
+    if (option.compare(0, start.size(), start) == 0) return option.substr(start.size());
   }
-  return otherwise;
+  return {};
 }
 
 }  // namespace compare

@@ -77,6 +77,8 @@ class Arguments {
  public:
   Arguments(int argc, char** argv);
   double number(const std::string& name, double otherwise) const;
+  /// Empty where the option is not given.
+  std::string text(const std::string& name) const;
   const std::vector<std::string>& positions() const { return positions_; }
 
  private:

@@ -13,27 +13,33 @@ import subprocess
 import sys
 import tempfile
 
+import engine_tables
+from text import megabytes, milliseconds, number, ratio, table, times, total, verdict
+
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 HERE = os.path.dirname(os.path.abspath(__file__))
-TABLES = ["variances", "general", "dense", "assembly", "products"]
+TABLES = ["engine", "variances", "general", "dense", "assembly", "products"]
 
 FULL = {
+    "engine": ["network:100000", "network:300000", "grid2d:300", "grid2d:1000", "grid3d:20",
+               "grid3d:30", "grid3d:40", "bundle:10000", "bundle:100000"],
     "variances": ["network:10000", "network:100000", "grid2d:300", "grid2d:1000", "grid3d:30",
                   "grid3d:40"],
     "general": ["flow:60", "flow:150", "random:20000"],
     "orders": [4, 8, 16, 64, 100, 128, 200, 256, 258, 1000],
     "triplets": 10**7,
     "product": (10**6, 10**5),
-    "limits": {"variances": 3, "general": 24, "dense": 1, "assembly": 12, "products": 2},
+    "limits": {"engine": 5, "variances": 3, "general": 24, "dense": 1, "assembly": 12, "products": 2},
     "plot": {2: [32, 56, 100, 178, 300, 550, 1000], 3: [8, 12, 16, 22, 30, 40]},
 }
 QUICK = {
+    "engine": ["network:3000", "grid2d:60", "grid3d:12", "bundle:1000"],
     "variances": ["network:3000", "grid2d:60", "grid3d:14"],
     "general": ["flow:30", "random:1000"],
     "orders": [8, 64, 100, 256],
     "triplets": 2 * 10**5,
     "product": (10**5, 10**4),
-    "limits": {"variances": 0.3, "general": 3, "dense": 0.1, "assembly": 0.5, "products": 0.1},
+    "limits": {"engine": 0.5, "variances": 0.3, "general": 3, "dense": 0.1, "assembly": 0.5, "products": 0.1},
     "plot": {2: [16, 24, 32, 48], 3: [6, 8, 10, 12]},
 }
 
@@ -68,6 +74,9 @@ class Programs:
     def __init__(self, folder):
         self.folder = os.path.join(folder, "bench", "peers")
 
+    def has(self, name):
+        return os.path.exists(os.path.join(self.folder, "compare_" + name))
+
     def run(self, name, *arguments, **environment):
         """The records that a program prints; [] and a complaint when it fails."""
         settings = {"OPENBLAS_NUM_THREADS": "1", "OMP_NUM_THREADS": "1", **environment}
@@ -79,52 +88,6 @@ class Programs:
             complain(f"compare_{name} failed: {reason[0]}")
             return []
         return [json.loads(line) for line in done.stdout.splitlines()]
-
-
-# ---- text
-
-def number(x, digits=3):
-    if x is None:
-        return "–"
-    if x == 0:
-        return "0"
-    if abs(x) >= 10 ** digits:
-        return f"{x:,.0f}"
-    text = f"{x:.{digits}g}"
-    return f"{float(text):.9f}".rstrip("0").rstrip(".") if "e" in text else text
-
-
-def milliseconds(x):
-    return "–" if x is None else number(x * 1e3)
-
-
-def times(x):
-    return "–" if x is None else f"{x:.2f} ×" if x < 10 else f"{x:,.0f} ×"
-
-
-def ratio(a, b):
-    return None if a is None or not b else a / b
-
-
-def megabytes(x):
-    return "–" if x is None else number(x, 2 if x < 10 else 3)
-
-
-def total(record, *names):
-    parts = [record.get(name) for name in names]
-    return None if None in parts else sum(parts)
-
-
-def verdict(value, target, at_most):
-    if value is None:
-        return "–"
-    met = value <= target if at_most else value >= target
-    return f"{'≤' if at_most else '≥'} {target:g} {'met' if met else 'missed'}"
-
-
-def table(header, rows):
-    lines = ["| " + " | ".join(header) + " |", "|---" + "|---:" * (len(header) - 1) + "|"]
-    return "\n".join(lines + ["| " + " | ".join(row) + " |" for row in rows]) + "\n"
 
 
 # ---- the machine
@@ -179,7 +142,7 @@ def machine(programs):
     widest = "AVX-512" if "avx512f" in flags else "AVX2" if "avx2" in flags else "SSE2"
     memory = int(first(r"MemTotal:\s*(\d+)", read("/proc/meminfo"), "0")) / 2**20
     packages = ["libsuitesparse-dev", "libopenblas-dev", "libmumps-seq-dev", "libeigen3-dev",
-                "python3-scipy"]
+                "libceres-dev", "r-cran-tmb", "python3-scipy"]
     return table(["", ""], [
         ["processor", f"{first('model name.*: (.*)', cpu)} (family "
                       f"{first('cpu family.*: (.*)', cpu)}, model {first('^model.*: (.*)', cpu)}), "
@@ -193,6 +156,12 @@ def machine(programs):
         ["limits of one core, measured", limits_text(programs)],
         ["threads", "one, except where `sortElements` and `compress` use all cores"],
     ]).replace("|---|---:|", "|---|---|")
+
+
+# ---- the engine
+
+def engine_table(programs, sizes, files, _):
+    return engine_tables.measure(programs, sizes, files, complain, note)
 
 
 # ---- variances
@@ -449,9 +418,10 @@ def openblas_core(programs):
 
 def main():
     parser = argparse.ArgumentParser(prog="bench/compare", description=__doc__.splitlines()[0])
-    parser.add_argument("files", nargs="*", metavar="[NAME=]FILE.mtx",
-                        help="matrices to measure as well: symmetric ones in the table of "
-                             "variances, others in that of general matrices")
+    parser.add_argument("files", nargs="*", metavar="[NAME=]FILE",
+                        help="matrices to measure as well: symmetric ones (.mtx) in the tables of the "
+                             "engine and of variances, others in that of general matrices; and "
+                             "pose graphs (.g2o) beside Ceres")
     parser.add_argument("--quick", action="store_true", help="small sizes, seconds")
     parser.add_argument("--only", choices=TABLES, help="one table")
     parser.add_argument("--plots", metavar="FOLDER", help="write scaling plots (SVG) there")
@@ -465,7 +435,7 @@ def main():
     sizes = QUICK if arguments.quick else FULL
     sections = ["## The machine\n\n" + machine(programs)]
     cache = {}
-    makers = {"variances": variances_table, "general": general_table, "dense": dense_table,
+    makers = {"engine": engine_table, "variances": variances_table, "general": general_table, "dense": dense_table,
               "assembly": assembly_table, "products": products_table}
     for name in TABLES:
         if arguments.only in (None, name):
@@ -484,15 +454,19 @@ def main():
 
 
 def sort_files(files):
-    """Files by table: what declares itself symmetric goes to the variances."""
-    sorted_files = {"variances": [], "general": []}
+    """Files by table: what declares itself symmetric goes to the variances and the engine."""
+    sorted_files = {"engine": [], "variances": [], "general": []}
     for file in files:
         path = file.partition("=")[2] or file
         if not os.path.isfile(path):
             sys.exit(f"bench/compare: there is no file {path}")
+        if path.endswith(".g2o"):
+            sorted_files["engine"].append(file)
+            continue
         with open(path, encoding="utf-8", errors="replace") as content:
             symmetric = "symmetric" in content.readline().lower().split()
-        sorted_files["variances" if symmetric else "general"].append(file)
+        for name in ["engine", "variances"] if symmetric else ["general"]:
+            sorted_files[name].append(file)
     return sorted_files
 
 

@@ -1,4 +1,6 @@
-#include "mumps_inverse.h"
+#include "mumps_peer.h"
+
+#include "factor_peers.h"
 
 #ifdef ZEPH_COMPARE_MUMPS
 
@@ -94,6 +96,32 @@ MumpsTimes mumpsInverseDiagonal(const zeph_solver::ProtoSparse& A, bool symmetri
   return times;
 }
 
+FactorTimes mumpsMinimumDegree(const Lower& lower) {
+  constexpr MUMPS_INT kMinimumDegree = 0;
+  const auto entries = static_cast<std::size_t>(lower.entries());
+  std::vector<MUMPS_INT> rows(entries), cols(entries);
+  std::vector<double> values(lower.value, lower.value + entries);
+  for (MUMPS_INT j = 0; j < lower.cols; ++j) {
+    for (auto k = lower.start[j]; k < lower.start[j + 1]; ++k) {
+      rows[static_cast<std::size_t>(k)] = lower.row[k] + 1;
+      cols[static_cast<std::size_t>(k)] = j + 1;
+    }
+  }
+  Instance mumps(true);
+  mumps.control(7) = kMinimumDegree;
+  mumps->n = lower.cols;
+  mumps->nnz = static_cast<MUMPS_INT8>(entries);
+  mumps->irn = rows.data();
+  mumps->jcn = cols.data();
+  mumps->a = values.data();
+  FactorTimes times;
+  times.order = mumps.run(kAnalyse);
+  if (mumps.failed()) return times;
+  times.factor = mumps.run(kFactorise);
+  times.completed = !mumps.failed();
+  return times;
+}
+
 }  // namespace compare
 
 #else
@@ -105,6 +133,10 @@ bool haveMumps() {
 }
 
 MumpsTimes mumpsInverseDiagonal(const zeph_solver::ProtoSparse&, bool, const int*, double*) {
+  return {};
+}
+
+FactorTimes mumpsMinimumDegree(const Lower&) {
   return {};
 }
 

@@ -1,5 +1,5 @@
-#ifndef ZEPH_BENCH_PEERS_MUMPS_INVERSE_H
-#define ZEPH_BENCH_PEERS_MUMPS_INVERSE_H
+#ifndef ZEPH_BENCH_PEERS_MUMPS_PEER_H
+#define ZEPH_BENCH_PEERS_MUMPS_PEER_H
 
 #include "solver/assembly/protosparse.h"
 
