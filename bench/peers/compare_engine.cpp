@@ -12,6 +12,7 @@
 #include <exception>
 #include <fstream>
 #include <functional>
+#include <numeric>
 #include <random>
 #include <string>
 #include <utility>
@@ -28,6 +29,7 @@
 #include "sparse/numeric/factorise.h"
 #include "sparse/numeric/solve.h"
 #include "sparse/pattern/assembly.h"
+#include "zeph/factor.h"
 
 namespace {
 
@@ -98,8 +100,16 @@ Index nodeSize(const korin::sparse::Symbolic& s) {
   return s.n % s.compressedNodes == 0 ? s.n / s.compressedNodes : 1;
 }
 
+/// The public call: everything checked, the error estimated.
+double callFactor(const zeph::SparseMatrix& A, int threads, double* variances) {
+  zeph::Options options;
+  options.threads = threads;
+  return seconds([&] { zeph::Factor(A, options).variances(variances, A.rows); });
+}
+
 /// Peak memory of our call and of each peer, in processes of their own.
-void addMemory(const Triplets& t, const Columns& lower, std::vector<Peer>& peers, Record& record) {
+void addMemory(const Triplets& t, const zeph::SparseMatrix& A, const Columns& lower,
+               std::vector<Peer>& peers, Record& record) {
   for (const int threads : {1, 2}) {
     const auto run = compare::runIsolated(0, [&](double*) {
       Engine engine;
@@ -108,6 +118,11 @@ void addMemory(const Triplets& t, const Columns& lower, std::vector<Peer>& peers
     });
     if (run.completed) record.add("ours_mb_" + std::to_string(threads), run.megabytes);
   }
+  const auto checked = compare::runIsolated(0, [&](double*) {
+    std::vector<double> diagonal(A.rows);
+    callFactor(A, 1, diagonal.data());
+  });
+  if (checked.completed) record.add("checked_mb", checked.megabytes);
   for (Peer& peer : peers) {
     const auto run = compare::runIsolated(0, [&](double*) {
       if (!peer.run(lower).completed) throw std::exception();
@@ -155,9 +170,10 @@ void addSubset(const Engine& engine, Index size, const std::vector<double>& vari
   record.add("subset_nodes", nodes).add("subset_difference", difference);
 }
 
+/// Seconds of assembly in a call with the same triplets in random order.
 Best shuffledAssembly(const Triplets& t, double limit) {
   std::vector<std::size_t> order(t.value.size());
-  for (std::size_t k = 0; k < order.size(); ++k) order[k] = k;
+  std::iota(order.begin(), order.end(), std::size_t{0});
   std::shuffle(order.begin(), order.end(), std::mt19937(1));
   Triplets shuffled{t.n, {}, {}, {}};
   for (const std::size_t k : order) {
@@ -166,13 +182,10 @@ Best shuffledAssembly(const Triplets& t, double limit) {
     shuffled.value.push_back(t.value[k]);
   }
   Best best;
-  std::vector<Offset> slot;
+  Engine engine;
+  std::vector<double> diagonal(static_cast<std::size_t>(t.n));
   compare::repeat(limit, 2, 10, [&] {
-    slot = {};
-    best.add(seconds([&] {
-      assembleTriplets(t.n, t.n, shuffled.row.data(), shuffled.col.data(), shuffled.value.data(),
-                       shuffled.row.size(), Part::LowerOfBoth, &slot);
-    }));
+    best.add(compare::callEngine(shuffled, 1, engine, diagonal.data()).assembly);
   });
   return best;
 }
@@ -207,12 +220,14 @@ void compareWithPeers(const std::string& name, const compare::Arguments& argumen
   const Columns lower = korin::sparse::assembleTriplets(
       t.n, t.n, t.row.data(), t.col.data(), t.value.data(), t.row.size(), Part::LowerOfBoth);
   std::vector<Peer> peers = peersFor(lower);
-  addMemory(t, lower, peers, record);
-
   const auto n = static_cast<std::size_t>(t.n);
-  std::vector<double> one(n), two(n), again(n);
+  const auto A = zeph::SparseMatrix::fromTriplets(n, n, t.row.data(), t.col.data(), t.value.data(),
+                                                  t.value.size());
+  addMemory(t, A, lower, peers, record);
+
+  std::vector<double> one(n), two(n), again(n), checked(n);
   BestStages withOne, withTwo;
-  Best refactorised, all;
+  Best refactorised, all, checkedOne, checkedTwo;
   double rate = 0.0;
   Engine engine;
   compare::repeat(limit, 3, 40, [&] {
@@ -220,6 +235,8 @@ void compareWithPeers(const std::string& name, const compare::Arguments& argumen
     rate = std::max(rate, compare::kernelRate());
     withOne.add(compare::callEngine(t, 1, engine, one.data()));
     refactorised.add(compare::refactorise(t, 1, engine, again.data()));
+    checkedOne.add(callFactor(A, 1, checked.data()));
+    checkedTwo.add(callFactor(A, 2, checked.data()));
     for (Peer& peer : peers) {
       if (peer.both.value > kHopeless * all.value && peer.both.value < HUGE_VAL) continue;
       const compare::FactorTimes times = peer.run(lower);
@@ -240,6 +257,7 @@ void compareWithPeers(const std::string& name, const compare::Arguments& argumen
   withOne.addTo(record, "1");
   withTwo.addTo(record, "2");
   record.add("again", refactorised.value);
+  record.add("checked_1", checkedOne.value).add("checked_2", checkedTwo.value);
   record.add("shuffled", shuffledAssembly(t, limit / 10.0).value);
   for (const Peer& peer : peers) {
     record.add(peer.name, peer.both.value).add(peer.name + "_order", peer.order.value);
@@ -250,6 +268,7 @@ void compareWithPeers(const std::string& name, const compare::Arguments& argumen
   record.add("difference", compare::largestDifference(one.data(), ofCholmod.data, n));
   record.add("tolerance", compare::allowedDifference(m.A, ofCholmod.data));
   record.add("residual", engine.residual);
+  record.add("checked_difference", compare::largestDifference(checked.data(), ofCholmod.data, n));
   const auto same = [&](const std::vector<double>& x) {
     return std::memcmp(one.data(), x.data(), n * sizeof(double)) == 0;
   };

@@ -51,9 +51,11 @@ def label_of(text):
 
 def check(record, complain):
     name = record["matrix"]
-    if not record.get("difference", float("inf")) <= record["tolerance"]:
-        complain(f"{name}: the engine's variances and those from CHOLMOD's factor differ by "
-                 f"{record.get('difference', float('inf')):.1e}")
+    for field, whose in (("difference", "the engine's"), ("checked_difference", "zeph::Factor's")):
+        difference = record.get(field, float("inf"))
+        if not difference <= record["tolerance"]:
+            complain(f"{name}: {whose} variances and those from CHOLMOD's factor differ by "
+                     f"{difference:.1e}")
     if not record.get("residual", float("inf")) <= 1e-3:
         complain(f"{name}: the engine's variances miss the identity of the inverse")
     if not record["same_bits"]:
@@ -147,12 +149,14 @@ def factorisation_table(measured):
         rows.append([r["matrix"], number(r["n"])]
                     + [milliseconds(r.get(peer)) for peer in PEERS]
                     + [who, milliseconds(r["total_1"]), times(one), judged(one, aim_one),
-                       milliseconds(r["total_2"]), times(two), judged(two, aim_two)])
+                       milliseconds(r["total_2"]), times(two), judged(two, aim_two),
+                       milliseconds(r["checked_1"]), milliseconds(r["checked_2"])])
     return ("### All variances beside ordering and factorising alone (ms)\n\n"
             "*R* is the least time of the peers, *ours* from unsorted triplets to all "
-            "variances.\n\n" + table(
+            "variances; *checked* the same through `zeph::Factor`, with its checks and the "
+            "estimate of the error.\n\n" + table(
                 ["matrix", "unknowns", *PEERS.values(), "R is", "ours", "ours / R", "target",
-                 "ours, two threads", "/ R", "target"], rows))
+                 "ours, two threads", "/ R", "target", "checked", "checked, two threads"], rows))
 
 
 def stage_table(measured):
@@ -201,11 +205,12 @@ def memory_table(measured):
         factor = r["entries"] * 8 / 2**20
         ours = ratio(r.get("ours_mb_1"), factor)
         rows.append([r["matrix"], megabytes(factor), megabytes(r.get("ours_mb_1")), times(ours),
-                     judged(ours, 1.6), times(ratio(r.get("ours_mb_2"), factor))]
+                     judged(ours, 1.6), times(ratio(r.get("ours_mb_2"), factor)),
+                     times(ratio(r.get("checked_mb"), factor))]
                     + [times(ratio(r.get(peer + "_mb"), factor)) for peer in PEERS])
     return ("### Peak memory above the triplets (MB, 2²⁰ bytes), and as a multiple of L's values\n\n"
             + table(["matrix", "values of L", "ours", "ours / L", "target",
-                     "ours, two threads / L"] + [f"{title} / L" for title in PEERS.values()],
+                     "ours, two threads / L", "checked / L"] + [f"{title} / L" for title in PEERS.values()],
                     rows))
 
 
