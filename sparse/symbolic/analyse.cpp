@@ -1,6 +1,7 @@
 #include "sparse/symbolic/analyse.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstddef>
 #include <numeric>
 #include <stdexcept>
@@ -105,6 +106,8 @@ void fillRows(const Graph& graph, const OrderedGraph& ordered, const Grouping& g
 }  // namespace
 
 Symbolic analyse(const ColumnsView& lower, const AnalysisOptions& options) {
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point begin = Clock::now();
   Symbolic s;
   s.n = lower.cols;
   CompressedGraph compressed;
@@ -118,6 +121,7 @@ Symbolic analyse(const ColumnsView& lower, const AnalysisOptions& options) {
     compressed = compress(lower, natural ? Compression::Runs : Compression::All);
     ordered = orderGraph(compressed.graph, options.ordering);
   }
+  s.secondsOrdering = std::chrono::duration<double>(Clock::now() - begin).count();
   const Graph& graph = compressed.graph;
   s.compressedNodes = graph.nodes();
   s.ordering = ordered.ordering;

@@ -36,6 +36,8 @@ struct Symbolic {
 
   /// The order that was taken; never Ordering::Automatic.
   Ordering ordering = Ordering::Natural;
+  /// What finding the order took, compression and predictions included.
+  double secondsOrdering = 0.0;
   /// Unknowns with equal neighbourhoods counted once: the nodes that were ordered.
   Index compressedNodes = 0;
   /// Entries of L without the zeros that groups store.

@@ -109,7 +109,8 @@ CholeskyBackend::CholeskyBackend(SymmetricInput input, const Options& options, W
   } catch (const std::invalid_argument& e) {
     throw Error(ErrorKind::Unfit, e.what());
   }
-  secondsAnalysis_ = clock.seconds();
+  secondsOrdering_ = symbolic_.secondsOrdering;
+  secondsAnalysis_ = clock.seconds() - secondsOrdering_;
   placeOfRow_.resize(static_cast<size_t>(symbolic_.n));
   for (Index k = 0; k < symbolic_.n; ++k) placeOfRow_[symbolic_.permutation[k]] = k;
 }

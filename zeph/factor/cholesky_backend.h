@@ -47,10 +47,6 @@ class CholeskyBackend final : public Backend {
   void colour(std::size_t count, double* x, Watch& watch) const override;
   double estimateCondition(Watch& watch) const override;
 
-  /// L with its permutation, in the order of columns of A(p, p): for programs that want the factor
-  /// itself.
-  SparseMatrix lower(std::vector<std::uint32_t>& permutation) const;
-
  private:
   using Index = korin::sparse::Index;
   using Offset = korin::sparse::Offset;
