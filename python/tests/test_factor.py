@@ -4,6 +4,8 @@ import doctest
 import importlib
 import pathlib
 import pickle
+import subprocess
+import sys
 
 import numpy as np
 import pytest
@@ -174,7 +176,7 @@ def test_least_squares_against_dense_statistics(sigma):
         a.factor.refactorize(D.T @ D)
 
 
-@pytest.mark.parametrize("name", ["zeph", "zeph._factor", "zeph._adjustment"])
+@pytest.mark.parametrize("name", ["zeph", "zeph._factor", "zeph._adjustment", "zeph.plot"])
 def test_examples(name, tmp_path):
     names = {"zeph": zeph, "np": np, "path": tmp_path / "example.mtx"}
     failed, tried = doctest.testmod(importlib.import_module(name), extraglobs=names)
@@ -185,3 +187,19 @@ def test_the_guide():
     guide = pathlib.Path(__file__).parents[2] / "docs" / "python.md"
     failed, tried = doctest.testfile(str(guide), module_relative=False, encoding="utf-8")
     assert tried > 0 and failed == 0
+
+
+def test_pictures_count_the_fill_and_need_matplotlib_only_then():
+    code = "import sys, zeph; print('matplotlib' in sys.modules)"
+    assert subprocess.check_output([sys.executable, "-c", code], text=True) == "False\n"
+    arrow = sparse.lil_matrix(4.0 * np.eye(9))
+    arrow[0, 1:] = arrow[1:, 0] = 1.0
+    left, right = zeph.plot.spy(arrow, ordering="natural")
+    assert left.get_title() == "A: 9 rows, 25 entries"
+    assert right.get_title() == "Factor: 45 entries, 28 of them fill"
+    cells = right.images[0].get_array()
+    assert (cells == 1).sum() == 25 and (cells == 2).sum() == 56
+    ax = zeph.plot.variances(sparse.diags([4.0, 1.0, 16.0]), indices=[2, 1])
+    assert ax.lines[0].get_xydata().tolist() == [[2, 0.25], [1, 1.0]]
+    with pytest.raises(ValueError, match="sigma=False"):
+        zeph.plot.variances([[1.0, 2.0], [2.0, 1.0]])

@@ -7,6 +7,7 @@ array([0.2679, 0.2857, 0.2679])
 """
 
 from zeph._errors import Error, NotPositiveDefiniteError, SingularMatrixError
+from zeph import plot
 from zeph._adjustment import Adjustment, least_squares
 from zeph._factor import (
     Factor,
@@ -32,6 +33,7 @@ __all__ = [
     "least_squares",
     "logdet",
     "plan",
+    "plot",
     "read",
     "selected_inverse",
     "solve",
