@@ -85,25 +85,26 @@ def run_tmb(exported, record, limit, complain):
     return result
 
 
-def measure_matrix(programs, matrix, limit, complain):
+def measure_matrix(programs, matrix, limit, complain, with_tmb=True):
     """(source, record) of one matrix; None where the program failed or it does not fit."""
     label, source = label_of(matrix)
     with tempfile.TemporaryDirectory() as folder:
         exported = os.path.join(folder, "matrix.bin")
-        withR = shutil.which("Rscript") is not None
-        export = [f"--export={exported}"] if withR else []
+        with_tmb = with_tmb and shutil.which("Rscript") is not None
+        export = [f"--export={exported}"] if with_tmb else []
         records = programs.run("engine", source, f"--limit={limit}", *export)
         if not records or "unfit" in records[0]:
             return None
         record = records[0]
         record["matrix"] = label or record["matrix"]
         check(record, complain)
-        if withR:
+        if with_tmb:
             record["tmb"] = run_tmb(exported, record, limit / 2, complain)
     return source, record
 
 
-def measure(programs, sizes, files, complain, note):
+def measure(programs, sizes, files, complain, note, cache):
+    """The tables as text; the records of generated matrices go into the cache."""
     limit = sizes["limits"]["engine"]
     measured, graphs = [], []
     for item in files + sizes["engine"]:
@@ -115,10 +116,23 @@ def measure(programs, sizes, files, complain, note):
         found = measure_matrix(programs, item, limit, complain)
         if found:
             measured.append(found)
+            cache["engine", item] = found[1]
     parts = [factorisation_table(measured), stage_table(measured), rate_table(measured),
              memory_table(measured), subset_table(measured), tmb_table(measured),
              ceres_table(graphs)]
     return "## The engine\n\n" + "\n".join(part for part in parts if part)
+
+
+def scaling(programs, matrix, limit, complain, cache):
+    """What the plots show of a generated matrix: ours, the best factorisation, and our memory."""
+    if ("engine", matrix) not in cache:
+        found = measure_matrix(programs, matrix, limit, complain, False)
+        cache["engine", matrix] = found and found[1]
+    record = cache["engine", matrix]
+    if not record:
+        return {}
+    return {"engine": record["total_1"], "least": best_peer(record)[0],
+            "engine_mb": record.get("ours_mb_1")}
 
 
 def measure_graph(programs, label, source, limit, complain):

@@ -160,8 +160,8 @@ def machine(programs):
 
 # ---- the engine
 
-def engine_table(programs, sizes, files, _):
-    return engine_tables.measure(programs, sizes, files, complain, note)
+def engine_table(programs, sizes, files, cache):
+    return engine_tables.measure(programs, sizes, files, complain, note, cache)
 
 
 # ---- variances
@@ -401,7 +401,8 @@ def scaling(programs, sizes, cache, folder):
             if matrix not in cache:
                 cache[matrix] = measure_variances(programs, matrix, 0.3)
             if cache[matrix] and "step" in cache[matrix]:
-                measured.setdefault(dimensions, []).append(cache[matrix])
+                more = engine_tables.scaling(programs, matrix, 0.3, complain, cache)
+                measured.setdefault(dimensions, []).append({**cache[matrix], **more})
     try:
         import plots
     except ImportError:
