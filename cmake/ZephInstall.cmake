@@ -58,6 +58,7 @@ if(TARGET zeph_public)
       zeph/factor.h
       zeph/matrix_file.h
       zeph/options.h
+      zeph/pose_graph.h
       zeph/report.h
       zeph/sparse_matrix.h
       zeph/zeph.h

@@ -8,6 +8,7 @@
 #include "zeph/factor.h"
 #include "zeph/matrix_file.h"
 #include "zeph/options.h"
+#include "zeph/pose_graph.h"
 #include "zeph/report.h"
 #include "zeph/sparse_matrix.h"
 

@@ -1,0 +1,244 @@
+#include "zeph/pose_graph.h"
+
+#include <cmath>
+#include <sstream>
+#include <vector>
+
+#include "tests/zeph/factor/dense_truth.h"
+#include "tests/zeph/front_test.h"
+#include "zeph/jobs/pose_motion.h"
+
+namespace {
+
+using zeph::Pose;
+using zeph::PoseEdge;
+using zeph::PoseGraph;
+
+class PoseGraphTest : public FrontTest {
+ protected:
+  double uniform(double high) {
+    return high * (static_cast<double>(random_()) / 2147483648.0 - 1.0);
+  }
+
+  Pose randomPose(std::size_t freedom, double turn) {
+    double step[6];
+    for (double& s : step) s = uniform(turn);
+    step[0] = uniform(5.0);
+    return zeph::moved(freedom, zeph::identityPose(freedom), step);
+  }
+
+  /// A chain with loops; measurements are exact but for `noise`, initial poses but for 0.1.
+  PoseGraph graph(std::size_t freedom, std::size_t count, double noise, PoseGraph* truth) {
+    PoseGraph g;
+    g.freedom = freedom;
+    for (std::size_t i = 0; i < count; ++i) {
+      g.ids.push_back(static_cast<std::int64_t>(2 * i));
+      g.poses.push_back(randomPose(freedom, 2.0));
+      g.fixed.push_back(i == 0);
+    }
+    const auto join = [&](std::size_t from, std::size_t to) {
+      PoseEdge e;
+      e.from = from;
+      e.to = to;
+      double off[6];
+      for (double& v : off) v = uniform(noise);
+      e.measurement = zeph::moved(
+          freedom, zeph::composed(freedom, zeph::inverted(freedom, g.poses[from]), g.poses[to]),
+          off);
+      std::array<double, 36> root{};
+      for (double& v : root) v = uniform(1.0);
+      for (std::size_t k = 0; k < freedom * freedom; ++k) {
+        const std::size_t r = k % freedom, c = k / freedom;
+        e.information[k] = r == c ? 3.0 : 0.0;
+        for (std::size_t m = 0; m < freedom; ++m) {
+          e.information[k] += root[r + m * freedom] * root[c + m * freedom];
+        }
+      }
+      g.edges.push_back(e);
+    };
+    for (std::size_t i = 1; i < count; ++i) {
+      i % 2 ? join(i - 1, i) : join(i, i - 1);
+      if (i > 1) join(i, below(i - 1));
+    }
+    if (truth) *truth = g;
+    for (std::size_t i = 1; i < count; ++i) {
+      double off[6];
+      for (double& v : off) v = uniform(0.1);
+      g.poses[i] = zeph::moved(freedom, g.poses[i], off);
+    }
+    return g;
+  }
+};
+
+double distance(const PoseGraph& a, const PoseGraph& b) {
+  double largest = 0.0;
+  for (std::size_t i = 0; i < a.poses.size(); ++i) {
+    const Pose d = zeph::composed(a.freedom, zeph::inverted(a.freedom, a.poses[i]), b.poses[i]);
+    for (std::size_t k = 0; k < 6; ++k) largest = std::max(largest, std::fabs(d[k]));
+  }
+  return largest;
+}
+
+std::vector<double> terms(const PoseGraph& g, const PoseEdge& e, const Pose& from, const Pose& to) {
+  const auto r = zeph::edgeTerms(g.freedom, from, to, e.measurement).residual;
+  return {r.begin(), r.begin() + static_cast<std::ptrdiff_t>(g.freedom)};
+}
+
+TEST_F(PoseGraphTest, DerivativesAndCovariancesAgreeWithDifferencesAndADenseInverse) {
+  constexpr double kStep = 1e-5;
+  for (const std::size_t d : {3u, 6u}) {
+    for (const double noise : {1e-7, 0.3, 1.5}) {
+      const PoseGraph g = graph(d, 6, noise, nullptr);
+      const std::size_t n = d * (g.poses.size() - 1);
+      zeph::SparseMatrix dense;
+      dense.rows = dense.cols = n;
+      zeph::PoseGraphOptions one;
+      one.maxIterations = 0;  // covariances where the graph stands
+      const zeph::PoseGraphResult result = zeph::optimise(g, one);
+      EXPECT_FALSE(result.converged);
+      for (const PoseEdge& e : g.edges) {
+        const Pose ends[] = {g.poses[e.from], g.poses[e.to]};
+        const zeph::EdgeTerms t = zeph::edgeTerms(d, ends[0], ends[1], e.measurement);
+        std::vector<double> J(d * 2 * d);  // by differences, the columns of both ends
+        for (std::size_t c = 0; c < 2 * d; ++c) {
+          std::vector<double> side[2];
+          for (const int s : {0, 1}) {
+            double step[6] = {};
+            step[c % d] = s ? kStep : -kStep;
+            Pose p[] = {ends[0], ends[1]};
+            p[c / d] = zeph::moved(d, p[c / d], step);
+            side[s] = terms(g, e, p[0], p[1]);
+          }
+          for (std::size_t r = 0; r < d; ++r) {
+            J[r + c * d] = (side[1][r] - side[0][r]) / (2.0 * kStep);
+            const double own = (c < d ? t.from : t.to)[r + c % d * d];
+            EXPECT_NEAR(own, J[r + c * d], 1e-7) << d << " " << r << " " << c;
+            J[r + c * d] = own;
+          }
+        }
+        const auto unknown = [&](std::size_t c) {
+          return static_cast<std::int64_t>((c < d ? e.from : e.to) * d + c % d) -
+                 static_cast<std::int64_t>(d);
+        };
+        for (std::size_t a = 0; a < 2 * d; ++a) {
+          for (std::size_t b = 0; b < 2 * d; ++b) {
+            if (unknown(a) < 0 || unknown(b) < 0) continue;
+            double sum = 0.0;
+            for (std::size_t r = 0; r < d; ++r) {
+              for (std::size_t c = 0; c < d; ++c) {
+                sum += J[r + a * d] * e.information[r + c * d] * J[c + b * d];
+              }
+            }
+            dense.entries.push_back({static_cast<std::uint32_t>(unknown(a)),
+                                     static_cast<std::uint32_t>(unknown(b)), sum});
+          }
+        }
+      }
+      const DenseTruth Z(dense);
+      const auto all = result.covariances();
+      for (std::size_t i = 0; i < g.poses.size(); ++i) {
+        for (std::size_t j = 0; j < g.poses.size(); ++j) {
+          const zeph::DenseMatrix block = result.covariance(i, j);
+          for (std::size_t k = 0; k < d * d; ++k) {
+            const std::size_t r = k % d, c = k / d;
+            const auto truth =
+                i == 0 || j == 0 ? 0.0 : static_cast<double>(Z((i - 1) * d + r, (j - 1) * d + c));
+            EXPECT_NEAR(block(r, c), truth, 1e-10);
+            EXPECT_NEAR(i == j ? all[i](r, c) : truth, truth, 1e-10);
+          }
+        }
+      }
+    }
+  }
+}
+
+TEST_F(PoseGraphTest, FindsTheTrueGraphAndALeastCost) {
+  for (const std::size_t d : {3u, 6u}) {
+    PoseGraph truth;
+    const PoseGraph exact = graph(d, 30, 0.0, &truth);
+    zeph::PoseGraphResult r = zeph::optimise(exact);
+    EXPECT_TRUE(r.converged);
+    EXPECT_LT(r.cost, 1e-18);
+    EXPECT_LT(distance(r.graph, truth), 1e-9);
+    EXPECT_EQ(r.graph.poses[0], exact.poses[0]);
+
+    double last = 0.0;
+    int calls = 0;
+    zeph::PoseGraphOptions told;
+    told.iterated = [&](int iteration, double cost, double) {
+      EXPECT_EQ(iteration, calls++);
+      EXPECT_TRUE(iteration == 0 || cost <= last);
+      last = cost;
+    };
+    r = zeph::optimise(graph(d, 30, 0.2, nullptr), told);
+    EXPECT_TRUE(r.converged);
+    EXPECT_EQ(calls, r.iterations + 1);
+    EXPECT_EQ(last, r.cost);
+    for (int trial = 0; trial < 50; ++trial) {  // no neighbour is better
+      PoseGraph other = r.graph;
+      double step[6];
+      for (double& s : step) s = uniform(1e-3);
+      Pose& pose = other.poses[1 + below(29)];
+      pose = zeph::moved(d, pose, step);
+      told.maxIterations = 0;
+      told.iterated = nullptr;
+      EXPECT_GT(zeph::optimise(other, told).cost, r.cost);
+    }
+  }
+}
+
+TEST_F(PoseGraphTest, ReadsTheTextFormAndPlacesMissingPoses) {
+  const std::string info = " 1 0 0 1 0 1\n";
+  const PoseGraph g = zeph::readPoseGraph(
+      write("a.g2o", "# a square walked round\r\nEDGE_SE2 10 11 1 0 1.5707963267948966" + info +
+                         "EDGE_SE2 12 11 1 0 -1.5707963267948966 4 1 2 5 3 6\n\n"
+                         "EDGE_SE2 11 40 7 0 0" +
+                         info + "VERTEX_SE2 11 1 0 1.5707963267948966\nFIX 11\n"));
+  EXPECT_EQ(g.ids, (std::vector<std::int64_t>{10, 11, 12, 40}));
+  EXPECT_EQ(g.fixed, (std::vector<bool>{false, true, false, false}));
+  const double places[][3] = {{0, 0, 0}, {1, 0, M_PI_2}, {1, 0, M_PI}, {1, 7, M_PI_2}};
+  for (std::size_t i : {0u, 1u, 3u}) {
+    for (int k = 0; k < 3; ++k) EXPECT_NEAR(g.poses[i][k], places[i][k], 1e-15) << i << k;
+  }
+  EXPECT_NEAR(zeph::optimise(g).initialCost, 0.0, 1e-25);  // every edge is met exactly
+  EXPECT_EQ(g.edges[1].information[2 + 1 * 3], 3.0);
+  EXPECT_EQ(g.edges[1].information[1 + 2 * 3], 3.0);
+  const PoseGraph s =
+      zeph::readPoseGraph(write("b.g2o",
+                                "VERTEX_SE3:QUAT 3 1 2 3 0 0 2 0\nEDGE_SE3:QUAT 3 4 1 0 0 0 0 0 1 "
+                                "1 0 0 0 0 0 1 0 0 0 0 1 0 0 0 1 0 0 1 0 1\n"));
+  EXPECT_EQ(s.poses[0], (Pose{1, 2, 3, 0, 0, 1, 0}));
+  EXPECT_NEAR(s.poses[1][0], 0.0, 1e-15);
+}
+
+TEST_F(PoseGraphTest, FaultsAreNamedWithTheirLine) {
+  const std::string good = "VERTEX_SE2 0 0 0 0\nEDGE_SE2 0 1 1 0 0 1 0 0 1 0 1\n";
+  const std::pair<std::string, const char*> cases[] = {
+      {"EDGE_SE2 0 2 1 0 0 1 2 0 1 0 1\n", "3 x, line 3: the information matrix of edge 0 -> 2"},
+      {"EDGE_SE2 0 2 1 0 0 1 0 0 1 0 -1\n", "3 x, line 3: the information matrix"},
+      {"EDGE_SE2 0 2 1 0 0 1 0 0 1 0\n", "3 x, line 3: the line ends within the information"},
+      {"EDGE_SE2 0 2 1 0 nan 1 0 0 1 0 1\n", "3 x, line 3: \"nan\" in the pose"},
+      {"EDGE_SE2 0 2 1 0 0 1 0 0 1 0 1 9\n", "3 x, line 3: unexpected \"9\""},
+      {"EDGE_SE2 2 2 1 0 0 1 0 0 1 0 1\n", "3 x, line 3: the edge leads from pose 2 to itself"},
+      {"VERTEX_SE2 -1 0 0 0\n", "3 x, line 3: expected the id of a pose"},
+      {"VERTEX_SE2 0 1 0 0\n", "3 x, line 3: pose 0 is given a second time"},
+      {"VERTEX_SE3:QUAT 5 0 0 0 0 0 0 1\n", "3 x, line 3: poses in the plane"},
+      {"EDGE_XY 5 0\n", "3 x, line 3: \"EDGE_XY\" is no record"},
+      {"FIX 9\n", "3 x, line 3: pose 9 does not occur"},
+      {"VERTEX_SE2 7 0 0 0\n", "6 x: no chain of edges ties pose 7"},
+      {"EDGE_SE2 1 2 1 0 0 1 0 0 1 0 0\n", "6 x: the edges leave a pose free to move"},
+  };
+  for (const auto& [line, error] : cases) {
+    const std::string file = write("x", good + line);
+    expectError([&] { zeph::optimise(zeph::readPoseGraph(file)); }, error);
+  }
+  const std::string empty = write("x", "# nothing\n");
+  expectError([&] { zeph::readPoseGraph(empty); }, "3 x holds no poses");
+  PoseGraph g = graph(3, 3, 0.1, nullptr);
+  const zeph::PoseGraphResult r = zeph::optimise(g);
+  expectError([&] { r.covariance(3); }, "4 there is no pose with index 3");
+  g.edges[0].to = 3;
+  expectError([&] { zeph::optimise(g); }, "4 the graph: edge 0 does not join");
+}
+
+}  // namespace
