@@ -16,6 +16,7 @@
 #include "zeph/files/atomic_file.h"
 #include "zeph/files/matrix_file.h"
 #include "zeph/jobs/adjust_tables.h"
+#include "zeph/jobs/pose_graph_output.h"
 #include "zeph/matrix/to_dense.h"
 #include "zeph/operations.h"
 #include "zeph/solve.h"
@@ -93,6 +94,56 @@ void declareAdjust(CLI::App& app, Action& action) {
                    "lines observation,residual,standard_deviation,redundancy,leverage,"
                    "normalized_residual")
       ->type_name("FILE");
+}
+
+void declarePoseGraph(CLI::App& app, Action& action) {
+  struct Options : Files {
+    std::vector<std::string> pairs;
+    std::string plot;
+  };
+  auto options = std::make_shared<Options>();
+  CLI::App* command = declare(
+      app, action, "pose-graph", "Optimise a pose graph: poses with standard deviations",
+      "  zeph pose-graph file.g2o -o poses.csv --plot graph.svg\n"
+      "  zeph pose-graph file.g2o -o poses.csv --pairs 3,17 3,18   covariances on standard output",
+      options, [](const Options& o, const Progress& progress) {
+        AtomicFile::requireWritable(o.output);
+        requireTwoOutputs(o.output, "--plot", o.plot);
+        if (!o.pairs.empty() && o.output == "-") {
+          throw Error(ErrorKind::Usage, "--pairs writes to standard output; name a file with -o");
+        }
+        progress.begin("reading");
+        PoseGraph graph = readPoseGraph(o.first);
+        std::vector<std::pair<std::size_t, std::size_t>> pairs;
+        for (const std::string& pair : o.pairs) pairs.push_back(posePair(graph, pair));
+        PoseGraphOptions how;
+        how.solver = shownOn(progress);
+        how.iterated = [&progress](int iteration, double cost, double damping) {
+          char line[96];
+          std::snprintf(line, sizeof line, "iteration %d: cost %.10g, damping %.3g", iteration,
+                        cost, damping);
+          progress.note(line);
+        };
+        const PoseGraphResult result = optimise(std::move(graph), how);
+        const std::vector<DenseMatrix> covariances = result.covariances();
+        progress.begin("writing");
+        if (!o.plot.empty()) {
+          AtomicFile picture(o.plot);
+          picture.write(drawPoseGraph(result.graph, covariances));
+          picture.commit();
+        }
+        writePoses(o.output, result.graph, covariances);
+        if (!pairs.empty()) writePairs("-", result, pairs);
+        if (!result.converged) progress.note("the iterations ended before they converged");
+        return 0;
+      });
+  command->add_option("file", options->first, "pose graph, 2-D or 3-D")
+      ->required()
+      ->type_name("FILE.g2o");
+  addOutput(command, options->output, "a line for each pose, with its standard deviations");
+  command->add_option("--pairs", options->pairs, "ids of poses whose cross-covariance is wanted")
+      ->type_name("I,J");
+  command->add_option("--plot", options->plot, "a picture")->type_name("OUT.svg");
 }
 
 void declareCheck(CLI::App& app, Action& action) {

@@ -20,6 +20,7 @@ void declareSelectedInverse(CLI::App& app, Action& action);
 void declareLogDeterminant(CLI::App& app, Action& action);
 void declarePlan(CLI::App& app, Action& action);
 void declareAdjust(CLI::App& app, Action& action);
+void declarePoseGraph(CLI::App& app, Action& action);
 void declareCheck(CLI::App& app, Action& action);
 void declareConvert(CLI::App& app, Action& action);
 void declareFactor(CLI::App& app, Action& action);

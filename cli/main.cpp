@@ -77,6 +77,7 @@ int main(int argc, char** argv) {  // NOLINT(bugprone-exception-escape)
   zeph::declareLogDeterminant(app, action);
   zeph::declarePlan(app, action);
   zeph::declareAdjust(app, action);
+  zeph::declarePoseGraph(app, action);
   zeph::declareCheck(app, action);
   zeph::declareConvert(app, action);
   zeph::declareFactor(app, action);

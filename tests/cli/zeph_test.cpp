@@ -49,6 +49,8 @@ const std::string kGeneral2 =
     "%%MatrixMarket matrix coordinate real general\n2 2 3\n1 1 4\n2 1 2\n2 2 4\n";
 const std::string kLevelling =
     "%%MatrixMarket matrix coordinate real general\n4 2 5\n1 1 1\n2 1 -1\n2 2 1\n3 2 1\n4 2 1\n";
+const std::string kTwoPoses =
+    "VERTEX_SE2 2 0 0 0\nVERTEX_SE2 5 4.5 0 0\nEDGE_SE2 2 5 3 0 0 4 0 0 4 0 1\n";
 const std::string kVector2 = "%%MatrixMarket matrix array real general\n2 1\n1\n2\n";
 
 TEST_F(ZephProgram, CommandsPutTheirResultsWhereTheyAreAskedTo) {
@@ -56,6 +58,7 @@ TEST_F(ZephProgram, CommandsPutTheirResultsWhereTheyAreAskedTo) {
   write("G.mtx", kGeneral2);
   write("b.mtx", kVector2);
   write("J.mtx", kLevelling);
+  write("p.g2o", kTwoPoses);
   write("order.txt", "1\n0\n");
   write("pairs.csv", "1,0\n\n1, 1\n");
   write("y.mtx", "%%MatrixMarket matrix array real general\n4 1\n1\n0\n-1\n13\n");
@@ -88,6 +91,14 @@ TEST_F(ZephProgram, CommandsPutTheirResultsWhereTheyAreAskedTo) {
       {"convert A.csv back.mtx", "back.mtx", {2, 2, 4, 1, 1, 4, 2, 1, 2, 1, 2, 2, 2, 2, 5}, ""},
       {"factor A.mtx", nullptr, {2, 2, 3, 1, 1, 2, 2, 1, 1, 2, 2, 2}, ""},
       {"factor A.mtx -o L.mtx --perm p.txt", "p.txt", {0, 1}, ""},
+      {"pose-graph p.g2o", nullptr, {2, 0, 0, 0, 0, 0, 0, 5, 3, 0, 0, 0.5, 0.5, 1}, "cost 9"},
+      {"pose-graph p.g2o -o p.csv --plot p.svg --pairs 5,5 2,5",
+       nullptr,
+       {5, 5,    0, 0, 0.25, 5, 5, 0, 1, 0, 5, 5, 0, 2, 0, 5, 5, 1, 0, 0, 5, 5, 1,
+        1, 0.25, 5, 5, 1,    2, 0, 5, 5, 2, 0, 0, 5, 5, 2, 1, 0, 5, 5, 2, 2, 1, 2,
+        5, 0,    0, 0, 2,    5, 0, 1, 0, 2, 5, 0, 2, 0, 2, 5, 1, 0, 0, 2, 5, 1, 1,
+        0, 2,    5, 1, 2,    0, 2, 5, 2, 0, 0, 2, 5, 2, 1, 0, 2, 5, 2, 2, 0},
+       ""},
       {"adjust J.mtx y.mtx", nullptr, {0, 3, std::sqrt(0.6), 1, 5, std::sqrt(0.4)}, "row 4 of"},
       {"adjust J.mtx y.mtx --sigma s.csv --residuals r.csv -o x.csv",
        "r.csv",
@@ -189,6 +200,7 @@ TEST_F(ZephProgram, BadInputGetsOneSentenceAndLeavesNothingBehind) {
   write("dependent.mtx", head + "2 2 4\n1 1 1\n1 2 2\n2 1 2\n2 2 4\n");
   write("indefinite.mtx", head + "2 2 4\n1 1 1\n1 2 2\n2 1 2\n2 2 1\n");
   write("bad.csv", "0,0,1\n1;1;2\n");
+  write("p.g2o", kTwoPoses);
   write("free.mtx", head + "2 2 4\n1 1 -1\n1 2 1\n2 1 -1\n2 2 1\n");
   run("version");
   const std::size_t before = fileCount();
@@ -223,6 +235,9 @@ TEST_F(ZephProgram, BadInputGetsOneSentenceAndLeavesNothingBehind) {
       {"bad variable name", "export b.mtx o.mat --name 2x", 2, {"2x"}},
       {"bad triplet line", "convert bad.csv o.mtx", 3, {"bad.csv", "line 2"}},
       {"free network", "adjust free.mtx b.mtx -o o.csv --residuals r.csv", 6, {"no point is held"}},
+      {"no pose graph", "pose-graph A.mtx -o o.csv", 3, {"A.mtx, line 1", "no record"}},
+      {"pair without pose", "pose-graph p.g2o -o o.csv --pairs 2,3", 2, {"p.g2o has no pose 3"}},
+      {"no pair", "pose-graph p.g2o -o o.csv --plot o.svg --pairs 2", 2, {"\"2\" is no pair"}},
       {"observations missing", "adjust free.mtx tall.mtx -o o.csv", 4, {"3", "free.mtx"}},
       {"observations in a matrix", "adjust free.mtx A.mtx", 4, {"A.mtx is 2 x 2", "one column"}},
       {"tables in one file", "adjust free.mtx b.mtx -o o.csv --residuals o.csv", 2, {"o.csv"}},
@@ -282,7 +297,7 @@ TEST_F(ZephProgram, HelpIsEverywhereAndShowsExamples) {
   EXPECT_NE(run("plan A.mtx").out.find("entries of L:     3\n"), std::string::npos);
   for (const char* command :
        {"", "variances", "solve", "covariance", "selinv", "logdet", "plan", "check", "convert",
-        "adjust", "factor", "pattern", "multiply", "export", "demo", "version"}) {
+        "adjust", "pose-graph", "factor", "pattern", "multiply", "export", "demo", "version"}) {
     const Outcome result = run(std::string(command) + " --help");
     EXPECT_EQ(result.status, 0);
     EXPECT_NE(result.out.find("Examples:"), std::string::npos) << command << result.out;
