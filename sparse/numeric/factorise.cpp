@@ -198,7 +198,7 @@ class Factoriser {
       std::fill_n(update_[g] + static_cast<size_t>(c) * static_cast<size_t>(below) + c, below - c,
                   0.0);
     }
-    const Target target{panel(g), update_[g] - width, static_cast<size_t>(height),
+    const Target target{panel(g), update_[g], static_cast<size_t>(height),
                         static_cast<size_t>(below), width};
     forEachChild(s_, g, [&](Index child) {
       const Index count = s_.below(child);
@@ -217,27 +217,34 @@ class Factoriser {
     });
   }
 
-  /// Where the columns of a front lie: its own in the panel, the others in the update matrix. A
-  /// column is addressed by the place of a row in the whole front.
+  /// A column of a front in memory, and the place in the whole front of the row it begins with.
+  struct TargetColumn {
+    double* data;
+    Index firstPlace;
+  };
+
+  /// Where the columns of a front lie: its own in the panel, the others in the update matrix.
   struct Target {
     double* panel;
     double* update;
     size_t height;
     size_t below;
     Index width;
-    double* column(Index place) const {
-      return place < width ? panel + static_cast<size_t>(place) * height
-                           : update + static_cast<size_t>(place - width) * below;
+    TargetColumn column(Index place) const {
+      if (place < width) return {panel + static_cast<size_t>(place) * height, 0};
+      return {update + static_cast<size_t>(place - width) * below, width};
     }
   };
 
   static void addColumn(const double* __restrict source, const Index* __restrict place, Index count,
-                        double* __restrict target) {
+                        TargetColumn target) {
+    double* __restrict const to = target.data;
+    const Index first = target.firstPlace;
     if (place[count - 1] - place[0] == count - 1) {
-      double* const to = target + place[0];
-      for (Index i = 0; i < count; ++i) to[i] += source[i];
+      double* __restrict const run = to + (place[0] - first);
+      for (Index i = 0; i < count; ++i) run[i] += source[i];
     } else {
-      for (Index i = 0; i < count; ++i) target[place[i]] += source[i];
+      for (Index i = 0; i < count; ++i) to[place[i] - first] += source[i];
     }
   }
 
