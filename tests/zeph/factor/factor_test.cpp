@@ -27,7 +27,8 @@ using zeph::Symmetry;
 constexpr double kEps = std::numeric_limits<double>::epsilon();
 
 bool sameBits(const std::vector<double>& a, const std::vector<double>& b) {
-  return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(double)) == 0;
+  return a.size() == b.size() &&
+         (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(double)) == 0);
 }
 
 std::vector<double> valuesOf(const SparseMatrix& A) {
