@@ -19,31 +19,33 @@
 #include "engine_call.h"
 #include "kernels/team.h"
 #include "measure.h"
-#include "pose_graph.h"
 #include "sparse/inverse/selected_inverse.h"
+#include "zeph/pose_graph.h"
 
 namespace {
 
 using compare::Engine;
-using compare::PoseGraph;
 using compare::seconds;
 using korin::sparse::Index;
+using zeph::Pose;
+using zeph::PoseEdge;
+using zeph::PoseGraph;
 
 constexpr std::size_t kFew = 20, kMore = 120;
 
+bool planar(const PoseGraph& graph) {
+  return graph.freedom == 3;
+}
+
 /// W with information = W^T W.
 template <int Size>
-Eigen::Matrix<double, Size, Size> whitening(const PoseGraph::Edge& edge) {
-  Eigen::Matrix<double, Size, Size> information;
-  const double* value = edge.information.data();
-  for (int i = 0; i < Size; ++i) {
-    for (int j = i; j < Size; ++j) information(i, j) = information(j, i) = *value++;
-  }
+Eigen::Matrix<double, Size, Size> whitening(const PoseEdge& edge) {
+  const Eigen::Map<const Eigen::Matrix<double, Size, Size>> information(edge.information.data());
   return information.llt().matrixU();
 }
 
 struct PlanarMotion {
-  PoseGraph::Pose motion;
+  Pose motion;
   Eigen::Matrix3d weight;
 
   template <class T>
@@ -59,7 +61,7 @@ struct PlanarMotion {
 };
 
 struct SpatialMotion {
-  PoseGraph::Pose motion;
+  Pose motion;
   Eigen::Matrix<double, 6, 6> weight;
 
   template <class T>
@@ -80,7 +82,7 @@ struct SpatialMotion {
 
 /// Keeps a pose where it is, with unit weights.
 struct PlanarPrior {
-  PoseGraph::Pose at;
+  Pose at;
 
   template <class T>
   bool operator()(const T* a, T* residual) const {
@@ -90,7 +92,7 @@ struct PlanarPrior {
 };
 
 struct SpatialPrior {
-  PoseGraph::Pose at;
+  Pose at;
 
   template <class T>
   bool operator()(const T* a, T* residual) const {
@@ -107,29 +109,29 @@ struct SpatialPrior {
 void state(PoseGraph& graph, ceres::Problem& problem) {
   using Spatial =
       ceres::ProductManifold<ceres::EuclideanManifold<3>, ceres::EigenQuaternionManifold>;
-  for (PoseGraph::Pose& pose : graph.poses) {
-    if (graph.planar) {
+  for (Pose& pose : graph.poses) {
+    if (planar(graph)) {
       problem.AddParameterBlock(pose.data(), 3);
     } else {
       Eigen::Map<Eigen::Quaterniond>(pose.data() + 3).normalize();
       problem.AddParameterBlock(pose.data(), 7, new Spatial);
     }
   }
-  for (PoseGraph::Edge& e : graph.edges) {
+  for (PoseEdge& e : graph.edges) {
     ceres::CostFunction* cost;
-    if (graph.planar) {
+    if (planar(graph)) {
       cost = new ceres::AutoDiffCostFunction<PlanarMotion, 3, 3, 3>(
-          new PlanarMotion{e.motion, whitening<3>(e)});
+          new PlanarMotion{e.measurement, whitening<3>(e)});
     } else {
-      Eigen::Map<Eigen::Quaterniond>(e.motion.data() + 3).normalize();
+      Eigen::Map<Eigen::Quaterniond>(e.measurement.data() + 3).normalize();
       cost = new ceres::AutoDiffCostFunction<SpatialMotion, 6, 7, 7>(
-          new SpatialMotion{e.motion, whitening<6>(e)});
+          new SpatialMotion{e.measurement, whitening<6>(e)});
     }
     problem.AddResidualBlock(cost, nullptr, graph.poses[e.from].data(), graph.poses[e.to].data());
   }
-  const PoseGraph::Pose& first = graph.poses[0];
+  const Pose& first = graph.poses[0];
   ceres::CostFunction* prior;
-  if (graph.planar) {
+  if (planar(graph)) {
     prior = new ceres::AutoDiffCostFunction<PlanarPrior, 3, 3>(new PlanarPrior{first});
   } else {
     prior = new ceres::AutoDiffCostFunction<SpatialPrior, 6, 7>(new SpatialPrior{first});
@@ -140,10 +142,10 @@ void state(PoseGraph& graph, ceres::Problem& problem) {
 /// J^T J as the sum of a dense block for each residual, whose rows share their columns.
 compare::Triplets normalEquations(PoseGraph& graph, ceres::Problem& problem) {
   ceres::Problem::EvaluateOptions options;
-  for (PoseGraph::Pose& pose : graph.poses) options.parameter_blocks.push_back(pose.data());
+  for (Pose& pose : graph.poses) options.parameter_blocks.push_back(pose.data());
   ceres::CRSMatrix J;
   problem.Evaluate(options, nullptr, nullptr, nullptr, &J);
-  const int rows = graph.planar ? 3 : 6;
+  const int rows = static_cast<int>(graph.freedom);
   compare::Triplets t;
   t.n = J.num_cols;
   for (int r = 0; r < J.num_rows; r += rows) {
@@ -238,10 +240,10 @@ Agreement agreement(const compare::Triplets& t, std::size_t size, const std::vec
 
 int measure(const compare::Arguments& arguments) {
   const std::string path = arguments.positions().at(0);
-  PoseGraph graph = compare::readPoseGraph(path);
+  PoseGraph graph = zeph::readPoseGraph(path);
   ceres::Problem problem;
   state(graph, problem);
-  const std::size_t poses = graph.poses.size(), size = graph.planar ? 3 : 6;
+  const std::size_t poses = graph.poses.size(), size = graph.freedom;
   const std::string file = path.substr(path.find_last_of('/') + 1);
   compare::Record record("ceres");
   record.add("graph", file.substr(0, file.rfind('.'))).add("poses", poses).add("size", size);
