@@ -246,7 +246,7 @@ TEST_F(FactorTest, generalMatricesTakeLu) {
   }
 }
 
-TEST_F(FactorTest, threadsChangeNoBit) {
+TEST_F(FactorTest, resultsOfManyThreadsAreTheSameToTheBit) {
   const SparseMatrix A = cube(17);
   const std::size_t n = A.rows;
   std::vector<std::vector<double>> first;
