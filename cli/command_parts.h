@@ -58,6 +58,11 @@ inline void addRoutes(CLI::App* command, RouteFlags& flags) {
   command->add_flag("--lu", flags.lu, "A is any non-singular matrix")->excludes(cholesky);
 }
 
+inline void addEngineChoice(CLI::App* command, std::string& engine) {
+  command->add_option("--engine", engine, "cholmod: by CHOLMOD, for comparison")
+      ->check(CLI::IsMember({"zeph", "cholmod"}));
+}
+
 /// What the user says of A where its file does not.
 struct FormFlags {
   bool symmetric = false;

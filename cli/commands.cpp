@@ -8,19 +8,20 @@
 #include <utility>
 #include <vector>
 
-#include "solver/library.h"
 #include "zeph/adjust.h"
 #include "zeph/checks/matrix_check.h"
 #include "zeph/checks/one_triangle.h"
 #include "zeph/demo/demonstration.h"
 #include "zeph/files/atomic_file.h"
+#include "zeph/files/mat_export.h"
 #include "zeph/files/matrix_file.h"
+#include "zeph/general/cholmod_factor.h"
+#include "zeph/general/inverse_set.h"
+#include "zeph/general/version.h"
 #include "zeph/jobs/adjust_tables.h"
 #include "zeph/jobs/pose_graph_output.h"
+#include "zeph/matrix/multiply.h"
 #include "zeph/matrix/to_dense.h"
-#include "zeph/operations.h"
-#include "zeph/solve.h"
-#include "zeph/variances.h"
 
 namespace zeph {
 
@@ -189,17 +190,27 @@ void declareConvert(CLI::App& app, Action& action) {
 }
 
 void declareFactor(CLI::App& app, Action& action) {
-  struct Options : Files, FormFlags {};
-  auto options = std::make_shared<Options>();
+  struct Chosen : Files, FormFlags {
+    std::string engine = "zeph";
+  };
+  auto options = std::make_shared<Chosen>();
   CLI::App* command =
       declare(app, action, "factor", "The sparse lower Cholesky factor of A",
               "  zeph factor A.mtx -o L.mtx               L L' = A\n"
               "  zeph factor A.mtx -o L.mtx --perm p.txt  L L' = A(p, p) with far fewer entries",
-              options, [](const Options& o, const Progress& progress) {
+              options, [](const Chosen& o, const Progress& progress) {
                 requireOutput(o.output);
                 requireTwoOutputs(o.output, "--perm", o.permutation);
-                CholeskyFactor result =
-                    factor(load(o.first, progress, o), !o.permutation.empty(), progress);
+                const bool reorder = !o.permutation.empty();
+                SparseMatrix A = load(o.first, progress, o);
+                CholeskyFactor result;
+                if (o.engine == "cholmod") {
+                  result = cholmodFactor(std::move(A), reorder, progress);
+                } else {
+                  Options how = shownOn(progress);
+                  if (!reorder) how.ordering = Ordering::Natural;
+                  result = lowerFactor(A, how);
+                }
                 progress.begin("writing");
                 writeFactor(o.output, o.permutation, std::move(result));
                 return 0;
@@ -213,6 +224,7 @@ void declareFactor(CLI::App& app, Action& action) {
       ->add_option("--perm", options->permutation,
                    "reorder A to reduce fill, and write the order here, a zero-based index a line")
       ->type_name("FILE");
+  addEngineChoice(command, options->engine);
 }
 
 void declarePattern(CLI::App& app, Action& action) {
@@ -312,9 +324,7 @@ void declareDemo(CLI::App& app, Action& action) {
 void declareVersion(CLI::App& app, Action& action) {
   declare(app, action, "version", "The version of the library", "  zeph version",
           std::make_shared<Files>(), [](const Files&, const Progress&) {
-            const auto v = zeph_solver::getDllVersion();
-            std::printf("zeph %d.%d.%d build %d, source revision %d, %s\n", v.major, v.minor,
-                        v.revision, v.build, v.repositoryRevision, v.extra.c_str());
+            std::printf("zeph %s\n", versionText().c_str());
             return 0;
           });
 }

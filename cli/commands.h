@@ -6,7 +6,7 @@
 #include <CLI/CLI.hpp>
 #include <functional>
 
-#include "zeph/progress.h"
+#include "zeph/checks/progress.h"
 
 namespace zeph {
 

@@ -11,9 +11,9 @@
 #include "zeph/factor/first_route.h"
 #include "zeph/files/line_reader.h"
 #include "zeph/files/number_text.h"
+#include "zeph/general/solve.h"
+#include "zeph/general/variances.h"
 #include "zeph/matrix/requirements.h"
-#include "zeph/solve.h"
-#include "zeph/variances.h"
 
 namespace zeph {
 namespace {
@@ -41,8 +41,7 @@ void addEngine(CLI::App* command, Engine& o, bool comparison) {
                    "zero-based row a line")
       ->type_name("ORDER");
   if (!comparison) return;
-  command->add_option("--engine", o.engine, "cholmod: by CHOLMOD, for comparison")
-      ->check(CLI::IsMember({"zeph", "cholmod"}));
+  addEngineChoice(command, o.engine);
 }
 
 std::vector<std::int64_t> readPermutation(const std::string& path) {
@@ -88,7 +87,7 @@ Factor factorOf(const SparseMatrix& A, const Engine& o, const Progress& progress
   if (options.route == Route::Automatic) {
     progress.begin("looking for symmetry");
     const FirstRoute first = firstRoute(A);
-    options.route = first.route;
+    if (first.route == Route::Cholesky) options.route = Route::Cholesky;
     reason = first.reason;
   }
   Factor f(A, options);

@@ -8,7 +8,7 @@
 #include <string>
 #include <thread>
 
-#include "zeph/progress.h"
+#include "zeph/checks/progress.h"
 
 namespace zeph {
 

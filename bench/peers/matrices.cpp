@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "zeph/demo/levelling_network.h"
-#include "zeph/matrix/protosparse.h"
+#include "zeph/general/protosparse.h"
 #include "zeph/matrix_file.h"
 
 namespace compare {
@@ -144,7 +144,9 @@ TestMatrix makeMatrix(const std::string& text) {
   }
   if (kind == "network") {
     return {"levelling network, " + size + " points",
-            zeph::levellingNormalMatrix(zeph::makeLevellingNetwork(count, 1)), true};
+            zeph::assemble(zeph::levellingNormalMatrix(zeph::makeLevellingNetwork(count, 1)),
+                           zeph::Triangles::Both),
+            true};
   }
   return fromFile(text);
 }

@@ -9,9 +9,9 @@
 #include <utility>
 
 #include "solver/assembly/protosparse.h"
-#include "zeph/operations.h"
-#include "zeph/solve.h"
-#include "zeph/variances.h"
+#include "zeph/general/cholmod_factor.h"
+#include "zeph/general/solve.h"
+#include "zeph/general/variances.h"
 
 namespace {
 
@@ -105,7 +105,7 @@ TEST_F(MemoryFailure, IsCalledSoOnEveryRoute) {
       [](M m) { zeph::variances(std::move(m), Route::LuSolves); },
       [&](M m) { zeph::solve(std::move(m), B, Route::Cholesky); },
       [&](M m) { zeph::solve(std::move(m), B, Route::Lu); },
-      [](M m) { zeph::factor(std::move(m), true); }};
+      [](M m) { zeph::cholmodFactor(std::move(m), true); }};
   for (const auto& operation : operations) {
     const long failures = failEach([&](bool& failed) {
       const long later = remaining.exchange(-1);

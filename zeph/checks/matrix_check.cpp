@@ -8,16 +8,13 @@
 
 #include "zeph/checks/guarded.h"
 #include "zeph/checks/one_triangle.h"
-#include "zeph/checks/scaling.h"
+#include "zeph/factor.h"
 #include "zeph/files/number_text.h"
-#include "zeph/matrix/protosparse.h"
+#include "zeph/matrix/merge.h"
 #include "zeph/matrix/requirements.h"
-#include "zeph/solve.h"
 
 namespace zeph {
 namespace {
-
-using zeph_solver::MatrixElement;
 
 constexpr std::size_t kBytesPerLine = 24;  // counters, diagonal, cursors of a row or column
 constexpr std::size_t kListed = 10;        // indices that a text shows of a long list
@@ -32,8 +29,7 @@ double relativeDifference(double a, double b, double diagonal1, double diagonal2
 }
 
 // Index of the first entry of each column in a column-major list.
-std::vector<std::uint32_t> columnStarts(const std::vector<MatrixElement>& elements,
-                                        std::size_t cols) {
+std::vector<std::uint32_t> columnStarts(const std::vector<Entry>& elements, std::size_t cols) {
   std::vector<std::uint32_t> starts(cols, static_cast<std::uint32_t>(elements.size()));
   for (std::size_t k = elements.size(); k-- > 0;) {
     starts[elements[k].col] = static_cast<std::uint32_t>(k);
@@ -41,24 +37,26 @@ std::vector<std::uint32_t> columnStarts(const std::vector<MatrixElement>& elemen
   return starts;
 }
 
-void inspectDiagonal(const zeph_solver::ProtoSparse& m, MatrixReport& report) {
+std::vector<double> diagonalOf(const SparseMatrix& m) {
+  std::vector<double> diagonal(std::min(m.rows, m.cols), 0.0);
+  for (const Entry& e : m.entries) {
+    if (e.row == e.col) diagonal[e.row] = e.value;
+  }
+  return diagonal;
+}
+
+void inspectDiagonal(const SparseMatrix& m, MatrixReport& report) {
   report.unusableDiagonal = unusableDiagonal(m);
-  ZtVector diagonal;
-  m.getDiagonal(diagonal);
-  report.negativeDiagonal = static_cast<std::size_t>(std::count_if(
-      diagonal.data, diagonal.data + diagonal.size, [](double d) { return d < 0.0; }));
+  const std::vector<double> diagonal = diagonalOf(m);
+  report.negativeDiagonal = static_cast<std::size_t>(
+      std::count_if(diagonal.begin(), diagonal.end(), [](double d) { return d < 0.0; }));
 }
 
 // Rows and columns without an entry other than zero.
-void findEmpty(const zeph_solver::ProtoSparse& m, MatrixReport& report) {
-  std::vector<char> rowUsed(m.rowCount), colUsed(m.colCount);
-  const auto mark = [&](std::size_t row, std::size_t col, double value) {
-    if (value != 0.0 && std::isfinite(value)) rowUsed[row] = colUsed[col] = 1;
-  };
-  for (const MatrixElement& e : m.elements) mark(e.row, e.col, e.value);
-  for (std::size_t k = 0; m.isDense() && k < m.rowCount * m.colCount; ++k) {
-    mark(k / m.colCount, k % m.colCount,
-         m.denseBlock->data[k / m.colCount * m.denseBlock->stride + k % m.colCount]);
+void findEmpty(const SparseMatrix& m, MatrixReport& report) {
+  std::vector<char> rowUsed(m.rows), colUsed(m.cols);
+  for (const Entry& e : m.entries) {
+    if (e.value != 0.0 && std::isfinite(e.value)) rowUsed[e.row] = colUsed[e.col] = 1;
   }
   const auto unused = [](const std::vector<char>& used, std::vector<int>& empty) {
     for (std::size_t i = 0; i < used.size(); ++i) {
@@ -117,10 +115,12 @@ void judgeForm(MatrixReport& r) {
 
 // Why a solve with m fails on that route, or nothing when it does not.
 std::string attempt(const SparseMatrix& m, Route route) {
-  auto b = DenseMatrix::zeros(m.rows, 1);
-  std::fill(b.values.begin(), b.values.end(), 1.0);
+  Options options;
+  options.route = route;
   try {
-    solve(m, b, route);
+    const Factor f(m, options);
+    f.estimateCondition();
+    f.solve(std::vector<double>(m.rows, 1.0));
   } catch (const Error& e) {
     switch (e.kind()) {
       case ErrorKind::NotPositiveDefinite:
@@ -172,37 +172,57 @@ std::string verdict(const char* what, const std::vector<std::string>& against) {
 void inspectForm(SparseMatrix m, MatrixReport& report, const Progress& progress) {
   report.duplicates = mergeDuplicates(m);
   const bool square = m.rows == m.cols;
-  const zeph_solver::ProtoSparse whole = assemble(std::move(m), Triangles::Both);
+  makeGeneral(m);
   progress.begin("looking for symmetry and empty rows");
-  findEmpty(whole, report);
-  report.entries = whole.nz();
-  report.symmetry = findSymmetry(whole);
-  if (square) inspectDiagonal(whole, report);
+  findEmpty(m, report);
+  report.entries = m.entries.size();
+  report.symmetry = findSymmetry(m);
+  if (square) inspectDiagonal(m, report);
 }
 
 }  // namespace
 
-SymmetryReport findSymmetry(const zeph_solver::ProtoSparse& m) {
+std::vector<std::size_t> unusableDiagonal(const SparseMatrix& m) {
+  std::vector<double> root(std::min(m.rows, m.cols), 0.0);
+  for (const auto& [row, col, value] : m.entries) {
+    if (row == col) root[row] = std::sqrt(std::abs(value));
+  }
+  std::vector<char> unusable(root.size());
+  std::transform(root.begin(), root.end(), unusable.begin(),
+                 [](double d) { return !(d > 0.0 && std::isfinite(d)); });
+  for (const auto& [row, col, value] : m.entries) {
+    if (row == col || row >= root.size() || col >= root.size()) continue;
+    // Divided twice: the product of the roots may underflow.
+    const double larger = std::max(root[row], root[col]);
+    const double smaller = std::min(root[row], root[col]);
+    if (!(std::abs(value) / larger * 0x1p-26 > smaller)) continue;
+    unusable[root[row] < root[col] ? row : col] = 1;
+  }
+  std::vector<std::size_t> indices;
+  for (std::size_t i = 0; i < unusable.size(); ++i) {
+    if (unusable[i]) indices.push_back(i);
+  }
+  return indices;
+}
+
+SymmetryReport findSymmetry(const SparseMatrix& m) {
   SymmetryReport report;
-  report.square = m.rowCount == m.colCount;
+  report.square = m.rows == m.cols;
   if (!report.square) return report;
   report.structural = report.numerical = true;
-  if (m.isDense()) return report;  // 1 x 1
-  m.compress();
-  const std::vector<MatrixElement>& elements = m.elements;
-  ZtVector diagonal;
-  m.getDiagonal(diagonal);
+  const std::vector<Entry>& elements = m.entries;
+  const std::vector<double> diagonal = diagonalOf(m);
   // Columns are visited in ascending order, so the entries of a row are met by ascending column and
   // a column's cursor only moves down its rows.
-  std::vector<std::uint32_t> cursor = columnStarts(elements, m.colCount);
-  for (const MatrixElement& e : elements) {
+  std::vector<std::uint32_t> cursor = columnStarts(elements, m.cols);
+  for (const Entry& e : elements) {
     if (e.row == e.col) continue;
     std::uint32_t& k = cursor[e.row];
     while (k < elements.size() && elements[k].col == e.row && elements[k].row < e.col) ++k;
     const bool stored = k < elements.size() && elements[k].col == e.row && elements[k].row == e.col;
     report.structural = report.structural && stored;
     const double difference = relativeDifference(e.value, stored ? elements[k].value : 0.0,
-                                                 diagonal.data[e.row], diagonal.data[e.col]);
+                                                 diagonal[e.row], diagonal[e.col]);
     if (difference <= report.largestDifference) continue;
     report.largestDifference = difference;
     report.row = std::max(e.row, e.col);

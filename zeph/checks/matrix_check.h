@@ -6,9 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "solver/assembly/protosparse.h"
+#include "zeph/checks/progress.h"
 #include "zeph/matrix/requirements.h"
-#include "zeph/progress.h"
 #include "zeph/sparse_matrix.h"
 
 namespace zeph {
@@ -23,9 +22,13 @@ struct SymmetryReport {
   std::size_t row = 0, col = 0;  ///< the pair of the largest difference, row > col
 };
 
-/// Compares m with its transpose. m is compressed by this. O(entries) after the sort, 12 bytes a
-/// column of memory.
-SymmetryReport findSymmetry(const zeph_solver::ProtoSparse& m);
+/// Compares a merged general m with its transpose. O(entries), 12 bytes a column of memory.
+SymmetryReport findSymmetry(const SparseMatrix& m);
+
+/// Indices of the diagonal entries that rule a definite matrix out by their size alone: those that
+/// are zero or not finite, and the smaller of two that lie below 2⁻⁵² of the square of the entry
+/// that joins them. m is merged, with both triangles or one.
+std::vector<std::size_t> unusableDiagonal(const SparseMatrix& m);
 
 /// Everything that decides whether a matrix can be factorised. Indices are zero-based.
 struct MatrixReport {

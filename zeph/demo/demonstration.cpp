@@ -7,10 +7,10 @@
 #include <filesystem>
 #include <system_error>
 
-#include "solver/partial_inverse_lu.h"
-#include "solver/solver.h"
 #include "zeph/demo/network_picture.h"
+#include "zeph/factor.h"
 #include "zeph/files/atomic_file.h"
+#include "zeph/matrix/record.h"
 
 namespace zeph {
 
@@ -92,19 +92,18 @@ DemonstrationReport runDemonstration(const DemonstrationOptions& options,
 
   progress.begin("assembling");
   StopWatch watch;
-  const zeph_solver::ProtoSparse A = levellingNormalMatrix(network);
-  const ZtMatrix B = levellingRightSides(network, report.campaigns, options.seed);
+  const SparseMatrix A = levellingNormalMatrix(network);
+  const DenseMatrix B = fromRecord(levellingRightSides(network, report.campaigns, options.seed));
   report.assemblySeconds = watch.lap();
 
   progress.begin("factorising and solving");
-  ZtMatrix heights(report.points, report.campaigns, 0, nullptr);
-  zeph_solver::Solver(zeph_solver::Solver::kNestedDissection)
-      .solveGeneric(A, heights, B, true, nullptr, true, true);
+  const Factor factor(A);
+  const ZtMatrix heights = toRecord(factor.solve(B));
   report.solveSeconds = watch.lap();
 
   progress.begin("computing the variances");
   ZtVector variances(report.points);
-  zeph_solver::partialInverse(A, true, variances);
+  factor.variances(variances.data, variances.size);
   report.varianceSeconds = watch.lap();
 
   progress.begin("comparing with the truth");

@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <string>
 
+#include "zeph/checks/progress.h"
 #include "zeph/demo/levelling_network.h"
-#include "zeph/progress.h"
 
 namespace zeph {
 

@@ -6,8 +6,6 @@
 #include <numeric>
 #include <random>
 
-#include "math/dense/korin_matrix.h"
-
 namespace zeph {
 
 namespace {
@@ -179,26 +177,20 @@ LevellingNetwork makeLevellingNetwork(std::size_t size, std::uint64_t seed) {
   return network;
 }
 
-zeph_solver::ProtoSparse levellingNormalMatrix(const LevellingNetwork& network) {
-  const std::size_t n = network.points.size();
-  zeph_solver::ProtoSparse A(n, n);
-  A.reserve(4 * network.lines.size() + network.benchmarks.size());
-  korin::Matrix block(2, 2);
+SparseMatrix levellingNormalMatrix(const LevellingNetwork& network) {
+  SparseMatrix A;
+  A.source = "the normal matrix";
+  A.rows = A.cols = network.points.size();
+  A.symmetry = Symmetry::Symmetric;
+  A.entries.reserve(3 * network.lines.size() + network.benchmarks.size());
   for (const LevellingLine& line : network.lines) {
     const double weight = 1.0 / (line.sigma * line.sigma);
-    if (line.to == line.from + 1) {  // the two unknowns are neighbours: one block
-      block(0, 0) = block(1, 1) = weight;
-      block(0, 1) = block(1, 0) = -weight;
-      A.addDenseMatrix(block, line.from, line.from, false);
-    } else {
-      A.addElement(line.from, line.from, weight);
-      A.addElement(line.to, line.to, weight);
-      A.addElement(line.from, line.to, -weight);
-      A.addElement(line.to, line.from, -weight);
-    }
+    A.entries.push_back({line.from, line.from, weight});
+    A.entries.push_back({line.to, line.to, weight});
+    A.entries.push_back({std::max(line.from, line.to), std::min(line.from, line.to), -weight});
   }
   for (const Benchmark& b : network.benchmarks) {
-    A.addElement(b.point, b.point, 1.0 / (b.sigma * b.sigma));
+    A.entries.push_back({b.point, b.point, 1.0 / (b.sigma * b.sigma)});
   }
   return A;
 }

@@ -8,7 +8,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "solver/assembly/protosparse.h"
+#include "types/zttypes.h"
+#include "zeph/sparse_matrix.h"
 
 namespace zeph {
 
@@ -42,9 +43,9 @@ struct LevellingNetwork {
 /// A connected network of `size` >= 2 points, the same for the same seed.
 LevellingNetwork makeLevellingNetwork(std::size_t size, std::uint64_t seed);
 
-/// Normal matrix of the least-squares problem, both triangles: per line the 2 x 2 block
+/// Normal matrix of the least-squares problem by its lower triangle: per line the 2 x 2 block
 /// w [1 -1; -1 1], per benchmark w on the diagonal, w = 1 / sigma^2.
-zeph_solver::ProtoSparse levellingNormalMatrix(const LevellingNetwork& network);
+SparseMatrix levellingNormalMatrix(const LevellingNetwork& network);
 
 /// Right-hand sides for `campaigns` independent simulated measurements of the whole network
 /// (columns of the result): true height differences and heights plus Gaussian noise of the given

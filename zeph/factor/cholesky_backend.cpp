@@ -380,6 +380,36 @@ void CholeskyBackend::colour(size_t count, double* x, Watch& watch) const {
   }
 }
 
+SparseMatrix CholeskyBackend::lower(std::vector<std::uint32_t>& permutation, Watch& watch) const {
+  requireTrust(watch);
+  SparseMatrix L;
+  L.source = "the factor of " + input_.source;
+  L.indexBase = input_.indexBase;
+  L.rows = L.cols = static_cast<size_t>(symbolic_.n);
+  L.triangular = true;
+  // Columns are moved by the analysis in the natural order too, but only so far that a factor in
+  // A's numbers stays triangular.
+  const bool natural = options_.ordering == Ordering::Natural;
+  permutation.clear();
+  if (!natural) permutation.assign(symbolic_.permutation.begin(), symbolic_.permutation.end());
+  const auto number = [&](Index k) {
+    return static_cast<std::uint32_t>(natural ? symbolic_.permutation[k] : k);
+  };
+  L.entries.reserve(static_cast<size_t>(symbolic_.entries));
+  for (Index g = 0; g < symbolic_.groups(); ++g) {
+    const Index* rows = symbolic_.rowsOf(g);
+    for (Index c = 0; c < symbolic_.width(g); ++c) {
+      const double* column = &panels_[symbolic_.panelStart[g] + Offset{c} * symbolic_.height(g)];
+      for (Index k = c; k < symbolic_.height(g); ++k) {
+        if (column[k] == 0.0) continue;  // also what joins columns of unlike patterns
+        const double value = std::ldexp(column[k], -exponent(symbolic_.permutation[rows[k]]));
+        L.entries.push_back({number(rows[k]), number(rows[c]), value});
+      }
+    }
+  }
+  return L;
+}
+
 double CholeskyBackend::estimateCondition(Watch& watch) const {
   const double known = condition_;
   if (known > 0.0) return known;

@@ -47,6 +47,10 @@ class CholeskyBackend final : public Backend {
   void colour(std::size_t count, double* x, Watch& watch) const override;
   double estimateCondition(Watch& watch) const override;
 
+  /// L without zeros, in no order of entries, and L Lᵀ = A(permutation, permutation). In the
+  /// natural order that of A itself, and the permutation is left empty.
+  SparseMatrix lower(std::vector<std::uint32_t>& permutation, Watch& watch) const;
+
  private:
   using Index = korin::sparse::Index;
   using Offset = korin::sparse::Offset;

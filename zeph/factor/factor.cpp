@@ -30,14 +30,6 @@ void requireEntries(const SparseMatrix& m) {
                                        std::to_string(m.rows) + " rows need");
 }
 
-void requireMatrix(const SparseMatrix& A) {
-  requireSquare(A);
-  requireForm(A);
-  requireFinite(A);
-  requireBothTriangles(A);
-  requireEntries(A);
-}
-
 bool asksForLu(const Options& options) {
   return options.route == Route::Lu || options.route == Route::LuSolves;
 }
@@ -71,7 +63,7 @@ std::unique_ptr<CholeskyBackend> analysed(const SparseMatrix& A, const Options& 
 }
 
 std::unique_ptr<Backend> factorised(const SparseMatrix& A, const Options& options, Watch& watch) {
-  requireMatrix(A);
+  requireFactorable(A);
   if (asksForLu(options)) return makeLuBackend(A, "as asked", options, watch);
   std::string against;
   std::unique_ptr<CholeskyBackend> factor = analysed(A, options, watch, against);
@@ -94,8 +86,30 @@ void requireArray(const void* array, const char* name) {
 
 }  // namespace
 
+void requireFactorable(const SparseMatrix& A) {
+  requireSquare(A);
+  requireForm(A);
+  requireFinite(A);
+  requireBothTriangles(A);
+  requireEntries(A);
+}
+
+const char* name(Route route) {
+  switch (route) {
+    case Route::Automatic:
+      return "automatic";
+    case Route::Cholesky:
+      return "Cholesky";
+    case Route::Lu:
+      return "LU";
+    case Route::LuSolves:
+      return "LU with one solve an unknown";
+  }
+  return "";
+}
+
 FirstRoute firstRoute(const SparseMatrix& A) {
-  requireMatrix(A);
+  requireFactorable(A);
   std::string against;
   const SymmetricInput input = symmetricInput(A, against);
   if (!against.empty()) return {Route::Lu, against};
@@ -432,7 +446,7 @@ Report Factor::report() const {
 
 Report plan(const SparseMatrix& A, const Options& options) {
   return guarded(A.source, [&] {
-    requireMatrix(A);
+    requireFactorable(A);
     Watch watch(options);
     std::string against = "as asked";
     std::unique_ptr<CholeskyBackend> factor;

@@ -9,6 +9,12 @@
 
 namespace zeph {
 
+/// Throws unless A is square, finite, well-formed and not half of a matrix without a word of it.
+void requireFactorable(const SparseMatrix& A);
+
+/// "Cholesky", "LU", ...
+const char* name(Route route);
+
 struct FirstRoute {
   Route route;
   std::string reason;

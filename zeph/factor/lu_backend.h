@@ -13,6 +13,10 @@ namespace zeph {
 std::unique_ptr<Backend> makeLuBackend(const SparseMatrix& A, const std::string& reason,
                                        const Options& options, Watch& watch);
 
+/// Whether this build has the LU route and what else stands on CHOLMOD and UMFPACK; without them
+/// all of it throws Error(Unfit).
+bool hasLuRoute();
+
 }  // namespace zeph
 
 #endif

@@ -1,11 +1,12 @@
+#include "zeph/files/mat_export.h"
+
 #include <cstring>
 #include <utility>
 
 #include "zeph/checks/guarded.h"
 #include "zeph/error.h"
 #include "zeph/files/atomic_file.h"
-#include "zeph/matrix/protosparse.h"
-#include "zeph/operations.h"
+#include "zeph/matrix/merge.h"
 
 namespace zeph {
 namespace {

@@ -7,7 +7,7 @@
 #include "zeph/error.h"
 #include "zeph/files/line_reader.h"
 #include "zeph/files/number_text.h"
-#include "zeph/matrix/protosparse.h"
+#include "zeph/matrix/merge.h"
 #include "zeph/matrix/to_dense.h"
 
 namespace zeph {

@@ -10,6 +10,7 @@
 #include "tests/zeph/factor/sparse_truth.h"
 #include "tests/zeph/front_test.h"
 #include "zeph/factor.h"
+#include "zeph/factor/lu_backend.h"
 #include "zeph/matrix_file.h"
 
 namespace {
@@ -114,7 +115,8 @@ TEST_F(TrustTest, estimateIsNeverBelowTheErrorAndHardlyEverHundredTimesAbove) {
     try {
       m = measure(A, random_);
     } catch (const zeph::Error& e) {
-      EXPECT_EQ(e.kind(), zeph::ErrorKind::Singular) << what << ": " << e.what();
+      EXPECT_TRUE(e.kind() == zeph::ErrorKind::Singular || !zeph::hasLuRoute())
+          << what << ": " << e.what();
       return;
     }
     for (std::size_t k = 0; k < m.error.size(); ++k) {

@@ -10,7 +10,7 @@
 #include "tests/zeph/front_test.h"
 #include "zeph/checks/matrix_check.h"
 #include "zeph/files/matrix_file.h"
-#include "zeph/matrix/protosparse.h"
+#include "zeph/matrix/record.h"
 #include "zeph/matrix/to_dense.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include "tests/zeph/front_test.h"
 #include "zeph/files/atomic_file.h"
 #include "zeph/files/matrix_file.h"
-#include "zeph/matrix/protosparse.h"
+#include "zeph/general/protosparse.h"
 
 namespace {
 

@@ -1,13 +1,13 @@
-#ifndef ZEPH_CHECKS_CONDITION_H
-#define ZEPH_CHECKS_CONDITION_H
+#ifndef ZEPH_GENERAL_CONDITION_H
+#define ZEPH_GENERAL_CONDITION_H
 
 #include <cstddef>
 
 #include "types/zttypes.h"
-#include "zeph/checks/route.h"
+#include "zeph/checks/progress.h"
 #include "zeph/error.h"
 #include "zeph/factor/inverse_norm.h"
-#include "zeph/progress.h"
+#include "zeph/general/route.h"
 
 namespace zeph {
 

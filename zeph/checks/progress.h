@@ -1,5 +1,5 @@
-#ifndef ZEPH_PROGRESS_H
-#define ZEPH_PROGRESS_H
+#ifndef ZEPH_CHECKS_PROGRESS_H
+#define ZEPH_CHECKS_PROGRESS_H
 
 #include <atomic>
 #include <string>

@@ -1,9 +1,9 @@
-#ifndef ZEPH_SOLVE_H
-#define ZEPH_SOLVE_H
+#ifndef ZEPH_GENERAL_SOLVE_H
+#define ZEPH_GENERAL_SOLVE_H
 
-#include "zeph/checks/route.h"
+#include "zeph/checks/progress.h"
 #include "zeph/dense_matrix.h"
-#include "zeph/progress.h"
+#include "zeph/general/route_choice.h"
 #include "zeph/sparse_matrix.h"
 
 namespace zeph {

@@ -1,4 +1,4 @@
-#include "zeph/checks/scaling.h"
+#include "zeph/general/scaling.h"
 
 #include <algorithm>
 #include <climits>
@@ -196,29 +196,6 @@ void applyScaling(const Scaling& s, ProtoSparse& m) {
     return;
   }
   for (auto& e : m.elements) e.value = std::ldexp(e.value, s.row[e.row] + s.col[e.col]);
-}
-
-std::vector<std::size_t> unusableDiagonal(const ProtoSparse& m) {
-  std::vector<double> root(std::min(m.rowCount, m.colCount), 0.0);
-  forEachEntry(m, [&](std::size_t row, std::size_t col, double value) {
-    if (row == col) root[row] = std::sqrt(std::abs(value));
-  });
-  std::vector<char> unusable(root.size());
-  std::transform(root.begin(), root.end(), unusable.begin(),
-                 [](double d) { return !(d > 0.0 && std::isfinite(d)); });
-  forEachEntry(m, [&](std::size_t row, std::size_t col, double value) {
-    if (row == col || row >= root.size() || col >= root.size()) return;
-    // Divided twice: the product of the roots may underflow.
-    const double larger = std::max(root[row], root[col]);
-    const double smaller = std::min(root[row], root[col]);
-    if (!(std::abs(value) / larger * 0x1p-26 > smaller)) return;
-    unusable[root[row] < root[col] ? row : col] = 1;
-  });
-  std::vector<std::size_t> indices;
-  for (std::size_t i = 0; i < unusable.size(); ++i) {
-    if (unusable[i]) indices.push_back(i);
-  }
-  return indices;
 }
 
 }  // namespace zeph

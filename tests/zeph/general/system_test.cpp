@@ -9,12 +9,16 @@
 #include "tests/zeph/front_test.h"
 #include "zeph/checks/matrix_check.h"
 #include "zeph/checks/one_triangle.h"
+#include "zeph/factor/lower_factor.h"
+#include "zeph/files/mat_export.h"
 #include "zeph/files/matrix_file.h"
-#include "zeph/matrix/protosparse.h"
+#include "zeph/general/cholmod_factor.h"
+#include "zeph/general/inverse_set.h"
+#include "zeph/general/solve.h"
+#include "zeph/general/variances.h"
+#include "zeph/matrix/multiply.h"
+#include "zeph/matrix/record.h"
 #include "zeph/matrix/to_dense.h"
-#include "zeph/operations.h"
-#include "zeph/solve.h"
-#include "zeph/variances.h"
 
 namespace {
 
@@ -134,12 +138,22 @@ class SystemTest : public FrontTest {
     return m;
   }
 
+  // By both engines in turn.
+  zeph::CholeskyFactor factor(const SparseMatrix& m, bool reorder) {
+    if ((byCholmod_ = !byCholmod_)) return zeph::cholmodFactor(m, reorder);
+    zeph::Options options;
+    if (!reorder) options.ordering = zeph::Ordering::Natural;
+    return zeph::lowerFactor(m, options);
+  }
+
   DenseMatrix columns(std::size_t rows, std::size_t cols) {
     auto B = DenseMatrix::zeros(rows, cols);
     B.source = "b.mtx";
     for (double& entry : B.values) entry = value();
     return B;
   }
+
+  bool byCholmod_ = false;
 };
 
 TEST_F(SystemTest, everyRouteSolvesAndItsVariancesAreTheDiagonal) {
@@ -187,9 +201,9 @@ TEST_F(SystemTest, unitsDecideNothing) {
     EXPECT_TRUE(v.isEqual(zeph::variances(m, route).diagonal, 1e-12));
     EXPECT_TRUE(X.isEqual(record(zeph::solve(m, B, route).X), 1e-12));
     if (!symmetric) continue;
-    korin::Matrix l = dense(zeph::factor(scaled, false).L);
+    korin::Matrix l = dense(factor(scaled, false).L);
     for (std::size_t k = 0; k < n * n; ++k) l.data[k] = std::ldexp(l.data[k], -row[k / n]);
-    EXPECT_TRUE(l.isEqual(dense(zeph::factor(m, false).L), 1e-14));
+    EXPECT_TRUE(l.isEqual(dense(factor(m, false).L), 1e-14));
   }
   const auto S = Symmetry::Symmetric;
   const struct {
@@ -260,7 +274,7 @@ TEST_F(SystemTest, oneTriangleNeedsAWord) {
             : "4 the only entry beside the diagonal of A.mtx lies in the upper triangle, as (1, 3)";
     expectError([&] { zeph::variances(m, Route::Lu); }, seen);
     expectError([&] { zeph::solve(m, columns(3, 1)); }, seen);
-    expectError([&] { zeph::factor(m, false); }, seen);
+    expectError([&] { factor(m, false); }, seen);
     expectError([&] { zeph::inverseSet(m); }, seen);
     EXPECT_FALSE(zeph::checkMatrix(m).fit());
     m.entries.push_back({1, 2, 1.0});
@@ -344,7 +358,7 @@ TEST_F(SystemTest, unfitMatricesAreRefusedInOneSentence) {
     expectError([&] { zeph::solve(c.m, B, c.asked); }, c.sentence);
     if (c.asked != Route::Cholesky && c.sentence[0] != '5') continue;
     for (const bool reorder : {false, true}) {
-      const std::string error = errorOf([&] { zeph::factor(c.m, reorder); });
+      const std::string error = errorOf([&] { factor(c.m, reorder); });
       EXPECT_EQ(error.substr(0, 25), std::string(c.sentence).substr(0, 25));
       EXPECT_EQ(error.find("--lu"), error.npos) << error;
     }
@@ -369,7 +383,7 @@ TEST_F(SystemTest, factorTimesItsTransposeIsThePermutedMatrix) {
     const SparseMatrix m =
         definite(1 + below(20), round % 2 ? Symmetry::General : Symmetry::Symmetric);
     for (const bool reorder : {false, true}) {
-      const zeph::CholeskyFactor f = zeph::factor(m, reorder);
+      const zeph::CholeskyFactor f = factor(m, reorder);
       const korin::Matrix whole = dense(m), l = dense(f.L);
       korin::Matrix a = whole, square(m.rows, m.rows);
       for (std::size_t k = 0; reorder && k < m.rows * m.rows; ++k) {

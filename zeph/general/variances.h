@@ -1,9 +1,9 @@
-#ifndef ZEPH_VARIANCES_H
-#define ZEPH_VARIANCES_H
+#ifndef ZEPH_GENERAL_VARIANCES_H
+#define ZEPH_GENERAL_VARIANCES_H
 
 #include "types/zttypes.h"
-#include "zeph/checks/route.h"
-#include "zeph/progress.h"
+#include "zeph/checks/progress.h"
+#include "zeph/general/route_choice.h"
 #include "zeph/sparse_matrix.h"
 
 namespace zeph {

@@ -1,4 +1,4 @@
-#include "zeph/solve.h"
+#include "zeph/general/solve.h"
 
 #include <algorithm>
 #include <climits>
@@ -8,8 +8,8 @@
 
 #include "solver/solver.h"
 #include "solver/suitesparse/transposed_solve.h"
-#include "zeph/checks/condition.h"
 #include "zeph/checks/guarded.h"
+#include "zeph/general/condition.h"
 #include "zeph/matrix/requirements.h"
 
 namespace zeph {

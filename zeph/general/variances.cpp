@@ -1,4 +1,4 @@
-#include "zeph/variances.h"
+#include "zeph/general/variances.h"
 
 #include <algorithm>
 #include <cmath>
@@ -13,8 +13,8 @@
 #include "solver/suitesparse/transposed_solve.h"
 #include "sparse/inverse/lu_inverse.h"
 #include "sparse/inverse/lu_solve.h"
-#include "zeph/checks/condition.h"
 #include "zeph/checks/guarded.h"
+#include "zeph/general/condition.h"
 #include "zeph/matrix/requirements.h"
 
 namespace zeph {

@@ -1,18 +1,14 @@
-#include "zeph/operations.h"
+#include "zeph/general/cholmod_factor.h"
 
 #include <cmath>
-#include <optional>
 #include <utility>
 #include <vector>
 
 #include "solver/partial_inverse_chol.h"
-#include "zeph/checks/condition.h"
 #include "zeph/checks/guarded.h"
-#include "zeph/checks/route.h"
-#include "zeph/files/atomic_file.h"
-#include "zeph/files/matrix_file.h"
-#include "zeph/files/number_text.h"
-#include "zeph/matrix/protosparse.h"
+#include "zeph/general/condition.h"
+#include "zeph/general/protosparse.h"
+#include "zeph/general/route.h"
 
 namespace zeph {
 namespace {
@@ -70,7 +66,7 @@ void unscale(const PreparedMatrix& m, CholeskyFactor& f) {
 
 }  // namespace
 
-CholeskyFactor factor(SparseMatrix A, bool reorder, const Progress& progress) {
+CholeskyFactor cholmodFactor(SparseMatrix A, bool reorder, const Progress& progress) {
   const std::string source = A.source;
   return guarded(source, [&] {
     progress.begin("checking and sorting");
@@ -95,26 +91,6 @@ CholeskyFactor factor(SparseMatrix A, bool reorder, const Progress& progress) {
     verify(m, result, progress);
     unscale(m, result);
     return result;
-  });
-}
-
-void writeFactor(const std::string& path, const std::string& permPath, CholeskyFactor factor) {
-  guarded(path, [&] {
-    AtomicFile out(path);
-    std::optional<AtomicFile> order;
-    if (!permPath.empty()) {
-      order.emplace(permPath);
-      std::string text;
-      for (const std::uint32_t index : factor.perm) {
-        appendIndex(text, index);
-        text += '\n';
-      }
-      order->write(text);
-    }
-    writeSparse(out, std::move(factor.L));
-    out.flush();
-    if (order) order->commit();
-    out.commit();
   });
 }
 

@@ -1,11 +1,11 @@
-#include "zeph/operations.h"
+#include "zeph/general/inverse_set.h"
 
 #include <utility>
 
 #include "solver/ldl_minimal_set.h"
 #include "zeph/checks/guarded.h"
 #include "zeph/checks/one_triangle.h"
-#include "zeph/matrix/protosparse.h"
+#include "zeph/general/protosparse.h"
 #include "zeph/matrix/requirements.h"
 
 namespace zeph {

@@ -1,30 +1,39 @@
-#include "zeph/operations.h"
+#include "zeph/matrix/multiply.h"
 
 #include <algorithm>
 #include <cmath>
 #include <utility>
 
+#include "kernels/triplets/triplet_bands.h"
+#include "kernels/triplets/triplet_product.h"
 #include "zeph/checks/guarded.h"
-#include "zeph/matrix/protosparse.h"
+#include "zeph/matrix/merge.h"
 #include "zeph/matrix/requirements.h"
 
 namespace zeph {
 
 namespace {
 
-// The product takes row-major records; converted in whole, B and C would be held twice.
+// The kernels take row-major blocks; converted in whole, B and C would be held twice.
 constexpr std::size_t kColumnsAtOnce = 64;
+static_assert(sizeof(Entry) == 16, "the kernels read triplets of 16 bytes");
 
-void multiplyColumns(zeph_solver::ProtoSparse& A, const DenseMatrix& B, std::size_t first,
+void multiplyColumns(const SparseMatrix& A, const DenseMatrix& B, std::size_t first,
                      std::size_t count, DenseMatrix& C) {
-  ZtMatrix b(B.rows, count, count, nullptr);
-  ZtMatrix c(C.rows, count, count, nullptr);
+  std::vector<double> b(B.rows * count), c(C.rows * count, 0.0);
   for (std::size_t k = 0; k < count; ++k) {
-    for (std::size_t r = 0; r < B.rows; ++r) b.data[r * b.stride + k] = B(r, first + k);
+    for (std::size_t r = 0; r < B.rows; ++r) b[r * count + k] = B(r, first + k);
   }
-  A.multiplyDense(b, c);
+  const Entry* list = A.entries.data();
+  const std::size_t stored = A.entries.size();
+  if (korin::kernels::bandsPay(list, stored, C.rows, count)) {
+    korin::kernels::addTripletProductInBands(list, stored, b.data(), count, c.data(), count, C.rows,
+                                             count);
+  } else {
+    korin::kernels::addTripletProduct(list, stored, b.data(), count, c.data(), count, count);
+  }
   for (std::size_t k = 0; k < count; ++k) {
-    for (std::size_t r = 0; r < C.rows; ++r) C(r, first + k) = c.data[r * c.stride + k];
+    for (std::size_t r = 0; r < C.rows; ++r) C(r, first + k) = c[r * count + k];
   }
 }
 
@@ -41,11 +50,11 @@ DenseMatrix multiply(SparseMatrix A, const DenseMatrix& B, const Progress& progr
   return guarded(source, [&] {
     requireMemory(source, A.rows, B.cols * sizeof(double));
     progress.begin("multiplying");
-    zeph_solver::ProtoSparse p = assemble(std::move(A), Triangles::Both);
-    auto C = DenseMatrix::zeros(p.rowCount, B.cols);
+    makeGeneral(A);
+    auto C = DenseMatrix::zeros(A.rows, B.cols);
     for (std::size_t first = 0; first < B.cols; first += kColumnsAtOnce) {
       progress.checkpoint();
-      multiplyColumns(p, B, first, std::min(kColumnsAtOnce, B.cols - first), C);
+      multiplyColumns(A, B, first, std::min(kColumnsAtOnce, B.cols - first), C);
     }
     if (!std::all_of(C.values.begin(), C.values.end(), [](double v) { return std::isfinite(v); })) {
       throw Error(ErrorKind::Unfit, "the product of " + source + " and " + B.source +

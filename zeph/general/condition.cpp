@@ -1,4 +1,4 @@
-#include "zeph/checks/condition.h"
+#include "zeph/general/condition.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,5 +1,5 @@
-#ifndef ZEPH_CHECKS_SCALING_H
-#define ZEPH_CHECKS_SCALING_H
+#ifndef ZEPH_GENERAL_SCALING_H
+#define ZEPH_GENERAL_SCALING_H
 
 #include <cstddef>
 #include <vector>
@@ -30,11 +30,6 @@ Scaling diagonalScaling(const zeph_solver::ProtoSparse& m);
 Scaling equilibration(const zeph_solver::ProtoSparse& m, bool symmetric);
 
 void applyScaling(const Scaling& s, zeph_solver::ProtoSparse& m);
-
-/// Indices of the diagonal entries that rule a definite matrix out by their size alone: those that
-/// are zero or not finite, and the smaller of two that lie below 2⁻⁵² of the square of the entry
-/// that joins them. m has a sorted list without duplicates, of both triangles or the upper one.
-std::vector<std::size_t> unusableDiagonal(const zeph_solver::ProtoSparse& m);
 
 }  // namespace zeph
 

@@ -1,4 +1,4 @@
-#include "zeph/checks/route.h"
+#include "zeph/general/route.h"
 
 #include <cmath>
 #include <utility>
@@ -7,7 +7,8 @@
 #include "zeph/checks/one_triangle.h"
 #include "zeph/error.h"
 #include "zeph/files/number_text.h"
-#include "zeph/matrix/protosparse.h"
+#include "zeph/general/protosparse.h"
+#include "zeph/matrix/merge.h"
 #include "zeph/matrix/requirements.h"
 
 namespace zeph {
@@ -15,12 +16,11 @@ namespace {
 
 constexpr const char* kUseLu = "use LU (--lu)";
 
-double entry(const zeph_solver::ProtoSparse& A, std::size_t row, std::size_t col) {
-  double sum = 0.0;
-  for (const auto& e : A.elements) {
-    if (e.row == row && e.col == col) sum += e.value;
+double entry(const SparseMatrix& m, std::size_t row, std::size_t col) {
+  for (const Entry& e : m.entries) {
+    if (e.row == row && e.col == col) return e.value;
   }
-  return sum;
+  return 0.0;
 }
 
 // Too few entries leave rows empty; found before memory is taken for that many rows.
@@ -33,25 +33,25 @@ void requireEntries(const SparseMatrix& m) {
 }
 
 // Why m is not symmetric, or nothing when it is.
-std::string asymmetry(const PreparedMatrix& m, Symmetry declared) {
-  if (declared == Symmetry::Symmetric) return {};
-  if (declared == Symmetry::SkewSymmetric) return m.source + " is skew-symmetric";
-  const SymmetryReport report = findSymmetry(m.A);
+std::string asymmetry(const SparseMatrix& m) {
+  if (m.symmetry == Symmetry::Symmetric) return {};
+  if (m.symmetry == Symmetry::SkewSymmetric) return m.source + " is skew-symmetric";
+  const SymmetryReport report = findSymmetry(m);
   if (report.numerical) return {};
   return m.source + " is not symmetric: entry " + position(m.indexBase, report.row, report.col) +
-         " is " + toText(entry(m.A, report.row, report.col)) + " but entry " +
+         " is " + toText(entry(m, report.row, report.col)) + " but entry " +
          position(m.indexBase, report.col, report.row) + " is " +
-         toText(entry(m.A, report.col, report.row));
+         toText(entry(m, report.col, report.row));
 }
 
 // Merging may have overflowed.
-void requireFiniteSums(const PreparedMatrix& m) {
-  m.forEachEntry([&](std::size_t row, std::size_t col, double value) {
-    if (std::isfinite(value)) return;
+void requireFiniteSums(const SparseMatrix& m) {
+  for (const auto& [row, col, value] : m.entries) {
+    if (std::isfinite(value)) continue;
     throw Error(ErrorKind::Unfit, "the entries at " + position(m.indexBase, row, col) + " of " +
                                       m.source + " add up to " + toText(value) +
                                       "; scale the equations");
-  });
+  }
 }
 
 // A = -Aᵀ gives det A = (-1)ⁿ det A.
@@ -63,12 +63,11 @@ void requireEvenOrder(const SparseMatrix& m) {
 }
 
 // Why diagonal entry i, found unusable, rules Cholesky out.
-std::string diagonalFault(const PreparedMatrix& m, std::size_t i) {
-  ZtVector diagonal;
-  m.A.getDiagonal(diagonal);
+std::string diagonalFault(const SparseMatrix& m, std::size_t i) {
+  const double diagonal = entry(m, i, i);
   return "diagonal entry " + position(m.indexBase, i, i) + " of " + m.source + " is " +
-         toText(diagonal.data[i]) +
-         (diagonal.data[i] == 0.0 ? "" : ", too small beside the other entries of its row");
+         toText(diagonal) +
+         (diagonal == 0.0 ? "" : ", too small beside the other entries of its row");
 }
 
 PreparedMatrix scaled(PreparedMatrix m, bool symmetric) {
@@ -78,37 +77,7 @@ PreparedMatrix scaled(PreparedMatrix m, bool symmetric) {
   return m;
 }
 
-void completeTriangles(PreparedMatrix& m) {
-  if (!m.upperOnly || m.A.isDense()) return;
-  const std::size_t stored = m.A.elements.size();
-  m.A.elements.reserve(2 * stored);
-  for (std::size_t k = 0; k < stored; ++k) {
-    const zeph_solver::MatrixElement e = m.A.elements[k];
-    if (e.row != e.col) m.A.elements.push_back({e.col, e.row, e.value});
-  }
-  m.A.compress();
-  m.upperOnly = false;
-}
-
 }  // namespace
-
-const char* name(Route route) {
-  switch (route) {
-    case Route::Automatic:
-      return "automatic";
-    case Route::Cholesky:
-      return "Cholesky";
-    case Route::Lu:
-      return "LU";
-    case Route::LuSolves:
-      return "LU with one solve an unknown";
-  }
-  return "";
-}
-
-std::string RouteChoice::sentence() const {
-  return std::string("route: ") + name(route) + " (" + reason + ")";
-}
 
 PreparedMatrix prepare(SparseMatrix m, Route asked, bool mayUseLu) {
   requireSquare(m);
@@ -116,46 +85,38 @@ PreparedMatrix prepare(SparseMatrix m, Route asked, bool mayUseLu) {
   requireBothTriangles(m);
   requireEntries(m);
   requireEvenOrder(m);
-  const Symmetry declared = m.symmetry;
+  mergeDuplicates(m);
+  requireFiniteSums(m);
   const bool mayBeCholesky = asked == Route::Automatic || asked == Route::Cholesky;
-  const bool upperOnly = declared == Symmetry::Symmetric && mayBeCholesky;
-  const std::string source = m.source;
-  const std::size_t indexBase = m.indexBase;
-  PreparedMatrix result{source,
-                        indexBase,
-                        assemble(std::move(m), upperOnly ? Triangles::Upper : Triangles::Both),
-                        upperOnly,
-                        {asked, "as asked"},
-                        {},
-                        mayUseLu};
-  result.A.compress();
-  requireFiniteSums(result);
-  if (!mayBeCholesky) return scaled(std::move(result), declared == Symmetry::Symmetric);
-
-  const std::string against = asymmetry(result, declared);
+  const std::string against = mayBeCholesky ? asymmetry(m) : std::string();
   if (!against.empty() && asked == Route::Cholesky) {
     throw Error(ErrorKind::Unfit, against + "; the Cholesky route needs a symmetric matrix" +
                                       (mayUseLu ? std::string(", ") + kUseLu : ""));
   }
-  if (!against.empty()) {
-    result.choice = {Route::Lu, against};
-    return scaled(std::move(result), false);
+  std::vector<std::size_t> unusable;
+  if (mayBeCholesky && against.empty()) unusable = unusableDiagonal(m);
+
+  RouteChoice choice{asked, "as asked"};
+  if (!against.empty()) choice = {Route::Lu, against};
+  if (!unusable.empty() && asked == Route::Automatic) {
+    choice = {Route::Lu, diagonalFault(m, unusable.front())};
+  } else if (choice.route == Route::Automatic) {
+    choice = {Route::Cholesky, m.source + " is symmetric with a usable diagonal"};
   }
-  const std::vector<std::size_t> unusable = unusableDiagonal(result.A);
+  const bool declared = m.symmetry == Symmetry::Symmetric;
+  const bool upperOnly = declared && choice.route == Route::Cholesky;
+  const std::string source = m.source;
+  const std::size_t indexBase = m.indexBase;
+  PreparedMatrix result{
+      source,    indexBase, assemble(std::move(m), upperOnly ? Triangles::Upper : Triangles::Both),
+      upperOnly, choice,    {},
+      mayUseLu};
   if (!unusable.empty() && asked == Route::Cholesky) {
     zeph_solver::FactorisationStatus status;
     status.failedColumn = static_cast<int>(unusable.front());
     throw breakdown(result, status);
   }
-  if (unusable.empty()) {
-    if (asked == Route::Automatic) {
-      result.choice = {Route::Cholesky, result.source + " is symmetric with a usable diagonal"};
-    }
-  } else {
-    result.choice = {Route::Lu, diagonalFault(result, unusable.front())};
-    completeTriangles(result);
-  }
-  return scaled(std::move(result), true);
+  return scaled(std::move(result), declared || (mayBeCholesky && against.empty()));
 }
 
 void factorise(const PreparedMatrix& m, zeph_solver::Solver& solver,

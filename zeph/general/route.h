@@ -1,29 +1,17 @@
-#ifndef ZEPH_CHECKS_ROUTE_H
-#define ZEPH_CHECKS_ROUTE_H
+#ifndef ZEPH_GENERAL_ROUTE_H
+#define ZEPH_GENERAL_ROUTE_H
 
 #include <cstddef>
 #include <string>
 
 #include "solver/solver.h"
 #include "solver/suitesparse/factorisation_status.h"
-#include "zeph/checks/scaling.h"
 #include "zeph/error.h"
-#include "zeph/options.h"
+#include "zeph/general/route_choice.h"
+#include "zeph/general/scaling.h"
 #include "zeph/sparse_matrix.h"
 
 namespace zeph {
-
-/// "Cholesky", "LU", ...
-const char* name(Route route);
-
-/// The route taken and the reason, a clause such as "A.mtx is symmetric with a usable diagonal".
-struct RouteChoice {
-  Route route = Route::Lu;
-  std::string reason;
-
-  /// "route: Cholesky (A.mtx is symmetric ...)"
-  std::string sentence() const;
-};
 
 /// A matrix on its way into a factorisation.
 struct PreparedMatrix {

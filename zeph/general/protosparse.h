@@ -1,13 +1,10 @@
-// Between the public matrices and those of the sparse library and the dense records.
-#ifndef ZEPH_MATRIX_PROTOSPARSE_H
-#define ZEPH_MATRIX_PROTOSPARSE_H
+// Between the public matrices and those of the sparse library.
+#ifndef ZEPH_GENERAL_PROTOSPARSE_H
+#define ZEPH_GENERAL_PROTOSPARSE_H
 
-#include <cstddef>
 #include <string>
 
 #include "solver/assembly/protosparse.h"
-#include "types/zttypes.h"
-#include "zeph/dense_matrix.h"
 #include "zeph/sparse_matrix.h"
 
 namespace zeph {
@@ -19,15 +16,6 @@ enum class Triangles {
   Lower   ///< the symbolic inverse set, which ignores what lies above
 };
 
-/// Sorts the entries by column, then row, and adds up those at one position, whatever their size; a
-/// sum of zero keeps its place. Returns how many entries went.
-/// Throws Error(Unfit) beyond 2³¹-1 entries.
-std::size_t mergeDuplicates(SparseMatrix& m);
-
-/// m as a general matrix with both triangles, sorted and merged.
-/// Throws Error(Unfit) beyond 2³¹-1 entries.
-void makeGeneral(SparseMatrix& m);
-
 /// The library's assembly form of m, with one element a position. A symmetric m is completed to
 /// both triangles or moved to the one asked for; a general m is taken as it is, and a
 /// skew-symmetric one is always completed.
@@ -37,10 +25,6 @@ zeph_solver::ProtoSparse assemble(SparseMatrix m, Triangles triangles);
 /// The way back: a general matrix with the entries of p, which are moved out of it. Of a
 /// vector-shaped p those that are not zero.
 SparseMatrix takeEntries(zeph_solver::ProtoSparse& p, const std::string& source);
-
-/// The dense record of m, row after row, and the way back.
-ZtMatrix toRecord(const DenseMatrix& m);
-DenseMatrix fromRecord(const ZtMatrix& m);
 
 }  // namespace zeph
 

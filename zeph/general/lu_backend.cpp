@@ -12,11 +12,11 @@
 #include "solver/suitesparse/lu_factors.h"
 #include "sparse/inverse/lu_inverse.h"
 #include "sparse/inverse/lu_solve.h"
-#include "zeph/checks/condition.h"
-#include "zeph/checks/route.h"
 #include "zeph/error.h"
 #include "zeph/factor.h"
 #include "zeph/factor/trust.h"
+#include "zeph/general/condition.h"
+#include "zeph/general/route.h"
 #include "zeph/matrix/requirements.h"
 
 namespace zeph {
@@ -269,6 +269,10 @@ std::unique_ptr<Backend> makeLuBackend(const SparseMatrix& A, const std::string&
   auto factor = std::make_unique<LuBackend>(A, reason, options);
   factor->factorise(watch);
   return factor;
+}
+
+bool hasLuRoute() {
+  return true;
 }
 
 }  // namespace zeph

@@ -1,0 +1,11 @@
+# LIBRARY, and the libraries that it brings along, hold nothing that is under the GPL.
+include(${CMAKE_CURRENT_LIST_DIR}/../step.cmake)
+step(readelf -d ${LIBRARY})
+if(NOT said MATCHES "NEEDED[^\n]*libamd")
+  message(FATAL_ERROR "the list of what the library needs cannot be read:\n${said}")
+endif()
+set(needed "${said}")
+step(ldd ${LIBRARY})
+if("${needed}${said}" MATCHES "cholmod|umfpack|zeph_solver")
+  message(FATAL_ERROR "the library needs what is under the GPL:\n${needed}${said}")
+endif()

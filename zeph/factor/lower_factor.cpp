@@ -1,0 +1,74 @@
+#include "zeph/factor/lower_factor.h"
+
+#include <optional>
+#include <utility>
+
+#include "zeph/checks/guarded.h"
+#include "zeph/factor/cholesky_backend.h"
+#include "zeph/factor/first_route.h"
+#include "zeph/files/atomic_file.h"
+#include "zeph/files/matrix_file.h"
+#include "zeph/files/number_text.h"
+#include "zeph/matrix/merge.h"
+
+namespace zeph {
+namespace {
+
+Error noFactor(const SparseMatrix& A, std::int64_t row) {
+  return Error(ErrorKind::NotPositiveDefinite,
+               A.source +
+                   " is not positive definite: the Cholesky factorisation broke down at row " +
+                   std::to_string(static_cast<std::size_t>(row) + A.indexBase) +
+                   "; only positive definite matrices have a Cholesky factor",
+               row);
+}
+
+}  // namespace
+
+CholeskyFactor lowerFactor(const SparseMatrix& A, const Options& options) {
+  return guarded(A.source, [&] {
+    requireFactorable(A);
+    Watch watch(options);
+    watch.begin("assembling", 0.0);
+    std::string against;
+    SymmetricInput input = symmetricInput(A, against);
+    if (!against.empty()) {
+      throw Error(ErrorKind::Unfit, against + "; only a symmetric matrix has a Cholesky factor");
+    }
+    const korin::sparse::Index bad = firstUnusableDiagonal(input.lower);
+    if (bad >= 0) throw noFactor(A, bad);
+    CholeskyBackend factorised(std::move(input), options, watch);
+    try {
+      factorised.factorise(watch);
+    } catch (const Error& e) {
+      if (e.kind() != ErrorKind::NotPositiveDefinite) throw;
+      throw noFactor(A, e.row());
+    }
+    CholeskyFactor result;
+    result.L = factorised.lower(result.perm, watch);
+    mergeDuplicates(result.L);
+    return result;
+  });
+}
+
+void writeFactor(const std::string& path, const std::string& permPath, CholeskyFactor factor) {
+  guarded(path, [&] {
+    AtomicFile out(path);
+    std::optional<AtomicFile> order;
+    if (!permPath.empty()) {
+      order.emplace(permPath);
+      std::string text;
+      for (const std::uint32_t index : factor.perm) {
+        appendIndex(text, index);
+        text += '\n';
+      }
+      order->write(text);
+    }
+    writeSparse(out, std::move(factor.L));
+    out.flush();
+    if (order) order->commit();
+    out.commit();
+  });
+}
+
+}  // namespace zeph
