@@ -157,7 +157,7 @@ void covarianceBlock(const Symbolic& symbolic, const double* panels, Index count
   const auto step = static_cast<ptrdiff_t>(length);
   // Entry (i, j) is the product of two columns of L^-1; the later one begins at its own place.
   forBlocks(count, team, [&](Index first, Index together) {
-    const auto rows = static_cast<size_t>(first + together);
+    const auto rows = static_cast<size_t>(first) + static_cast<size_t>(together);
     std::vector<double> products(rows * static_cast<size_t>(together));
     const auto begin = static_cast<size_t>(columns.placeOf(positions[first]));
     const kernels::ConstBlock all{table.data() + begin, step, 1};

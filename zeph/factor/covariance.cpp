@@ -144,6 +144,7 @@ void CholeskyBackend::covariance(const std::int64_t* rows, const std::int64_t* c
   const auto fromBlock = [&](const std::vector<Request>& requests) {
     const std::vector<Index> places = placesOf(requests);
     std::vector<std::int64_t> indices;
+    indices.reserve(places.size());
     for (const Index k : places) indices.push_back(symbolic_.permutation[k]);
     std::vector<double> block(places.size() * places.size());
     covarianceBlock(indices.data(), indices.size(), block.data(), watch);
