@@ -1,13 +1,10 @@
 #include "zeph/files/matrix_market.h"
 
-#include <cholmod.h>
-
-#include <bit>
 #include <cmath>
 #include <cstring>
 
 #include "tests/math/dense/dense_testing.h"
-#include "tests/zeph/front_test.h"
+#include "tests/zeph/files/any_matrix.h"
 #include "zeph/checks/matrix_check.h"
 #include "zeph/files/matrix_file.h"
 #include "zeph/matrix/record.h"
@@ -24,51 +21,7 @@ Matrix record(const zeph::DenseMatrix& m) {
   return Matrix(zeph::toRecord(m));
 }
 
-class MatrixMarketTest : public FrontTest {
- protected:
-  // Any finite double, denormals and extremes included.
-  double anyDouble() {
-    double value;
-    do value = std::bit_cast<double>(std::uint64_t{random_()} << 32 | random_());
-    while (!std::isfinite(value));
-    return value;
-  }
-
-  SparseMatrix randomMatrix(Symmetry symmetry) {
-    SparseMatrix m;
-    m.symmetry = symmetry;
-    m.rows = 2 + below(12);
-    m.cols = symmetry == Symmetry::General ? 2 + below(12) : m.rows;
-    for (unsigned k = below(30); k > 0; --k) {
-      unsigned row = below(m.rows);
-      unsigned col = below(m.cols);
-      if (symmetry != Symmetry::General && row < col) std::swap(row, col);
-      if (symmetry == Symmetry::SkewSymmetric && row == col) continue;
-      m.entries.push_back({row, col, anyDouble()});
-    }
-    return m;
-  }
-
-  // Both readers take the file as CHOLMOD's does.
-  static void expectAgreement(const std::string& path, bool array) {
-    cholmod_common common;
-    cholmod_start(&common);
-    common.print = 0;
-    FILE* file = std::fopen(path.c_str(), "r");
-    cholmod_sparse* sparse = array ? nullptr : cholmod_read_sparse(file, &common);
-    cholmod_dense* dense =
-        array ? cholmod_read_dense(file, &common) : cholmod_sparse_to_dense(sparse, &common);
-    std::fclose(file);
-    ASSERT_NE(dense, nullptr) << read(path);
-    const Matrix byColumns(dense->ncol, dense->nrow, static_cast<double*>(dense->x));
-    const Matrix expected = dense_testing::transposed(byColumns);
-    EXPECT_EQ(record(zeph::readMatrixMarketDense(path)), expected) << read(path);
-    EXPECT_EQ(record(zeph::toDense(zeph::readMatrixMarket(path))), expected) << read(path);
-    cholmod_free_dense(&dense, &common);
-    cholmod_free_sparse(&sparse, &common);
-    cholmod_finish(&common);
-  }
-};
+class MatrixMarketTest : public AnyMatrixTest {};
 
 const std::string kReal = "%%MatrixMarket matrix coordinate real general\n";
 const std::string kArray = "%%MatrixMarket matrix array real general\n";
@@ -148,28 +101,6 @@ TEST_F(MatrixMarketTest, acceptsEveryLegalSpelling) {
   EXPECT_TRUE(std::isinf(n.entries[1].value) && std::isinf(n.entries[2].value));
   const std::string big = write("i.mtx", kInteger + "1 1 1\n1 1 -9007199254740993\n");
   EXPECT_EQ(zeph::readMatrixMarket(big).entries[0].value, -9007199254740992.0);
-}
-
-TEST_F(MatrixMarketTest, agreesWithCholmodsReader) {
-  expectAgreement(write("u.mtx", kSymmetric + "2 2 2\n1 1 3\n1 2 5\n"), false);
-  const std::string skew = write("s.mtx", kSkew + "2 2 1\n1 2 5\n");
-  zeph::writeSparse(path("w.mtx"), zeph::readMatrixMarket(skew));
-  EXPECT_NE(read(path("w.mtx")).find("\n2 1 -5\n"), std::string::npos);
-  for (int round = 0; round < 60; ++round) {
-    const auto symmetry = static_cast<Symmetry>(round % 3);
-    SparseMatrix m = randomMatrix(symmetry);
-    for (auto& e : m.entries) e.value = std::scalbn(e.value, -std::ilogb(e.value));  // sums fit
-    zeph::writeSparse(path("m.mtx"), m);
-    std::string text = read(path("m.mtx"));
-    if (round % 2 == 0) text.insert(text.find('\n') + 1, "% a comment\n\n");
-    expectAgreement(write("m.mtx", text), false);
-  }
-  for (const char* symmetry : {"general", "symmetric", "skew-symmetric"}) {
-    const std::string columns = std::string("1\n2\n3\n") + (symmetry[1] == 'k' ? "" : "4\n5\n6\n") +
-                                (symmetry[0] == 'g' ? "7\n8\n9\n" : "");
-    const std::string head = std::string("%%MatrixMarket matrix array real ") + symmetry;
-    expectAgreement(write("a.mtx", head + "\n3 3\n" + columns), true);
-  }
 }
 
 TEST_F(MatrixMarketTest, everyDoubleReadsBackToTheSameBits) {
