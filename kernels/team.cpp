@@ -28,10 +28,15 @@ struct Loop {
   bool open() const { return next < count; }
 };
 
-/// The tasks of a run and what each still waits for.
+/// The tasks of a run and what each still waits for. Takes all its memory when it is made: while
+/// threads are at work, nothing may fail.
 struct Run {
   Run(const TaskForest& tasks, Direction way, const std::function<void(int, int)>& work)
-      : forest(tasks), direction(way), body(work), waitsFor(tasks.parent.size(), 0) {
+      : forest(tasks),
+        direction(way),
+        body(work),
+        waitsFor(tasks.parent.size(), 0),
+        ready(std::less<Ranked>(), roomFor(tasks.parent.size())) {
     const int count = static_cast<int>(tasks.parent.size());
     remaining = count;
     if (direction == Direction::ParentsFirst) {
@@ -69,12 +74,20 @@ struct Run {
     return ready.size() != before || remaining == 0;
   }
 
+  using Ranked = std::pair<double, int>;
+
+  static std::vector<Ranked> roomFor(std::size_t tasks) {
+    std::vector<Ranked> room;
+    room.reserve(tasks);
+    return room;
+  }
+
   const TaskForest& forest;
   const Direction direction;
   const std::function<void(int, int)>& body;
   std::vector<int> waitsFor;
   std::vector<std::vector<int>> children;
-  std::priority_queue<std::pair<double, int>> ready;
+  std::priority_queue<Ranked> ready;
   int remaining;
 };
 
@@ -83,7 +96,7 @@ struct Run {
 class Team::State {
  public:
   State(int threads, std::function<void()> poll)
-      : threads_(std::max(1, threads)), poll_(std::move(poll)) {}
+      : threads_(std::max(1, threads)), startable_(threads_ - 1), poll_(std::move(poll)) {}
 
   ~State() {
     {
@@ -154,13 +167,13 @@ class Team::State {
     if (threads_ == 1 || count < 1) return;
     changed_.notify_all();
     while (static_cast<std::size_t>(idle_) + static_cast<std::size_t>(starting_) < count &&
-           static_cast<int>(helpers_.size()) + 1 < threads_) {
+           static_cast<int>(helpers_.size()) < startable_) {
       try {
         const int number = static_cast<int>(helpers_.size()) + 1;
         helpers_.emplace_back([this, number] { help(number); });
         ++starting_;
       } catch (const std::exception&) {
-        threads_ = static_cast<int>(helpers_.size()) + 1;
+        startable_ = static_cast<int>(helpers_.size());
       }
     }
   }
@@ -225,7 +238,9 @@ class Team::State {
     if (changed_.wait_for(lock, kPollInterval) == std::cv_status::timeout) perform(lock, [] {});
   }
 
-  int threads_;
+  const int threads_;
+  /// Helpers that there are at most.
+  int startable_;
   const std::function<void()> poll_;
   std::mutex mutex_;
   /// Work has come or a piece of it that others wait for is done.
