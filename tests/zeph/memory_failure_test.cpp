@@ -1,51 +1,74 @@
-// Every single allocation of an operation fails once, in SuiteSparse and in our own code.
-#include <SuiteSparse_config.h>
+// Every single allocation of an operation fails once, or from one on all of them, in the libraries
+// below as well as in our own code.
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <new>
+#include <random>
 #include <utility>
+#include <vector>
 
 #include "solver/assembly/protosparse.h"
 #include "zeph/general/cholmod_factor.h"
 #include "zeph/general/solve.h"
 #include "zeph/general/variances.h"
+#include "zeph/zeph.h"
+#include "zeph/zeph_c.h"
 
 namespace {
 
 // Allocations that succeed before the one that fails; negative: none fails.
 std::atomic<long> remaining = -1;
+// Whether those after it fail as well, until `remaining` is set again.
+std::atomic<bool> lasting = false;
+std::atomic<bool> injected = false;
 
 bool failsNow() {
-  return remaining >= 0 && remaining-- == 0;
-}
-
-void* failingMalloc(std::size_t bytes) {
-  return failsNow() ? nullptr : std::malloc(bytes);
-}
-void* failingCalloc(std::size_t count, std::size_t bytes) {
-  return failsNow() ? nullptr : std::calloc(count, bytes);
-}
-void* failingRealloc(void* block, std::size_t bytes) {
-  return failsNow() ? nullptr : std::realloc(block, bytes);
+  if (remaining < 0) return false;
+  if (remaining > 0) return --remaining < 0;
+  if (!lasting) remaining = -1;
+  return injected = true;
 }
 
 }  // namespace
 
-void* operator new(std::size_t bytes) {
-  void* block = failingMalloc(bytes != 0 ? bytes : 1);
+// This program's own, in front of those of the C library or of the sanitizer.
+extern "C" {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define ZEPH_UNFAILING(name) __interceptor_##name
+#else
+#define ZEPH_UNFAILING(name) __libc_##name
+#endif
+void* ZEPH_UNFAILING(malloc)(std::size_t);
+void* ZEPH_UNFAILING(calloc)(std::size_t, std::size_t);
+void* ZEPH_UNFAILING(realloc)(void*, std::size_t);
+
+void* malloc(std::size_t bytes) {
+  return failsNow() ? nullptr : ZEPH_UNFAILING(malloc)(bytes);
+}
+void* calloc(std::size_t count, std::size_t bytes) {
+  return failsNow() ? nullptr : ZEPH_UNFAILING(calloc)(count, bytes);
+}
+void* realloc(void* block, std::size_t bytes) {
+  return failsNow() ? nullptr : ZEPH_UNFAILING(realloc)(block, bytes);
+}
+}
+
+[[gnu::noinline]] void* operator new(std::size_t bytes) {
+  void* block = std::malloc(bytes != 0 ? bytes : 1);
   if (block == nullptr) throw std::bad_alloc();
   return block;
 }
-void* operator new(std::size_t bytes, const std::nothrow_t&) noexcept {
-  return failingMalloc(bytes != 0 ? bytes : 1);
+[[gnu::noinline]] void* operator new(std::size_t bytes, const std::nothrow_t&) noexcept {
+  return std::malloc(bytes != 0 ? bytes : 1);
 }
-void operator delete(void* block) noexcept {
+[[gnu::noinline]] void operator delete(void* block) noexcept {
   std::free(block);
 }
-void operator delete(void* block, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept {
   std::free(block);
 }
 
@@ -55,20 +78,7 @@ using zeph::Route;
 
 class MemoryFailure : public ::testing::Test {
  protected:
-  MemoryFailure() {
-#if SUITESPARSE_MAIN_VERSION >= 7
-    SuiteSparse_config_malloc_func_set(failingMalloc);
-    SuiteSparse_config_calloc_func_set(failingCalloc);
-    SuiteSparse_config_realloc_func_set(failingRealloc);
-#else
-    SuiteSparse_config.malloc_func = failingMalloc;
-    SuiteSparse_config.calloc_func = failingCalloc;
-    SuiteSparse_config.realloc_func = failingRealloc;
-#endif
-  }
-  ~MemoryFailure() override {
-    remaining = -1;
-  }
+  ~MemoryFailure() override { remaining = -1; }
 
   // Repeats the attempt, a later allocation failing each time, until none is left to fail; gives
   // the number of failures.
@@ -146,6 +156,204 @@ TEST_F(MemoryFailure, LeavesAnAssembledMatrixAsItWas) {
       });
     }
   }
+}
+
+using Numbers = std::vector<double>;
+
+bool sameBits(const Numbers& a, const Numbers& b) {
+  return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(double)) == 0;
+}
+
+// Runs work of the test itself, in which no allocation fails.
+template <class Work>
+auto unfailing(const Work& work) {
+  const long later = remaining.exchange(-1);
+  auto result = work();
+  remaining = later;
+  return result;
+}
+
+Numbers numbers(double a, double b) {
+  return unfailing([&] { return Numbers{a, b}; });
+}
+
+// What an operation gives into the numbers, and its exit status; -1 for a failure without a
+// sentence and for exceptions of other kinds.
+using Operation = std::function<int(Numbers&)>;
+
+Operation throwing(std::function<Numbers()> work) {
+  return [work = std::move(work)](Numbers& result) {
+    try {
+      result = work();
+      return 0;
+    } catch (const zeph::Error& e) {
+      return e.what()[0] != 0 ? exitCode(e.kind()) : -1;
+    } catch (...) {
+      return -1;
+    }
+  };
+}
+
+int spoken(int status) {
+  return status == 0 || zeph_last_error()[0] != 0 ? status : -1;
+}
+
+// Lets allocations of the operation fail, all from the n-th on or it alone, for every n with step 1
+// and for random ones otherwise, until none is left to fail. After each failure the operation gives
+// the same bits as before. Gives the number of failures.
+long failEverywhere(const Operation& operation, std::size_t randomSteps) {
+  Numbers expected, result;
+  EXPECT_EQ(operation(expected), 0);
+  std::mt19937 random(7);
+  long failures = 0;
+  for (const bool all : {false, true}) {
+    long n = 0;
+    do {
+      lasting = all;
+      injected = false;
+      remaining = n;
+      const int status = operation(result);
+      remaining = -1;
+      EXPECT_TRUE(status == 0 || (injected && status == 8)) << n << " gives status " << status;
+      EXPECT_TRUE(status != 0 || sameBits(result, expected)) << n << " changes the result";
+      if (status != 0) {
+        ++failures;
+        EXPECT_EQ(operation(result), 0) << n;
+        EXPECT_TRUE(sameBits(result, expected)) << "after " << n;
+      }
+      n += 1 + static_cast<long>(randomSteps == 0 ? 0 : random() % randomSteps);
+    } while (injected && !::testing::Test::HasFailure());
+  }
+  return failures;
+}
+
+// The stencil on a grid of m x m nodes, or on a cube, with `together` unknowns each.
+zeph::SparseMatrix stencil(std::uint32_t m, bool cube, std::uint32_t together) {
+  zeph::SparseMatrix A;
+  const std::uint32_t nodes = m * m * (cube ? m : 1);
+  A.rows = A.cols = nodes * together;
+  A.symmetry = zeph::Symmetry::Symmetric;
+  for (std::uint32_t i = 0; i < nodes; ++i) {
+    for (std::uint32_t a = 0; a < together; ++a) {
+      for (std::uint32_t b = 0; b < together; ++b) {
+        const auto add = [&](std::uint32_t j, double value) {
+          if (i != j || b <= a) A.entries.push_back({i * together + a, j * together + b, value});
+        };
+        add(i, a == b ? 7.0 * together : 0.5);
+        if (i % m != 0) add(i - 1, -1.0);
+        if (i / m % m != 0) add(i - m, -1.0);
+        if (i >= m * m) add(i - m * m, -1.0);
+      }
+    }
+  }
+  return A;
+}
+
+struct Subject {
+  zeph::SparseMatrix A;
+  zeph::Options options;
+  std::size_t randomSteps = 0;
+};
+
+std::vector<Subject> subjects() {
+  std::vector<Subject> all(5);
+  for (Subject& s : all) s.options.threads = 1;
+  all[0].A = stencil(12, false, 1);
+  all[1].A = stencil(4, false, 3);
+  all[2].A = stencil(12, false, 1);
+  all[2].options.ordering = zeph::Ordering::NestedDissection;
+  all[3].A = stencil(7, false, 1);
+  all[3].options.route = Route::Lu;
+  all[4].A = stencil(12, true, 1);
+  all[4].options.threads = 3;
+  all[4].randomSteps = 60;
+  return all;
+}
+
+TEST_F(MemoryFailure, LeavesFactorsAsTheyWereWithThreads) {
+  for (const Subject& s : subjects()) {
+    const auto n = static_cast<std::int64_t>(s.A.rows);
+    const bool lu = s.options.route == Route::Lu;
+    const std::vector<std::int64_t> some{0, n / 2, n - 1, 1}, others{1, n / 2, 0, 2};
+    Numbers b(s.A.rows, 1.0), values;
+    for (const zeph::Entry& e : s.A.entries) values.push_back(e.value);
+    zeph::Factor f(s.A, s.options);
+    const std::vector<std::function<Numbers()>> questions{
+        [&] { return zeph::Factor(s.A, s.options).variances(); },
+        [&] { return numbers(zeph::plan(s.A, s.options).operations, 0.0); },
+        [&] { return f.variances(); },
+        [&] { return f.variances(some); },
+        [&] { return f.covariance(some, others); },
+        [&] { return f.covarianceBlock(some).values; },
+        [&] {
+          if (lu) return f.solve(b);
+          const zeph::SparseMatrix Z = f.selectedInverse();
+          return unfailing([&] {
+            Numbers z;
+            for (const zeph::Entry& e : Z.entries) z.push_back(e.value);
+            return z;
+          });
+        },
+        [&] { return f.solve(b); },
+        [&] { return lu ? f.solve(b) : f.sample(2, 7).values; },
+        [&] { return numbers(f.traceOfInverseTimes(s.A), f.logDeterminant()); },
+        [&] { return numbers(f.estimateCondition(), f.report().bytes); },
+        [&] {
+          f.refactorise(values);
+          return f.variances();
+        }};
+    const Numbers before = f.variances();
+    long failures = 0;
+    for (const auto& question : questions) {
+      failures += failEverywhere(throwing(question), s.randomSteps);
+      ASSERT_FALSE(HasFailure()) << "question " << &question - questions.data() << " of subject "
+                                 << n << ' ' << static_cast<int>(s.options.ordering);
+    }
+    EXPECT_TRUE(sameBits(f.variances(), before));
+    EXPECT_GT(failures, s.randomSteps == 0 ? 500 : 20);
+  }
+}
+
+TEST_F(MemoryFailure, ComesThroughTheCInterfaceAsAStatusAndASentence) {
+  const std::int64_t starts[] = {0, 2, 4, 6, 7}, rows[] = {0, 1, 1, 2, 2, 3, 3};
+  const double values[] = {4.0, -1.0, 4.0, -1.0, 4.0, -1.0, 4.0};
+  zeph_factor* f = nullptr;
+  ASSERT_EQ(zeph_factor_create(&f, 4, starts, rows, values, 1, nullptr), 0);
+  const Numbers b(4, 1.0);
+  const std::vector<Operation> calls{
+      [&](Numbers&) {
+        zeph_factor* g = nullptr;
+        const int status = zeph_factor_create(&g, 4, starts, rows, values, 1, nullptr);
+        const bool right = (status == 0) == (g != nullptr);
+        zeph_factor_free(g);
+        return right ? spoken(status) : -1;
+      },
+      [&](Numbers&) { return spoken(zeph_factor_refactorise(f, values)); },
+      [&](Numbers& x) { return spoken(zeph_factor_solve(f, 1, b.data(), x.data())); },
+      [&](Numbers& x) { return spoken(zeph_factor_variances(f, x.data())); },
+      [&](Numbers& x) {
+        std::int64_t columns[5], indices[16];
+        return spoken(zeph_factor_selected_inverse(f, columns, indices, x.data()));
+      },
+      [&](Numbers& x) { return spoken(zeph_factor_covariance(f, 4, rows, rows, x.data())); },
+      [&](Numbers& x) {
+        int sign = 0;
+        return spoken(zeph_factor_log_determinant(f, x.data(), &sign));
+      },
+      [&](Numbers&) {
+        zeph_report report;
+        return spoken(zeph_factor_report(f, &report));
+      }};
+  for (const Operation& call : calls) {
+    failEverywhere(
+        [&](Numbers& x) {
+          unfailing([&] { return x.assign(16, 0.0), 0; });
+          return call(x);
+        },
+        0);
+    ASSERT_FALSE(HasFailure()) << "call " << &call - calls.data();
+  }
+  zeph_factor_free(f);
 }
 
 }  // namespace

@@ -1,5 +1,8 @@
 #include "zeph/zeph_c.h"
 
+#include <algorithm>
+#include <array>
+#include <cstring>
 #include <exception>
 #include <new>
 #include <string>
@@ -16,17 +19,13 @@ namespace {
 
 constexpr int kUnexpected = 70;
 
-std::string& lastError() {
-  thread_local std::string sentence;
-  return sentence;
-}
+// The sentence on the last failure, in memory that is there when no other is left. Longer ones are
+// cut: those of functions without files have some two hundred characters.
+thread_local std::array<char, 1024> lastError{};
 
 int failed(int status, const char* sentence) noexcept {
-  try {
-    lastError() = sentence;
-  } catch (...) {  // no memory for the sentence: the status has to do
-    lastError().clear();
-  }
+  const std::size_t length = std::min(std::strlen(sentence), lastError.size() - 1);
+  *std::copy_n(sentence, length, lastError.begin()) = '\0';
   return status;
 }
 
@@ -181,7 +180,7 @@ void zeph_factor_free(zeph_factor* f) {
 }
 
 const char* zeph_last_error(void) {
-  return lastError().c_str();
+  return lastError.data();
 }
 
 const char* zeph_version(void) {

@@ -10,6 +10,17 @@
 
 namespace zeph {
 
+/// Made beforehand, as a sentence takes memory as well.
+inline const Error kNoMemory(ErrorKind::Memory, "not enough memory");
+
+inline Error outOfMemory(const std::string& source) {
+  try {
+    return Error(ErrorKind::Memory, "not enough memory for " + source);
+  } catch (const std::bad_alloc&) {
+    return kNoMemory;
+  }
+}
+
 /// Runs work() and turns what the library and the standard library throw into Error, so that
 /// callers of the checked layer see one exception type.
 template <class Work>
@@ -20,11 +31,11 @@ auto guarded(const std::string& source, const Work& work) -> decltype(work()) {
     throw;
   } catch (const ZtException&) {
     // What the solver throws for operands that have been checked: a solve that found no memory.
-    throw Error(ErrorKind::Memory, "not enough memory for " + source);
+    throw outOfMemory(source);
   } catch (const std::bad_alloc&) {
-    throw Error(ErrorKind::Memory, "not enough memory for " + source);
+    throw outOfMemory(source);
   } catch (const std::length_error&) {
-    throw Error(ErrorKind::Memory, "not enough memory for " + source);
+    throw outOfMemory(source);
   }
 }
 

@@ -122,9 +122,10 @@ int CholeskyBackend::threads() const {
 // Brings the values of input_ to the panels' places, scaled.
 void CholeskyBackend::place() {
   if (entryPlace_.empty()) {
-    entryPlace_.resize(input_.lower.value.size());
-    std::iota(entryPlace_.begin(), entryPlace_.end(), Offset{0});
-    entries_ = sparse::place(symbolic_, input_.lower.view(), &entryPlace_);
+    std::vector<Offset> places(input_.lower.value.size());
+    std::iota(places.begin(), places.end(), Offset{0});
+    entries_ = sparse::place(symbolic_, input_.lower.view(), &places);
+    entryPlace_ = std::move(places);
   }
   exponent_ = scalingExponents(input_.lower);
   const sparse::Columns& a = input_.lower;

@@ -220,9 +220,9 @@ size_t Factor::rows() const {
 
 void Factor::solve(const double* b, double* x, size_t count) const {
   if (count == 0) return;
-  requireArray(b, "the right-hand side");
-  requireArray(x, "the solution");
   impl_->ask([&](const Backend& f, Watch& watch) {
+    requireArray(b, "the right-hand side");
+    requireArray(x, "the solution");
     impl_->requireFiniteRight(b, count);
     if (x != b) std::copy_n(b, rows() * count, x);
     f.solve(count, x, watch);
@@ -230,18 +230,20 @@ void Factor::solve(const double* b, double* x, size_t count) const {
 }
 
 std::vector<double> Factor::solve(const std::vector<double>& b) const {
-  auto B = DenseMatrix::zeros(b.size(), 1);
-  B.values = b;
-  return solve(B).values;
+  return guarded(impl_->source, [&] {
+    auto B = DenseMatrix::zeros(b.size(), 1);
+    B.values = b;
+    return solve(B).values;
+  });
 }
 
 DenseMatrix Factor::solve(const DenseMatrix& B) const {
-  if (B.rows != rows() || B.values.size() != B.rows * B.cols) {
-    throw Error(ErrorKind::Unfit, "the right-hand side is " + std::to_string(B.rows) + " x " +
-                                      std::to_string(B.cols) + "; " + impl_->source + " needs " +
-                                      std::to_string(rows()) + " rows");
-  }
   return guarded(impl_->source, [&] {
+    if (B.rows != rows() || B.values.size() != B.rows * B.cols) {
+      throw Error(ErrorKind::Unfit, "the right-hand side is " + std::to_string(B.rows) + " x " +
+                                        std::to_string(B.cols) + "; " + impl_->source + " needs " +
+                                        std::to_string(rows()) + " rows");
+    }
     impl_->requireRoom("solving with " + impl_->source, B.cols);
     auto X = DenseMatrix::zeros(B.rows, B.cols);
     solve(B.values.data(), X.values.data(), B.cols);
@@ -250,12 +252,12 @@ DenseMatrix Factor::solve(const DenseMatrix& B) const {
 }
 
 void Factor::variances(double* diagonal, size_t count) const {
-  requireArray(diagonal, "the diagonal");
-  if (count != rows()) {
-    throw Error(ErrorKind::Unfit, "there is room for " + std::to_string(count) + " of the " +
-                                      std::to_string(rows()) + " variances of " + impl_->source);
-  }
   impl_->ask([&](const Backend& f, Watch& watch) {
+    requireArray(diagonal, "the diagonal");
+    if (count != rows()) {
+      throw Error(ErrorKind::Unfit, "there is room for " + std::to_string(count) + " of the " +
+                                        std::to_string(rows()) + " variances of " + impl_->source);
+    }
     const StopWatch clock;
     const InverseCheck check = f.variances(diagonal, watch);
     const std::lock_guard<std::mutex> lock(impl_->mutex);
@@ -278,8 +280,8 @@ std::vector<double> Factor::variances(const std::vector<std::int64_t>& indices) 
 
 void Factor::selectedInverse(std::int64_t* colStarts, std::int64_t* rowIndices,
                              double* values) const {
-  requireArray(colStarts, "the array of column starts");
   impl_->ask([&](const Backend& f, Watch& watch) {
+    requireArray(colStarts, "the array of column starts");
     f.selectedInverse(colStarts, rowIndices, values, watch);
   });
 }
@@ -312,8 +314,8 @@ SparseMatrix Factor::selectedInverse() const {
 
 void Factor::covariance(const std::int64_t* rows, const std::int64_t* cols, size_t count,
                         double* values) const {
-  if (count > 0) requireArray(values, "the array of values");
   impl_->ask([&](const Backend& f, Watch& watch) {
+    if (count > 0) requireArray(values, "the array of values");
     impl_->requireIndices(rows, count);
     impl_->requireIndices(cols, count);
     f.covariance(rows, cols, count, values, watch);
@@ -322,11 +324,12 @@ void Factor::covariance(const std::int64_t* rows, const std::int64_t* cols, size
 
 std::vector<double> Factor::covariance(const std::vector<std::int64_t>& rows,
                                        const std::vector<std::int64_t>& cols) const {
-  if (rows.size() != cols.size()) {
-    throw Error(ErrorKind::Unfit, "there are " + std::to_string(rows.size()) + " row indices but " +
-                                      std::to_string(cols.size()) + " column indices");
-  }
   return guarded(impl_->source, [&] {
+    if (rows.size() != cols.size()) {
+      throw Error(ErrorKind::Unfit, "there are " + std::to_string(rows.size()) +
+                                        " row indices but " + std::to_string(cols.size()) +
+                                        " column indices");
+    }
     std::vector<double> values(rows.size());
     covariance(rows.data(), cols.data(), rows.size(), values.data());
     return values;
@@ -357,13 +360,13 @@ int Factor::determinantSign() const {
 }
 
 double Factor::traceOfInverseTimes(const SparseMatrix& B) const {
-  if (B.rows != rows() || B.cols != rows()) {
-    throw Error(ErrorKind::Unfit, B.source + " is " + std::to_string(B.rows) + " x " +
-                                      std::to_string(B.cols) + "; its trace with the inverse of " +
-                                      impl_->source + " needs " + std::to_string(rows()) + " x " +
-                                      std::to_string(rows()));
-  }
   return guarded(impl_->source, [&] {
+    if (B.rows != rows() || B.cols != rows()) {
+      throw Error(ErrorKind::Unfit,
+                  B.source + " is " + std::to_string(B.rows) + " x " + std::to_string(B.cols) +
+                      "; its trace with the inverse of " + impl_->source + " needs " +
+                      std::to_string(rows()) + " x " + std::to_string(rows()));
+    }
     requireForm(B);
     requireFinite(B);
     // Entries of A⁻¹ at the transposed positions; those of the triangle that B leaves out as well.
@@ -410,13 +413,13 @@ DenseMatrix Factor::sample(size_t count, std::uint64_t seed) const {
 }
 
 void Factor::refactorise(const double* values, size_t count) {
-  requireArray(values, "the array of values");
-  if (count != impl_->entries) {
-    throw Error(ErrorKind::Unfit, "there are " + std::to_string(count) + " values for the " +
-                                      std::to_string(impl_->entries) + " entries of " +
-                                      impl_->source);
-  }
   guarded(impl_->source, [&] {
+    requireArray(values, "the array of values");
+    if (count != impl_->entries) {
+      throw Error(ErrorKind::Unfit, "there are " + std::to_string(count) + " values for the " +
+                                        std::to_string(impl_->entries) + " entries of " +
+                                        impl_->source);
+    }
     impl_->hasNumbers = false;
     impl_->check = {};
     impl_->secondsInverse = 0.0;
@@ -435,13 +438,15 @@ double Factor::estimateCondition() const {
 }
 
 Report Factor::report() const {
-  Report r = impl_->backend->report();
-  const std::lock_guard<std::mutex> lock(impl_->mutex);
-  r.secondsInverse = impl_->secondsInverse;
-  r.identityResidual = impl_->check.identityResidual;
-  r.relativeErrorEstimate = impl_->check.relativeErrorEstimate;
-  if (r.conditionEstimate == 0.0) r.conditionEstimate = impl_->check.condition;
-  return r;
+  return guarded(impl_->source, [&] {
+    Report r = impl_->backend->report();
+    const std::lock_guard<std::mutex> lock(impl_->mutex);
+    r.secondsInverse = impl_->secondsInverse;
+    r.identityResidual = impl_->check.identityResidual;
+    r.relativeErrorEstimate = impl_->check.relativeErrorEstimate;
+    if (r.conditionEstimate == 0.0) r.conditionEstimate = impl_->check.condition;
+    return r;
+  });
 }
 
 Report plan(const SparseMatrix& A, const Options& options) {
