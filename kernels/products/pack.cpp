@@ -1,5 +1,7 @@
 #include "kernels/products/pack.h"
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <new>
 
@@ -32,16 +34,33 @@ void packPanel(const TileTable& table, std::size_t k, std::size_t cols, const do
   }
 }
 
-double* packingBuffer(std::size_t count) {
-  thread_local AlignedBuffer buffer;
-  thread_local std::size_t capacity = 0;
-  if (count > capacity) {
-    buffer.reset();
-    capacity = 0;
-    buffer = allocateAligned(count);
-    capacity = count;
+namespace {
+
+/// A key by which each thread keeps its buffer. Not a thread_local one: where the C library finds
+/// no memory to note that its destructor is to be run, it ends the process.
+struct BufferKey {
+  BufferKey() {
+    if (pthread_key_create(&key, [](void* p) { AlignedDelete()(static_cast<double*>(p)); }) != 0) {
+      throw std::bad_alloc();
+    }
   }
-  return buffer.get();
+  ~BufferKey() { pthread_key_delete(key); }
+  pthread_key_t key{};
+};
+
+}  // namespace
+
+double* packingBuffer(std::size_t count) {
+  static const BufferKey kept;
+  thread_local std::size_t capacity = 0;
+  auto* buffer = static_cast<double*>(pthread_getspecific(kept.key));
+  if (buffer != nullptr && count <= capacity) return buffer;
+  pthread_setspecific(kept.key, nullptr);
+  AlignedDelete()(buffer);
+  AlignedBuffer fresh = allocateAligned(count);
+  if (pthread_setspecific(kept.key, fresh.get()) != 0) throw std::bad_alloc();
+  capacity = count;
+  return fresh.release();
 }
 
 }  // namespace korin::kernels
