@@ -8,9 +8,11 @@
 #include <functional>
 #include <new>
 #include <random>
+#include <thread>
 #include <utility>
 #include <vector>
 
+#include "kernels/team.h"
 #include "solver/assembly/protosparse.h"
 #include "zeph/general/cholmod_factor.h"
 #include "zeph/general/solve.h"
@@ -314,12 +316,33 @@ TEST_F(MemoryFailure, LeavesFactorsAsTheyWereWithThreads) {
   }
 }
 
+TEST_F(MemoryFailure, StopsNoTeamOfThreadsAtWork) {
+  korin::kernels::TaskForest forest{std::vector<int>(1000, 999), Numbers(1000, 0.0)};
+  forest.parent[999] = -1;
+  std::atomic<int> done = 0;
+  korin::kernels::Team(3).run(forest, korin::kernels::Direction::ParentsFirst, [&](int task, int) {
+    if (task == 999) lasting = true, remaining = 0;
+    ++done;
+  });
+  remaining = -1;
+  EXPECT_EQ(done, 1000);
+}
+
 TEST_F(MemoryFailure, ComesThroughTheCInterfaceAsAStatusAndASentence) {
   const std::int64_t starts[] = {0, 2, 4, 6, 7}, rows[] = {0, 1, 1, 2, 2, 3, 3};
   const double values[] = {4.0, -1.0, 4.0, -1.0, 4.0, -1.0, 4.0};
   zeph_factor* f = nullptr;
   ASSERT_EQ(zeph_factor_create(&f, 4, starts, rows, values, 1, nullptr), 0);
   const Numbers b(4, 1.0);
+  int status = 0;
+  std::thread([&] {  // whose first failure it is
+    lasting = true;
+    remaining = 0;
+    status = spoken(zeph_factor_solve(f, 1, b.data(), nullptr));
+    remaining = -1;
+  })
+      .join();
+  EXPECT_EQ(status, 8);
   const std::vector<Operation> calls{
       [&](Numbers&) {
         zeph_factor* g = nullptr;
