@@ -30,6 +30,8 @@ std::unique_ptr<Backend> makeLuBackend(const SparseMatrix&, const std::string& r
   throw absent(reason == "as asked" ? "LU route" : "LU route, and " + reason);
 }
 
+// Signatures are those of the functions stood in for.
+// NOLINTBEGIN(performance-unnecessary-value-param)
 Variances variances(SparseMatrix, Route, const Progress&) {
   throw absent("engine cholmod");
 }
@@ -45,6 +47,8 @@ CholeskyFactor cholmodFactor(SparseMatrix, bool, const Progress&) {
 SparseMatrix inverseSet(SparseMatrix, const Progress&) {
   throw absent("symbolic inverse set");
 }
+
+// NOLINTEND(performance-unnecessary-value-param)
 
 std::string versionText() {
   return zeph_version();
