@@ -7,6 +7,7 @@
 #include <new>
 #include <string>
 
+#include "zeph/build_facts.h"
 #include "zeph/zeph.h"
 
 /// The factor behind the handle.
@@ -184,5 +185,5 @@ const char* zeph_last_error(void) {
 }
 
 const char* zeph_version(void) {
-  return ZEPH_VERSION;
+  return zeph::kVersion;
 }
