@@ -450,7 +450,7 @@ TEST_F(FactorTest, singularMatricesPassByNoRoute) {
 }
 
 TEST_F(FactorTest, progressStopsEveryStage) {
-  const SparseMatrix A = cube(20);
+  const SparseMatrix A = cube(15);
   std::vector<std::string> stages;
   int stopAt = -1, calls = 0;
   Options o;
@@ -472,7 +472,7 @@ TEST_F(FactorTest, progressStopsEveryStage) {
                                               [&] { asked.refactorise(valuesOf(A)); }};
     for (const auto& request : requests) {
       int at = 0;
-      for (bool stopped = true; stopped; at += stopped ? 1 + at / 4 : 0) {
+      for (bool stopped = true; stopped; at += stopped ? 1 + at / 2 : 0) {
         stopAt = at;
         calls = 0;
         const std::string error = errorOf(request);
