@@ -9,6 +9,7 @@ namespace zeph {
 
 /// Dense matrix, column after column: entry (r, c) is values[r + c * rows].
 struct DenseMatrix {
+  /// A matrix of zeros.
   static DenseMatrix zeros(std::size_t rowCount, std::size_t colCount) {
     DenseMatrix m;
     m.rows = rowCount;
@@ -17,13 +18,15 @@ struct DenseMatrix {
     return m;
   }
 
+  /// Entry (row, col), zero-based; not checked.
   double& operator()(std::size_t row, std::size_t col) { return values[row + col * rows]; }
+  /// The same, to be read only.
   double operator()(std::size_t row, std::size_t col) const { return values[row + col * rows]; }
 
   std::string source = "the matrix";  ///< file name, for messages
-  std::size_t rows = 0;
-  std::size_t cols = 0;
-  std::vector<double> values;
+  std::size_t rows = 0;               ///< number of rows
+  std::size_t cols = 0;               ///< number of columns
+  std::vector<double> values;         ///< rows * cols of them, column after column
 };
 
 }  // namespace zeph

@@ -26,9 +26,11 @@ enum class ErrorKind {
 /// and what to do about it.
 class ZEPH_API Error : public std::runtime_error {
  public:
+  /// `row` is the zero-based row of the matrix at fault, -1 for none.
   Error(ErrorKind kind, const std::string& sentence, std::int64_t row = -1)
       : std::runtime_error(sentence), kind_(kind), row_(row) {}
 
+  /// The class of what went wrong.
   ErrorKind kind() const noexcept { return kind_; }
 
   /// The row of the matrix at fault, zero-based; -1 where there is none.

@@ -38,7 +38,10 @@ class ZEPH_API Factor {
   /// Error(Singular) for a matrix that has no inverse to working precision.
   explicit Factor(const SparseMatrix& A, const Options& options = {});
   ~Factor();
+
+  /// Moves; `other` can then only be destroyed or assigned to. Factors are not copied.
   Factor(Factor&& other) noexcept;
+  /// Moves; `other` can then only be destroyed or assigned to.
   Factor& operator=(Factor&& other) noexcept;
 
   /// The order of A.
@@ -47,13 +50,16 @@ class ZEPH_API Factor {
   /// Solves A X = B for `count` right-hand sides, column after column, rows() values each. B and X
   /// may be the same array. Cost: four operations for each entry of the factor and right-hand side.
   void solve(const double* b, double* x, std::size_t count = 1) const;
+  /// The same for one right-hand side of rows() values.
   std::vector<double> solve(const std::vector<double>& b) const;
+  /// The same for a B of rows() rows.
   DenseMatrix solve(const DenseMatrix& B) const;
 
   /// The diagonal of A⁻¹, count = rows() values. Cost: about twice the factorisation. Sets
   /// identityResidual, relativeErrorEstimate and conditionEstimate of report(); throws
   /// Error(Singular) where the estimated relative error exceeds kLargestRelativeError.
   void variances(double* diagonal, std::size_t count) const;
+  /// The same, as a vector.
   std::vector<double> variances() const;
 
   /// Those of some unknowns, in the order asked for; few of them cost a small part of all.
@@ -71,6 +77,7 @@ class ZEPH_API Factor {
   /// from the part of the selected inverse that they need, others from solves, which are shared.
   void covariance(const std::int64_t* rows, const std::int64_t* cols, std::size_t count,
                   double* values) const;
+  /// The same; `rows` and `cols` are of one length.
   std::vector<double> covariance(const std::vector<std::int64_t>& rows,
                                  const std::vector<std::int64_t>& cols) const;
 
@@ -78,8 +85,9 @@ class ZEPH_API Factor {
   /// to the root of the elimination tree, not with the whole factor.
   DenseMatrix covarianceBlock(const std::vector<std::int64_t>& indices) const;
 
-  /// log |det A|, and the sign of det A: 1 or -1.
+  /// log |det A|, the natural logarithm. Costs next to nothing.
   double logDeterminant() const;
+  /// The sign of det A: 1 or -1.
   int determinantSign() const;
 
   /// trace(A⁻¹ B) = Σ A⁻¹(i,j) B(j,i) for a sparse B of A's size; no inverse is kept beyond what
@@ -95,12 +103,14 @@ class ZEPH_API Factor {
   /// ordering, no symbolic work. The route stays. If it throws, the factor has no numbers:
   /// everything but rows(), report() and refactorise() then throws Error(Unfit) until it succeeds.
   void refactorise(const double* values, std::size_t count);
+  /// The same, from a vector.
   void refactorise(const std::vector<double>& values);
 
   /// Estimate of the condition number ‖S‖₁ ‖S⁻¹‖₁ of the matrix scaled to a diagonal near one
   /// (Hager 1984, Higham 1988): a few solves.
   double estimateCondition() const;
 
+  /// What the factor is and what it took; a copy, which later calls do not change.
   Report report() const;
 
  private:

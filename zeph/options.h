@@ -25,9 +25,10 @@ enum class Ordering {
   Given              ///< Options::permutation
 };
 
+/// How a matrix is factorised, and with how much of the machine. The defaults suit nearly everyone.
 struct Options {
-  Route route = Route::Automatic;
-  Ordering ordering = Ordering::Automatic;
+  Route route = Route::Automatic;           ///< Cholesky, LU, or what fits the matrix
+  Ordering ordering = Ordering::Automatic;  ///< of elimination, on the Cholesky route
 
   /// For Ordering::Given: permutation[k] is the row of A that is eliminated as the k-th,
   /// zero-based.

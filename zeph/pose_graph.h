@@ -21,19 +21,19 @@ using Pose = std::array<double, 7>;
 
 /// A measurement of pose `to` as seen from pose `from`. Poses are counted as PoseGraph::poses.
 struct PoseEdge {
-  std::size_t from = 0;
-  std::size_t to = 0;
-  Pose measurement{};
+  std::size_t from = 0;                  ///< zero-based, below the number of poses
+  std::size_t to = 0;                    ///< as from, and another pose
+  Pose measurement{};                    ///< `to` in the frame of `from`
   std::array<double, 36> information{};  ///< freedom x freedom, symmetric, column after column
 };
 
 /// Poses in the plane or in space and what was measured between them.
 struct PoseGraph {
-  std::size_t freedom = 3;        ///< of a pose: 3 in 2-D (x, y, angle), 6 in 3-D
-  std::vector<std::int64_t> ids;  ///< ascending
-  std::vector<Pose> poses;        ///< as many
-  std::vector<bool> fixed;        ///< as many; at least one in each connected part
-  std::vector<PoseEdge> edges;
+  std::size_t freedom = 3;           ///< of a pose: 3 in 2-D (x, y, angle), 6 in 3-D
+  std::vector<std::int64_t> ids;     ///< ascending
+  std::vector<Pose> poses;           ///< as many
+  std::vector<bool> fixed;           ///< as many; at least one in each connected part
+  std::vector<PoseEdge> edges;       ///< in any order
   std::string source = "the graph";  ///< file name, for messages
 };
 
@@ -45,8 +45,9 @@ struct PoseGraph {
 /// an information matrix that is indefinite.
 ZEPH_API PoseGraph readPoseGraph(const std::string& path);
 
+/// When to stop, whom to tell, and how to factorise.
 struct PoseGraphOptions {
-  int maxIterations = 100;
+  int maxIterations = 100;   ///< at most; 0 leaves the poses where they are
   double tolerance = 1e-10;  ///< done when a step promises less than this share of the cost
 
   /// Called after each iteration, and for the initial cost as iteration 0.
@@ -61,17 +62,17 @@ struct PoseGraphOptions {
 /// those of (δt, δr).
 class ZEPH_API PoseGraphResult {
  public:
-  PoseGraph graph;           ///< with its poses where they are most likely
-  double initialCost = 0.0;  ///< Σ eᵀ Ω e
-  double cost = 0.0;
-  int iterations = 0;
+  PoseGraph graph;                       ///< with its poses where they are most likely
+  double initialCost = 0.0;              ///< Σ eᵀ Ω e
+  double cost = 0.0;                     ///< the same for the optimised poses
+  int iterations = 0;                    ///< that were made
   bool converged = false;                ///< false: maxIterations were not enough
   std::shared_ptr<const Factor> factor;  ///< of the normal matrix of the poses that are not fixed
 
-  /// The covariance of pose i, and that between the poses i (rows) and j (columns); freedom x
-  /// freedom, zero where a pose is fixed. Indices as in graph.poses. Throws Error(Unfit) for an
-  /// index out of range.
+  /// The covariance of pose i, freedom x freedom, zero where it is fixed. Indices as in
+  /// graph.poses. Throws Error(Unfit) for an index out of range.
   DenseMatrix covariance(std::size_t i) const { return covariance(i, i); }
+  /// That between the poses i (rows) and j (columns).
   DenseMatrix covariance(std::size_t i, std::size_t j) const;
 
   /// Those of all poses, at the price of about one factorisation.

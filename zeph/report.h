@@ -13,17 +13,17 @@ struct Report {
   Route route = Route::Automatic;           ///< what was taken; never Automatic
   std::string reason;                       ///< why, as a clause
   Ordering ordering = Ordering::Automatic;  ///< what was taken; stays Automatic on the LU route
-  std::int64_t unknowns = 0;
+  std::int64_t unknowns = 0;                ///< the order of A
   std::int64_t groups = 0;  ///< nodes after unknowns with equal neighbourhoods are taken together
-  std::int64_t entriesOfA = 0;  ///< positions of the whole matrix, both triangles
-  std::int64_t entriesOfL = 0;  ///< of the Cholesky factor, or of L and U together
-  double operations = 0.0;      ///< multiplications and additions of the factorisation
-  double bytes = 0.0;           ///< that the factor takes
-  double secondsOrdering = 0.0;
-  double secondsAnalysis = 0.0;  ///< assembly and symbolic work, ordering left out
-  double secondsFactorisation = 0.0;
-  double secondsInverse = 0.0;  ///< of the last variances() of all unknowns
-  int threads = 1;
+  std::int64_t entriesOfA = 0;        ///< positions of the whole matrix, both triangles
+  std::int64_t entriesOfL = 0;        ///< of the Cholesky factor, or of L and U together
+  double operations = 0.0;            ///< multiplications and additions of the factorisation
+  double bytes = 0.0;                 ///< that the factor takes
+  double secondsOrdering = 0.0;       ///< wall time, as all that follow
+  double secondsAnalysis = 0.0;       ///< assembly and symbolic work, ordering left out
+  double secondsFactorisation = 0.0;  ///< of the last factorisation or refactorisation
+  double secondsInverse = 0.0;        ///< of the last variances() of all unknowns
+  int threads = 1;                    ///< that the Cholesky route works on
 
   /// Condition number of A, units scaled away; 0 until estimated, by variances() of all unknowns or
   /// Factor::estimateCondition().

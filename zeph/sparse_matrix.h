@@ -11,13 +11,17 @@
 namespace zeph {
 
 /// What the stored entries stand for: themselves, or one triangle of A = Aᵀ or A = -Aᵀ.
-enum class Symmetry { General, Symmetric, SkewSymmetric };
+enum class Symmetry {
+  General,       ///< every entry stands for itself
+  Symmetric,     ///< one triangle is stored, lower or upper; the other is its mirror image
+  SkewSymmetric  ///< the same, with the sign reversed
+};
 
 /// An entry of a sparse matrix, zero-based.
 struct Entry {
-  std::uint32_t row;
-  std::uint32_t col;
-  double value;
+  std::uint32_t row;  ///< from 0 to SparseMatrix::rows - 1
+  std::uint32_t col;  ///< from 0 to SparseMatrix::cols - 1
+  double value;       ///< added to what other entries of the same place hold
 };
 
 /// Largest number of rows or columns: the solvers count in signed 32-bit integers.
@@ -41,6 +45,7 @@ struct ZEPH_API SparseMatrix {
                                    const std::int32_t* rowIndices, const std::int32_t* colIndices,
                                    const double* values, std::size_t count,
                                    Symmetry symmetry = Symmetry::General);
+  /// The same from 64-bit indices.
   static SparseMatrix fromTriplets(std::size_t rows, std::size_t cols,
                                    const std::int64_t* rowIndices, const std::int64_t* colIndices,
                                    const double* values, std::size_t count,
@@ -53,18 +58,19 @@ struct ZEPH_API SparseMatrix {
                                             const std::int32_t* colStarts,
                                             const std::int32_t* rowIndices, const double* values,
                                             Symmetry symmetry = Symmetry::General);
+  /// The same from 64-bit indices.
   static SparseMatrix fromCompressedColumns(std::size_t rows, std::size_t cols,
                                             const std::int64_t* colStarts,
                                             const std::int64_t* rowIndices, const double* values,
                                             Symmetry symmetry = Symmetry::General);
 
-  std::string source = "the matrix";  ///< file name, for messages
-  std::size_t indexBase = 0;          ///< 1 or 0: how messages count rows and columns
-  std::size_t rows = 0;
-  std::size_t cols = 0;
-  Symmetry symmetry = Symmetry::General;
+  std::string source = "the matrix";      ///< file name, for messages
+  std::size_t indexBase = 0;              ///< 1 or 0: how messages count rows and columns
+  std::size_t rows = 0;                   ///< at most kLargestSize
+  std::size_t cols = 0;                   ///< at most kLargestSize
+  Symmetry symmetry = Symmetry::General;  ///< what the entries stand for
   bool triangular = false;  ///< a general matrix with entries in one triangle is meant as it stands
-  std::vector<Entry> entries;
+  std::vector<Entry> entries;  ///< in any order
 };
 
 }  // namespace zeph
