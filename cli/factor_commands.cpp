@@ -37,9 +37,9 @@ void addEngine(CLI::App* command, Engine& o, bool comparison) {
       ->type_name("N");
   command
       ->add_option("--ordering", o.ordering,
-                   "auto, amd, nested-dissection, natural, or a file with a permutation, one "
-                   "zero-based row a line")
-      ->type_name("ORDER");
+                   "which unknowns to eliminate first; a file has a permutation, one zero-based "
+                   "row a line")
+      ->type_name("auto|amd|nested-dissection|natural|FILE");
   if (!comparison) return;
   addEngineChoice(command, o.engine);
 }
