@@ -14,13 +14,21 @@ namespace korin::sparse {
 /// std::bad_alloc if memory runs out. The same graph gives the same order every time.
 std::vector<Index> minimumDegree(const Graph& graph);
 
-/// Nested dissection of the weighted graph (METIS 5: Karypis, Kumar 1998): order[k] is eliminated
-/// as the k-th. std::bad_alloc if memory runs out or if the graph has more edges than the library
-/// counts
-/// (`canDissect`). Seeded, so that the same graph gives the same order every time.
-std::vector<Index> nestedDissection(const Graph& graph);
+/// The same where stage[k] says when node k is eliminated: those of a smaller stage first, and
+/// minimum degree decides within a stage (CAMD). Stages are 0, 1, ... without gaps, and not of more
+/// than `canDissect` takes.
+std::vector<Index> minimumDegreeByStages(const Graph& graph, const std::vector<Index>& stage);
 
-/// Whether the library's integers count the graph's edges.
+/// Which side of a separator a node is on.
+enum class Side : int { Left = 0, Right = 1, Separator = 2 };
+
+/// A small set of nodes between two sides of about the same weight without an edge from one to the
+/// other (METIS 5: Karypis, Kumar 1998), for each node. Seeded, so that the same graph gives the
+/// same sides every time. std::bad_alloc if memory runs out. The graph has edges, and no more than
+/// `canDissect` takes.
+std::vector<Side> separate(const Graph& graph);
+
+/// Whether the integers of the two functions above count the graph's edges.
 bool canDissect(const Graph& graph);
 
 }  // namespace korin::sparse

@@ -4,6 +4,7 @@
 #include <numeric>
 #include <utility>
 
+#include "sparse/ordering/dissection.h"
 #include "sparse/ordering/libraries.h"
 
 namespace korin::sparse {

@@ -28,9 +28,8 @@ struct OrderedGraph {
 ///   the last gain, 1.6 to 2.8 times fewer operations; the others gain at most what dissection
 ///   takes.
 inline constexpr double kSpatialOperations = 150.0;
-/// * There is more to save than it takes: 3 to 6 microseconds a node, against half the operations
-/// of
-///   a factorisation and the twice as many of an inverse at some 2e10 a second.
+/// * There is more to save than it takes: 2.5 to 4 microseconds a node, against half the operations
+///   of a factorisation and the twice as many of an inverse at some 3e10 a second.
 inline constexpr double kDissectionOperationsPerNode = 6.0e4;
 
 /// Whether `orderGraph` tries nested dissection after minimum degree with this prediction.
