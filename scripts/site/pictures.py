@@ -1,0 +1,118 @@
+#!/usr/bin/env python3
+"""Draws the pictures of the documentation into docs/pictures; scripts/make-pictures runs it.
+
+They show on light and on dark pages: their ground is transparent and their text grey, but for the
+network, whose colours need a light card.
+"""
+
+import argparse
+import math
+import os
+import random
+import re
+import subprocess
+import sys
+import tempfile
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parents[2]
+GREY = "#7f868f"
+
+
+def spy(folder):
+    """A grid of 12 x 12 nodes, numbered row after row."""
+    import zeph
+    from matplotlib import pyplot
+    from scipy import sparse
+
+    pyplot.rcParams.update(
+        {
+            "svg.hashsalt": "zeph",  # the same file from the same numbers
+            "svg.fonttype": "none",
+            "font.family": "sans-serif",
+            "text.color": GREY,
+            "axes.edgecolor": GREY,
+            "xtick.color": GREY,
+            "ytick.color": GREY,
+        }
+    )
+    line = sparse.diags([-1.0, 2.1, -1.0], [-1, 0, 1], shape=(12, 12))
+    left, _ = zeph.plot.spy(sparse.kronsum(line, line))
+    left.figure.savefig(folder / "spy.svg", transparent=True, metadata={"Date": None})
+
+
+def network(folder, program):
+    with tempfile.TemporaryDirectory() as out:
+        run(program, "demo", "--size", "1500", "--out", out)
+        drawn = (Path(out) / "network.svg").read_text(encoding="utf-8")
+    card = '<rect width="100%" height="100%" rx="14" fill="#fbfbfa"/>'
+    drawn, count = re.subn(r'<rect width="100%" height="100%" fill="#ffffff"/>', card, drawn)
+    if count != 1:
+        raise SystemExit("the picture of zeph demo has no white ground to make a card of")
+    (folder / "network.svg").write_text(drawn, encoding="utf-8")
+
+
+def drive(steps=260, closure=2.1, seed=11):
+    """A drive through the streets of a town as a pose graph: odometry, and the places seen again."""
+    chance = random.Random(seed)
+    noise = (0.05, 0.05, 0.03)
+    information = " ".join(str(v) for v in (400, 0, 0, 400, 0, 1111))
+    x, y, angle = 0.0, 0.0, 0.0
+    truth = [(x, y, angle)]
+    for step in range(1, steps):
+        x, y = x + math.cos(angle), y + math.sin(angle)
+        if step % 4 == 0:  # a corner
+            ways = [angle + turn * math.pi / 2 for turn in (-1, 0, 0, 1)]
+            inside = [w for w in ways if abs(x + 4 * math.cos(w)) < 15 and abs(y + 4 * math.sin(w)) < 11]
+            angle = chance.choice(inside or [angle + math.pi])
+        truth.append((x, y, angle))
+
+    def edge(a, b):
+        (xa, ya, ta), (xb, yb, tb) = truth[a], truth[b]
+        dx, dy, c, s = xb - xa, yb - ya, math.cos(ta), math.sin(ta)
+        seen = (c * dx + s * dy, c * dy - s * dx, math.remainder(tb - ta, 2 * math.pi))
+        shown = " ".join(f"{v + chance.gauss(0, n):.5f}" for v, n in zip(seen, noise))
+        return f"EDGE_SE2 {a} {b} {shown} {information}"
+
+    edges = [edge(a, a + 1) for a in range(steps - 1)]
+    for b in range(steps):
+        for a in range(0, b - 20):
+            near = math.dist(truth[a][:2], truth[b][:2]) < closure / 2
+            if near and chance.random() < 0.15:
+                edges.append(edge(a, b))
+    return "VERTEX_SE2 0 0 0 0\n" + "\n".join(edges) + "\n"
+
+
+def pose_graph(folder, program):
+    graph = folder / "drive.g2o"
+    graph.write_text(drive())
+    with tempfile.TemporaryDirectory() as out:
+        poses, picture = Path(out) / "poses.csv", folder / "pose-graph.svg"
+        run(program, "pose-graph", graph, "-o", poses, "--plot", picture)
+
+
+def run(*command):
+    out = subprocess.PIPE
+    done = subprocess.run([str(c) for c in command], stdout=out, stderr=subprocess.STDOUT, text=True)
+    if done.returncode:
+        raise SystemExit(f"{command[0]} {command[1]}: {done.stdout}")
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--build", type=Path, default=ROOT / "build")
+    parser.add_argument("--folder", type=Path, default=ROOT / "docs" / "pictures")
+    o = parser.parse_args()
+    sys.dont_write_bytecode = True
+    os.environ.setdefault("MPLBACKEND", "Agg")
+    sys.path.insert(0, str(o.build.resolve() / "python"))
+    program = o.build.resolve() / "cli" / "zeph"
+    folder = o.folder.resolve()
+    folder.mkdir(parents=True, exist_ok=True)
+    spy(folder)
+    network(folder, program)
+    pose_graph(folder, program)
+
+
+if __name__ == "__main__":
+    main()
