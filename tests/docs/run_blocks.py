@@ -5,7 +5,8 @@
                   --compiler c++ README.md docs      (a folder stands for the pages in it)
 
 The blocks of a page run in their order in a folder of the page's own, which holds A.mtx (a positive
-definite matrix of order 100) and b.mtx (a right-hand side for it) to begin with. By language:
+definite matrix of order 100), b.mtx (a right-hand side for it) and a link to docs to begin with. By
+language:
 
     python          run in one interpreter a page; with >>> as a doctest
     cpp, c          a whole program, the last thing of which is its main; compiled without warnings
@@ -36,6 +37,7 @@ from pathlib import Path
 LANGUAGES = ("python", "cpp", "c", "console", "sh", "output", "text")
 NUMBER = re.compile(r"[+-]?\d[\d,]*(?:\.\d+)?(?:e[+-]?\d+)?")
 WARNINGS = ("-Wall", "-Wextra", "-Werror")
+ROOT = Path(__file__).resolve().parents[2]
 SIDE = 10  # of the grid of A.mtx
 
 
@@ -204,6 +206,7 @@ class Page:
 
 
 def write_given_files():
+    Path("docs").symlink_to(ROOT / "docs")
     n = SIDE * SIDE
     entries = [(i, i, 5.0) for i in range(n)]
     entries += [(i + 1, i, -1.0) for i in range(n - 1) if (i + 1) % SIDE]

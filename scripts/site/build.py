@@ -1,0 +1,97 @@
+#!/usr/bin/env python3
+"""Builds the site of the documentation: the pages of docs/, and the reference from the sources.
+
+    build.py --build build --site build/site
+
+needs the command and the Python module in the build tree. Warnings are errors, and so is anything
+that a page would fetch from elsewhere.
+"""
+
+import argparse
+import os
+import re
+import shutil
+import subprocess
+import sys
+from pathlib import Path
+
+sys.dont_write_bytecode = True
+
+import commands  # noqa: E402
+import docstrings  # noqa: E402
+import headers  # noqa: E402
+
+ROOT = Path(__file__).resolve().parents[2]
+
+FIRST_HEADERS = (
+    "factor.h",
+    "options.h",
+    "report.h",
+    "sparse_matrix.h",
+    "dense_matrix.h",
+    "matrix_file.h",
+    "adjust.h",
+    "pose_graph.h",
+    "error.h",
+)
+WITHOUT_WORDS = ("zeph.h", "api.h", "zeph_c.h")
+
+
+def write_reference(build, folder, work):
+    folder.mkdir()
+    cpp = [h for h in headers.public_headers(ROOT / "zeph", FIRST_HEADERS)]
+    cpp = [h for h in cpp if h.name not in WITHOUT_WORDS]
+    pages = {
+        "cpp": headers.Reference(ROOT, cpp, work / "cpp", "ZEPH_API").page(
+            "C++: the namespace zeph",
+            "`#include <zeph/zeph.h>` has all of it; link with `zeph::zeph`. Everything is in the "
+            "namespace `zeph`. Indices are zero-based; dense matrices are stored column after column.",
+        ),
+        "c": headers.Reference(ROOT, [Path("zeph/zeph_c.h")], work / "c", "ZEPH_API").page(
+            "C: zeph_c.h", "The same library for C and for other languages."
+        ),
+        "command": commands.page(build / "cli" / "zeph"),
+    }
+    sys.path.insert(0, str(build / "python"))
+    import zeph
+
+    pages["python"] = docstrings.page(zeph, extra=["plot"])
+    for name, text in pages.items():
+        (folder / f"{name}.md").write_text(text, encoding="utf-8")
+
+
+def fetched_from_elsewhere(site):
+    """What the pages and style sheets would load over the network when they are opened."""
+    loads = re.compile(
+        r"""<(?:script|img|iframe|source|embed|object)\b[^>]*?\b(?:src|data)=["']?(?:https?:)?//[^"'> ]+"""
+        r"""|<link\b(?![^>]*rel=["']?(?:canonical|prev|next))[^>]*href=["']?(?:https?:)?//[^"'> ]+"""
+        r"""|(?:url\(|@import\s)["']?(?:https?:)?//[^"') ]+"""
+    )
+    for file in sorted(site.rglob("*")):
+        if file.suffix in (".html", ".css", ".svg"):
+            for match in loads.finditer(file.read_text(encoding="utf-8")):
+                yield f"{file.relative_to(site)}: {match[0]}"
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--build", type=Path, default=ROOT / "build")
+    parser.add_argument("--site", type=Path, default=ROOT / "build" / "site")
+    o = parser.parse_args()
+    work = o.build.resolve() / "site-source"
+    shutil.rmtree(work, ignore_errors=True)
+    shutil.copytree(ROOT / "docs", work / "pages")
+    write_reference(o.build.resolve(), work / "pages" / "reference", work)
+    settings = {"ZEPH_SITE_PAGES": str(work / "pages"), "ZEPH_SITE": str(o.site.resolve())}
+    command = [sys.executable, "-m", "mkdocs", "--quiet", "build", "--strict"]
+    command += ["--config-file", str(ROOT / "mkdocs.yml")]
+    built = subprocess.run(command, env={**os.environ, **settings})
+    if built.returncode:
+        return built.returncode
+    elsewhere = list(fetched_from_elsewhere(o.site))
+    print("\n".join(elsewhere))
+    return 1 if elsewhere else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
