@@ -21,18 +21,19 @@ namespace zeph_solver {
 
 /// Version major.minor.revision with build number, source revision and the build date as text.
 struct LibraryVersion {
-  std::int32_t major;
-  std::int32_t minor;
-  std::int32_t revision;
-  std::int32_t build;
-  std::int32_t repositoryRevision;
-  ZtString extra;
+  std::int32_t major;               ///< of the version
+  std::int32_t minor;               ///< of the version
+  std::int32_t revision;            ///< of the version
+  std::int32_t build;               ///< number of the build
+  std::int32_t repositoryRevision;  ///< of the sources
+  ZtString extra;                   ///< the build date
 };
 
 /// 1 once `terminate` was called, which unloading does; never 0 again. Only recorded: nothing reads
 /// it. Not visible outside the shared library.
 extern unsigned char terminated;
 
+/// The version of the library that is loaded.
 ZEPH_EXPORT LibraryVersion getDllVersion();
 
 /// Records that the host is shutting down. Releases and stops nothing: every object and function

@@ -25,18 +25,18 @@ class ZEPH_EXPORT Factorisation {
   bool cholesky = false;
   /// The Solver whose workspace the CHOLMOD objects belong to; not owned.
   Solver* solver;
-  /// Size of the factorised matrix.
-  int rows = 0;
-  int cols = 0;
+  int rows = 0;  ///< of the factorised matrix
+  int cols = 0;  ///< of the factorised matrix
   /// UMFPACK route: the matrix in compressed columns (duplicates summed, both triangles).
   OwnedArray<double> values;
-  OwnedArray<int> rowIndices;
-  OwnedArray<int> colPointers;
-  UmfpackNumeric numeric;
-  /// CHOLMOD route: the converted matrix (symmetric, upper triangle read) and its factor.
+  OwnedArray<int> rowIndices;   ///< of the same, zero-based, ascending in each column
+  OwnedArray<int> colPointers;  ///< of the same, cols + 1 entries
+  UmfpackNumeric numeric;       ///< its factors
+  /// CHOLMOD route: the converted matrix, symmetric, upper triangle read.
   CholmodHandle<cholmod_sparse> cholmodMatrix;
-  CholmodHandle<cholmod_factor> cholmodFactor;
+  CholmodHandle<cholmod_factor> cholmodFactor;  ///< its factor
 
+  /// Empty, for s to fill.
   explicit Factorisation(Solver* s);
   Factorisation(const Factorisation&) = delete;
   Factorisation& operator=(const Factorisation&) = delete;
@@ -53,15 +53,16 @@ class ZEPH_EXPORT Factorisation {
   void init(const ProtoSparse& A);
   /// Always 0: fill-in is not counted.
   ZEPH_EXPORT int nnzL() const { return 0; }
+  /// Always 0, as nnzL.
   ZEPH_EXPORT int nnzU() const { return 0; }
 };
 
 /// One solver workspace. Not to be used from two threads at once; separate Solvers are independent.
 ///
-///   zeph_solver::Solver solver(zeph_solver::Solver::kNestedDissection);
-///   zeph_solver::Factorisation kept(&solver);
-///   solver.solveGeneric(A, x, b, /*useCholesky=*/true, &kept, /*refactorise=*/true);
-///   solver.solveGeneric(A, y, c, true, &kept, false);
+///     zeph_solver::Solver solver(zeph_solver::Solver::kNestedDissection);
+///     zeph_solver::Factorisation kept(&solver);
+///     solver.solveGeneric(A, x, b, /*useCholesky=*/true, &kept, /*refactorise=*/true);
+///     solver.solveGeneric(A, y, c, true, &kept, false);
 class ZEPH_EXPORT Solver {
  public:
   /// The `ordering` that every route of this library asks for.
@@ -88,10 +89,11 @@ class ZEPH_EXPORT Solver {
   ///
   /// A is n x n, B n x k and X must already be n x k; it is not resized. Sorts A's elements when it
   /// factorises. With useCholesky only A's upper triangle is read.
-  ///   f null: A is factorised for this call only and `refactorise` is ignored.
-  ///   f given, refactorise: A is factorised into *f.
-  ///   f given, not refactorise: *f is reused, and useCholesky must name the route that made it.
-  ///   solve false: stop after factorising.
+  ///  - f null: A is factorised for this call only and `refactorise` is ignored.
+  ///  - f given, refactorise: A is factorised into *f.
+  ///  - f given, not refactorise: *f is reused, and useCholesky must name the route that made it.
+  ///  - solve false: stop after factorising.
+  ///
   /// A failed analysis falls back to LU for the call. A matrix that is not positive definite or
   /// singular is not reported; a solve by LU that cannot be carried out leaves NaN in X.
   /// Throws ZtException (256, "... Failed to do cholmod_solve, cmX = nullptr") when CHOLMOD gives

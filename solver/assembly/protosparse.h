@@ -27,9 +27,9 @@ inline constexpr unsigned int kNoIndex = 0xFFFFFFFFu;
 /// one little-endian number, are the column-major sort key, so order and widths of the fields are
 /// fixed.
 struct MatrixElement {
-  std::uint32_t row;
-  std::uint32_t col;
-  double value;
+  std::uint32_t row;  ///< zero-based
+  std::uint32_t col;  ///< zero-based
+  double value;       ///< added to what else is at the place
 };
 static_assert(sizeof(MatrixElement) == 16, "triplets are sorted as 16-byte records");
 
@@ -39,13 +39,14 @@ static_assert(sizeof(MatrixElement) == 16, "triplets are sorted as 16-byte recor
 /// An object is in one of two modes:
 ///  - sparse: `denseBlock` is null, the matrix is the sum of all `elements`;
 ///  - dense: `denseBlock` is the matrix and `elements` is not consulted (it may hold stale ones).
+///
 /// Vector shapes (one row or one column) start dense; see `setSize`, `makeDense` and `makeSparse`
 /// for how an object changes mode. Copies keep the mode of their source.
 ///
-///   zeph_solver::ProtoSparse A(n, n);
-///   A.addElement(0, 0, 2.0);
-///   A.addDenseMatrix(block, 3, 3, false);  // block's (0, 0) lands on (3, 3)
-///   A.compress();                          // column-major, one element a position
+///     zeph_solver::ProtoSparse A(n, n);
+///     A.addElement(0, 0, 2.0);
+///     A.addDenseMatrix(block, 3, 3, false);  // block's (0, 0) lands on (3, 3)
+///     A.compress();                          // column-major, one element a position
 ///
 /// Indices are never checked against the counts. In sparse mode they are stored cut to 32 bits; in
 /// dense mode an index outside the block is undefined behaviour. One object belongs to one thread.
@@ -65,6 +66,7 @@ class ZEPH_EXPORT ProtoSparse {
   /// Copy of m, or of its transpose; exact zeros of m are not stored in sparse mode.
   ProtoSparse(const ZtMatrix& m, bool transpose);
 
+  /// Copies counts, mode and content.
   ProtoSparse(const ProtoSparse& other);
 
   /// Takes over counts, mode and content. A sparse target gets at least the source's list capacity,
@@ -74,6 +76,7 @@ class ZEPH_EXPORT ProtoSparse {
 
   /// Takes everything and leaves a sparse 0 x 0 matrix without storage.
   ProtoSparse(ProtoSparse&& other) noexcept { swap(other); }
+  /// The same; what this matrix held is released.
   ProtoSparse& operator=(ProtoSparse&& other) noexcept {
     ProtoSparse taken(std::move(other));
     swap(taken);
@@ -104,6 +107,7 @@ class ZEPH_EXPORT ProtoSparse {
   /// block keeps the overlap and grows with zeros.
   void setSize(std::size_t rows, std::size_t cols);
 
+  /// The mode: whether there is a dense block.
   ZEPH_EXPORT bool isDense() const { return denseBlock != nullptr; }
 
   /// Adds value at (row, col). In sparse mode an exact zero of either sign is not stored (a NaN
@@ -239,9 +243,9 @@ class ZEPH_EXPORT ProtoSparse {
   /// Triplets in insertion order until compressed or sorted. Mutable because sorting and merging
   /// leave the matrix as it is, so that const members may do it.
   mutable std::vector<MatrixElement> elements;
-  std::uint64_t rowCount = 0;
-  std::uint64_t colCount = 0;
-  std::unique_ptr<korin::Matrix> denseBlock;
+  std::uint64_t rowCount = 0;                 ///< of the matrix
+  std::uint64_t colCount = 0;                 ///< of the matrix
+  std::unique_ptr<korin::Matrix> denseBlock;  ///< the matrix in dense mode, else null
 
  private:
   void swap(ProtoSparse& other) noexcept {

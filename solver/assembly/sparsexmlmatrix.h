@@ -13,8 +13,8 @@ namespace zeph_solver {
 /// A ProtoSparse in a form that any serialiser can store and load field by field. Entry k is
 /// values[k] at row indices[2k] and column indices[2k + 1], zero-based; duplicates add up.
 ///
-///   zeph_solver::SparseXMLMatrix record(A);
-///   store(record.size, record.indices, record.values);
+///     zeph_solver::SparseXMLMatrix record(A);
+///     store(record.size, record.indices, record.values);
 class ZEPH_EXPORT SparseXMLMatrix {
  public:
   /// Empty arrays, to be filled by the reader of a stored record.
@@ -31,7 +31,7 @@ class ZEPH_EXPORT SparseXMLMatrix {
 
   std::vector<std::uint64_t> size;     ///< row count, column count
   std::vector<std::uint64_t> indices;  ///< row, column of each entry
-  std::vector<double> values;
+  std::vector<double> values;          ///< one for each entry
 };
 
 }  // namespace zeph_solver
