@@ -23,17 +23,17 @@ class Report:
     method: str  #: "cholesky" or "lu"
     reason: str  #: why that one
     ordering: str  #: the one taken; stays "auto" with LU
-    unknowns: int
+    unknowns: int  #: rows of A
     groups: int  #: after unknowns with equal neighbourhoods are taken together
     entries_of_a: int  #: positions of the whole matrix, both triangles
     entries_of_l: int  #: of the Cholesky factor, or of L and U together
     operations: float  #: multiplications and additions of the factorisation
     bytes: float  #: that the factor takes
-    seconds_ordering: float
+    seconds_ordering: float  #: wall time, as all that follow
     seconds_analysis: float  #: assembly and symbolic work, ordering left out
-    seconds_factorisation: float
+    seconds_factorisation: float  #: of the last factorisation or refactorisation
     seconds_inverse: float  #: of the last `variances` of all unknowns
-    threads: int
+    threads: int  #: that the Cholesky method works on
     condition_estimate: float  #: units scaled away; 0 until estimated by `variances`
     identity_residual: float  #: of A times the computed entries of its inverse; 0 until `variances`
     relative_error_estimate: float  #: the largest of any variance; 0 until `variances`

@@ -36,6 +36,18 @@ FIRST_HEADERS = (
 )
 WITHOUT_WORDS = ("zeph.h", "api.h", "zeph_c.h")
 
+SOLVER_HEADERS = (
+    "assembly/protosparse.h",
+    "solver.h",
+    "partial_inverse_lu.h",
+    "partial_inverse_chol.h",
+    "selected_inverse.h",
+    "partial_inverse_sqrt.h",
+    "ldl_minimal_set.h",
+    "assembly/sparsexmlmatrix.h",
+    "library.h",
+)
+
 
 def write_reference(build, folder, work):
     folder.mkdir()
@@ -49,6 +61,13 @@ def write_reference(build, folder, work):
         ),
         "c": headers.Reference(ROOT, [Path("zeph/zeph_c.h")], work / "c", "ZEPH_API").page(
             "C: zeph_c.h", "The same library for C and for other languages."
+        ),
+        "solver": headers.Reference(
+            ROOT, [Path("solver") / h for h in SOLVER_HEADERS], work / "solver", "ZEPH_EXPORT"
+        ).page(
+            "libzeph_solver: the namespace zeph_solver",
+            "`#include <solver/zeph_solver.h>` has all of it; link with "
+            "`zeph_solver::zeph_solver`. The dense records are those of `types/zttypes.h`.",
         ),
         "command": commands.page(build / "cli" / "zeph"),
     }

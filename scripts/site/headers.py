@@ -117,9 +117,9 @@ class Reference:
             lines += [f"{'#' * level} {name} {{ #{prefix}{slug(name)} }}", ""]
         lines += ["```cpp", declaration(member), "```", "", *self.text(member)]
         if member.get("kind") == "enum":
-            values = member.iter("enumvalue")
+            values = [v for v in member.iter("enumvalue") if described(v)]
             rows = [(escape(v.findtext("name")), self.inline(v)) for v in values]
-            lines += [table(("value", "what it means"), rows), ""]
+            lines += [table(("value", "what it means"), rows), ""] if rows else []
         return lines
 
     def text(self, element):
@@ -183,7 +183,8 @@ def declaration(member):
     """What a member was declared as, in lines that fit."""
     kind, name = member.get("kind"), member.findtext("name")
     if kind == "enum":
-        return f"enum {'class ' if member.get('strong') == 'yes' else ''}{name};"
+        values = ", ".join(v.findtext("name") for v in member.iter("enumvalue"))
+        return f"enum {'class ' if member.get('strong') == 'yes' else ''}{name} {{ {values} }};"
     if kind == "define":
         return f"#define {name}"
     text = member.findtext("definition")
