@@ -25,6 +25,11 @@ enum class Ordering {
   Given              ///< Options::permutation
 };
 
+/// Called on the caller's thread now and then with the stage and the share of it that is done, 0
+/// to 1; returns false to stop, upon which the call throws Error(Cancelled). What it throws comes
+/// through.
+using ProgressCall = std::function<bool(const char* stage, double share)>;
+
 /// How a matrix is factorised, and with how much of the machine. The defaults suit nearly everyone.
 struct Options {
   Route route = Route::Automatic;           ///< Cholesky, LU, or what fits the matrix
@@ -38,10 +43,8 @@ struct Options {
   /// bits of the results do not depend on it.
   int threads = 0;
 
-  /// Called on the caller's thread now and then with the stage and the share of it that is done, 0
-  /// to 1; returns false to stop, upon which the call throws Error(Cancelled). What it throws comes
-  /// through. Outside the ordering libraries it is called at least ten times a second.
-  std::function<bool(const char* stage, double share)> progress;
+  /// Outside the ordering libraries it is called at least ten times a second.
+  ProgressCall progress;
 
   /// Bytes that the factor and each call may take; 0 for what the machine has. A need above it is
   /// predicted and refused with Error(Memory) before the memory is taken.

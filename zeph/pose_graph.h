@@ -42,8 +42,8 @@ struct PoseGraph {
 /// after row), FIX id; # begins a comment. Poses that only edges name are placed along the
 /// odometry, the edges between neighbouring ids, and where there is none along any edge. Without
 /// FIX the pose with the smallest id is fixed. Throws Error(Input) with the line at fault, also for
-/// an information matrix that is indefinite.
-ZEPH_API PoseGraph readPoseGraph(const std::string& path);
+/// an information matrix that is indefinite. `progress` is as in Options.
+ZEPH_API PoseGraph readPoseGraph(const std::string& path, const ProgressCall& progress = {});
 
 /// When to stop, whom to tell, and how to factorise.
 struct PoseGraphOptions {

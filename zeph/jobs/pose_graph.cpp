@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <numeric>
 #include <string>
 #include <utility>
 
 #include "zeph/checks/guarded.h"
 #include "zeph/error.h"
+#include "zeph/factor/watch.h"
 #include "zeph/jobs/pose_motion.h"
 
 namespace zeph {
@@ -20,6 +22,7 @@ constexpr double kFirstDamping = 1e-4;
 constexpr double kLeastDamping = 1e-9;  // below it the steps are Gauss and Newton's
 constexpr double kLargestDamping = 1e12;
 constexpr double kDampingFactor = 10.0;
+constexpr size_t kEdgesPerPoll = 256;
 // Steps this small, relative to the poses, move nothing.
 constexpr double kNoStep = 1e-14;
 
@@ -81,16 +84,29 @@ std::vector<std::int64_t> firstUnknowns(const PoseGraph& g) {
   return first;
 }
 
-double costOf(const PoseGraph& g) {
+/// visit(edge) for every edge, with an ear to the caller.
+template <class Visit>
+void forEachEdge(const PoseGraph& g, Watch& watch, const Visit& visit) {
+  watch.begin("measuring the edges", static_cast<double>(g.edges.size()));
+  const std::function<void()> poll = watch.poll();
+  for (size_t k = 0; k < g.edges.size(); ++k) {
+    visit(g.edges[k]);
+    if (!poll || k % kEdgesPerPoll != 0) continue;
+    watch.meter()->add(kEdgesPerPoll);
+    poll();
+  }
+}
+
+double costOf(const PoseGraph& g, Watch& watch) {
   double cost = 0.0;
-  for (const PoseEdge& e : g.edges) {
+  forEachEdge(g, watch, [&](const PoseEdge& e) {
     const EdgeTerms t = edgeTerms(g.freedom, g.poses[e.from], g.poses[e.to], e.measurement);
     for (size_t c = 0; c < g.freedom; ++c) {
       for (size_t r = 0; r < g.freedom; ++r) {
         cost += t.residual[r] * e.information[r + c * g.freedom] * t.residual[c];
       }
     }
-  }
+  });
   return cost;
 }
 
@@ -110,7 +126,7 @@ std::array<double, 36> transposedTimes(size_t d, const std::array<double, 36>& a
 /// order every time, so that its factor is analysed once.
 class NormalSystem {
  public:
-  explicit NormalSystem(const PoseGraph& g) : d_(g.freedom), first_(firstUnknowns(g)) {
+  NormalSystem(const PoseGraph& g, Watch& watch) : d_(g.freedom), first_(firstUnknowns(g)) {
     std::int64_t unknowns = 0;
     for (const std::int64_t f : first_) unknowns = std::max(unknowns, f + std::int64_t(d_));
     H.source = "the normal matrix of " + g.source;
@@ -118,14 +134,14 @@ class NormalSystem {
     H.rows = H.cols = static_cast<size_t>(unknowns);
     right.resize(H.rows);
     diagonal_.resize(H.rows);
-    linearise(g);
+    linearise(g, watch);
   }
 
-  void linearise(const PoseGraph& g) {
+  void linearise(const PoseGraph& g, Watch& watch) {
     H.entries.clear();
     std::fill(right.begin(), right.end(), 0.0);
     std::fill(diagonal_.begin(), diagonal_.end(), 0.0);
-    for (const PoseEdge& e : g.edges) add(e, g.poses[e.from], g.poses[e.to]);
+    forEachEdge(g, watch, [&](const PoseEdge& e) { add(e, g.poses[e.from], g.poses[e.to]); });
     for (std::uint32_t i = 0; i < H.rows; ++i) H.entries.push_back({i, i, 0.0});
   }
 
@@ -137,6 +153,7 @@ class NormalSystem {
 
   std::vector<double> values() const {
     std::vector<double> v;
+    v.reserve(H.entries.size());
     for (const Entry& e : H.entries) v.push_back(e.value);
     return v;
   }
@@ -202,12 +219,12 @@ bool worthless(const std::vector<double>& step, const PoseGraph& g) {
 class Descent {
  public:
   Descent(PoseGraphResult& result, const PoseGraphOptions& options)
-      : result_(result), options_(options), system_(result.graph) {
+      : result_(result), options_(options), watch_(options_.solver), system_(result.graph, watch_) {
     options_.solver.route = Route::Cholesky;
   }
 
   void run() {
-    result_.initialCost = result_.cost = costOf(result_.graph);
+    result_.initialCost = result_.cost = costOf(result_.graph, watch_);
     tell();
     while (!result_.converged && result_.iterations < options_.maxIterations) {
       iterate();
@@ -246,11 +263,11 @@ class Descent {
         result_.converged = damping_ == 0.0;
       }
       PoseGraph next = system_.moved(result_.graph, step);
-      const double cost = costOf(next);
+      const double cost = costOf(next, watch_);
       if (cost < result_.cost) {
         result_.graph = std::move(next);
         result_.cost = cost;
-        system_.linearise(result_.graph);
+        system_.linearise(result_.graph, watch_);
         damping_ = damping_ > kLeastDamping ? damping_ / kDampingFactor : 0.0;
         return;
       }
@@ -276,6 +293,7 @@ class Descent {
 
   PoseGraphResult& result_;
   PoseGraphOptions options_;
+  Watch watch_;
   NormalSystem system_;
   std::shared_ptr<Factor> factor_;
   double damping_ = 0.0;
@@ -335,7 +353,8 @@ PoseGraphResult optimise(PoseGraph graph, const PoseGraphOptions& options) {
     result.graph = std::move(graph);
     const auto& fixed = result.graph.fixed;
     if (std::find(fixed.begin(), fixed.end(), false) == fixed.end()) {
-      result.initialCost = result.cost = costOf(result.graph);
+      Watch watch(options.solver);
+      result.initialCost = result.cost = costOf(result.graph, watch);
       result.converged = true;
       return result;
     }

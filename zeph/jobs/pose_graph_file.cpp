@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cmath>
 #include <deque>
+#include <functional>
 #include <map>
 #include <string>
 #include <string_view>
@@ -9,6 +10,7 @@
 
 #include "zeph/checks/guarded.h"
 #include "zeph/error.h"
+#include "zeph/factor/watch.h"
 #include "zeph/files/line_reader.h"
 #include "zeph/files/number_text.h"
 #include "zeph/jobs/pose_motion.h"
@@ -22,6 +24,7 @@ using std::size_t;
 // Information that is positive semidefinite but for rounding, relative to its trace.
 constexpr double kRoundedInformation = 1e-12;
 constexpr double kShortestQuaternion = 1e-6;
+constexpr size_t kLinesPerPoll = 256;
 
 /// A pose's place while ids are still being collected.
 struct Vertex {
@@ -38,11 +41,15 @@ struct EdgeRecord {
 /// Reads the records of one file.
 class Reader {
  public:
-  explicit Reader(const std::string& path) : in_(path) {}
+  Reader(const std::string& path, const Options& options) : in_(path), watch_(options) {}
 
   void read() {
+    watch_.begin("reading", static_cast<double>(in_.fileBytes()));
+    const std::function<void()> poll = watch_.poll();
     std::string_view line;
     while (in_.next(line)) {
+      watch_.meter()->add(static_cast<double>(line.size() + 1));
+      if (poll && in_.lineNumber() % kLinesPerPoll == 0) poll();
       const size_t first = line.find_first_not_of(" \t\r");
       if (first == line.npos || line[first] == '#') continue;
       line.remove_prefix(first);
@@ -177,6 +184,7 @@ class Reader {
   }
 
   LineReader in_;
+  Watch watch_;
   std::vector<std::pair<std::int64_t, size_t>> fixes_;  // ids with their lines
 };
 
@@ -217,9 +225,11 @@ void placeMissing(PoseGraph& g, std::vector<bool> known) {
 
 }  // namespace
 
-PoseGraph readPoseGraph(const std::string& path) {
+PoseGraph readPoseGraph(const std::string& path, const ProgressCall& progress) {
   return guarded(path, [&] {
-    Reader reader(path);
+    Options options;
+    options.progress = progress;
+    Reader reader(path, options);
     reader.read();
     PoseGraph g;
     g.source = path;
