@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "python/conversion.h"
+#include "python/pose_graph.h"
 #include "zeph/zeph.h"
 
 namespace zeph_python {
@@ -197,6 +198,7 @@ PYBIND11_MODULE(_core, m) {
       .def("refactorize", &Factor::refactorise, py::arg().noconvert())
       .def("report", &Factor::report);
 
+  addPoseGraph(m);
   m.def("least_squares", &leastSquares);
   m.def("plan", [](const zeph::SparseMatrix& A, const zeph::Options& options) {
     zeph::Report report;

@@ -176,9 +176,12 @@ def test_least_squares_against_dense_statistics(sigma):
         a.factor.refactorize(D.T @ D)
 
 
-@pytest.mark.parametrize("name", ["zeph", "zeph._factor", "zeph._adjustment", "zeph.plot"])
+@pytest.mark.parametrize("name", ["zeph", "zeph._factor", "zeph._adjustment", "zeph._pose_graph", "zeph.plot"])
 def test_examples(name, tmp_path):
-    names = {"zeph": zeph, "np": np, "path": tmp_path / "example.mtx"}
+    square = tmp_path / "square.g2o"
+    square.write_text("".join(
+        f"EDGE_SE2 {k} {(k + 1) % 4} 1 0 {1.5 + 0.05 * k} 100 0 0 100 0 100\n" for k in range(4)))
+    names = {"zeph": zeph, "np": np, "path": tmp_path / "example.mtx", "square": square}
     failed, tried = doctest.testmod(importlib.import_module(name), extraglobs=names)
     assert tried > 0 and failed == 0
 

@@ -1,14 +1,16 @@
 """What does not fit is refused in words; long work can be watched and stopped."""
 
+import io
 import os
 import signal
+import tempfile
 import threading
 import time
 
 import numpy as np
 import pytest
 import zeph
-from matrices import definite, general, grid
+from matrices import definite, general, grid, rings
 from scipy import sparse
 
 GOOD = definite(8)
@@ -50,6 +52,9 @@ def test_matrices_that_do_not_fit(A, kind, said):
 
 
 F = zeph.factorize(GOOD)
+with tempfile.NamedTemporaryFile("w", suffix=".g2o") as file:
+    print("EDGE_SE2 4 7 1 0 0 1 0 0 1 0 1", file=file, flush=True)
+    pose_line = zeph.pose_graph(file.name)
 
 
 @pytest.mark.parametrize("ask, kind, said", [
@@ -84,6 +89,16 @@ F = zeph.factorize(GOOD)
     (lambda: zeph.least_squares(np.eye(3), np.ones(2)), ValueError, "2 observations for the 3"),
     (lambda: zeph.least_squares(np.eye(3), np.ones(3), [1, 1, 0]), ValueError, "observation 2 .* positive"),
     (lambda: zeph.least_squares([[1, -1], [1, -1]], [1, 1]), zeph.SingularMatrixError, "held fixed"),
+    (lambda: zeph.pose_graph(__file__), zeph.Error, "test_faults.py, line 1: .* no record of a pose graph"),
+    (lambda: zeph.pose_graph("no such.g2o"), zeph.Error, "no such.g2o"),
+    (lambda: zeph.pose_graph("x", max_iterations=-1), ValueError, "max_iterations is -1"),
+    (lambda: pose_line.covariance(2), ValueError, "i is 2; .* 0 to 1"),
+    (lambda: pose_line.covariance(0, -1), ValueError, "j is -1"),
+    (lambda: pose_line.covariance(0.5), TypeError, "i must be an integer"),
+    (lambda: pose_line.plot(projection="3d"), ValueError, "in the plane"),
+    (lambda: zeph.plot.network(np.ones((2, 3)), [1, 1]), ValueError, r"\(n, 2\)"),
+    (lambda: zeph.plot.network(np.ones((2, 2)), [1]), ValueError, "2 points"),
+    (lambda: zeph.plot.network(np.ones((2, 2)), [1, 1], [[0, 2]]), ValueError, "names point 2"),
     (lambda: zeph.read("no such file.mtx"), zeph.Error, "no such file.mtx"),
     (lambda: zeph.write("no such folder/a.mtx", GOOD), zeph.Error, "no such folder"),
 ])
@@ -99,7 +114,7 @@ def test_indefinite_matrices_name_their_row():
     assert zeph.factorize([[1.0, 2.0], [2.0, 1.0]]).report.method == "lu"
 
 
-def test_progress_is_told_on_the_callers_thread_and_may_stop_or_raise():
+def test_progress_is_told_on_the_callers_thread_and_may_stop_or_raise(tmp_path):
     A = grid(22)
     told = []
     F = zeph.factorize(A, progress=lambda *given: told.append((threading.get_ident(), *given)))
@@ -110,12 +125,52 @@ def test_progress_is_told_on_the_callers_thread_and_may_stop_or_raise():
     with pytest.raises(ZeroDivisionError):
         zeph.factorize(A, progress=lambda stage, share: 1 / 0)
     assert np.array_equal(F.variances(), zeph.variances(A, progress=True))
+    rings(tmp_path / "r.g2o", 3, 400, 20)
+    told.clear()
+    zeph.pose_graph(tmp_path / "r.g2o", progress=lambda *given: told.append(given))
+    assert {"reading", "iteration 2, factorising"} < {stage for stage, _ in told}
+    with pytest.raises(zeph.Error, match="stopped on request while reading"):
+        zeph.pose_graph(tmp_path / "r.g2o", progress=lambda stage, share: False)
 
 
-def test_ctrl_c_is_answered_at_once_and_the_factor_lives_on():
-    F = zeph.factorize(grid(34), threads=1)
+class Terminal(io.StringIO):
+    def isatty(self):
+        return True
+
+
+def test_bars_stand_in_terminals_and_notebooks_and_nowhere_else(monkeypatch):
+    monkeypatch.setattr(zeph._progress, "PATIENCE", 0.0)
+    monkeypatch.setattr(zeph._progress, "REFRESH", 0.0)
+    for stream in (Terminal(), io.StringIO()):
+        monkeypatch.setattr("sys.stderr", stream)
+        zeph.variances(grid(10), progress=True)
+        drawn = stream.getvalue().split("\r")
+        assert any("factorising" in line for line in drawn) == stream.isatty()
+        assert drawn[-1] == "" and (not drawn[-2:-1] or drawn[-2].isspace())
+    nbclient, nbformat = pytest.importorskip("nbclient"), pytest.importorskip("nbformat")
+    cell = """import zeph, scipy.sparse as s
+zeph._progress.PATIENCE = zeph._progress.REFRESH = 0.0
+zeph._progress.Bar.close = lambda bar: None
+zeph.variances(s.diags([-1.0, 4.0, -1.0], [-1, 0, 1], shape=(999, 999)), progress=True)"""
+    notebook = nbformat.v4.new_notebook(cells=[nbformat.v4.new_code_cell(cell)])
+    nbclient.NotebookClient(notebook, kernel_name="python3").execute()
+    bars = [output for output in notebook.cells[0].outputs if output.output_type == "display_data"]
+    assert bars and all("<progress value=" in bar.data["text/html"] for bar in bars)
+    assert all(output.output_type != "stream" for output in notebook.cells[0].outputs)
+
+
+@pytest.mark.parametrize("job", ["variances", "pose_graph"])
+def test_ctrl_c_is_answered_at_once_and_the_factor_lives_on(job, tmp_path):
+    if job == "variances":
+        work = zeph.factorize(grid(34), threads=1).variances
+    else:
+        rings(tmp_path / "r.g2o", 3, 2500, 30)
+
+        def work():
+            return zeph.pose_graph(tmp_path / "r.g2o", threads=1, max_iterations=8).poses
+
     whole = time.monotonic()
-    expected = F.variances()
+    expected = work()
     whole = time.monotonic() - whole
     sent = []
 
@@ -127,11 +182,11 @@ def test_ctrl_c_is_answered_at_once_and_the_factor_lives_on():
     thread = threading.Thread(target=interrupt)
     thread.start()
     with pytest.raises(KeyboardInterrupt):
-        F.variances()
+        work()
     answered = time.monotonic() - sent[0]
     thread.join()
     assert answered < max(0.2, whole / 4)
-    assert np.array_equal(F.variances(), expected)
+    assert np.array_equal(work(), expected)
 
 
 def test_threads_share_a_factor_and_the_interpreter():

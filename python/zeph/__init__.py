@@ -21,12 +21,14 @@ from zeph._factor import (
     variances,
     write,
 )
+from zeph._pose_graph import PoseGraph, pose_graph
 
 __all__ = [
     "Adjustment",
     "Error",
     "Factor",
     "NotPositiveDefiniteError",
+    "PoseGraph",
     "Report",
     "SingularMatrixError",
     "factorize",
@@ -34,6 +36,7 @@ __all__ = [
     "logdet",
     "plan",
     "plot",
+    "pose_graph",
     "read",
     "selected_inverse",
     "solve",
