@@ -102,10 +102,12 @@ def main():
     shutil.copytree(ROOT / "docs", work / "pages")
     write_reference(o.build.resolve(), work / "pages" / "reference", work)
     settings = {"ZEPH_SITE_PAGES": str(work / "pages"), "ZEPH_SITE": str(o.site.resolve())}
-    command = [sys.executable, "-m", "mkdocs", "--quiet", "build", "--strict"]
+    command = [sys.executable, "-m", "mkdocs", "build", "--strict"]
     command += ["--config-file", str(ROOT / "mkdocs.yml")]
-    built = subprocess.run(command, env={**os.environ, **settings})
+    out = {"stdout": subprocess.PIPE, "stderr": subprocess.STDOUT, "text": True}
+    built = subprocess.run(command, env={**os.environ, **settings}, **out)
     if built.returncode:
+        print(built.stdout)
         return built.returncode
     elsewhere = list(fetched_from_elsewhere(o.site))
     print("\n".join(elsewhere))

@@ -20,7 +20,7 @@ GREY = "#7f868f"
 
 
 def spy(folder):
-    """A grid of 12 x 12 nodes, numbered row after row."""
+    """A grid of 12 x 12 nodes, numbered row after row: with its factor, and the factor alone."""
     import zeph
     from matplotlib import pyplot
     from scipy import sparse
@@ -37,8 +37,16 @@ def spy(folder):
         }
     )
     line = sparse.diags([-1.0, 2.1, -1.0], [-1, 0, 1], shape=(12, 12))
-    left, _ = zeph.plot.spy(sparse.kronsum(line, line))
-    left.figure.savefig(folder / "spy.svg", transparent=True, metadata={"Date": None})
+    A = sparse.kronsum(line, line)
+    left, _ = zeph.plot.spy(A)
+    save(left.figure, folder / "spy.svg")
+    alone = pyplot.figure(figsize=(4.6, 4.6), layout="constrained").add_subplot()
+    zeph.plot.spy(A, axes=(pyplot.figure().add_subplot(), alone))
+    save(alone.figure, folder / "factor.svg")
+
+
+def save(figure, path):
+    figure.savefig(path, transparent=True, metadata={"Date": None})
 
 
 def network(folder, program):
