@@ -19,14 +19,29 @@ class PoseGraph:
     (R_z'(R_i'(t_j - t_i) - t_z), Log(R_z' R_i' R_j)), in 2-D with the angle wrapped to (-pi, pi]. A
     pose moves by t += R dt, R <- R Exp(dr) in 3-D and by plain addition in 2-D; covariances are those
     of (dt, dr). It can be pickled, and shared by threads.
+
+    Attributes
+    ----------
+    poses : ndarray, shape (n, 3) or (n, 7)
+        x, y, angle in 2-D; x, y, z, qx, qy, qz, qw in 3-D.
+    ids : ndarray of int, shape (n,)
+        Of the poses in the file, ascending.
+    fixed : ndarray of bool, shape (n,)
+        Which of them were held where they are.
+    edges : ndarray of int, shape (m, 2)
+        From and to, as rows of poses.
+    costs : list of float
+        The sum of e' Omega e at the beginning and after each iteration.
+    converged : bool
+        False where max_iterations were not enough.
     """
 
-    poses: Doubles  #: n x 3 (x, y, angle) in 2-D; n x 7 (x, y, z, qx, qy, qz, qw) in 3-D
-    ids: npt.NDArray[np.int64]  #: of the poses in the file, ascending
-    fixed: npt.NDArray[np.bool_]  #: which of them were held where they are
-    edges: npt.NDArray[np.int64]  #: m x 2: from and to, as rows of poses
-    costs: List[float]  #: sum of e' Omega e at the beginning and after each iteration
-    converged: bool  #: False where max_iterations were not enough
+    poses: Doubles
+    ids: npt.NDArray[np.int64]
+    fixed: npt.NDArray[np.bool_]
+    edges: npt.NDArray[np.int64]
+    costs: List[float]
+    converged: bool
 
     def __init__(self, core: _core.PoseGraph, settings: Dict[str, Any], callback: Any) -> None:
         self._core, self._settings, self._callback = core, settings, callback
@@ -45,6 +60,7 @@ class PoseGraph:
 
     @property
     def iterations(self) -> int:
+        """Steps that were made; the last may have moved nothing."""
         return len(self.costs) - 1
 
     @property
