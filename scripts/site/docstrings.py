@@ -1,6 +1,5 @@
 """The reference page of the Python module, from its signatures and docstrings."""
 
-import dataclasses
 import inspect
 import re
 import textwrap
@@ -35,23 +34,22 @@ def page(module, extra):
 
 
 def class_lines(name, cls):
-    lines = [f"## {name}", "", *docstring_lines(inspect.getdoc(cls))]
-    if dataclasses.is_dataclass(cls):
-        rows = attributes(cls)
+    lines = [f"## {name}", "", *docstring_lines(documented(name, cls))]
+    if rows := attributes(cls):
         lines += ["| field | type | what it is |", "|---|---|---|"]
         lines += [f"| `{field}` | `{kind}` | {escaped(text)} |" for field, kind, text in rows] + [""]
     for key, member in vars(cls).items():
         if key[0] == "_":
             continue
         if isinstance(member, property):
-            lines += [f"### {name}.{key}", "", *docstring_lines(inspect.getdoc(member))]
+            lines += [f"### {name}.{key}", "", *docstring_lines(documented(f"{name}.{key}", member))]
         elif inspect.isfunction(member):
             lines += function_lines(f"{name}.{key}", member, "###")
     return lines
 
 
 def attributes(cls):
-    """Fields of a dataclass with the comments `#:` beside them."""
+    """Fields of a class with the comments `#:` beside them."""
     pattern = r"^    (\w+): (.+?)(?: = .+?)?(?:  #: (.+))?$"
     return re.findall(pattern, inspect.getsource(cls), re.MULTILINE)
 
@@ -65,7 +63,14 @@ def function_lines(name, function, level):
     if len(text) > 84:
         text = f"{name}(\n" + "".join(f"    {p},\n" for p in separated(plain)) + ")"
     lines = [f"{level} {name.split('.')[-1]}", "", "```python", text, "```", ""]
-    return lines + docstring_lines(inspect.getdoc(function) or "")
+    return lines + docstring_lines(documented(name, function))
+
+
+def documented(name, thing):
+    text = inspect.getdoc(thing)
+    if not text:
+        raise SystemExit(f"{name} has no docstring")
+    return text
 
 
 def separated(parameters):
