@@ -186,7 +186,8 @@ def test_examples(name, tmp_path):
     assert tried > 0 and failed == 0
 
 
-def test_the_guide():
+def test_the_guide(tmp_path, monkeypatch):
+    monkeypatch.chdir(tmp_path)
     guide = pathlib.Path(__file__).parents[2] / "docs" / "python.md"
     failed, tried = doctest.testfile(str(guide), module_relative=False, encoding="utf-8")
     assert tried > 0 and failed == 0
