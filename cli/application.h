@@ -4,13 +4,29 @@
 #define ZEPH_CLI_APPLICATION_H
 
 #include <CLI/CLI.hpp>
+#include <functional>
+#include <memory>
+#include <string>
 
-#include "cli/commands.h"
+#include "cli/console.h"
 
 namespace zeph {
 
-/// Declares everything on app; a parse leaves what was asked for in action, which must outlive it.
-void declareApplication(CLI::App& app, Action& action);
+/// Everything the command line takes, and what a parsed one asks for. Making one runs nothing.
+struct Application {
+  Application();
+  Application(const Application&) = delete;
+  Application& operator=(const Application&) = delete;
+
+  CLI::App app;
+  Console console;
+  /// What a parsed command line asks for: runs the command and returns the exit status.
+  std::function<int()> action;
+};
+
+/// Why the command line is not understood, in one sentence, and where to read on in a second one.
+std::string explanation(const Application& z, const CLI::ParseError& error, int argc,
+                        const char* const* argv);
 
 }  // namespace zeph
 

@@ -3,15 +3,17 @@
 #define ZEPH_CLI_COMMAND_PARTS_H
 
 #include <CLI/CLI.hpp>
+#include <initializer_list>
 #include <memory>
 #include <string>
 #include <utility>
 
-#include "cli/commands.h"
+#include "cli/application.h"
 #include "zeph/checks/one_triangle.h"
 #include "zeph/files/atomic_file.h"
 #include "zeph/files/matrix_file.h"
 #include "zeph/options.h"
+#include "zeph/report.h"
 
 namespace zeph {
 
@@ -22,23 +24,39 @@ struct Files {
   std::string output = "-";
   std::string permutation;
   std::string name;
+  std::string format = "auto";
+  std::string memory;
+  bool oneBased = false;
+  bool force = false;
 };
 
 /// A sub-command whose options live as long as the action that is made from them.
 template <class Options, class Work>
-CLI::App* declare(CLI::App& app, Action& action, const char* name, const char* summary,
-                  const char* examples, std::shared_ptr<Options> options, Work work) {
-  CLI::App* command = app.add_subcommand(name, summary);
+CLI::App* declare(Application& z, const char* name, const char* summary, const char* examples,
+                  std::shared_ptr<Options> options, Work work) {
+  CLI::App* command = z.app.add_subcommand(name, summary);
   command->footer(std::string("Examples:\n") + examples);
-  command->callback([&action, options, work] {
-    action = [options, work](const Progress& progress) { return work(*options, progress); };
+  command->add_flag("-q,--quiet", z.console.manner.quiet, "no progress and no notes");
+  command->add_flag("-v,--verbose", z.console.manner.verbose, "how the result came about");
+  command->add_flag("--json", z.console.manner.json,
+                    "figures, and what no -o takes, as one JSON object on standard output");
+  command->callback([&z, options, work] {
+    z.action = [&z, options, work] { return work(*options, z.console); };
   });
   return command;
 }
 
-inline void addOutput(CLI::App* command, std::string& output, const char* help) {
-  command->add_option("-o,--output", output, help)->type_name("FILE");
-}
+/// Whole numbers from low to high, refused in one sentence.
+CLI::Validator wholeNumber(long long low, long long high);
+
+/// Bytes: 500M, 2G, 1.5GiB.
+CLI::Validator memorySize();
+double bytesOf(const std::string& text);
+
+void addOutput(CLI::App* command, Files& files, const char* help);
+void addForce(CLI::App* command, Files& files);
+void addInput(CLI::App* command, Files& files);
+void addMemory(CLI::App* command, Files& files);
 
 struct RouteFlags {
   bool cholesky = false;
@@ -52,16 +70,8 @@ struct RouteFlags {
   }
 };
 
-inline void addRoutes(CLI::App* command, RouteFlags& flags) {
-  CLI::Option* cholesky =
-      command->add_flag("--cholesky", flags.cholesky, "A is symmetric positive definite");
-  command->add_flag("--lu", flags.lu, "A is any non-singular matrix")->excludes(cholesky);
-}
-
-inline void addEngineChoice(CLI::App* command, std::string& engine) {
-  command->add_option("--engine", engine, "cholmod: by CHOLMOD, for comparison")
-      ->check(CLI::IsMember({"zeph", "cholmod"}));
-}
+void addRoutes(CLI::App* command, RouteFlags& flags);
+void addEngineChoice(CLI::App* command, std::string& engine);
 
 /// What the user says of A where its file does not.
 struct FormFlags {
@@ -74,39 +84,41 @@ struct FormFlags {
   }
 };
 
-inline void addForms(CLI::App* command, FormFlags& flags) {
-  CLI::Option* symmetric = command->add_flag("--symmetric", flags.symmetric,
-                                             "the entries of one triangle of A stand for both");
-  command->add_flag("--general", flags.general, "A may have entries in one triangle alone")
-      ->excludes(symmetric);
+void addForms(CLI::App* command, FormFlags& flags);
+
+/// A locked door is better found before the work than after it. A file that is read as well is
+/// overwritten only with --force.
+void requireOutput(const Files& files, const std::string& output,
+                   std::initializer_list<std::string> inputs);
+
+/// The same, where the name's ending chooses the form of a matrix.
+void requireMatrixOutput(const Files& files, std::initializer_list<std::string> inputs);
+
+/// Two results need a file each.
+void requireTwoOutputs(const Files& files, const char* option, const std::string& second,
+                       std::initializer_list<std::string> inputs);
+
+/// With --json a matrix does not share standard output with the figures.
+void requireNamedOutput(const Files& files, const Console& console);
+
+/// True when the result goes into the JSON object.
+inline bool inFigures(const Files& files, const Console& console) {
+  return console.manner.json && files.output == "-";
 }
 
-/// A locked door is better found before the work than after it.
-inline void requireOutput(const std::string& output) {
-  if (output == "-") return;
-  requireMatrixEnding(output);
-  AtomicFile::requireWritable(output);
-}
-
-inline SparseMatrix load(const std::string& path, const Progress& progress,
-                         const FormFlags& form = FormFlags()) {
-  progress.begin("reading");
-  SparseMatrix A = readSparse(path);
-  form.declare(A);
-  return A;
-}
+ReadOptions readOptions(const Files& files, const Console& console);
+SparseMatrix load(const Files& files, const Console& console, const FormFlags& form = FormFlags());
+DenseMatrix loadDense(const Files& files, const std::string& path, const Console& console);
 
 /// Stages of the library as the command's own, with its checkpoints.
-inline Options shownOn(const Progress& progress) {
-  Options options;
-  options.progress = [&progress, last = std::string()](const char* stage, double) mutable {
-    progress.checkpoint();
-    if (last != stage) progress.stage(stage);
-    last = stage;
-    return true;
-  };
-  return options;
-}
+Options shownOn(const Console& console, const Files& files);
+
+/// Where the user has set a limit to memory: throws Error(Memory) unless a factor by another engine
+/// than ours, which is as large, stays below it.
+void requirePlanned(const SparseMatrix& A, Route route, Options options);
+
+/// The report of a factorisation: among the figures, and told where --verbose asks for it.
+void tellReport(const Report& report, Console& console);
 
 }  // namespace zeph
 

@@ -3,32 +3,26 @@
 #ifndef ZEPH_CLI_COMMANDS_H
 #define ZEPH_CLI_COMMANDS_H
 
-#include <CLI/CLI.hpp>
-#include <functional>
-
-#include "zeph/checks/progress.h"
+#include "cli/application.h"
 
 namespace zeph {
 
-/// What a parsed command line asks for: runs the sub-command and returns the exit status.
-using Action = std::function<int(const Progress&)>;
-
-void declareVariances(CLI::App& app, Action& action);
-void declareSolve(CLI::App& app, Action& action);
-void declareCovariance(CLI::App& app, Action& action);
-void declareSelectedInverse(CLI::App& app, Action& action);
-void declareLogDeterminant(CLI::App& app, Action& action);
-void declarePlan(CLI::App& app, Action& action);
-void declareAdjust(CLI::App& app, Action& action);
-void declarePoseGraph(CLI::App& app, Action& action);
-void declareCheck(CLI::App& app, Action& action);
-void declareConvert(CLI::App& app, Action& action);
-void declareFactor(CLI::App& app, Action& action);
-void declarePattern(CLI::App& app, Action& action);
-void declareMultiply(CLI::App& app, Action& action);
-void declareExport(CLI::App& app, Action& action);
-void declareDemo(CLI::App& app, Action& action);
-void declareVersion(CLI::App& app, Action& action);
+void declareVariances(Application& z);
+void declareSolve(Application& z);
+void declareCovariance(Application& z);
+void declareSelectedInverse(Application& z);
+void declareLogDeterminant(Application& z);
+void declarePlan(Application& z);
+void declareAdjust(Application& z);
+void declarePoseGraph(Application& z);
+void declareCheck(Application& z);
+void declareConvert(Application& z);
+void declareFactor(Application& z);
+void declarePattern(Application& z);
+void declareMultiply(Application& z);
+void declareExport(Application& z);
+void declareDemo(Application& z);
+void declareVersion(Application& z);
 
 }  // namespace zeph
 

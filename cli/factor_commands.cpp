@@ -4,11 +4,14 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <limits>
 #include <vector>
 
 #include "cli/command_parts.h"
+#include "cli/commands.h"
 #include "zeph/factor.h"
 #include "zeph/factor/first_route.h"
+#include "zeph/factor/normal_numbers.h"
 #include "zeph/files/line_reader.h"
 #include "zeph/files/number_text.h"
 #include "zeph/general/solve.h"
@@ -18,6 +21,8 @@
 namespace zeph {
 namespace {
 
+/// From this estimated relative error on, results come with a warning.
+constexpr double kDoubtfulError = 1e-6;
 constexpr int kDigits = 17;  // enough to tell any two doubles apart
 
 struct Engine : Files, RouteFlags, FormFlags {
@@ -33,13 +38,15 @@ struct Engine : Files, RouteFlags, FormFlags {
 void addEngine(CLI::App* command, Engine& o, bool comparison) {
   addForms(command, o);
   command->add_option("--threads", o.threads, "threads to use; 0 for all processors")
-      ->check(CLI::Range(0, 4096))
+      ->check(wholeNumber(0, 4096))
       ->type_name("N");
   command
       ->add_option("--ordering", o.ordering,
                    "which unknowns to eliminate first; a file has a permutation, one zero-based "
                    "row a line")
       ->type_name("auto|amd|nested-dissection|natural|FILE");
+  addInput(command, o);
+  addMemory(command, o);
   if (!comparison) return;
   addEngineChoice(command, o.engine);
 }
@@ -63,8 +70,8 @@ std::vector<std::int64_t> readPermutation(const std::string& path) {
   return {list.values.begin(), list.values.end()};
 }
 
-Options optionsOf(const Engine& o, const Progress& progress) {
-  Options options = shownOn(progress);
+Options optionsOf(const Engine& o, Console& console) {
+  Options options = shownOn(console, o);
   options.route = o.route();
   options.threads = o.threads;
   if (o.ordering == "amd") {
@@ -81,36 +88,87 @@ Options optionsOf(const Engine& o, const Progress& progress) {
 }
 
 // A matrix that should be definite and is not is an error here, not a reason to take LU.
-Factor factorOf(const SparseMatrix& A, const Engine& o, const Progress& progress) {
-  Options options = optionsOf(o, progress);
+Factor factorOf(const SparseMatrix& A, const Engine& o, Console& console) {
+  Options options = optionsOf(o, console);
   std::string reason = "as asked";
   if (options.route == Route::Automatic) {
-    progress.begin("looking for symmetry");
+    console.begin("looking for symmetry");
     const FirstRoute first = firstRoute(A);
     if (first.route == Route::Cholesky) options.route = Route::Cholesky;
     reason = first.reason;
   }
   Factor f(A, options);
-  progress.note(std::string("route: ") + name(f.report().route) + " (" + reason + ")");
+  console.note(std::string("route: ") + name(f.report().route) + " (" + reason + ")");
   return f;
 }
 
-void noteError(const Factor& f, const Progress& progress) {
-  char line[96];
-  std::snprintf(line, sizeof line, "estimated relative error of the variances: at most %.1g",
-                f.report().relativeErrorEstimate);
-  progress.note(line);
+std::vector<double> diagonalOf(const SparseMatrix& A) {
+  std::vector<double> diagonal(A.rows, 0.0);
+  for (const Entry& e : A.entries) {
+    if (e.row == e.col) diagonal[e.row] += e.value;
+  }
+  return diagonal;
 }
 
-void noteNegative(const std::vector<double>& d, const SparseMatrix& A, const Progress& progress) {
+// The unknown of which value(i) is largest, as A counts it.
+template <class Value>
+std::size_t weakest(const SparseMatrix& A, const Value& value) {
+  std::size_t best = 0;
+  for (std::size_t i = 1; i < A.rows; ++i) {
+    if (value(i) > value(best)) best = i;
+  }
+  return best + A.indexBase;
+}
+
+void warnOfError(const SparseMatrix& A, const char* what, double estimate, std::size_t unknown,
+                 const Console& console) {
+  char line[160];
+  std::snprintf(line, sizeof line,
+                "the relative error of the %s may reach %.1g, first of all at unknown %zu of ",
+                what, estimate, unknown);
+  console.warning(line + A.source + ": it is hardly determined");
+}
+
+// Variances say themselves which of them stands on the weakest feet: a(i,i) z(i,i) is how much
+// larger it is than if all other unknowns were known.
+void judgeVariances(const Factor& f, const std::vector<double>& d, const SparseMatrix& A,
+                    Console& console) {
+  const double estimate = f.report().relativeErrorEstimate;
+  char line[96];
+  std::snprintf(line, sizeof line, "estimated relative error of the variances: at most %.1g",
+                estimate);
+  console.note(line);
+  if (!(estimate > kDoubtfulError)) return;
+  const std::vector<double> diagonal = diagonalOf(A);
+  const std::size_t i = weakest(A, [&](std::size_t k) { return std::abs(diagonal[k] * d[k]); });
+  warnOfError(A, "variances", estimate, i, console);
+}
+
+// A right-hand side of random signs moves the unknowns most that are determined least.
+void judgeSolution(const Factor& f, const SparseMatrix& A, Console& console) {
+  const double estimate = f.estimateCondition() * std::numeric_limits<double>::epsilon();
+  console.figures.add("relative_error_estimate", estimate);
+  if (!(estimate > kDoubtfulError)) return;
+  std::vector<double> size = diagonalOf(A), signs(A.rows);
+  NormalNumbers numbers(1);
+  for (std::size_t i = 0; i < A.rows; ++i) {
+    size[i] = size[i] != 0.0 ? std::sqrt(std::abs(size[i])) : 1.0;
+    signs[i] = std::copysign(size[i], numbers.next());
+  }
+  const std::vector<double> moved = f.solve(signs);
+  const std::size_t i = weakest(A, [&](std::size_t k) { return std::abs(moved[k]) * size[k]; });
+  warnOfError(A, "solution", estimate, i, console);
+}
+
+void warnOfNegative(const std::vector<double>& d, const SparseMatrix& A, Console& console) {
   const auto negative = [](double v) { return v < 0.0; };
   const auto first = std::find_if(d.begin(), d.end(), negative);
   if (first == d.end()) return;
-  progress.note(std::to_string(std::count_if(first, d.end(), negative)) + " of the " +
-                std::to_string(d.size()) + " values are negative, the first at row " +
-                std::to_string(static_cast<std::size_t>(first - d.begin()) + A.indexBase) + ": " +
-                A.source +
-                " is not positive definite, so they are entries of its inverse, not variances");
+  console.warning(std::to_string(std::count_if(first, d.end(), negative)) + " of the " +
+                  std::to_string(d.size()) + " values are negative, the first at row " +
+                  std::to_string(static_cast<std::size_t>(first - d.begin()) + A.indexBase) + ": " +
+                  A.source +
+                  " is not positive definite, so they are entries of its inverse, not variances");
 }
 
 std::vector<std::int64_t> indicesOf(const std::string& text) {
@@ -164,32 +222,39 @@ void readPairs(const std::string& path, std::vector<std::int64_t>& rows,
   }
 }
 
-int writeVariances(const Engine& o, const Progress& progress) {
-  requireOutput(o.output);
-  SparseMatrix A = load(o.first, progress, o);
+int writeVariances(const Engine& o, Console& console) {
+  requireMatrixOutput(o, {o.first});
+  SparseMatrix A = load(o, console, o);
+  std::vector<double> d;
   if (o.cholmod()) {
-    const Variances result = variances(std::move(A), o.route(), progress);
-    progress.begin("writing");
-    writeVector(o.output, result.diagonal.data, result.diagonal.size);
-    return 0;
+    requirePlanned(A, o.route(), optionsOf(o, console));
+    const Variances result = variances(std::move(A), o.route(), console);
+    d.assign(result.diagonal.data, result.diagonal.data + result.diagonal.size);
+  } else {
+    const Factor f = factorOf(A, o, console);
+    d = f.variances();
+    judgeVariances(f, d, A, console);
+    warnOfNegative(d, A, console);
+    tellReport(f.report(), console);
   }
-  const Factor f = factorOf(A, o, progress);
-  const std::vector<double> d = f.variances();
-  noteError(f, progress);
-  noteNegative(d, A, progress);
-  progress.begin("writing");
-  writeVector(o.output, d.data(), d.size());
+  console.begin("writing");
+  if (inFigures(o, console)) {
+    console.figures.add("variances", d);
+  } else {
+    writeVector(o.output, d.data(), d.size());
+  }
   return 0;
 }
 
-int writeSolution(const Engine& o, const Progress& progress) {
-  requireOutput(o.output);
-  SparseMatrix A = load(o.first, progress, o);
-  DenseMatrix B = readDense(o.second);
+int writeSolution(const Engine& o, Console& console) {
+  requireMatrixOutput(o, {o.first, o.second});
+  SparseMatrix A = load(o, console, o);
+  DenseMatrix B = loadDense(o, o.second, console);
   DenseMatrix X;
   double residual = 0.0;
   if (o.cholmod()) {
-    Solution result = solve(std::move(A), B, o.route(), progress);
+    requirePlanned(A, o.route(), optionsOf(o, console));
+    Solution result = solve(std::move(A), B, o.route(), console);
     X = std::move(result.X);
     residual = result.relativeResidual;
   } else {
@@ -200,21 +265,27 @@ int writeSolution(const Engine& o, const Progress& progress) {
                                         "; " + A.source + " needs " + std::to_string(A.rows) +
                                         " rows and at least one column");
     }
-    const Factor f = factorOf(A, o, progress);
-    f.estimateCondition();
+    const Factor f = factorOf(A, o, console);
+    judgeSolution(f, A, console);
     X = f.solve(B);
     residual = relativeResidual(A, X, B);
+    tellReport(f.report(), console);
   }
-  progress.begin("writing");
-  writeDense(o.output, X);
+  console.begin("writing");
+  console.figures.add("relative_residual", residual);
+  if (inFigures(o, console)) {
+    console.figures.add("solution", X);
+  } else {
+    writeDense(o.output, X);
+  }
   char line[96];
   std::snprintf(line, sizeof line, "relative residual |AX-B| / (|A||X|+|B|) = %.3g", residual);
-  progress.note(line);
+  console.note(line);
   return 0;
 }
 
-int writeCovariance(const Engine& o, const Progress& progress) {
-  requireOutput(o.output);
+int writeCovariance(const Engine& o, Console& console) {
+  requireMatrixOutput(o, {o.first, o.pairs});
   if (o.pairs.empty() == o.block.empty()) {
     throw Error(ErrorKind::Usage, "covariance needs either --pairs FILE or --block I,J,...");
   }
@@ -222,54 +293,69 @@ int writeCovariance(const Engine& o, const Progress& progress) {
   if (o.block.empty()) {
     readPairs(o.pairs, rows, cols);
   }
-  const SparseMatrix A = load(o.first, progress, o);
-  const Factor f = factorOf(A, o, progress);
+  const SparseMatrix A = load(o, console, o);
+  const Factor f = factorOf(A, o, console);
+  tellReport(f.report(), console);
   if (!o.block.empty()) {
     const DenseMatrix block = f.covarianceBlock(indicesOf(o.block));
-    progress.begin("writing");
-    writeDense(o.output, block);
+    console.begin("writing");
+    if (inFigures(o, console)) {
+      console.figures.add("block", block);
+    } else {
+      writeDense(o.output, block);
+    }
     return 0;
   }
   const std::vector<double> values = f.covariance(rows, cols);
-  progress.begin("writing");
-  writeEntries(o.output, rows, cols, values);
+  console.begin("writing");
+  if (inFigures(o, console)) {
+    console.figures.add("rows", rows).add("columns", cols).add("values", values);
+  } else {
+    writeEntries(o.output, rows, cols, values);
+  }
   return 0;
 }
 
-int writeSelectedInverse(const Engine& o, const Progress& progress) {
-  requireOutput(o.output);
+int writeSelectedInverse(const Engine& o, Console& console) {
+  requireNamedOutput(o, console);
+  requireMatrixOutput(o, {o.first});
   SparseMatrix Z;
   {
-    const Factor f = factorOf(load(o.first, progress, o), o, progress);
+    const Factor f = factorOf(load(o, console, o), o, console);
     Z = f.selectedInverse();
+    tellReport(f.report(), console);
   }
   // Symmetric to the bit, so that one triangle is enough.
   Z.symmetry = Symmetry::Symmetric;
   Z.entries.erase(std::remove_if(Z.entries.begin(), Z.entries.end(),
                                  [](const Entry& e) { return e.row < e.col; }),
                   Z.entries.end());
-  progress.begin("writing");
+  console.begin("writing");
+  console.figures.add("entries", Z.entries.size());
   writeSparse(o.output, std::move(Z));
   return 0;
 }
 
-int printLogDeterminant(const Engine& o, const Progress& progress) {
-  const Factor f = factorOf(load(o.first, progress, o), o, progress);
+int printLogDeterminant(const Engine& o, Console& console) {
+  const Factor f = factorOf(load(o, console, o), o, console);
+  tellReport(f.report(), console);
+  console.figures.add("log_abs_determinant", f.logDeterminant()).add("sign", f.determinantSign());
+  if (console.manner.json) return 0;
   std::string text;
   appendShortest(text, f.logDeterminant());
   std::printf("%s,%d\n", text.c_str(), f.determinantSign());
   return 0;
 }
 
-int printPlan(const Engine& o, const Progress& progress) {
-  const Report r = plan(load(o.first, progress, o), optionsOf(o, progress));
-  const char* const orderings[] = {"automatic", "minimum degree", "nested dissection", "natural",
-                                   "given"};
+int printPlan(const Engine& o, Console& console) {
+  const Report r = plan(load(o, console, o), optionsOf(o, console));
+  tellReport(r, console);
+  if (console.manner.json) return 0;
   std::printf("route:            %s (%s)\n", name(r.route), r.reason.c_str());
   std::printf("unknowns:         %lld in %lld groups\n", static_cast<long long>(r.unknowns),
               static_cast<long long>(r.groups));
   if (r.route != Route::Cholesky) return 0;  // the rest is known only when LU is done
-  std::printf("ordering:         %s\n", orderings[static_cast<int>(r.ordering)]);
+  std::printf("ordering:         %s\n", name(r.ordering));
   std::printf("entries of A:     %lld\n", static_cast<long long>(r.entriesOfA));
   std::printf("entries of L:     %lld\n", static_cast<long long>(r.entriesOfL));
   std::printf("operations:       %.3g\n", r.operations);
@@ -280,10 +366,10 @@ int printPlan(const Engine& o, const Progress& progress) {
   return 0;
 }
 
-CLI::App* declareOnFactor(CLI::App& app, Action& action, const char* command, const char* summary,
+CLI::App* declareOnFactor(Application& z, const char* command, const char* summary,
                           const char* examples, const std::shared_ptr<Engine>& options,
-                          int (*work)(const Engine&, const Progress&), bool comparison = false) {
-  CLI::App* declared = declare(app, action, command, summary, examples, options, work);
+                          int (*work)(const Engine&, Console&), bool comparison = false) {
+  CLI::App* declared = declare(z, command, summary, examples, options, work);
   declared->add_option("A", options->first, "square matrix")->required()->type_name("A.mtx");
   addRoutes(declared, *options);
   addEngine(declared, *options, comparison);
@@ -292,14 +378,14 @@ CLI::App* declareOnFactor(CLI::App& app, Action& action, const char* command, co
 
 }  // namespace
 
-void declareVariances(CLI::App& app, Action& action) {
+void declareVariances(Application& z) {
   auto options = std::make_shared<Engine>();
   CLI::App* command = declareOnFactor(
-      app, action, "variances", "The diagonal of the inverse of A",
+      z, "variances", "The diagonal of the inverse of A",
       "  zeph variances A.mtx                 lines index,value on standard output\n"
       "  zeph variances A.mtx -o d.mtx --lu   a Matrix Market array, by sparse LU",
       options, writeVariances, true);
-  addOutput(command, options->output, "lines index,value, or a Matrix Market array (.mtx)");
+  addOutput(command, *options, "lines index,value, or a Matrix Market array (.mtx)");
   command
       ->add_flag("--lu-solves", options->luSolves,
                  "sparse LU with one solve for every entry (slow; for comparison)")
@@ -307,23 +393,23 @@ void declareVariances(CLI::App& app, Action& action) {
       ->excludes("--lu");
 }
 
-void declareSolve(CLI::App& app, Action& action) {
+void declareSolve(Application& z) {
   auto options = std::make_shared<Engine>();
   CLI::App* command =
-      declareOnFactor(app, action, "solve", "Solve A X = B for one or several right-hand sides",
+      declareOnFactor(z, "solve", "Solve A X = B for one or several right-hand sides",
                       "  zeph solve A.mtx b.mtx -o x.mtx\n"
                       "  zeph solve A.mtx B.mtx --cholesky > X.mtx",
                       options, writeSolution, true);
   command->add_option("B", options->second, "right-hand sides, one a column")
       ->required()
       ->type_name("B.mtx");
-  addOutput(command, options->output, "the solution");
+  addOutput(command, *options, "the solution");
 }
 
-void declareCovariance(CLI::App& app, Action& action) {
+void declareCovariance(Application& z) {
   auto options = std::make_shared<Engine>();
   CLI::App* command = declareOnFactor(
-      app, action, "covariance", "Chosen entries of the inverse of A",
+      z, "covariance", "Chosen entries of the inverse of A",
       "  zeph covariance A.mtx --pairs p.csv       lines row,col in, lines row,col,value out\n"
       "  zeph covariance A.mtx --block 0,1,2 -o c.mtx   a dense block",
       options, writeCovariance);
@@ -331,26 +417,26 @@ void declareCovariance(CLI::App& app, Action& action) {
       ->type_name("FILE");
   command->add_option("--block", options->block, "rows and columns of a block, zero-based")
       ->type_name("I,J,...");
-  addOutput(command, options->output, "the entries");
+  addOutput(command, *options, "the entries");
 }
 
-void declareSelectedInverse(CLI::App& app, Action& action) {
+void declareSelectedInverse(Application& z) {
   auto options = std::make_shared<Engine>();
   CLI::App* command = declareOnFactor(
-      app, action, "selinv", "The entries of the inverse on the pattern of A's Cholesky factor",
+      z, "selinv", "The entries of the inverse on the pattern of A's Cholesky factor",
       "  zeph selinv A.mtx -o Z.mtx", options, writeSelectedInverse);
-  addOutput(command, options->output, "the entries, a symmetric matrix");
+  addOutput(command, *options, "the entries, a symmetric matrix");
 }
 
-void declareLogDeterminant(CLI::App& app, Action& action) {
-  declareOnFactor(app, action, "logdet", "The logarithm of |det A|, and the sign of det A",
+void declareLogDeterminant(Application& z) {
+  declareOnFactor(z, "logdet", "The logarithm of |det A|, and the sign of det A",
                   "  zeph logdet A.mtx    one line: logarithm,sign", std::make_shared<Engine>(),
                   printLogDeterminant);
 }
 
-void declarePlan(CLI::App& app, Action& action) {
-  declareOnFactor(app, action, "plan", "What factorising A would take, without doing it",
-                  "  zeph plan A.mtx", std::make_shared<Engine>(), printPlan);
+void declarePlan(Application& z) {
+  declareOnFactor(z, "plan", "What factorising A would take, without doing it", "  zeph plan A.mtx",
+                  std::make_shared<Engine>(), printPlan);
 }
 
 }  // namespace zeph

@@ -25,9 +25,8 @@ int main(int argc, char** argv) {
   try {
     if (argc != 2) throw std::runtime_error("usage: zeph_documents FOLDER");
     const std::string folder = std::string(argv[1]) + "/";
-    CLI::App app;
-    zeph::Action action;
-    zeph::declareApplication(app, action);
+    const zeph::Application z;
+    const CLI::App& app = z.app;
     using namespace zeph::documents;
     write(folder + "zeph.1", manualPage(app, zeph::kVersion, zeph::kSourceDate));
     write(folder + "zeph.bash", bashCompletion(app));

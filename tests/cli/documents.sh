@@ -28,7 +28,7 @@ manual_names() {
 
 commands=$("$zeph" --help | sed -n '/^Subcommands:/,/^$/s/^  \([a-z-]*\) .*/\1/p')
 [ "$(wc -w <<<"$commands")" -ge 10 ] || { echo "FAILED: no commands in the help"; exit 1; }
-expect "commands in bash" "$commands -h --help" "$(bash_offers zeph '')"
+expect "commands in bash" "$commands -h --help --version" "$(bash_offers zeph '')"
 expect "commands in zsh" "$commands" "$(sed -n "s/^ *'\([a-z-]*\):.*/\1/p" _zeph)"
 if has fish; then expect "commands in fish" "$commands" "$(fish_offers 'zeph ')"; fi
 for command in $commands; do

@@ -27,7 +27,7 @@ class ZephProgram : public FrontTest {
   /// Runs zeph inside the test's folder.
   Outcome run(const std::string& arguments) const {
     const std::string command =
-        "cd '" + path("") + "' && '" ZEPH_PROGRAM "' " + arguments + " >.out 2>.err </dev/null";
+        "cd '" + path("") + "' && '" ZEPH_PROGRAM "' </dev/null " + arguments + " >.out 2>.err";
     const int status = std::system(command.c_str());
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, read(path(".out")), read(path(".err"))};
   }
@@ -67,6 +67,7 @@ TEST_F(ZephProgram, CommandsPutTheirResultsWhereTheyAreAskedTo) {
   write("pairs.csv", "1,0\n\n1, 1\n");
   write("y.mtx", "%%MatrixMarket matrix array real general\n4 1\n1\n0\n-1\n13\n");
   write("s.csv", "0,0,2\n");
+  write("one.csv", "row;col;value\n1;1;4\n2;1;2d0\n1;2;2\n2;2;5\n");
   const struct {
     const char *arguments, *file;  // where the result is, null for standard output
     std::vector<double> numbers;
@@ -112,6 +113,15 @@ TEST_F(ZephProgram, CommandsPutTheirResultsWhereTheyAreAskedTo) {
         3,   8,   2 * std::sqrt(0.6), 0.6, 0.4, std::sqrt(80 / 3.0)},
        "variance factor 13.5"},
       {"pattern A.mtx -o set.csv", "set.csv", {0, 0, 2, 0, 1, 2, 1, 1, 3}, ""},
+      {"variances - --format csv --one-based < one.csv",
+       nullptr,
+       {0, 0.3125, 1, 0.25},
+       "(standard input"},
+      {"solve A.mtx b.mtx -o x.txt", "x.txt", {0.0625, 0.375}, ""},
+      {"solve A.mtx x.txt -o x.txt --force", "x.txt", {-0.02734375, 0.0859375}, ""},
+      {"variances A.mtx -o /dev/stdout --quiet", nullptr, {0, 0.3125, 1, 0.25}, ""},
+      {"variances A.mtx -o /dev/null", nullptr, {}, ""},
+      {"variances A.mtx --verbose", nullptr, {0, 0.3125, 1, 0.25}, "entries of A, 3 of the factor"},
   };
   for (const auto& c : cases) {
     const Outcome result = run(c.arguments);
@@ -213,7 +223,7 @@ TEST_F(ZephProgram, BadInputGetsOneSentenceAndLeavesNothingBehind) {
   write("singular.mtx", head + "3 3 2\n1 1 4\n3 3 1\n");
   write("dependent.mtx", head + "2 2 4\n1 1 1\n1 2 2\n2 1 2\n2 2 4\n");
   write("indefinite.mtx", head + "2 2 4\n1 1 1\n1 2 2\n2 1 2\n2 2 1\n");
-  write("bad.csv", "0,0,1\n1;1;2\n");
+  write("bad.csv", "0,0,1\n1;1;2,5\n");
   write("p.g2o", kTwoPoses);
   write("free.mtx", head + "2 2 4\n1 1 -1\n1 2 1\n2 1 -1\n2 2 1\n");
   run("version");
@@ -263,9 +273,21 @@ TEST_F(ZephProgram, BadInputGetsOneSentenceAndLeavesNothingBehind) {
       {"no order", "plan A.mtx --ordering bad.csv", 3, {"bad.csv", "line 1"}},
       {"unsymmetric", "selinv G.mtx --general", 4, {"G.mtx", "positive definite"}, true},
       {"no command", "", 2, {"zeph"}},
-      {"unknown command", "invert A.mtx", 2, {"zeph"}},
-      {"missing argument", "solve A.mtx", 2, {"B"}},
-      {"size out of range", "demo --size 1 --out o", 2, {"1"}},
+      {"missing argument", "solve A.mtx", 2, {"B is required", "zeph help solve"}},
+      {"size out of range", "demo --size 1 --out o", 2, {"\"1\" is no whole number from 2 to"}},
+      {"negative size", "demo --size -5 --out o", 2, {"--size: \"-5\" is no whole number"}},
+      {"no number", "variances A.mtx --threads abc", 2, {"--threads: \"abc\" is no whole number"}},
+      {"no amount", "solve A.mtx b.mtx --memory 3X", 2, {"\"3X\" is no amount of memory"}},
+      {"misspelt command", "variences A.mtx", 2, {"did you mean \"variances\"?"}},
+      {"unknown command", "help frobnicate", 2, {"there is no command \"frobnicate\""}},
+      {"misspelt option", "plan A.mtx --odering=amd", 2, {"\"--ordering\"", "zeph help plan"}},
+      {"a file too many", "solve A.mtx b.mtx c.mtx", 2, {"no use for \"c.mtx\""}},
+      {"over an input", "solve A.mtx b.mtx -o ./b.mtx", 2, {"replace the input b.mtx", "--force"}},
+      {"converted in place", "convert A.mtx A.mtx", 2, {"--force"}},
+      {"pose graph as a matrix", "variances p.g2o", 3, {"p.g2o is a pose graph", "pose-graph"}},
+      {"a folder", "variances /", 3, {"/ is a directory"}},
+      {"little memory", "variances A.mtx --memory 90", 8, {"more than the limit of 9e-05 MB"}},
+      {"figures and a matrix", "selinv A.mtx --json", 2, {"-o"}},
   };
   for (const BadCase& bad : cases) {
     SCOPED_TRACE(bad.what);
@@ -310,13 +332,16 @@ TEST_F(ZephProgram, PipesLinksAndFullDisks) {
 TEST_F(ZephProgram, HelpIsEverywhereAndShowsExamples) {
   write("A.mtx", kSymmetric2);
   EXPECT_NE(run("plan A.mtx").out.find("entries of L:     3\n"), std::string::npos);
-  for (const char* command :
-       {"", "variances", "solve", "covariance", "selinv", "logdet", "plan", "check", "convert",
-        "adjust", "pose-graph", "factor", "pattern", "multiply", "export", "demo", "version"}) {
+  for (const char* command : {"", "variances", "solve", "covariance", "selinv", "logdet", "plan",
+                              "check", "convert", "adjust", "pose-graph", "factor", "pattern",
+                              "multiply", "export", "demo", "version", "help"}) {
     const Outcome result = run(std::string(command) + " --help");
     EXPECT_EQ(result.status, 0);
+    const bool general = *command == '\0' || std::strcmp(command, "help") == 0;
+    EXPECT_TRUE(general || run(std::string("help ") + command).out == result.out) << command;
     EXPECT_NE(result.out.find("Examples:"), std::string::npos) << command << result.out;
   }
+  EXPECT_EQ(run("--version").out, run("version").out);
   EXPECT_EQ(run("version").out,
             hasLuRoute() ? "zeph 1.0.0 build 6101, source revision 111201, built on 2021-07-13\n"
                          : "zeph 1.0.0\n");

@@ -114,8 +114,9 @@ void judgeForm(MatrixReport& r) {
 }
 
 // Why a solve with m fails on that route, or nothing when it does not.
-std::string attempt(const SparseMatrix& m, Route route) {
+std::string attempt(const SparseMatrix& m, Route route, double memoryLimit) {
   Options options;
+  options.memoryLimit = memoryLimit;
   options.route = route;
   try {
     const Factor f(m, options);
@@ -137,15 +138,16 @@ std::string attempt(const SparseMatrix& m, Route route) {
 }
 
 // Definiteness and rank show only in a factorisation. A definite matrix has both kinds.
-void judgeByFactorising(const SparseMatrix& m, MatrixReport& r, const Progress& progress) {
+void judgeByFactorising(const SparseMatrix& m, MatrixReport& r, const Progress& progress,
+                        double memoryLimit) {
   if (!r.fitForLu()) return;
   progress.begin("trying to factorise");
   if (r.fitForCholesky()) {
-    const std::string against = attempt(m, Route::Cholesky);
+    const std::string against = attempt(m, Route::Cholesky, memoryLimit);
     if (against.empty()) return;
     r.againstCholesky.push_back(against);
   }
-  const std::string against = attempt(m, Route::Lu);
+  const std::string against = attempt(m, Route::Lu, memoryLimit);
   if (!against.empty()) r.againstLu.push_back(against);
 }
 
@@ -232,7 +234,7 @@ SymmetryReport findSymmetry(const SparseMatrix& m) {
   return report;
 }
 
-MatrixReport checkMatrix(const SparseMatrix& m, const Progress& progress) {
+MatrixReport checkMatrix(const SparseMatrix& m, const Progress& progress, double memoryLimit) {
   return guarded(m.source, [&] {
     MatrixReport report;
     report.source = m.source;
@@ -248,7 +250,7 @@ MatrixReport checkMatrix(const SparseMatrix& m, const Progress& progress) {
     progress.begin("sorting");
     inspectForm(m, report, progress);
     judgeForm(report);
-    judgeByFactorising(m, report, progress);
+    judgeByFactorising(m, report, progress, memoryLimit);
     return report;
   });
 }
@@ -277,6 +279,17 @@ std::string toText(const MatrixReport& r) {
   text += "\n" + verdict("fit for Cholesky:    ", r.againstCholesky);
   text += verdict("fit for LU:          ", r.againstLu);
   return text;
+}
+
+void addFigures(const MatrixReport& r, JsonObject& figures) {
+  figures.add("source", r.source).add("rows", r.rows).add("columns", r.cols);
+  figures.add("entries", r.entries).add("stored_entries", r.storedEntries);
+  figures.add("duplicates", r.duplicates).add("symmetric", r.symmetry.numerical);
+  figures.add("largest_asymmetry", r.symmetry.largestDifference);
+  figures.add("unusable_diagonal", r.unusableDiagonal).add("not_finite", r.nonFinite);
+  figures.add("empty_rows", r.emptyRows).add("empty_columns", r.emptyCols);
+  figures.add("fit_for_cholesky", r.fitForCholesky()).add("fit_for_lu", r.fitForLu());
+  figures.add("against_cholesky", r.againstCholesky).add("against_lu", r.againstLu);
 }
 
 }  // namespace zeph

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "zeph/checks/progress.h"
+#include "zeph/files/json_text.h"
 #include "zeph/matrix/requirements.h"
 #include "zeph/sparse_matrix.h"
 
@@ -59,10 +60,15 @@ struct MatrixReport {
 
 /// Inspects m, which may hold NaN and infinities (ReadOptions::allowNonFinite). Where nothing else
 /// speaks against it, m is factorised to see whether it is definite, or singular.
-MatrixReport checkMatrix(const SparseMatrix& m, const Progress& progress = Progress());
+/// `memoryLimit` as in Options.
+MatrixReport checkMatrix(const SparseMatrix& m, const Progress& progress = Progress(),
+                         double memoryLimit = 0.0);
 
 /// The report as lines of text, positions counted as in the file, long lists cut short.
 std::string toText(const MatrixReport& report);
+
+/// The report as members of a JSON object.
+void addFigures(const MatrixReport& report, JsonObject& figures);
 
 }  // namespace zeph
 

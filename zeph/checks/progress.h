@@ -28,6 +28,9 @@ class Progress {
   /// A stage begins; name is a short phrase such as "factorising".
   virtual void stage(const char* name) const { (void)name; }
 
+  /// How much of the stage is done, 0 to 1.
+  virtual void share(double done) const { (void)done; }
+
   /// One sentence worth telling the user, such as the route chosen and why.
   virtual void note(const std::string& sentence) const { (void)sentence; }
 

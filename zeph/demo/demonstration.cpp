@@ -97,7 +97,7 @@ DemonstrationReport runDemonstration(const DemonstrationOptions& options,
   report.assemblySeconds = watch.lap();
 
   progress.begin("factorising and solving");
-  const Factor factor(A);
+  const Factor factor(A, options.solver);
   const ZtMatrix heights = toRecord(factor.solve(B));
   report.solveSeconds = watch.lap();
 

@@ -9,6 +9,7 @@
 
 #include "zeph/checks/progress.h"
 #include "zeph/demo/levelling_network.h"
+#include "zeph/options.h"
 
 namespace zeph {
 
@@ -16,6 +17,7 @@ struct DemonstrationOptions {
   std::size_t size = 10000;  ///< points, 2 to 10,000,000
   std::uint64_t seed = 1;
   std::string folder = "zeph-demo";  ///< made when missing; gets estimates.csv and network.svg
+  Options solver;
 };
 
 struct DemonstrationReport {

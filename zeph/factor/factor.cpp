@@ -108,6 +108,22 @@ const char* name(Route route) {
   return "";
 }
 
+const char* name(Ordering ordering) {
+  switch (ordering) {
+    case Ordering::Automatic:
+      return "automatic";
+    case Ordering::MinimumDegree:
+      return "minimum degree";
+    case Ordering::NestedDissection:
+      return "nested dissection";
+    case Ordering::Natural:
+      return "natural";
+    case Ordering::Given:
+      return "given";
+  }
+  return "";
+}
+
 FirstRoute firstRoute(const SparseMatrix& A) {
   requireFactorable(A);
   std::string against;

@@ -15,6 +15,9 @@ void requireFactorable(const SparseMatrix& A);
 /// "Cholesky", "LU", ...
 const char* name(Route route);
 
+/// "minimum degree", ...
+const char* name(Ordering ordering);
+
 struct FirstRoute {
   Route route;
   std::string reason;

@@ -1,11 +1,8 @@
 #include "zeph/files/line_reader.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <cstring>
+
+#include "zeph/files/file_kind.h"
 
 namespace zeph {
 namespace {
@@ -13,24 +10,30 @@ namespace {
 constexpr std::size_t kBufferBytes = std::size_t{1} << 18;  // stays in a second-level cache
 constexpr std::size_t kLongestLine = kBufferBytes << 8;     // 64 MiB
 
-Error cannotRead(const std::string& path) {
-  const std::string name = path == "-" ? "standard input" : path;
-  return Error(ErrorKind::Input, "cannot read " + name + ": " + std::strerror(errno));
-}
+constexpr std::size_t kHeadBytes = 4096;
 
 }  // namespace
 
-LineReader::LineReader(const std::string& path) : path_(path), buffer_(kBufferBytes) {
-  descriptor_ = path == "-" ? dup(STDIN_FILENO) : open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (descriptor_ < 0) throw cannotRead(path);
-  struct stat status {};
-  if (fstat(descriptor_, &status) == 0 && S_ISREG(status.st_mode)) {
-    fileBytes_ = static_cast<std::size_t>(status.st_size);
+LineReader::LineReader(const std::string& path) : source_(path), buffer_(kBufferBytes) {
+  while (end_ < kHeadBytes) {
+    const std::size_t got = source_.read(buffer_.data() + end_, buffer_.size() - end_);
+    if (got == 0) break;
+    end_ += got;
   }
+  if (head().substr(0, kByteOrderMark.size()) == kByteOrderMark) begin_ = kByteOrderMark.size();
 }
 
-LineReader::~LineReader() {
-  close(descriptor_);
+void LineReader::requireText() const {
+  const std::string foreign = foreignKind(head().substr(0, kHeadBytes));
+  if (!foreign.empty()) throw Error(ErrorKind::Input, path() + " " + foreign);
+}
+
+std::vector<char> LineReader::rest(double memoryLimit) {
+  std::vector<char> all(buffer_.begin() + static_cast<std::ptrdiff_t>(begin_),
+                        buffer_.begin() + static_cast<std::ptrdiff_t>(end_));
+  const std::vector<char> more = readAll(source_, memoryLimit);
+  all.insert(all.end(), more.begin(), more.end());
+  return all;
 }
 
 bool LineReader::next(std::string_view& line) {
@@ -60,16 +63,12 @@ bool LineReader::fill() {
   end_ -= begin_;
   begin_ = 0;
   if (end_ == kLongestLine) {
-    throw errorAtLine(path_, lineNumber_ + 1, "the line has no end; this is not a matrix file");
+    throw errorAtLine(path(), lineNumber_ + 1, "the line has no end; this is not a matrix file");
   }
   if (end_ == buffer_.size()) buffer_.resize(2 * buffer_.size());
-  while (true) {
-    const ssize_t got = read(descriptor_, buffer_.data() + end_, buffer_.size() - end_);
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) throw cannotRead(path_);
-    end_ += static_cast<std::size_t>(got);
-    return got > 0;
-  }
+  const std::size_t got = source_.read(buffer_.data() + end_, buffer_.size() - end_);
+  end_ += got;
+  return got > 0;
 }
 
 }  // namespace zeph

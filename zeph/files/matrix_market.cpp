@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "zeph/error.h"
+#include "zeph/files/entry_room.h"
 #include "zeph/files/line_reader.h"
 #include "zeph/files/number_text.h"
 #include "zeph/matrix/requirements.h"
@@ -55,7 +56,11 @@ void readBanner(LineReader& in, Header& h) {
       "expected \"%%MatrixMarket matrix coordinate real general\" or another Matrix Market header";
   if (!in.next(line)) throw Error(ErrorKind::Input, in.path() + " is empty; " + wanted);
   const auto [banner, object, format, field, symmetry] = headerWords(line);
-  if (banner != "%%matrixmarket") throw in.error(wanted);
+  if (banner != "%%matrixmarket") {
+    throw in.error(wanted + ", found " + quoted(line.substr(0, 40)) +
+                   "; triplets without a header are read from files named .csv or with --format "
+                   "csv, plain lists of numbers with --format txt");
+  }
   if (object != "matrix") {
     throw in.error("the object " + quoted(object) + " is not supported, only \"matrix\"");
   }
@@ -238,6 +243,7 @@ std::vector<Entry> readCoordinates(LineReader& in, const Header& h, const ReadOp
     const double value =
         readValue(in, scan, h, options, [&] { return "entry " + position(0, row, col); });
     guard.check(in, row, col, value);
+    growFor(entries, in.path(), options.memoryLimit, h.entries);
     entries.push_back(
         {static_cast<std::uint32_t>(row - 1), static_cast<std::uint32_t>(col - 1), value});
   }
@@ -313,27 +319,26 @@ void flushChunk(AtomicFile& out, std::string& text) {
 
 }  // namespace
 
-SparseMatrix readMatrixMarket(const std::string& path, const ReadOptions& options) {
-  LineReader in(path);
+SparseMatrix readMatrixMarket(LineReader& in, const ReadOptions& options) {
   const Header h = readHeader(in);
-  SparseMatrix m = describe(path, h);
+  SparseMatrix m = describe(in.path(), h);
   if (h.coordinate) {
     m.entries = readCoordinates(in, h, options);
     return m;
   }
   readArray(in, h, options, [&](std::size_t row, std::size_t col, double value) {
     if (value == 0.0) return;
+    growFor(m.entries, in.path(), options.memoryLimit, h.entries);
     m.entries.push_back({static_cast<std::uint32_t>(row), static_cast<std::uint32_t>(col), value});
   });
   return m;
 }
 
-bool readMatrixMarketAsStored(const std::string& path, SparseMatrix& sparse, DenseMatrix& dense,
+bool readMatrixMarketAsStored(LineReader& in, SparseMatrix& sparse, DenseMatrix& dense,
                               const ReadOptions& options) {
-  LineReader in(path);
   const Header h = readHeader(in);
   if (h.coordinate) {
-    sparse = describe(path, h);
+    sparse = describe(in.path(), h);
     sparse.entries = readCoordinates(in, h, options);
     return false;
   }
@@ -341,11 +346,23 @@ bool readMatrixMarketAsStored(const std::string& path, SparseMatrix& sparse, Den
   return true;
 }
 
-DenseMatrix readMatrixMarketDense(const std::string& path, const ReadOptions& options) {
+DenseMatrix readMatrixMarketDense(LineReader& in, const ReadOptions& options) {
   SparseMatrix sparse;
   DenseMatrix dense;
-  if (!readMatrixMarketAsStored(path, sparse, dense, options)) return toDense(sparse);
+  if (!readMatrixMarketAsStored(in, sparse, dense, options)) return toDense(sparse);
   return dense;
+}
+
+SparseMatrix readMatrixMarket(const std::string& path, const ReadOptions& options) {
+  LineReader in(path);
+  in.requireText();
+  return readMatrixMarket(in, options);
+}
+
+DenseMatrix readMatrixMarketDense(const std::string& path, const ReadOptions& options) {
+  LineReader in(path);
+  in.requireText();
+  return readMatrixMarketDense(in, options);
 }
 
 void writeMatrixMarket(AtomicFile& out, const SparseMatrix& m) {

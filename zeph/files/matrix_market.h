@@ -4,6 +4,7 @@
 #include <string>
 
 #include "zeph/files/atomic_file.h"
+#include "zeph/files/line_reader.h"
 #include "zeph/matrix_file.h"
 
 namespace zeph {
@@ -17,15 +18,17 @@ namespace zeph {
 /// Pattern, complex and Hermitian files are refused, as is everything malformed, with the line
 /// number in Error(Input). Memory: 16 bytes an entry; the file passes through a small buffer, so
 /// pipes can be read too.
+SparseMatrix readMatrixMarket(LineReader& in, const ReadOptions& options = {});
 SparseMatrix readMatrixMarket(const std::string& path, const ReadOptions& options = {});
 
 /// The same files as a dense matrix: symmetric ones completed, duplicates of a coordinate file
 /// summed. Throws Error(Memory) where rows x cols does not fit into memory.
+DenseMatrix readMatrixMarketDense(LineReader& in, const ReadOptions& options = {});
 DenseMatrix readMatrixMarketDense(const std::string& path, const ReadOptions& options = {});
 
 /// Reads the file in the form that it has: an array into dense, coordinates into sparse; the other
 /// one is left alone. True for an array.
-bool readMatrixMarketAsStored(const std::string& path, SparseMatrix& sparse, DenseMatrix& dense,
+bool readMatrixMarketAsStored(LineReader& in, SparseMatrix& sparse, DenseMatrix& dense,
                               const ReadOptions& options = {});
 
 /// Writes a coordinate real file with the matrix's own symmetry, entries in their order, symmetric

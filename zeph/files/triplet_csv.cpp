@@ -5,6 +5,8 @@
 #include <utility>
 
 #include "zeph/error.h"
+#include "zeph/files/entry_room.h"
+#include "zeph/files/field_reader.h"
 #include "zeph/files/line_reader.h"
 #include "zeph/files/number_text.h"
 #include "zeph/matrix/merge.h"
@@ -18,37 +20,30 @@ constexpr std::size_t kWriteChunk = std::size_t{1} << 16;
 constexpr std::size_t kTypicalEntry =
     16;  // bytes a line; only a first guess at the number of lines
 
-std::uint32_t readIndex(LineReader& in, NumberScanner& scan, const char* what) {
-  std::uint64_t index = 0;
-  const auto result = scan.index(index);
-  if (result == NumberScanner::Result::TooLarge || index >= kLargestSize) {
-    throw in.error(std::string("the ") + what + " index is larger than " +
-                   std::to_string(kLargestSize - 1) + ", the most that is supported");
-  }
-  if (result != NumberScanner::Result::Ok) {
-    throw in.error("expected \"row,column,value\", found \"" + std::string(scan.word()) +
-                   "\" as the " + what + " index");
-  }
-  if (!scan.accept(','))
-    throw in.error(std::string("expected a comma after the ") + what + " index");
-  return static_cast<std::uint32_t>(index);
+// The form that is written by programs, without detours; false for any other line.
+bool plainTriplet(std::string_view line, Entry& e) {
+  NumberScanner scan(line);
+  std::uint64_t row = 0, col = 0;
+  const bool plain = scan.index(row) == NumberScanner::Result::Ok && scan.accept(',') &&
+                     scan.index(col) == NumberScanner::Result::Ok && scan.accept(',') &&
+                     scan.real(e.value) == NumberScanner::Result::Ok && scan.atEnd() &&
+                     std::max(row, col) < kLargestSize;
+  e.row = static_cast<std::uint32_t>(row);
+  e.col = static_cast<std::uint32_t>(col);
+  return plain;
 }
 
-double readValue(LineReader& in, NumberScanner& scan, const ReadOptions& options) {
-  double value = 0.0;
-  const std::string word(scan.word());
-  const auto result = scan.real(value);
-  if (result == NumberScanner::Result::Missing) throw in.error("the value is missing");
-  if (result == NumberScanner::Result::NotANumber) {
-    throw in.error("the value \"" + word + "\" is not a number");
+Entry tripletOf(const FieldReader& fields, std::string_view line) {
+  const std::vector<std::string> words = fields.split(line);
+  if (words.size() != 3) {
+    throw fields.error("expected \"row,column,value\", found \"" + std::string(line.substr(0, 40)) +
+                       "\"" + fields.commaAdvice(words));
   }
-  if (!std::isfinite(value) && !options.allowNonFinite) {
-    throw in.error("the value \"" + word + "\" is not finite; replace it by a finite number");
-  }
-  if (result == NumberScanner::Result::Ok && !scan.atEnd()) {
-    throw in.error("unexpected \"" + std::string(scan.word()) + "\" after the value");
-  }
-  return value;
+  Entry e{};
+  e.row = static_cast<std::uint32_t>(fields.index(words[0], "row"));
+  e.col = static_cast<std::uint32_t>(fields.index(words[1], "column"));
+  e.value = fields.number(words[2]);
+  return e;
 }
 
 void appendLine(AtomicFile& out, std::string& text, std::uint64_t row, std::uint64_t col,
@@ -66,23 +61,44 @@ void appendLine(AtomicFile& out, std::string& text, std::uint64_t row, std::uint
 
 }  // namespace
 
-SparseMatrix readTripletCsv(const std::string& path, const ReadOptions& options) {
-  LineReader in(path);
+SparseMatrix readTripletCsv(LineReader& in, const ReadOptions& options) {
   SparseMatrix m;
-  m.source = path;
-  m.indexBase = 0;
+  m.source = in.path();
+  m.indexBase = options.oneBased ? 1 : 0;
   m.entries.reserve(in.fileBytes() / kTypicalEntry);
-  std::string_view line;
-  while (in.next(line)) {
-    NumberScanner scan(line);
-    if (scan.atEnd()) continue;
-    const std::uint32_t row = readIndex(in, scan, "row");
-    const std::uint32_t col = readIndex(in, scan, "column");
-    m.entries.push_back({row, col, readValue(in, scan, options)});
-    m.rows = std::max<std::size_t>(m.rows, std::size_t{row} + 1);
-    m.cols = std::max<std::size_t>(m.cols, std::size_t{col} + 1);
+  FieldReader fields(in, options);
+  bool zero = false;
+  for (std::string_view line; fields.next(line);) {
+    Entry e{};
+    if (!plainTriplet(line, e)) e = tripletOf(fields, line);
+    if (options.oneBased) {
+      if (e.row == 0 || e.col == 0) {
+        throw in.error("an index is 0, but the indices are said to count from 1");
+      }
+      --e.row, --e.col;
+    }
+    if (!std::isfinite(e.value) && !options.allowNonFinite) {
+      throw in.error("the value " + toText(e.value) +
+                     " is not finite; replace it by a finite number");
+    }
+    zero = zero || e.row == 0 || e.col == 0;
+    growFor(m.entries, in.path(), options.memoryLimit);
+    m.entries.push_back(e);
+    m.rows = std::max<std::size_t>(m.rows, std::size_t{e.row} + 1);
+    m.cols = std::max<std::size_t>(m.cols, std::size_t{e.col} + 1);
+  }
+  if (!zero && !options.oneBased && m.entries.size() > 1 && options.note) {
+    options.note("every index in " + m.source +
+                 " is at least 1, so that row 0 and column 0 are empty; if they count from 1, give "
+                 "--one-based");
   }
   return m;
+}
+
+SparseMatrix readTripletCsv(const std::string& path, const ReadOptions& options) {
+  LineReader in(path);
+  in.requireText();
+  return readTripletCsv(in, options);
 }
 
 void writeTripletCsv(AtomicFile& out, const DenseMatrix& m) {

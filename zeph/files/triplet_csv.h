@@ -4,13 +4,16 @@
 #include <string>
 
 #include "zeph/files/atomic_file.h"
+#include "zeph/files/line_reader.h"
 #include "zeph/matrix_file.h"
 
 namespace zeph {
 
-/// Reads the library's triplet CSV: lines "row,col,value", zero-based, no header; duplicates add
-/// up. The file does not tell the size of the matrix: it is one more than the largest row and
-/// column, so empty last rows and columns are lost. Errors as in readMatrixMarket.
+/// Reads triplet CSV: lines "row,col,value", zero-based unless the options say otherwise;
+/// duplicates add up. What else a line may look like is FieldReader's. The file does not tell the
+/// size of the matrix: it is one more than the largest row and column, so empty last rows and
+/// columns are lost. Errors as in readMatrixMarket.
+SparseMatrix readTripletCsv(LineReader& in, const ReadOptions& options = {});
 SparseMatrix readTripletCsv(const std::string& path, const ReadOptions& options = {});
 
 /// Writes what ProtoSparse::writeToCsv writes, byte for byte (compressed order, 18 significant

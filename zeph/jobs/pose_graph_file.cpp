@@ -41,7 +41,9 @@ struct EdgeRecord {
 /// Reads the records of one file.
 class Reader {
  public:
-  Reader(const std::string& path, const Options& options) : in_(path), watch_(options) {}
+  Reader(const std::string& path, const Options& options) : in_(path), watch_(options) {
+    in_.requireText();
+  }
 
   void read() {
     watch_.begin("reading", static_cast<double>(in_.fileBytes()));

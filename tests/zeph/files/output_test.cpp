@@ -98,25 +98,4 @@ TEST_F(OutputTest, vectorsReadBackToTheSameDoubles) {
   EXPECT_EQ(read(path("v.csv")), "0,0.10000000000000001\n1,-0\n2,4.9406564584124654e-324\n");
 }
 
-TEST_F(OutputTest, badCsvIsRefusedWithTheLineAtFault) {
-  const struct {
-    const char *text, *sentence;
-  } cases[] = {{"row,col,value\n", "line 1: expected \"row,column,value\", found \"row\""},
-               {"0,0,1\n\n1;1;2\n", "line 3: expected \"row,column,value\", found \"1;1;2\""},
-               {"0 0 1\n", "line 1: expected a comma after the row index"},
-               {"0,1\n", "line 1: expected a comma after the column index"},
-               {"0,0,\n", "line 1: the value is missing"},
-               {"0,0,a\n", "line 1: the value \"a\" is not a number"},
-               {"0,0,nan\n", "line 1: the value \"nan\" is not finite"},
-               {"0,0,1e999\n", "line 1: the value \"1e999\" is not finite"},
-               {"0,0,1,2\n", "line 1: unexpected \",\" after the value"},
-               {"-1,0,1\n", "line 1: expected \"row,column,value\", found \"-1\" as the row index"},
-               {"2147483647,0,1\n", "line 1: the row index is larger than 2147483646"}};
-  for (const auto& c : cases) {
-    const std::string file = write("m.csv", c.text);
-    expectError([&] { zeph::readSparse(file); }, std::string("3 m.csv, ") + c.sentence);
-  }
-  expectError([] { zeph::requireMatrixEnding("A.txt"); }, "2");
-}
-
 }  // namespace

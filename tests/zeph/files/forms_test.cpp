@@ -1,0 +1,240 @@
+// Files as people have them: forms, spellings, and what is none of ours.
+#include <zlib.h>
+
+#include <cmath>
+#include <cstring>
+#include <utility>
+#include <vector>
+
+#include "tests/zeph/files/any_matrix.h"
+#include "zeph/files/matrix_file.h"
+#include "zeph/matrix/to_dense.h"
+
+namespace {
+
+using zeph::FileFormat;
+using zeph::ReadOptions;
+using zeph::SparseMatrix;
+
+const std::string kMtx = "%%MatrixMarket matrix coordinate real general\n2 2 2\n1 1 4\n2 1 -1\n";
+
+std::string gzipped(const std::string& text, int window = 31) {
+  z_stream z{};
+  deflateInit2(&z, 9, Z_DEFLATED, window, 8, Z_DEFAULT_STRATEGY);
+  std::string packed(text.size() + 200, '\0');
+  z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(text.data()));
+  z.avail_in = static_cast<uInt>(text.size());
+  z.next_out = reinterpret_cast<Bytef*>(packed.data());
+  z.avail_out = static_cast<uInt>(packed.size());
+  deflate(&z, Z_FINISH);
+  packed.resize(z.total_out);
+  deflateEnd(&z);
+  return packed;
+}
+
+std::string little(std::size_t value, int bytes) {
+  std::string text;
+  for (int k = 0; k < bytes; ++k) text += static_cast<char>(value >> (8 * k));
+  return text;
+}
+
+template <class T>
+std::string npy(const char* type, const std::string& shape, const std::vector<T>& values) {
+  const std::string header =
+      std::string("{'descr': '") + type + "', 'fortran_order': False, 'shape': " + shape + ", }\n";
+  std::string file = "\x93NUMPY\x01" + std::string(1, '\0') + little(header.size(), 2) + header;
+  return file.append(reinterpret_cast<const char*>(values.data()), values.size() * sizeof(T));
+}
+
+// A zip archive, every other member deflated.
+std::string archive(const std::vector<std::pair<std::string, std::string>>& members) {
+  std::string file, directory;
+  for (const auto& [name, content] : members) {
+    const bool packed = members[0].first != name;
+    const std::string raw = packed ? gzipped(content, -15) : content;
+    const auto* bytes = reinterpret_cast<const Bytef*>(content.data());
+    const std::string sizes = little(crc32(0, bytes, static_cast<uInt>(content.size())), 4) +
+                              little(raw.size(), 4) + little(content.size(), 4) +
+                              little(name.size(), 2) + little(0, 2);
+    const std::string common =
+        little(20, 2) + little(0, 2) + little(packed ? 8 : 0, 2) + little(0, 4);
+    directory += "PK\x01\x02" + little(20, 2) + common + sizes + little(0, 10) +
+                 little(file.size(), 4) + name;
+    file += "PK\x03\x04" + common + sizes + name + raw;
+  }
+  const std::string count = little(members.size(), 2);
+  return file + directory + "PK\x05\x06" + little(0, 4) + count + count +
+         little(directory.size(), 4) + little(file.size(), 4) + little(0, 2);
+}
+
+using Ints = std::vector<std::int32_t>;
+
+std::string sparseArchive(const SparseMatrix& m, const std::string& format) {
+  const bool byRows = format == "csr";
+  Ints rows, cols, starts(1, 0), indices;
+  std::vector<double> data;
+  for (std::size_t line = 0; line < (byRows ? m.rows : m.cols); ++line) {
+    for (const auto& e : m.entries) {
+      if ((byRows ? e.row : e.col) != line) continue;
+      rows.push_back(static_cast<int>(e.row));
+      cols.push_back(static_cast<int>(e.col));
+      data.push_back(e.value);
+    }
+    starts.push_back(static_cast<int>(data.size()));
+  }
+  const auto list = [](std::size_t count) { return "(" + std::to_string(count) + ",)"; };
+  std::vector<std::pair<std::string, std::string>> members = {
+      {"format.npy", npy<char>("|S3", "()", {format.begin(), format.end()})},
+      {"shape.npy",
+       npy<std::int64_t>("<i8", "(2,)", {static_cast<long>(m.rows), static_cast<long>(m.cols)})},
+      {"data.npy", npy("<f8", list(data.size()), data)}};
+  if (format == "coo") {
+    members.emplace_back("row.npy", npy("<i4", list(rows.size()), rows));
+    members.emplace_back("col.npy", npy("<i4", list(cols.size()), cols));
+  } else {
+    members.emplace_back("indptr.npy", npy("<i4", list(starts.size()), starts));
+    members.emplace_back("indices.npy", npy("<i4", list(rows.size()), byRows ? cols : rows));
+  }
+  return archive(members);
+}
+
+class FormsTest : public AnyMatrixTest {
+ protected:
+  static std::vector<double> dense(const SparseMatrix& m) { return zeph::toDense(m).values; }
+};
+
+TEST_F(FormsTest, archivesOfScipyAndCompressedFilesReadBack) {
+  const char* formats[] = {"csr", "csc", "coo"};
+  for (int round = 0; round < 30; ++round) {
+    SparseMatrix m = randomMatrix(zeph::Symmetry::General);
+    for (auto& e : m.entries) e.value = std::scalbn(e.value, -std::ilogb(e.value));  // sums fit
+    const std::string file = sparseArchive(m, formats[round % 3]);
+    const SparseMatrix back = zeph::readSparse(write("m.npz", file));
+    EXPECT_TRUE(back.rows == m.rows && back.cols == m.cols);
+    EXPECT_EQ(dense(back), dense(m)) << formats[round % 3];
+    EXPECT_EQ(dense(zeph::readSparse(write("z", gzipped(file)))), dense(m));
+    // Whatever is wrong with an archive, it is read or refused, and never overruns.
+    for (int k = 0; k < 100; ++k) {
+      std::string broken = file;
+      if (k % 4 == 0) {
+        broken.resize(below(broken.size()));
+      } else {
+        broken[below(broken.size())] = static_cast<char>(random_());
+      }
+      try {
+        zeph::readSparse(write("b.npz", broken));
+      } catch (const zeph::Error& e) {
+        EXPECT_TRUE(e.kind() == zeph::ErrorKind::Input || e.kind() == zeph::ErrorKind::Memory)
+            << e.what();
+      }
+    }
+  }
+  const std::string twice = gzipped(kMtx.substr(0, 50)) + gzipped(kMtx.substr(50)) + "\0\0";
+  EXPECT_EQ(dense(zeph::readSparse(write("m.mtx.gz", twice))), (std::vector<double>{4, -1, 0, 0}));
+  const std::string array = npy<float>("<f4", "(2, 3)", {1, 2, 3, 4, 5, 6});
+  EXPECT_EQ(zeph::readDense(write("b.npy", array)).values, (std::vector<double>{1, 4, 2, 5, 3, 6}));
+}
+
+TEST_F(FormsTest, tablesInEverySpelling) {
+  const ReadOptions plain, one = {.oneBased = true}, list = {.format = FileFormat::List};
+  const struct {
+    const char *name, *text;
+    const ReadOptions& options;
+    std::vector<double> values;
+    bool alsoSparse;
+  } cases[] = {
+      {"m.csv", "0,0,1\n1,1,2\n", plain, {1, 0, 0, 2}, true},
+      {"m.csv",
+       "\xEF\xBB\xBFrow;col;value\r\n# all\r\n0;0;1d0\r\n\r\n1; 1 ;2.0D+0 # last\r\n",
+       plain,
+       {1, 0, 0, 2},
+       true},
+      {"m.csv", "\"i\",\"j\",\"v\"\n\"1\",'1',\"1\"\n2.0,2,2", one, {1, 0, 0, 2}, true},
+      {"m.tsv", "0\t0\t1\n1\t1\t2\n", plain, {1, 0, 0, 2}, true},
+      {"m.csv", "0 0 1\n1 1 2\n", list, {0, 1, 0, 1, 1, 2}, false},
+      {"b.txt", "1\n-2\n\n.5d1", plain, {1, -2, 5}, false},
+      {"b", "1 2\n3 4\n", plain, {1, 3, 2, 4}, false},
+      {"b.csv", "index,value\n1,7\n0,8\n", plain, {8, 7}, false},
+      {"b.csv", "1;7\n2;8\n", one, {7, 8}, false},
+      {"b.csv", "x\n7\n8\n", plain, {7, 8}, false},
+      {"m.rb",
+       "title\n 5 1 1 3\nrsa            2             2             3             0\n"
+       "(3I2)           (3I1)           (1P3E9.2)\n 1 3 4\n122\n 4.00E+00-1.00E+00 3.00D+00\n",
+       plain,
+       {4, -1, -1, 3},
+       true},
+  };
+  for (const auto& c : cases) {
+    const std::string file = write(c.name, c.text);
+    EXPECT_EQ(zeph::readDense(file, c.options).values, c.values) << c.text;
+    if (!c.alsoSparse) continue;
+    EXPECT_EQ(dense(zeph::readSparse(file, c.options)), c.values) << c.text;
+  }
+  std::string told;
+  const ReadOptions curious = {.note = [&](const std::string& sentence) { told += sentence; }};
+  zeph::readSparse(write("m.csv", "1,1,4\n2,2,4\n"), curious);
+  EXPECT_NE(told.find("--one-based"), told.npos);
+}
+
+TEST_F(FormsTest, whatIsNoMatrixIsNamed) {
+  const std::string bomb = gzipped(
+      "%%MatrixMarket matrix coordinate real general\n9999999 9999999 "
+      "99999999\n" +
+      [] {
+        std::string lines;
+        for (int k = 0; k < 200000; ++k) lines += "1 1 1\n";
+        return lines;
+      }());
+  using namespace std::string_literals;
+  const struct {
+    std::string name, text, sentence;
+  } cases[] = {
+      {"m.mtx", "\xFF\xFE%\0%\0M\0"s, "m.mtx is text in UTF-16; save it as UTF-8"},
+      {"m.csv", "0\0,\0"s + "0\0,\0"s + "1\0\n\0"s, "m.csv is text in UTF-16"},
+      {"m.mat", "MATLAB 5.0 MAT-file, Platform", "m.mat is a MATLAB MAT-file"},
+      {"m.mtx", "\n <!DOCTYPE HTML PUBLIC", "m.mtx is a web page"},
+      {"m.xlsx", "PK\x03\x04 [Content_Types].xml", "m.xlsx is damaged or no .npz archive"},
+      {"m.mtx", "\x01\x02 noise", "m.mtx holds binary data"},
+      {"m.npy", npy<double>("<f8", "(1,)", {1.0}), "m.npy is a NumPy array"},
+      {"m.npz", "1 2 3\n", "m.npz is text, not the archive"},
+      {"m.npz", archive({{"a.npy", "x"}, {"b.npy", "y"}}), "m.npz is a zip archive"},
+      {"m.gz", gzipped(kMtx).substr(0, 40), "m.gz is cut short"},
+      {"m.gz", gzipped(gzipped(kMtx)), "m.gz is compressed twice"},
+      {"m.bz2", "BZh91AY", "m.bz2 is compressed with bzip2"},
+      {"m.csv", "row,col,value\n0,0,1,5\n",
+       "m.csv, line 2: expected \"row,column,value\", found "
+       "\"0,0,1,5\"; if commas stand"},
+      {"m.csv", "0;0;1,5\n",
+       "m.csv, line 1: the value \"1,5\" has a decimal comma; write decimal "
+       "points, as in 1.5"},
+      {"m.csv", "value,row,col\n1,0,0\n", "m.csv, line 1: the columns are headed"},
+      {"m.csv", "0,0,1\n\n1,2\n", "m.csv, line 3: expected \"row,column,value\", found \"1,2\""},
+      {"m.csv", "0,0,\n", "m.csv, line 1: the value is missing"},
+      {"m.csv", "0,0,a\n", "m.csv, line 1: the value \"a\" is not a number"},
+      {"m.csv", "0,0,nan\n", "m.csv, line 1: the value nan is not finite"},
+      {"m.csv", "0,0,1e999\n", "m.csv, line 1: the value \"1e999\" is not finite"},
+      {"m.csv", "-1,0,1\n",
+       "m.csv, line 1: expected \"row,column,value\", found \"-1\" as the row"},
+      {"m.csv", "1.5,0,1\n",
+       "m.csv, line 1: expected \"row,column,value\", found \"1.5\" as the row"},
+      {"m.csv", "2147483647,0,1\n", "m.csv, line 1: the row index is larger than 2147483646"},
+      {"m.csv", "0,\"0,1\n", "m.csv, line 1: a quote has no end"},
+      {"m.rb", "t\n 3 1 1 1\nrua 2 2 3 0\n(3I2)           (3I1)           (3E9.2)\n 1 3 5\n",
+       "m.rb, line 5: expected a whole number from 3 to 4, found \"5\""},
+  };
+  for (const auto& c : cases) {
+    const std::string file = write(c.name, c.text);
+    expectError([&] { zeph::readSparse(file); }, "3 " + c.sentence);
+  }
+  const std::string file = write("bomb.gz", bomb);
+  EXPECT_LT(bomb.size(), 10000u);
+  expectError([&] { zeph::readSparse(file, {.memoryLimit = 1e6}); },
+              "8 reading bomb.gz would take 1.05 MB of memory, more than the limit of 1 MB");
+  expectError([&] { zeph::readDense(write("b.csv", "0,1\n2,1\n")); },
+              "3 the indices of b.csv are not 0 to 1, each of them once, as 2 shows");
+  expectError([&] { zeph::readDense(write("b.txt", "1 2\n3\n")); },
+              "3 b.txt, line 2: found 1 numbers");
+  expectError([] { zeph::requireMatrixEnding("A.xyz"); }, "2");
+}
+
+}  // namespace
