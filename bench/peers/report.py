@@ -14,11 +14,11 @@ import sys
 import tempfile
 
 import engine_tables
-from text import megabytes, milliseconds, number, ratio, table, times, total, verdict
+from text import megabytes, milliseconds, number, ratio, table, times, times3, total, verdict
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 HERE = os.path.dirname(os.path.abspath(__file__))
-TABLES = ["engine", "variances", "general", "dense", "assembly", "products"]
+TABLES = ["engine", "variances", "general", "dense", "assembly", "products", "bundle"]
 
 FULL = {
     "engine": ["network:100000", "network:300000", "grid2d:300", "grid2d:1000", "grid3d:20",
@@ -29,6 +29,7 @@ FULL = {
     "orders": [4, 8, 16, 64, 100, 128, 200, 256, 258, 1000],
     "triplets": 10**7,
     "product": (10**6, 10**5),
+    "images": {400: 5, 800: 3, 1200: 2, 1800: 2},  # with the rounds for each
     "limits": {"engine": 5, "variances": 3, "general": 24, "dense": 1, "assembly": 12, "products": 2},
     "plot": {2: [32, 56, 100, 178, 300, 550, 1000], 3: [8, 12, 16, 22, 30, 40]},
 }
@@ -39,6 +40,7 @@ QUICK = {
     "orders": [8, 64, 100, 256],
     "triplets": 2 * 10**5,
     "product": (10**5, 10**4),
+    "images": {60: 3, 150: 3},
     "limits": {"engine": 0.5, "variances": 0.3, "general": 3, "dense": 0.1, "assembly": 0.5, "products": 0.1},
     "plot": {2: [16, 24, 32, 48], 3: [6, 8, 10, 12]},
 }
@@ -391,6 +393,42 @@ def products_table(programs, sizes, files, _):
          "ours / Eigen columns", "target"], rows))
 
 
+# ---- bundles
+
+def bundle_table(programs, sizes, files, _):
+    if not programs.has("bundle"):
+        return "## Covariances of cameras\n\nEigen is not installed.\n"
+    rows, parts = [], []
+    for images, rounds in sizes["images"].items():
+        note(f"bundle: {images} images")
+        for r in programs.run("bundle", images, f"--repeats={rounds}"):
+            name = f"{images:,}"
+            for peer in ("dense", "sparse"):
+                if not r.get(peer + "_difference", float("inf")) <= r["tolerance"]:
+                    complain(f"{images} images: our covariances and those of Eigen's {peer} Schur "
+                             f"complement differ by {r.get(peer + '_difference')}")
+            new = r["made"] + r["covariances"]
+            rows.append([name, number(r["points"]), number(r["observations"]),
+                         milliseconds(r["kept"]), milliseconds(new),
+                         milliseconds(r.get("dense")), milliseconds(r.get("sparse")),
+                         times3(ratio(r["kept"], r.get("dense"))),
+                         verdict(ratio(r["kept"], r.get("dense")), 0.1, True),
+                         times3(ratio(new, r.get("dense"))),
+                         times3(ratio(r["kept"], r.get("sparse"))),
+                         times3(ratio(new, r.get("sparse")))])
+            parts.append([name] + [milliseconds(r.get(k)) for k in (
+                "made", "refactorise", "covariances", "dense_complement", "dense_factor",
+                "dense_inverse", "sparse_complement", "sparse_factor", "sparse_inverse")])
+    text = "## Covariances of all cameras of a bundle (ms of processor time)\n\n" + table(
+        ["images", "points", "observations", "ours, analysis kept", "ours, new",
+         "Eigen, dense Schur complement", "Eigen, sparse", "ours kept / dense", "target",
+         "ours new / dense", "ours kept / sparse", "ours new / sparse"], rows)
+    return text + "\n### Its parts (ms)\n\n" + table(
+        ["images", "ours: order, analyse, factorise", "refactorise", "covariances",
+         "dense: complement", "LLT", "inverse", "sparse: complement", "order and LLT", "inverse"],
+        parts)
+
+
 # ---- scaling
 
 def scaling(programs, sizes, cache, folder):
@@ -437,7 +475,7 @@ def main():
     sections = ["## The machine\n\n" + machine(programs)]
     cache = {}
     makers = {"engine": engine_table, "variances": variances_table, "general": general_table, "dense": dense_table,
-              "assembly": assembly_table, "products": products_table}
+              "assembly": assembly_table, "products": products_table, "bundle": bundle_table}
     for name in TABLES:
         if arguments.only in (None, name):
             sections.append(makers[name](programs, sizes, files.get(name, []), cache))

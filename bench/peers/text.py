@@ -20,6 +20,10 @@ def times(x):
     return "–" if x is None else f"{x:.2f} ×" if x < 10 else f"{x:,.0f} ×"
 
 
+def times3(x):
+    return "–" if x is None else f"{x:.3f} ×"
+
+
 def ratio(a, b):
     return None if a is None or not b else a / b
 
