@@ -7,35 +7,35 @@ network, whose colours need a light card.
 
 import argparse
 import math
-import os
 import random
 import re
 import subprocess
-import sys
 import tempfile
 from pathlib import Path
 
+import matplotlib
+import zeph
+from scipy import sparse
+
+matplotlib.use("Agg")
+from matplotlib import pyplot  # noqa: E402
+
 ROOT = Path(__file__).resolve().parents[2]
 GREY = "#7f868f"
+STYLE = {
+    "svg.hashsalt": "zeph",  # the same file from the same numbers
+    "svg.fonttype": "none",
+    "font.family": "sans-serif",
+    "text.color": GREY,
+    "axes.edgecolor": GREY,
+    "axes.labelcolor": GREY,
+    "xtick.color": GREY,
+    "ytick.color": GREY,
+}
 
 
 def spy(folder):
     """A grid of 12 x 12 nodes, numbered row after row: with its factor, and the factor alone."""
-    import zeph
-    from matplotlib import pyplot
-    from scipy import sparse
-
-    pyplot.rcParams.update(
-        {
-            "svg.hashsalt": "zeph",  # the same file from the same numbers
-            "svg.fonttype": "none",
-            "font.family": "sans-serif",
-            "text.color": GREY,
-            "axes.edgecolor": GREY,
-            "xtick.color": GREY,
-            "ytick.color": GREY,
-        }
-    )
     line = sparse.diags([-1.0, 2.1, -1.0], [-1, 0, 1], shape=(12, 12))
     A = sparse.kronsum(line, line)
     left, _ = zeph.plot.spy(A)
@@ -91,12 +91,10 @@ def drive(steps=260, closure=2.1, seed=11):
     return "VERTEX_SE2 0 0 0 0\n" + "\n".join(edges) + "\n"
 
 
-def pose_graph(folder, program):
+def pose_graph(folder):
     graph = folder / "drive.g2o"
     graph.write_text(drive())
-    with tempfile.TemporaryDirectory() as out:
-        poses, picture = Path(out) / "poses.csv", folder / "pose-graph.svg"
-        run(program, "pose-graph", graph, "-o", poses, "--plot", picture)
+    save(zeph.pose_graph(graph).plot().figure, folder / "pose-graph.svg")
 
 
 def run(*command):
@@ -108,18 +106,14 @@ def run(*command):
 
 def main():
     parser = argparse.ArgumentParser()
-    parser.add_argument("--build", type=Path, default=ROOT / "build")
+    parser.add_argument("--zeph", default="zeph", help="the command")
     parser.add_argument("--folder", type=Path, default=ROOT / "docs" / "pictures")
     o = parser.parse_args()
-    sys.dont_write_bytecode = True
-    os.environ.setdefault("MPLBACKEND", "Agg")
-    sys.path.insert(0, str(o.build.resolve() / "python"))
-    program = o.build.resolve() / "cli" / "zeph"
-    folder = o.folder.resolve()
-    folder.mkdir(parents=True, exist_ok=True)
-    spy(folder)
-    network(folder, program)
-    pose_graph(folder, program)
+    o.folder.mkdir(parents=True, exist_ok=True)
+    pyplot.rcParams.update(STYLE)
+    spy(o.folder)
+    network(o.folder, o.zeph)
+    pose_graph(o.folder)
 
 
 if __name__ == "__main__":
