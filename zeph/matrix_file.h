@@ -23,9 +23,9 @@ enum class FileFormat {
 
 /// What a reader lets pass, and what it is told where a file does not tell.
 struct ReadOptions {
-  bool allowNonFinite = false;  ///< NaN and infinities are entries, not errors
-  FileFormat format = FileFormat::Automatic;
-  bool oneBased = false;     ///< indices of CSV files count from 1
+  bool allowNonFinite = false;                ///< NaN and infinities are entries, not errors
+  FileFormat format = FileFormat::Automatic;  ///< what the file is, where it is known
+  bool oneBased = false;                      ///< indices of CSV files count from 1
   double memoryLimit = 0.0;  ///< bytes that the matrix may take; 0 for what the machine has
 
   /// Told in a sentence what looks wrong in a file that can be read all the same.
