@@ -1,8 +1,8 @@
 /** @file
     The public library for C and for other languages. Functions never throw and never print: 0 is
     success, other values are the exit statuses of the zeph command: 2 wrong usage, 3 malformed
-    input, 4 matrix or argument unfit, 5 not positive definite, 6 singular, 8 out of memory. After a
-    failure zeph_last_error() tells what happened.
+    input, 4 matrix or argument unfit, 5 not positive definite, 6 singular, 8 out of memory, 130
+   stopped on request. After a failure zeph_last_error() tells what happened.
 
     Indices are zero-based. A null pointer where an array is needed is status 2; the lengths of
     arrays are not checked. Functions on a const factor may be called from several threads at once.
@@ -56,6 +56,14 @@ typedef struct {
 ZEPH_API int zeph_factor_create(zeph_factor** f, int64_t n, const int64_t* col_starts,
                                 const int64_t* row_indices, const double* values, int symmetric,
                                 const zeph_options* o);
+
+/** The same, and a function that this call and all calls on the factor ask now and then, on their
+    caller's thread: where it returns 0 they stop with status 130. It must return; context is handed
+    on to it. */
+ZEPH_API int zeph_factor_create_watched(zeph_factor** f, int64_t n, const int64_t* col_starts,
+                                        const int64_t* row_indices, const double* values,
+                                        int symmetric, const zeph_options* o,
+                                        int (*proceed)(void* context), void* context);
 
 /** New values for the same pattern, in the order of those that the factor was made from. If it
     fails, the factor has no numbers until it succeeds. */

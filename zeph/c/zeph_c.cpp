@@ -87,6 +87,13 @@ zeph::Options optionsOf(const zeph_options* o, std::size_t n) {
 int zeph_factor_create(zeph_factor** f, int64_t n, const int64_t* col_starts,
                        const int64_t* row_indices, const double* values, int symmetric,
                        const zeph_options* o) {
+  return zeph_factor_create_watched(f, n, col_starts, row_indices, values, symmetric, o, nullptr,
+                                    nullptr);
+}
+
+int zeph_factor_create_watched(zeph_factor** f, int64_t n, const int64_t* col_starts,
+                               const int64_t* row_indices, const double* values, int symmetric,
+                               const zeph_options* o, int (*proceed)(void*), void* context) {
   return guard([&] {
     require(f, "the address of the factor");
     *f = nullptr;
@@ -97,7 +104,11 @@ int zeph_factor_create(zeph_factor** f, int64_t n, const int64_t* col_starts,
     const auto A = zeph::SparseMatrix::fromCompressedColumns(
         order, order, col_starts, row_indices, values,
         symmetric == 1 ? zeph::Symmetry::Symmetric : zeph::Symmetry::General);
-    *f = new zeph_factor{zeph::Factor(A, optionsOf(o, order)), A.entries.size()};
+    zeph::Options options = optionsOf(o, order);
+    if (proceed != nullptr) {
+      options.progress = [=](const char*, double) { return proceed(context) != 0; };
+    }
+    *f = new zeph_factor{zeph::Factor(A, options), A.entries.size()};
   });
 }
 

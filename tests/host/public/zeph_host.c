@@ -56,6 +56,25 @@ static void asks(void) {
   zeph_factor_free(f);
 }
 
+/* Says yes as often as it is told to. */
+static int yes(void* left) {
+  return (*(int*)left)-- > 0;
+}
+
+static void stops(void) {
+  zeph_factor* f = (zeph_factor*)1;
+  int left = 0;
+  double d[3];
+  expect(zeph_factor_create_watched(&f, 3, starts, rows, values, 1, NULL, yes, &left) == 130 &&
+             f == NULL && strstr(zeph_last_error(), "request") != NULL,
+         "stop");
+  left = 1000;
+  expect(zeph_factor_create_watched(&f, 3, starts, rows, values, 1, NULL, yes, &left) == 0, "go");
+  left = 0;
+  expect(zeph_factor_variances(f, d) == 130, "stop later");
+  zeph_factor_free(f);
+}
+
 static void refuses(void) {
   zeph_factor* f = (zeph_factor*)1;
   const int64_t indefinite_starts[] = {0, 2, 3}, out[] = {0, 7, 1};
@@ -98,6 +117,7 @@ static void refuses(void) {
 
 int main(void) {
   asks();
+  stops();
   refuses();
   expect(zeph_version()[0] >= '0' && zeph_version()[0] <= '9', "version");
   if (failures == 0) puts("zeph_host: all fine");
