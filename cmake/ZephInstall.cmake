@@ -6,6 +6,21 @@ include(ZephPackage)
 if(TARGET zeph)
   set_target_properties(zeph PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
   install(TARGETS zeph RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+  zeph_install_licence(tools zeph)
+  set(manual zeph.1)
+  set(zsh_folder site-functions)
+  if(ZEPH_DEBIAN_PACKAGES)
+    set(manual zeph.1.gz)
+    set(zsh_folder vendor-completions)
+  endif()
+  install(FILES ${ZEPH_DOCUMENTS_DIR}/${manual} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
+          COMPONENT tools)
+  install(FILES ${ZEPH_DOCUMENTS_DIR}/zeph.bash RENAME zeph
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
+  install(FILES ${ZEPH_DOCUMENTS_DIR}/_zeph
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/${zsh_folder} COMPONENT tools)
+  install(FILES ${ZEPH_DOCUMENTS_DIR}/zeph.fish
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT tools)
 endif()
 
 if(TARGET zeph_solver)
@@ -64,6 +79,17 @@ if(TARGET zeph_public)
       zeph/zeph.h
       zeph/zeph_c.h
     PKG_CONFIG_LIBS -lzeph)
-  # What the library calls on its own behalf.
-  install(TARGETS zttypes LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT zeph)
+endif()
+
+# What both libraries call on their own behalf.
+zeph_install_licence(zttypes zttypes)
+if(NOT TARGET zeph_solver)
+  install(TARGETS zttypes LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT zttypes
+          NAMELINK_SKIP)
+endif()
+
+if(ZEPH_DEBIAN_PACKAGES)
+  include(ZephDebian)
+else()
+  include(ZephUninstall)
 endif()

@@ -1,6 +1,15 @@
 # One installed package of the project: libraries, headers, CMake package and pkg-config file.
 include(CMakePackageConfigHelpers)
 
+# zeph_install_licence(COMPONENT FOLDER): LICENSE goes with every component. A Debian package has it
+# under another name.
+function(zeph_install_licence component folder)
+  if(NOT ZEPH_DEBIAN_PACKAGES)
+    install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${folder}
+            COMPONENT ${component})
+  endif()
+endfunction()
+
 # zeph_install_package(NAME
 #   TARGETS target...           the shared library NAME and what it brings along
 #   INCLUDE_DIR dir             where its headers begin; they keep their folders below it
@@ -9,8 +18,10 @@ include(CMakePackageConfigHelpers)
 #   PKG_CONFIG_LIBS flag...)    what a program links, as linker flags
 #
 # Gives find_package(NAME) with NAME::target, also from the build tree (-DNAME_DIR=<build folder>),
-# and `pkg-config NAME`. Everything belongs to the install component NAME. A target is in one package;
-# another package whose targets link it depends on that one. EXPORT_NAME is a target's name there.
+# and `pkg-config NAME`. What programs need at run time belongs to the install component NAME, what
+# they are built with to NAME_dev; the run-time part of zttypes is a component of its own. A target
+# is in one package; another package whose targets link it depends on that one. EXPORT_NAME is a
+# target's name there.
 function(zeph_install_package name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "INCLUDE_DIR" "TARGETS;HEADERS;DEPENDS;PKG_CONFIG_LIBS")
   if(arg_UNPARSED_ARGUMENTS)
@@ -18,17 +29,27 @@ function(zeph_install_package name)
   endif()
 
   set_target_properties(${arg_TARGETS} PROPERTIES INSTALL_RPATH "$ORIGIN")
-  install(TARGETS ${arg_TARGETS} EXPORT ${name}_targets COMPONENT ${name}
-          LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-          ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  foreach(target IN LISTS arg_TARGETS)
+    set(run_time ${name})
+    if(target STREQUAL "zttypes")
+      set(run_time zttypes)
+    endif()
+    install(TARGETS ${target} EXPORT ${name}_targets
+            LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+              COMPONENT ${run_time} NAMELINK_COMPONENT ${name}_dev
+            ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${name}_dev)
+  endforeach()
   foreach(header IN LISTS arg_HEADERS)
     cmake_path(GET header PARENT_PATH folder)
     install(FILES ${PROJECT_SOURCE_DIR}/${header} DESTINATION ${arg_INCLUDE_DIR}/${folder}
-            COMPONENT ${name})
+            COMPONENT ${name}_dev)
   endforeach()
+  zeph_install_licence(${name} ${name})
+  zeph_install_licence(${name}_dev ${name})
 
   set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/${name})
-  install(EXPORT ${name}_targets NAMESPACE ${name}:: DESTINATION ${package_dir} COMPONENT ${name})
+  install(EXPORT ${name}_targets NAMESPACE ${name}:: DESTINATION ${package_dir}
+          COMPONENT ${name}_dev)
   export(EXPORT ${name}_targets NAMESPACE ${name}:: FILE ${PROJECT_BINARY_DIR}/${name}_targets.cmake)
   list(TRANSFORM arg_DEPENDS REPLACE "(.+)" "find_dependency(\\1)")
   list(JOIN arg_DEPENDS "\n" dependencies)
@@ -38,7 +59,7 @@ function(zeph_install_package name)
     COMPATIBILITY SameMajorVersion)
   install(FILES ${PROJECT_BINARY_DIR}/${name}-config.cmake
                 ${PROJECT_BINARY_DIR}/${name}-config-version.cmake
-          DESTINATION ${package_dir} COMPONENT ${name})
+          DESTINATION ${package_dir} COMPONENT ${name}_dev)
 
   # Relative to the file itself, so that the installed tree may be moved.
   file(RELATIVE_PATH to_headers ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig
@@ -46,5 +67,5 @@ function(zeph_install_package name)
   list(JOIN arg_PKG_CONFIG_LIBS " " libraries)
   configure_file(${PROJECT_SOURCE_DIR}/cmake/package.pc.in ${PROJECT_BINARY_DIR}/${name}.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
-          COMPONENT ${name})
+          COMPONENT ${name}_dev)
 endfunction()
