@@ -1,6 +1,7 @@
 """Builds the extension of the Python module with CMake; `pip install . --no-build-isolation`."""
 
 import pathlib
+import re
 import subprocess
 import sys
 
@@ -8,6 +9,7 @@ from setuptools import Extension, setup
 from setuptools.command.build_ext import build_ext
 
 ROOT = pathlib.Path(__file__).resolve().parent
+VERSION = re.search(r"^project\(.* VERSION (\S+)", (ROOT / "CMakeLists.txt").read_text(), re.M)[1]
 
 
 class BuildWithCMake(build_ext):
@@ -26,6 +28,7 @@ class BuildWithCMake(build_ext):
 
 
 setup(
+    version=VERSION,
     packages=["zeph"],
     package_dir={"zeph": "python/zeph"},
     package_data={"zeph": ["py.typed", "*.pyi"]},

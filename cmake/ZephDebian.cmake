@@ -33,7 +33,7 @@ set(environment "$ENV{SOURCE_DATE_EPOCH}")
 set(ENV{SOURCE_DATE_EPOCH} ${ZEPH_SOURCE_EPOCH})
 string(TIMESTAMP day "%a, %d %b %Y %H:%M:%S +0000" UTC)
 set(ENV{SOURCE_DATE_EPOCH} ${environment})
-file(WRITE ${folder}/epoch "SOURCE_DATE_EPOCH=${ZEPH_SOURCE_EPOCH}\n")
+file(WRITE ${folder}/epoch "${ZEPH_SOURCE_EPOCH}\n")
 configure_file(cmake/debian/changelog.in ${folder}/changelog.Debian @ONLY)
 execute_process(COMMAND gzip -9nkf ${folder}/changelog.Debian COMMAND_ERROR_IS_FATAL ANY)
 
@@ -82,7 +82,8 @@ if(TARGET zeph_solver)
   zeph_debian_package(zeph_solver_dev libzeph-solver-dev libdevel
     "sparse assembly, direct solves and partial inverses - development files"
     "Headers for C++17, CMake package and pkg-config file of libzeph-solver, and its\ndense library as a static one."
-    DEPENDS "libzeph-solver${generation} ${exactly}" "libzttypes${generation} ${exactly}")
+    DEPENDS "libzeph-solver${generation} ${exactly}" "libzttypes${generation} ${exactly}"
+            libsuitesparse-dev libmetis-dev)
 endif()
 zeph_debian_package(tools zeph math
   "sparse linear systems and variances on the command line"

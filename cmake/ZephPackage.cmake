@@ -61,9 +61,17 @@ function(zeph_install_package name)
                 ${PROJECT_BINARY_DIR}/${name}-config-version.cmake
           DESTINATION ${package_dir} COMPONENT ${name}_dev)
 
-  # Relative to the file itself, so that the installed tree may be moved.
-  file(RELATIVE_PATH to_headers ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig
-       ${CMAKE_INSTALL_PREFIX}/${arg_INCLUDE_DIR})
+  # Relative to the file itself, so that the installed tree may be moved; the system's folders by
+  # name, which pkg-config then leaves out.
+  if(ZEPH_DEBIAN_PACKAGES)
+    set(pc_libdir ${CMAKE_INSTALL_FULL_LIBDIR})
+    set(pc_includedir ${CMAKE_INSTALL_PREFIX}/${arg_INCLUDE_DIR})
+  else()
+    file(RELATIVE_PATH to_headers ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig
+         ${CMAKE_INSTALL_PREFIX}/${arg_INCLUDE_DIR})
+    set(pc_libdir "\${pcfiledir}/..")
+    set(pc_includedir "\${pcfiledir}/${to_headers}")
+  endif()
   list(JOIN arg_PKG_CONFIG_LIBS " " libraries)
   configure_file(${PROJECT_SOURCE_DIR}/cmake/package.pc.in ${PROJECT_BINARY_DIR}/${name}.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
