@@ -4,7 +4,7 @@
     build.py --build build --site build/site
 
 needs the command and the Python module in the build tree. Warnings are errors, and so is anything
-that a page would fetch from elsewhere.
+that a page would fetch from elsewhere, or that leads nowhere.
 """
 
 import argparse
@@ -14,6 +14,7 @@ import shutil
 import subprocess
 import sys
 from pathlib import Path
+from urllib.parse import unquote
 
 sys.dont_write_bytecode = True
 
@@ -92,6 +93,21 @@ def fetched_from_elsewhere(site):
                 yield f"{file.relative_to(site)}: {match[0]}"
 
 
+def leads_nowhere(site):
+    """Links and pictures of pages to files and places of the site that are not there."""
+    pages = {p.resolve(): p.read_text(encoding="utf-8") for p in site.rglob("*.html")}
+    places = {p: set(re.findall(r"""\b(?:id|name)=["']?([^"'> ]+)""", t)) for p, t in pages.items()}
+    for page, text in sorted(pages.items()):
+        found = set(re.findall(r"""<(?:a|img|link|script)\b[^>]*?\b(?:href|src)=["']([^"']+)""", text))
+        for target in sorted(t for t in found if not re.match(r"[a-z]+:|/", t)):
+            path, _, place = unquote(target).partition("#")
+            file = (page.parent / path.split("?")[0]).resolve() if path else page
+            file = file / "index.html" if file.is_dir() else file
+            there = file.exists() and (not place or place in places.get(file, ()))
+            if not there and page.name != "404.html":
+                yield f"{page.relative_to(site.resolve())}: {target}"
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--build", type=Path, default=ROOT / "build")
@@ -109,9 +125,10 @@ def main():
     if built.returncode:
         print(built.stdout)
         return built.returncode
-    elsewhere = list(fetched_from_elsewhere(o.site))
-    print("\n".join(elsewhere))
-    return 1 if elsewhere else 0
+    wrong = [f"{where}, from elsewhere" for where in fetched_from_elsewhere(o.site)]
+    wrong += [f"{where} leads nowhere" for where in leads_nowhere(o.site)]
+    print("\n".join(wrong))
+    return 1 if wrong else 0
 
 
 if __name__ == "__main__":
