@@ -17,6 +17,13 @@ def general(n, seed=0, density=0.15):
     return (sparse.random(n, n, density, random_state=rng) + sparse.diags(3.0 + rng.random(n))).tocsc()
 
 
+def arrow(n):
+    """Whose factor in the natural order is full."""
+    first, rest = np.zeros(n - 1, int), np.arange(1, n)
+    side = sparse.coo_matrix((np.ones(n - 1), (first, rest)), shape=(n, n))
+    return (side + side.T + n * sparse.identity(n)).tocsc()
+
+
 def grid(m):
     """Laplacian of an m x m x m grid, made definite."""
     line = sparse.diags([-1.0, 2.1, -1.0], [-1, 0, 1], shape=(m, m))

@@ -10,7 +10,7 @@ import time
 import numpy as np
 import pytest
 import zeph
-from matrices import definite, general, grid, rings
+from matrices import arrow, definite, general, grid, rings
 from scipy import sparse
 
 GOOD = definite(8)
@@ -75,6 +75,7 @@ with tempfile.NamedTemporaryFile("w", suffix=".g2o") as file:
     (lambda: F.sample(1, -1), ValueError, "seed is -1"),
     (lambda: F.sample(1.5, 1), TypeError, "count must be an integer"),
     (lambda: F.sample(2**50, 1), MemoryError, "memory"),
+    (lambda: zeph.factorize(arrow(300_000), ordering="natural"), MemoryError, "of memory; .* available"),
     (lambda: F.trace_inverse_times(np.ones((2, 2))), ValueError, "needs 8 x 8"),
     (lambda: zeph.factorize([[0.0, 2.0], [2.0, 0.0]]).logdet(), ValueError, "negative"),
     (lambda: zeph.factorize(general(20)).selected_inverse(), ValueError, "LU"),
