@@ -7,7 +7,8 @@
 #include <vector>
 
 #include "kernels/panel_storage.h"
-#include "kernels/triangles/panel_cholesky.h"
+#include "kernels/products/outer_product.h"
+#include "kernels/triangles/front_cholesky.h"
 #include "sparse/symbolic/tree.h"
 
 namespace korin::sparse {
@@ -24,7 +25,6 @@ constexpr double kWorkPerCheckpoint = 1e7;
 /// A leaf's update matrix is made in pieces that stay in the first-level cache.
 constexpr Index kLeafColumns = 24;
 constexpr Index kLeafRows = 96;
-
 size_t square(Index order) {
   return static_cast<size_t>(order) * static_cast<size_t>(order);
 }
@@ -38,15 +38,17 @@ size_t updateSize(const Symbolic& s, Index g) {
   return isLeaf(s, g) ? 0 : square(s.below(g));
 }
 
-/// Update matrices of one thread's fronts. Those of neighbouring levels of the tree lie on
-/// different stacks: a front's children are on top of one when its own goes to the other.
+/// Update matrices of one thread's fronts, and scratch. Those of neighbouring levels of the tree
+/// lie on different stacks: a front's children are on top of one when its own goes to the other.
 struct Stacks {
-  std::array<kernels::PanelStorage, 2> memory;
-  std::array<size_t, 2> room{};
+  std::array<kernels::PanelStorage, 3> memory;
+  std::array<size_t, 3> room{};
   std::array<size_t, 2> used{};
 
-  void reserve(const std::array<size_t, 2>& wanted) {
-    for (int i : {0, 1}) {
+  double* scratch() const { return memory[2].get(); }
+
+  void reserve(const std::array<size_t, 3>& wanted) {
+    for (int i : {0, 1, 2}) {
       if (room[i] >= wanted[i]) continue;
       memory[i].reset();
       room[i] = 0;
@@ -80,15 +82,17 @@ class Factoriser {
     return failed == s_.n ? -1 : s_.permutation[failed];
   }
 
-  /// Most doubles that a task's fronts leave on each stack.
-  static std::array<size_t, 2> stackRoom(const Symbolic& s, const std::vector<unsigned char>& level,
+  /// Most doubles that a task's fronts leave on each stack, and those of their scratch.
+  static std::array<size_t, 3> stackRoom(const Symbolic& s, const std::vector<unsigned char>& level,
                                          Index first, Index last) {
     std::array<size_t, 2> used{};
-    std::array<size_t, 2> most{};
+    std::array<size_t, 3> most{};
     for (Index g = first; g < last; ++g) {
       const bool stays = s.parent[g] >= 0 && s.parent[g] < last;
       if (stays) used[level[g]] += updateSize(s, g);
       most[level[g]] = std::max(most[level[g]], used[level[g]]);
+      most[2] = std::max(most[2], kernels::frontScratch(static_cast<size_t>(s.height(g)),
+                                                        static_cast<size_t>(s.width(g))));
       forEachChild(s, g, [&](Index child) {
         if (child >= first) used[level[child]] -= updateSize(s, child);
       });
@@ -116,7 +120,7 @@ class Factoriser {
       // The first failure in the order of elimination is the one to tell, whoever finds one first.
       if (s_.firstColumn[g] > failedColumn_.load(std::memory_order_relaxed)) return;
       makeRoom(g, last, stacks);
-      front(g);
+      front(g, stacks.scratch());
       releaseChildren(g, first, stacks);
       const double done = frontWork(s_, g);
       if (meter_ != nullptr) meter_->add(done);
@@ -151,26 +155,26 @@ class Factoriser {
     });
   }
 
-  void front(Index g) {
+  void front(Index g, double* scratch) {
     kernels::Team* const team = frontWork(s_, g) > kSharedFront ? &team_ : nullptr;
-    const Index height = s_.height(g);
-    if (team == nullptr) {
-      assemble(g, 0, height);
-    } else {
-      const int pieces = (height + kSharedColumns - 1) / kSharedColumns;
-      team->forEach(pieces, [&](int piece) {
-        const Index begin = piece * kSharedColumns;
-        assemble(g, begin, std::min(begin + kSharedColumns, height));
-      });
-    }
-    const auto h = static_cast<size_t>(height);
-    const auto w = static_cast<size_t>(s_.width(g));
-    const size_t done = kernels::panelCholesky(h, w, panel(g), h, team);
+    const Index width = s_.width(g);
+    const auto h = static_cast<size_t>(s_.height(g));
+    const auto w = static_cast<size_t>(width);
+    assembleShared(g, 0, width, team);
+    const bool passesOn = updateSize(s_, g) != 0;
+    const size_t done =
+        kernels::frontCholesky(h, w, panel(g), h, passesOn ? update_[g] : nullptr, scratch, team);
     if (done < w) return reportFailure(s_.firstColumn[g] + static_cast<Index>(done));
-    if (updateSize(s_, g) != 0) {
-      kernels::subtractOuterProduct(h - w, h - w, w, panel(g) + w, h, update_[g], h - w,
-                                    kernels::Write::AddTo, team);
-    }
+    if (passesOn) assembleShared(g, width, s_.height(g), team);
+  }
+
+  void assembleShared(Index g, Index first, Index last, kernels::Team* team) {
+    if (team == nullptr) return assemble(g, first, last);
+    const int pieces = (last - first + kSharedColumns - 1) / kSharedColumns;
+    team->forEach(pieces, [&](int piece) {
+      const Index begin = first + piece * kSharedColumns;
+      assemble(g, begin, std::min(begin + kSharedColumns, last));
+    });
   }
 
   void reportFailure(Index column) {
@@ -179,8 +183,8 @@ class Factoriser {
     }
   }
 
-  /// Columns begin .. end-1 of a front, own and below alike: the matrix's entries and the
-  /// children's update matrices.
+  /// Columns begin .. end-1 of a front, all its own or all below: its own get the matrix's entries,
+  /// all of them the children's update matrices.
   void assemble(Index g, Index begin, Index end) {
     const Index width = s_.width(g);
     const Index height = s_.height(g);
@@ -194,17 +198,13 @@ class Factoriser {
       }
     }
     if (isLeaf(s_, g)) return;
-    for (Index c = std::max(begin, width) - width; c < end - width; ++c) {
-      std::fill_n(update_[g] + static_cast<size_t>(c) * static_cast<size_t>(below) + c, below - c,
-                  0.0);
-    }
     const Target target{panel(g), update_[g], static_cast<size_t>(height),
                         static_cast<size_t>(below), width};
     forEachChild(s_, g, [&](Index child) {
       const Index count = s_.below(child);
       const Index* const place = s_.parentPlace.data() + s_.rowStart[child] + s_.width(child);
-      const auto first = static_cast<Index>(std::lower_bound(place, place + count, begin) - place);
-      const auto last = static_cast<Index>(std::lower_bound(place, place + count, end) - place);
+      const Index first = begin == 0 ? 0 : firstFrom(begin, place, count);
+      const Index last = end == height ? count : firstFrom(end, place, count);
       if (isLeaf(s_, child)) {
         addLeaf(child, place, first, last, target);
       } else {
@@ -215,6 +215,11 @@ class Factoriser {
         }
       }
     });
+  }
+
+  /// The first of `count` ascending places that is not below `wanted`.
+  static Index firstFrom(Index wanted, const Index* place, Index count) {
+    return static_cast<Index>(std::lower_bound(place, place + count, wanted) - place);
   }
 
   /// A column of a front in memory, and the place in the whole front of the row it begins with.
@@ -261,8 +266,10 @@ class Factoriser {
       for (Index i = j; i < count;) {
         const Index rows = std::min(i == j ? columns + kLeafRows : kLeafRows, count - i);
         const auto room = static_cast<size_t>(rows);
-        kernels::subtractBlock(room, static_cast<size_t>(columns), inner, l21 + i, l21 + j, stride,
-                               piece, room);
+        const auto below = static_cast<size_t>(i - j);
+        kernels::subtractOuterProduct(kernels::unpackedRows(l21 + j, stride), inner,
+                                      {below, below + room, 0, static_cast<size_t>(columns)}, piece,
+                                      room, false);
         for (Index c = 0; c < columns; ++c) {
           const Index skip = i == j ? c : 0;
           addColumn(piece + static_cast<size_t>(c) * room + skip, place + i + skip, rows - skip,
@@ -305,7 +312,7 @@ double frontMemory(const Symbolic& symbolic, int threads) {
     const Index first = schedule.first[t];
     const Index last = schedule.first[t + 1];
     const auto room = Factoriser::stackRoom(symbolic, level, first, last);
-    stacks = std::max(stacks, static_cast<double>(room[0] + room[1]));
+    stacks = std::max(stacks, static_cast<double>(room[0] + room[1] + room[2]));
     for (Index g = first; g < last; ++g) {
       if (symbolic.parent[g] >= last) waiting += static_cast<double>(updateSize(symbolic, g));
       mostWaiting = std::max(mostWaiting, waiting);

@@ -3,6 +3,7 @@
 #include <limits>
 
 #include "kernels/processor.h"
+#include "kernels/triangles/front_cholesky.h"
 #include "tests/math/dense/dense_testing.h"
 
 namespace {
@@ -107,6 +108,48 @@ TEST_P(KernelsOnEveryLevel, FusedProductTakesAnyStridesAndSigns) {
     for (std::size_t i = 0; i < c.data.size(); ++i) {
       ASSERT_NEAR(c.data[i], expected.data[i], 1e-15 * double(k + 1)) << m << "x" << n << "x" << k;
     }
+  }
+}
+
+TEST_P(KernelsOnEveryLevel, FrontCholeskyFactorisesPanelsAndPassesOnWhatIsLeft) {
+  std::vector<std::pair<ZtSize, ZtSize>> shapes = {{8, 8}, {500, 5}, {237, 197}, {410, 400}};
+  for (int k = 0; k < 20; ++k) shapes.emplace_back(pick(60, 130), pick(1, 60));
+  for (const auto& [rows, columns] : shapes) {
+    SCOPED_TRACE(testing::Message() << rows << " x " << columns);
+    const ZtSize below = rows - columns, stride = rows + pick(0, 3);
+    std::vector<double> factor(rows * columns), panel(stride * columns, 0.5), update(below * below);
+    std::vector<double> scratch(frontScratch(rows, columns));
+    // Products of known factors: A = L L^T.
+    const auto l = [&, height = rows](ZtSize i, ZtSize j) -> double& {
+      return factor[i + j * height];
+    };
+    const auto product = [&](ZtSize i, ZtSize j) {
+      double sum = 0.0;
+      for (ZtSize k = 0; k <= std::min(j, columns - 1); ++k) sum += l(i, k) * l(j, k);
+      return sum;
+    };
+    for (ZtSize j = 0; j < columns; ++j) {
+      for (ZtSize i = j; i < rows; ++i) l(i, j) = i == j ? 8.0 : uniform();
+    }
+    for (ZtSize j = 0; j < columns; ++j) {
+      for (ZtSize i = j; i < rows; ++i) panel[i + j * stride] = product(i, j);
+    }
+    std::vector<double> broken = panel;
+    ASSERT_EQ(
+        frontCholesky(rows, columns, panel.data(), stride, update.data(), scratch.data(), nullptr),
+        columns);
+    for (ZtSize i = 0; i < rows; ++i) {
+      for (ZtSize j = 0; j <= std::min(i, columns - 1); ++j) {
+        ASSERT_NEAR(panel[i + j * stride], l(i, j), 1e-12) << i << ' ' << j;
+      }
+      for (ZtSize j = columns; j <= i; ++j) {
+        ASSERT_NEAR(update[i - columns + (j - columns) * below], -product(i, j), 1e-11) << i;
+      }
+    }
+    const ZtSize bad = pick(0, static_cast<int>(columns) - 1);
+    broken[bad * (stride + 1)] = bad % 2 == 0 ? -1.0 : std::nan("");
+    EXPECT_EQ(frontCholesky(rows, columns, broken.data(), stride, nullptr, scratch.data(), nullptr),
+              bad);
   }
 }
 
