@@ -20,24 +20,32 @@ using PanelStorage = std::unique_ptr<double[], FreeBlock>;
 
 /// Blocks of this many bytes ask for huge pages: touching fresh memory 4 KiB at a time costs as
 /// much as the arithmetic on the panels of a 2-D problem.
-inline constexpr std::size_t kLargePanels = std::size_t{1} << 19;
+inline constexpr std::size_t kLargePanels = std::size_t{1} << 21;
+
+inline constexpr std::size_t kHugePage = std::size_t{1} << 21;
+
+/// Bytes that `rawPanels` asks the system for.
+inline std::size_t panelBytes(std::size_t count) {
+  const std::size_t bytes = count * sizeof(double);
+  return bytes >= kLargePanels ? bytes + kHugePage : bytes + 1;
+}
 
 /// `count` uninitialised doubles. Throws std::bad_alloc.
 inline PanelStorage rawPanels(std::size_t count) {
-  constexpr std::size_t kHugePage = std::size_t{1} << 21;
   const std::size_t bytes = count * sizeof(double);
   const bool large = bytes >= kLargePanels;
-  const std::size_t rounded = (bytes + kHugePage - 1) / kHugePage * kHugePage;
-  // A huge page more than needed, not to be touched, so that one can begin within the block. The
-  // block is freed as large as that, which the GNU C library takes as a hint to keep so much freed
-  // memory for the next call instead of giving it back to the system page by page.
-  std::size_t space = large ? rounded + kHugePage : bytes + 1;
+  // A huge page more than needed, not to be touched, so that one can begin within the block; what
+  // does not fill a last one lies in small pages. The block is freed as large as that, which the
+  // GNU C library takes as a hint to keep so much freed memory for the next call instead of giving
+  // it back to the system page by page.
+  std::size_t space = panelBytes(count);
   void* const block = std::malloc(space);
   if (block == nullptr) throw std::bad_alloc();
   void* start = block;
   if (large) {
-    std::align(kHugePage, rounded, start, space);
-    madvise(start, rounded, MADV_HUGEPAGE);  // a wish: whether it is granted is no matter
+    std::align(kHugePage, bytes, start, space);
+    // A wish: whether it is granted is no matter.
+    madvise(start, bytes / kHugePage * kHugePage, MADV_HUGEPAGE);
   }
   return PanelStorage(static_cast<double*>(start), FreeBlock{block});
 }

@@ -46,8 +46,9 @@ struct Options {
   /// Outside the ordering libraries it is called at least ten times a second.
   ProgressCall progress;
 
-  /// Bytes that the factor and each call may take; 0 for what the machine has. A need above it is
-  /// predicted and refused with Error(Memory) before the memory is taken.
+  /// Bytes that the factor may take together with what any call takes beside it, results that the
+  /// call returns left out; 0 for what the machine has. A need above it is predicted and refused
+  /// with Error(Memory) before the memory is taken.
   double memoryLimit = 0.0;
 };
 

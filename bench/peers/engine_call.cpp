@@ -25,6 +25,17 @@ double processorSeconds(const Work& work) {
   return static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
 }
 
+/// Brings the values to their places.
+void fill(const Triplets& t, Engine& engine) {
+  std::vector<double>& value = engine.entries.value;
+  value.assign(engine.entries.position.size(), 0.0);
+  const double* next = t.value.data();
+  engine.slots.forEach([&](Offset at, bool mirrored) {
+    if (!mirrored) value[static_cast<std::size_t>(at)] += *next;
+    ++next;
+  });
+}
+
 void factoriseInto(Engine& engine, Team& team) {
   if (factorise(engine.symbolic, engine.entries, engine.panels.get(), team, nullptr) >= 0)
     throw std::domain_error("the matrix is not positive definite");
@@ -64,13 +75,15 @@ Stages callEngine(const Triplets& t, int threads, Engine& engine, double* varian
     {
       Columns lower;
       s.assembly = timed([&] {
-        lower = assembleTriplets(t.n, t.n, t.row.data(), t.col.data(), t.value.data(), t.row.size(),
-                                 Part::LowerOfBoth, &engine.slot);
+        const Places<Index> places{t.row.data(), t.col.data(), t.row.size()};
+        lower = assemblePattern(t.n, t.n, places, Part::LowerOfBoth);
+        findSlots(lower, places, Part::LowerOfBoth, engine.slots);
       });
       s.analysis = timed([&] { engine.symbolic = analyse(lower.view()); });
       s.placement =
-          timed([&] { engine.entries = place(engine.symbolic, lower.view(), &engine.slot); });
+          timed([&] { engine.entries = place(engine.symbolic, lower.view(), &engine.slots); });
     }
+    s.placement += timed([&] { fill(t, engine); });
     s.factor = timed([&] {
       engine.panels =
           korin::kernels::rawPanels(static_cast<std::size_t>(engine.symbolic.storage()));
@@ -84,11 +97,7 @@ Stages callEngine(const Triplets& t, int threads, Engine& engine, double* varian
 double refactorise(const Triplets& t, int threads, Engine& engine, double* variances) {
   return seconds([&] {
     Team team(threads);
-    std::vector<double>& value = engine.entries.value;
-    std::fill(value.begin(), value.end(), 0.0);
-    for (std::size_t k = 0; k < t.value.size(); ++k) {
-      if (engine.slot[k] != kSkipped) value[static_cast<std::size_t>(engine.slot[k])] += t.value[k];
-    }
+    fill(t, engine);
     factoriseInto(engine, team);
     invert(engine, variances, team);
   });

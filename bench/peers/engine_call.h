@@ -29,7 +29,7 @@ struct Stages {
 struct Engine {
   korin::sparse::Symbolic symbolic;
   korin::sparse::PlacedEntries entries;
-  std::vector<korin::sparse::Offset> slot;
+  korin::sparse::Slots slots;
   korin::kernels::PanelStorage panels;
   double residual = 0.0;
 };

@@ -107,10 +107,20 @@ InverterSizes::InverterSizes(const PanelStructure& s) {
   }
 }
 
+size_t InverterSizes::values() const {
+  return triangle() + scratch() + y + strip;
+}
+
+size_t InverterSizes::triangle() const {
+  return widest * widest + kernels::kSmallTriangle;
+}
+
+size_t InverterSizes::scratch() const {
+  return widest * widest / 4 + 8 * widest;
+}
+
 double InverterSizes::bytes() const {
-  const double values = static_cast<double>(widest) * static_cast<double>(widest) * 1.25 +
-                        static_cast<double>(8 * widest + y + strip);
-  return sizeof(double) * values +
+  return static_cast<double>(kernels::panelBytes(values())) +
          (sizeof(Index) + sizeof(PanelInverter::Run)) * static_cast<double>(tallest);
 }
 
@@ -119,10 +129,11 @@ PanelInverter::PanelInverter(const PanelStructure& structure, const InverterSize
     : s_(structure),
       team_(team),
       invertSmall_(kernels::smallTriangleInverse()),
-      w_(kernels::rawPanels(sizes.widest * sizes.widest + kernels::kSmallTriangle)),
-      scratch_(kernels::rawPanels(sizes.widest * sizes.widest / 4 + 8 * sizes.widest)),
-      y_(kernels::rawPanels(sizes.y)),
-      strip_(kernels::rawPanels(sizes.strip)),
+      workspace_(kernels::rawPanels(sizes.values())),
+      w_(workspace_.get()),
+      scratch_(w_ + sizes.triangle()),
+      y_(scratch_ + sizes.scratch()),
+      strip_(y_ + sizes.y),
       place_(sizes.tallest) {
   runs_.reserve(sizes.tallest);
 }
@@ -222,7 +233,7 @@ void PanelInverter::multiplyByKnown(const Part& part, Block y, kernels::Team* te
   findRuns(part);
   for (size_t first = 0; first < count; first += kStripWidth) {
     const size_t end = std::min(first + kStripWidth, count);
-    const Block strip{strip_.get(), 1, static_cast<ptrdiff_t>(count - first)};
+    const Block strip{strip_, 1, static_cast<ptrdiff_t>(count - first)};
     gatherStrip(part, first, end, strip, team);
     forPieces(team, pieces(count - first, kPieceRows), [&](size_t piece) {
       const size_t i = piece * kPieceRows;
@@ -286,10 +297,10 @@ void PanelInverter::invertPart(const Part& part) {
   const double operations = 2.0 * static_cast<double>(n) * static_cast<double>(part.count) *
                             static_cast<double>(part.count + n);
   kernels::Team* const team = operations > kWorthSharing ? team_ : nullptr;
-  const Block w{w_.get(), static_cast<ptrdiff_t>(n), 1};
+  const Block w{w_, static_cast<ptrdiff_t>(n), 1};
   // Row-major, so that Y^T is read along its rows.
-  const Block y{y_.get(), static_cast<ptrdiff_t>(n), 1};
-  invertTriangle(invertSmall_, n, part.l11, w, scratch_.get());
+  const Block y{y_, static_cast<ptrdiff_t>(n), 1};
+  invertTriangle(invertSmall_, n, part.l11, w, scratch_);
   if (part.count > 0) {
     multiplyByTriangle(part, w, y, team);
     multiplyByKnown(part, y, team);
@@ -304,9 +315,9 @@ void PanelInverter::invertColumn(const Part& part) {
   const double reciprocal = 1.0 / *part.l11.data;
   const double* const l21 = part.l21.data;
   double* const z = part.under.data;
-  double* const y = y_.get();
+  double* const y = y_;
   for (size_t i = 0; i < count; ++i) y[i] = l21[i] * reciprocal;
-  const Block known{strip_.get(), 1, static_cast<ptrdiff_t>(count)};
+  const Block known{strip_, 1, static_cast<ptrdiff_t>(count)};
   findRuns(part);
   gatherStrip(part, 0, count, known, nullptr);
   double square = reciprocal * reciprocal;

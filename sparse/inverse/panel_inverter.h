@@ -38,6 +38,9 @@ struct InverterSizes {
   explicit InverterSizes(const PanelStructure& structure);
   /// Of one inverter.
   double bytes() const;
+  std::size_t values() const;
+  std::size_t triangle() const;
+  std::size_t scratch() const;
 
   std::size_t widest = 0;
   std::size_t y = 0;
@@ -100,10 +103,11 @@ class PanelInverter {
   kernels::TriangleInverseFunction invertSmall_;
   std::vector<Run> runs_;
   /// Of each row below the part its place among the rows of the ancestor being read.
-  kernels::PanelStorage w_;
-  kernels::PanelStorage scratch_;
-  kernels::PanelStorage y_;
-  kernels::PanelStorage strip_;
+  kernels::PanelStorage workspace_;
+  double* w_;
+  double* scratch_;
+  double* y_;
+  double* strip_;
   std::vector<Index> place_;
 };
 

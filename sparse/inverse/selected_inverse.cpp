@@ -282,10 +282,10 @@ double inverseMemory(const Symbolic& symbolic, int threads) {
     }
   }
   const int helpers = std::min(threads, std::max(1, schedule.tasks()));
-  return sizeof(double) * (static_cast<double>(shared) + helpers * static_cast<double>(path)) +
-         helpers * InverterSizes(structure).bytes() +
-         sizeof(double) *
-             (static_cast<double>(symbolic.n) + static_cast<double>(symbolic.rows.size()));
+  return sizeof(double) * static_cast<double>(shared + symbolic.rows.size()) +
+         sizeof(double) * static_cast<double>(symbolic.n) +
+         helpers *
+             (static_cast<double>(kernels::panelBytes(path)) + InverterSizes(structure).bytes());
 }
 
 }  // namespace korin::sparse

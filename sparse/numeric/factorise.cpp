@@ -38,24 +38,38 @@ size_t updateSize(const Symbolic& s, Index g) {
   return isLeaf(s, g) ? 0 : square(s.below(g));
 }
 
-/// Update matrices of one thread's fronts, and scratch. Those of neighbouring levels of the tree
-/// lie on different stacks: a front's children are on top of one when its own goes to the other.
+/// Doubles that a task's fronts need beside the panels.
+struct FrontRoom {
+  size_t stacks = 0;
+  size_t scratch = 0;
+  size_t sum() const { return stacks + scratch; }
+};
+
+/// Scratch, and update matrices of one thread's fronts. Those of neighbouring levels of the tree
+/// lie on different stacks, which grow towards each other: a front's children are on top of one
+/// when its own goes to the other.
 struct Stacks {
-  std::array<kernels::PanelStorage, 3> memory;
-  std::array<size_t, 3> room{};
+  kernels::PanelStorage memory;
+  size_t room = 0;
+  size_t scratchEnd = 0;
   std::array<size_t, 2> used{};
 
-  double* scratch() const { return memory[2].get(); }
+  double* scratch() const { return memory.get(); }
 
-  void reserve(const std::array<size_t, 3>& wanted) {
-    for (int i : {0, 1, 2}) {
-      if (room[i] >= wanted[i]) continue;
-      memory[i].reset();
-      room[i] = 0;
-      memory[i] = kernels::rawPanels(wanted[i]);
-      room[i] = wanted[i];
-    }
+  void reserve(const FrontRoom& wanted) {
     used = {};
+    scratchEnd = wanted.scratch;
+    if (room >= wanted.sum()) return;
+    memory.reset();
+    room = 0;
+    memory = kernels::rawPanels(wanted.sum());
+    room = wanted.sum();
+  }
+
+  double* push(int level, size_t size) {
+    const size_t before = used[level];
+    used[level] += size;
+    return memory.get() + (level == 0 ? scratchEnd + before : room - used[level]);
   }
 };
 
@@ -82,19 +96,20 @@ class Factoriser {
     return failed == s_.n ? -1 : s_.permutation[failed];
   }
 
-  /// Most doubles that a task's fronts leave on each stack, and those of their scratch.
-  static std::array<size_t, 3> stackRoom(const Symbolic& s, const std::vector<unsigned char>& level,
-                                         Index first, Index last) {
-    std::array<size_t, 2> used{};
-    std::array<size_t, 3> most{};
+  /// Most doubles that a task's fronts leave on both stacks, and those of their scratch.
+  static FrontRoom roomFor(const Symbolic& s, Index first, Index last) {
+    size_t used = 0;
+    FrontRoom most;
     for (Index g = first; g < last; ++g) {
       const bool stays = s.parent[g] >= 0 && s.parent[g] < last;
-      if (stays) used[level[g]] += updateSize(s, g);
-      most[level[g]] = std::max(most[level[g]], used[level[g]]);
-      most[2] = std::max(most[2], kernels::frontScratch(static_cast<size_t>(s.height(g)),
-                                                        static_cast<size_t>(s.width(g))));
+      if (stays) used += updateSize(s, g);
+      most.stacks = std::max(most.stacks, used);
+      // Whole cache lines.
+      const size_t scratch =
+          kernels::frontScratch(static_cast<size_t>(s.height(g)), static_cast<size_t>(s.width(g)));
+      most.scratch = std::max(most.scratch, (scratch + 7) / 8 * 8);
       forEachChild(s, g, [&](Index child) {
-        if (child >= first) used[level[child]] -= updateSize(s, child);
+        if (child >= first) used -= updateSize(s, child);
       });
     }
     return most;
@@ -114,7 +129,7 @@ class Factoriser {
   void work(int task, Stacks& stacks) {
     const Index first = schedule_.first[task];
     const Index last = schedule_.first[task + 1];
-    stacks.reserve(stackRoom(s_, level_, first, last));
+    stacks.reserve(roomFor(s_, first, last));
     double sinceCheckpoint = 0.0;
     for (Index g = first; g < last; ++g) {
       // The first failure in the order of elimination is the one to tell, whoever finds one first.
@@ -136,9 +151,7 @@ class Factoriser {
     const size_t size = updateSize(s_, g);
     if (size == 0) return;
     if (s_.parent[g] < last) {
-      const int level = level_[g];
-      update_[g] = stacks.memory[level].get() + stacks.used[level];
-      stacks.used[level] += size;
+      update_[g] = stacks.push(level_[g], size);
     } else {
       waiting_[g] = kernels::rawPanels(size);
       update_[g] = waiting_[g].get();
@@ -304,15 +317,13 @@ Index factorise(const Symbolic& symbolic, const PlacedEntries& entries, double* 
 
 double frontMemory(const Symbolic& symbolic, int threads) {
   const Schedule schedule = makeSchedule(symbolic, threads);
-  const std::vector<unsigned char> level = Factoriser::levels(symbolic);
-  double stacks = 0.0;
+  size_t stacks = 0;
   double waiting = 0.0;
   double mostWaiting = 0.0;
   for (int t = 0; t < schedule.tasks(); ++t) {
     const Index first = schedule.first[t];
     const Index last = schedule.first[t + 1];
-    const auto room = Factoriser::stackRoom(symbolic, level, first, last);
-    stacks = std::max(stacks, static_cast<double>(room[0] + room[1] + room[2]));
+    stacks = std::max(stacks, Factoriser::roomFor(symbolic, first, last).sum());
     for (Index g = first; g < last; ++g) {
       if (symbolic.parent[g] >= last) waiting += static_cast<double>(updateSize(symbolic, g));
       mostWaiting = std::max(mostWaiting, waiting);
@@ -322,7 +333,7 @@ double frontMemory(const Symbolic& symbolic, int threads) {
     }
   }
   const double helpers = std::min<double>(threads, std::max(1, schedule.tasks()));
-  return sizeof(double) * (mostWaiting + helpers * stacks);
+  return sizeof(double) * mostWaiting + helpers * static_cast<double>(kernels::panelBytes(stacks));
 }
 
 }  // namespace korin::sparse

@@ -26,7 +26,7 @@ struct ColumnsView {
   Offset entries() const { return start[cols]; }
 };
 
-/// The same, owned.
+/// The same, owned; `value` is empty where only the pattern counts.
 struct Columns {
   Index rows = 0;
   Index cols = 0;
@@ -39,7 +39,9 @@ struct Columns {
     return {row.data() + start[static_cast<std::size_t>(j)],
             row.data() + start[static_cast<std::size_t>(j) + 1]};
   }
-  ColumnsView view() const { return {rows, cols, start.data(), row.data(), value.data()}; }
+  ColumnsView view() const {
+    return {rows, cols, start.data(), row.data(), value.empty() ? nullptr : value.data()};
+  }
 };
 
 }  // namespace korin::sparse

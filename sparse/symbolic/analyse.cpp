@@ -142,7 +142,7 @@ MemoryPrediction predictMemory(const Symbolic& s) {
   bytes.panels = static_cast<double>(s.storage()) * sizeof(double);
   const std::size_t groups = s.parent.size();
   bytes.structure = static_cast<double>(
-      sizeof(Index) * (s.rows.size() + 2 * static_cast<std::size_t>(s.n) + 3 * groups + 1) +
+      sizeof(Index) * (2 * s.rows.size() + 2 * static_cast<std::size_t>(s.n) + 3 * groups + 1) +
       sizeof(Offset) * 2 * (groups + 1));
   std::vector<double> ofChildren(groups, 0.0);
   double waiting = 0.0;

@@ -95,9 +95,9 @@ double availableMemory() {
   return std::min({free, leftInGroups(), leftInAddressSpace()});
 }
 
-void requireBytes(const std::string& what, double bytes, double limit) {
-  if (limit > 0.0 && bytes > limit) {
-    throw Error(ErrorKind::Memory, what + " would take " + amount(bytes) +
+void requireBytes(const std::string& what, double bytes, double limit, double held) {
+  if (limit > 0.0 && bytes + held > limit) {
+    throw Error(ErrorKind::Memory, what + " would take " + amount(bytes + held) +
                                        " of memory, more than the limit of " + amount(limit));
   }
   if (bytes <= kAlwaysGranted) return;

@@ -10,8 +10,9 @@ namespace zeph {
 double availableMemory();
 
 /// Throws Error(Memory) that names both figures unless `bytes` are available, and, with limit > 0,
-/// within the limit. `what` completes "... would take N GB of memory", such as "factorising A.mtx".
-void requireBytes(const std::string& what, double bytes, double limit);
+/// within the limit together with those `held` already. `what` completes "... would take N GB of
+/// memory", such as "factorising A.mtx".
+void requireBytes(const std::string& what, double bytes, double limit, double held = 0.0);
 
 }  // namespace zeph
 

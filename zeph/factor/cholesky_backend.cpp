@@ -1,5 +1,7 @@
 #include "zeph/factor/cholesky_backend.h"
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -80,6 +82,16 @@ std::vector<Index> checkedPermutation(const Options& options, size_t n) {
   return permutation;
 }
 
+// Entries of A from which on what ordering and analysis leave behind in the heap, in pieces that
+// the factor's large arrays do not fit into, is worth going through it.
+constexpr size_t kWorthTrimming = size_t{1} << 18;
+
+void returnFreeMemory() {
+#ifdef __GLIBC__
+  malloc_trim(0);
+#endif
+}
+
 // Operations a second that a core does on panels, for predictions: the order of magnitude.
 double expectedRate() {
   switch (korin::kernels::processorLevel()) {
@@ -109,45 +121,67 @@ CholeskyBackend::CholeskyBackend(SymmetricInput input, const Options& options, W
   } catch (const std::invalid_argument& e) {
     throw Error(ErrorKind::Unfit, e.what());
   }
-  secondsOrdering_ = symbolic_.secondsOrdering;
-  secondsAnalysis_ = clock.seconds() - secondsOrdering_;
+  entries_ = sparse::place(symbolic_, input_.lower.view(), &input_.slots);
+  input_.lower = {};
+  if (entries_.position.size() > kWorthTrimming) returnFreeMemory();
   placeOfRow_.resize(static_cast<size_t>(symbolic_.n));
   for (Index k = 0; k < symbolic_.n; ++k) placeOfRow_[symbolic_.permutation[k]] = k;
+  secondsOrdering_ = symbolic_.secondsOrdering;
+  secondsAnalysis_ = clock.seconds() - secondsOrdering_;
 }
 
 int CholeskyBackend::threads() const {
   return threadCount(options_);
 }
 
-// Brings the values of input_ to the panels' places, scaled.
-void CholeskyBackend::place() {
-  if (entryPlace_.empty()) {
-    std::vector<Offset> places(input_.lower.value.size());
-    std::iota(places.begin(), places.end(), Offset{0});
-    entries_ = sparse::place(symbolic_, input_.lower.view(), &places);
-    entryPlace_ = std::move(places);
+// Sums the values of the input's entries at their places in entries_, scaled.
+void CholeskyBackend::fill(const double* values, size_t step, Symmetric symmetric) {
+  const NamedColumns columns{
+      symbolic_.n, entries_.start.data(), [this](Index c, Offset p) {
+        const Index row = symbolic_.rowsOf(symbolic_.groupOf[c])[entries_.position[p]];
+        const auto [low, high] = std::minmax(symbolic_.permutation[c], symbolic_.permutation[row]);
+        return std::make_pair(high, low);
+      }};
+  std::vector<double>& a = entries_.value;
+  a.resize(entries_.position.size());
+  // The panels, which have room for all of A and no numbers to lose, take the other triangle.
+  double* upper = symmetric == Symmetric::Checked ? panels_.get() : nullptr;
+  const std::string against = sumValues(input_, columns, values, step, a.data(), upper);
+  if (!against.empty()) {
+    throw Error(ErrorKind::Unfit, against + "; the Cholesky route needs a symmetric matrix");
   }
-  exponent_ = scalingExponents(input_.lower);
-  const sparse::Columns& a = input_.lower;
-  for (Index c = 0; c < a.cols; ++c) {
-    for (Offset p = a.start[c]; p < a.start[c + 1]; ++p) {
-      entries_.value[entryPlace_[p]] =
-          exponent_.empty() ? a.value[p]
-                            : std::ldexp(a.value[p], exponent_[c] + exponent_[a.row[p]]);
+  std::vector<double> diagonal(static_cast<size_t>(symbolic_.n), 0.0);
+  forEachDiagonalEntry([&](Index i, double value) { diagonal[i] = value; });
+  const auto bad =
+      std::find_if_not(diagonal.begin(), diagonal.end(), [](double d) { return d > 0.0; });
+  if (bad != diagonal.end()) {
+    throw notPositiveDefinite(input_.source, input_.indexBase, bad - diagonal.begin());
+  }
+  exponent_ = scalingExponents(diagonal);
+  if (exponent_.empty()) return;
+  for (Index c = 0; c < symbolic_.n; ++c) {
+    for (Offset p = entries_.start[c]; p < entries_.start[c + 1]; ++p) {
+      const auto [row, col] = columns.name(c, p);
+      a[p] = std::ldexp(a[p], exponent_[row] + exponent_[col]);
     }
   }
 }
 
-void CholeskyBackend::factorise(Watch& watch) {
+void CholeskyBackend::factorise(const SparseMatrix& A, Watch& watch) {
+  factorise(A.entries.empty() ? nullptr : &A.entries.front().value, sizeof(Entry) / sizeof(double),
+            Symmetric::Known, watch);
+}
+
+void CholeskyBackend::factorise(const double* values, size_t step, Symmetric symmetric,
+                                Watch& watch) {
   const StopWatch clock;
-  const Index bad = firstUnusableDiagonal(input_.lower);
-  if (bad >= 0) throw notPositiveDefinite(input_.source, input_.indexBase, bad);
   const auto storage = static_cast<size_t>(symbolic_.storage());
   const double update = sparse::frontMemory(symbolic_, threads());
-  const double own = panels_ ? 0.0 : static_cast<double>(storage) * sizeof(double);
-  requireBytes("factorising " + input_.source, own + update, options_.memoryLimit);
-  place();
+  const double own =
+      panels_ ? 0.0 : sizeof(double) * static_cast<double>(storage + entries_.position.size());
+  requireBytes("factorising " + input_.source, own + update, options_.memoryLimit, bytes() - own);
   if (!panels_) panels_ = korin::kernels::rawPanels(storage);
+  fill(values, step, symmetric);
   double work = 0.0;
   for (Index g = 0; g < symbolic_.groups(); ++g) work += sparse::frontWork(symbolic_, g);
   watch.begin("factorising", work);
@@ -178,12 +212,8 @@ double CholeskyBackend::smallestPivotShare() const {
   return least;
 }
 
-void CholeskyBackend::refactorise(const double* values, size_t count, Watch& watch) {
-  const std::string against = input_.fill(values, count);
-  if (!against.empty()) {
-    throw Error(ErrorKind::Unfit, against + "; the Cholesky route needs a symmetric matrix");
-  }
-  factorise(watch);
+void CholeskyBackend::refactorise(const double* values, size_t, Watch& watch) {
+  factorise(values, 1, Symmetric::Checked, watch);
 }
 
 Report CholeskyBackend::report() const {
@@ -194,6 +224,18 @@ Report CholeskyBackend::report() const {
   return r;
 }
 
+double CholeskyBackend::bytes() const {
+  const sparse::MemoryPrediction memory = sparse::predictMemory(symbolic_);
+  return memory.panels + memory.structure +
+         static_cast<double>(entries_.position.size()) * (sizeof(double) + sizeof(Index)) +
+         static_cast<double>(symbolic_.n) * (sizeof(Offset) + sizeof(Index)) +
+         static_cast<double>(input_.slots.bytes());
+}
+
+void CholeskyBackend::requireRoom(const std::string& what, double beside) const {
+  requireBytes(what, beside, options_.memoryLimit, bytes());
+}
+
 Report CholeskyBackend::predicted() const {
   Report r;
   r.route = Route::Cholesky;
@@ -201,17 +243,10 @@ Report CholeskyBackend::predicted() const {
   r.ordering = publicOrdering(symbolic_.ordering);
   r.unknowns = symbolic_.n;
   r.groups = symbolic_.compressedNodes;
-  Index diagonal = 0;
-  const sparse::Columns& a = input_.lower;
-  for (Index c = 0; c < a.cols; ++c)
-    diagonal += a.start[c] < a.start[c + 1] && a.row[a.start[c]] == c;
-  r.entriesOfA = 2 * a.entries() - diagonal;
+  r.entriesOfA = 2 * entries_.start.back() - symbolic_.n;  // no row is without its diagonal entry
   r.entriesOfL = symbolic_.entries;
   r.operations = symbolic_.operations;
-  const sparse::MemoryPrediction memory = sparse::predictMemory(symbolic_);
-  const double perEntry = 2.0 * sizeof(double) + 2.0 * sizeof(Index) + sizeof(Offset);
-  r.bytes = memory.panels + memory.structure + perEntry * static_cast<double>(a.entries()) +
-            sizeof(Offset) * static_cast<double>(input_.place.size());
+  r.bytes = bytes();
   r.secondsOrdering = secondsOrdering_;
   r.secondsAnalysis = secondsAnalysis_;
   r.threads = threads();
@@ -257,8 +292,7 @@ double CholeskyBackend::unscaled(double z, std::int64_t row, std::int64_t col) c
 }
 
 InverseCheck CholeskyBackend::variances(double* diagonal, Watch& watch) const {
-  requireBytes("inverting " + input_.source, sparse::inverseMemory(symbolic_, threads()),
-               options_.memoryLimit);
+  requireRoom("inverting " + input_.source, sparse::inverseMemory(symbolic_, threads()));
   watch.begin("inverting", sparse::inverseWork(symbolic_, nullptr));
   InverseCheck check;
   double residualNorm = std::numeric_limits<double>::quiet_NaN();
@@ -320,11 +354,10 @@ void CholeskyBackend::selectedInverse(std::int64_t* colStarts, std::int64_t* row
 
   const auto count = static_cast<size_t>(colStarts[n]);
   const auto storage = static_cast<size_t>(symbolic_.storage());
-  requireBytes("the selected inverse of " + input_.source,
-               static_cast<double>(count) * (sizeof(Index) + sizeof(Offset)) +
-                   static_cast<double>(storage) * sizeof(double) +
-                   sparse::inverseMemory(symbolic_, threads()),
-               options_.memoryLimit);
+  requireRoom("the selected inverse of " + input_.source,
+              static_cast<double>(count) * (sizeof(Index) + sizeof(Offset)) +
+                  static_cast<double>(storage) * sizeof(double) +
+                  sparse::inverseMemory(symbolic_, threads()));
   // Columns of a symmetric pattern in any order, then dealt out by ascending column: rows ascend.
   std::vector<Offset> place(count);
   {
@@ -419,17 +452,15 @@ double CholeskyBackend::estimateCondition(Watch& watch) const {
   // S scaled further, to a diagonal of ones, so that the norms do not depend on units.
   const auto n = static_cast<size_t>(symbolic_.n);
   std::vector<double> unit(n), norm(n, 0.0);
-  const sparse::Columns& a = input_.lower;
-  for (Index c = 0; c < a.cols; ++c) {
-    unit[c] = std::sqrt(std::ldexp(a.value[a.start[c]], 2 * exponent(c)));
-  }
-  for (Index c = 0; c < a.cols; ++c) {
-    for (Offset p = a.start[c]; p < a.start[c + 1]; ++p) {
-      const Index r = a.row[p];
-      const double size =
-          std::abs(std::ldexp(a.value[p], exponent(r) + exponent(c))) / (unit[r] * unit[c]);
-      norm[c] += size;
-      if (r != c) norm[r] += size;
+  forEachDiagonalEntry([&](Index i, double a) { unit[i] = std::sqrt(a); });
+  for (Index c = 0; c < symbolic_.n; ++c) {
+    const Index* rows = symbolic_.rowsOf(symbolic_.groupOf[c]);
+    const Index j = symbolic_.permutation[c];
+    for (Offset p = entries_.start[c]; p < entries_.start[c + 1]; ++p) {
+      const Index i = symbolic_.permutation[rows[entries_.position[p]]];
+      const double size = std::abs(entries_.value[p]) / (unit[i] * unit[j]);
+      norm[i] += size;
+      if (i != j) norm[j] += size;
     }
   }
   const auto apply = [&](const double* b, double* x) {

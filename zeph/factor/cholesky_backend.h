@@ -22,9 +22,9 @@ class CholeskyBackend final : public Backend {
   /// Orders and analyses; no numbers yet. `options` must outlive it.
   CholeskyBackend(SymmetricInput input, const Options& options, Watch& watch);
 
-  /// Throws Error(NotPositiveDefinite) with the row, Error(Singular) where a pivot has no digit
-  /// left.
-  void factorise(Watch& watch);
+  /// With the values of the matrix that the input was made from. Throws Error(NotPositiveDefinite)
+  /// with the row, Error(Singular) where a pivot has no digit left.
+  void factorise(const SparseMatrix& A, Watch& watch);
 
   /// What factorise() takes, and the variances after it.
   Report predicted() const;
@@ -56,9 +56,15 @@ class CholeskyBackend final : public Backend {
   using Offset = korin::sparse::Offset;
 
   int threads() const;
+  /// What the factor takes, with its numbers.
+  double bytes() const;
+  /// Throws Error(Memory) unless there is room for what a call takes beside the factor.
+  void requireRoom(const std::string& what, double beside) const;
   int exponent(std::int64_t i) const { return exponent_.empty() ? 0 : exponent_[i]; }
   void scaleRows(std::size_t count, double* x) const;
-  void place();
+  enum class Symmetric { Known, Checked };
+  void factorise(const double* values, std::size_t step, Symmetric symmetric, Watch& watch);
+  void fill(const double* values, std::size_t step, Symmetric symmetric);
   double smallestPivotShare() const;
   void requireTrust(Watch& watch) const;
   double residualNorm(const double* z) const;
@@ -91,14 +97,14 @@ class CholeskyBackend final : public Backend {
   double unscaled(double z, std::int64_t row, std::int64_t col) const;
 
   const Options& options_;
+  /// Its pattern has gone into entries_, to which the slots lead.
   SymmetricInput input_;
   std::string reason_;
   korin::sparse::Symbolic symbolic_;
   /// Place of A's row i among the rows of L.
   std::vector<Index> placeOfRow_;
-  /// The scaled matrix for the panels, and where each entry of input_.lower stands in it.
+  /// The scaled matrix for the panels.
   korin::sparse::PlacedEntries entries_;
-  std::vector<Offset> entryPlace_;
   std::vector<int> exponent_;
   korin::kernels::PanelStorage panels_;
   double smallestPivotShare_ = 1.0;

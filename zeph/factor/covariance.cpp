@@ -8,7 +8,6 @@
 #include "sparse/inverse/covariance_block.h"
 #include "sparse/inverse/selected_inverse.h"
 #include "sparse/numeric/solve.h"
-#include "zeph/checks/memory.h"
 #include "zeph/factor/cholesky_backend.h"
 
 namespace zeph {
@@ -184,8 +183,8 @@ void CholeskyBackend::covariance(const std::int64_t* rows, const std::int64_t* c
     }
   };
   const auto fromPanels = [&] {
-    requireBytes("inverting a part of " + input_.source,
-                 sparse::inverseMemory(symbolic_, threads()), options_.memoryLimit);
+    requireRoom("inverting a part of " + input_.source,
+                sparse::inverseMemory(symbolic_, threads()));
     std::sort(onPattern.begin(), onPattern.end(),
               [](const Request& a, const Request& b) { return a.low < b.low; });
     const auto read = [&](Index g, const double* z) {

@@ -51,7 +51,7 @@ std::unique_ptr<CholeskyBackend> analysed(const SparseMatrix& A, const Options& 
                 against + "; the Cholesky route needs a symmetric matrix, use LU (--lu)");
   }
   if (!against.empty()) return nullptr;
-  const korin::sparse::Index bad = firstUnusableDiagonal(input.lower);
+  const korin::sparse::Index bad = input.unusableDiagonal;
   if (bad >= 0) {
     if (forced) throw notPositiveDefinite(A.source, A.indexBase, bad);
     against = diagonalFault(input, bad);
@@ -69,7 +69,7 @@ std::unique_ptr<Backend> factorised(const SparseMatrix& A, const Options& option
   std::unique_ptr<CholeskyBackend> factor = analysed(A, options, watch, against);
   if (factor == nullptr) return makeLuBackend(A, against, options, watch);
   try {
-    factor->factorise(watch);
+    factor->factorise(A, watch);
     return factor;
   } catch (const Error& e) {
     if (e.kind() != ErrorKind::NotPositiveDefinite || options.route == Route::Cholesky) throw;
@@ -129,7 +129,7 @@ FirstRoute firstRoute(const SparseMatrix& A) {
   std::string against;
   const SymmetricInput input = symmetricInput(A, against);
   if (!against.empty()) return {Route::Lu, against};
-  const korin::sparse::Index bad = firstUnusableDiagonal(input.lower);
+  const korin::sparse::Index bad = input.unusableDiagonal;
   if (bad >= 0) return {Route::Lu, diagonalFault(input, bad)};
   return {Route::Cholesky, A.source + " is symmetric with a positive diagonal"};
 }

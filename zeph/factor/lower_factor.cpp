@@ -35,11 +35,10 @@ CholeskyFactor lowerFactor(const SparseMatrix& A, const Options& options) {
     if (!against.empty()) {
       throw Error(ErrorKind::Unfit, against + "; only a symmetric matrix has a Cholesky factor");
     }
-    const korin::sparse::Index bad = firstUnusableDiagonal(input.lower);
-    if (bad >= 0) throw noFactor(A, bad);
+    if (input.unusableDiagonal >= 0) throw noFactor(A, input.unusableDiagonal);
     CholeskyBackend factorised(std::move(input), options, watch);
     try {
-      factorised.factorise(watch);
+      factorised.factorise(A, watch);
     } catch (const Error& e) {
       if (e.kind() != ErrorKind::NotPositiveDefinite) throw;
       throw noFactor(A, e.row());

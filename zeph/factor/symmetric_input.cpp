@@ -14,71 +14,104 @@ namespace {
 using korin::sparse::Columns;
 using korin::sparse::Index;
 using korin::sparse::Offset;
+using korin::sparse::Part;
+using std::size_t;
 
 // Exponents of diagonal entries up to this leave room for the whole computation in a double.
 constexpr int kModerateExponent = 200;
 
-double diagonalEntry(const Columns& lower, Index column) {
-  const Offset first = lower.start[column];
-  const bool stored = first < lower.start[column + 1] && lower.row[first] == column;
-  return stored ? lower.value[first] : 0.0;
-}
-
-Error notFinite(const SymmetricInput& in, const char* what, Offset place, double value) {
-  const auto column = std::upper_bound(in.lower.start.begin(), in.lower.start.end(), place) - 1;
-  const auto row = static_cast<std::size_t>(in.lower.row[place]);
-  return Error(
-      ErrorKind::Unfit,
-      std::string(what) +
-          position(in.indexBase, row, static_cast<std::size_t>(column - in.lower.start.begin())) +
-          " of " + in.source + " is " + toText(value) + "; scale or replace it",
-      static_cast<std::int64_t>(row));
+Error notFinite(const SymmetricInput& in, const NamedColumns& columns, const char* what,
+                Offset place, double value) {
+  const Offset* column = std::upper_bound(columns.start, columns.start + columns.cols, place) - 1;
+  const auto [row, col] = columns.name(static_cast<Index>(column - columns.start), place);
+  return Error(ErrorKind::Unfit,
+               std::string(what) +
+                   position(in.indexBase, static_cast<size_t>(row), static_cast<size_t>(col)) +
+                   " of " + in.source + " is " + toText(value) + "; scale or replace it",
+               row);
 }
 
 // Where the sums of the two triangles disagree by more than rounding, or nothing.
-std::string disagreement(const SymmetricInput& in, const std::vector<double>& upper) {
-  const Columns& a = in.lower;
-  for (Index c = 0; c < a.cols; ++c) {
-    for (Offset p = a.start[c]; p < a.start[c + 1]; ++p) {
-      const Index r = a.row[p];
-      if (r == c || a.value[p] == upper[p]) continue;
-      const double scale = std::max(
-          {std::abs(a.value[p]), std::abs(upper[p]),
-           std::sqrt(std::abs(diagonalEntry(a, r))) * std::sqrt(std::abs(diagonalEntry(a, c)))});
+std::string disagreement(const SymmetricInput& in, const NamedColumns& columns, const double* lower,
+                         const double* upper) {
+  std::vector<double> diagonal;
+  const auto readDiagonal = [&] {
+    diagonal.assign(static_cast<size_t>(columns.cols), 0.0);
+    for (Index c = 0; c < columns.cols; ++c) {
+      for (Offset p = columns.start[c]; p < columns.start[c + 1]; ++p) {
+        const auto [row, col] = columns.name(c, p);
+        if (row == col) diagonal[row] = lower[p];
+      }
+    }
+  };
+  for (Index c = 0; c < columns.cols; ++c) {
+    for (Offset p = columns.start[c]; p < columns.start[c + 1]; ++p) {
+      if (lower[p] == upper[p]) continue;
+      const auto [r, l] = columns.name(c, p);
+      if (r == l) continue;
+      if (diagonal.empty()) readDiagonal();
+      const double scale =
+          std::max({std::abs(lower[p]), std::abs(upper[p]),
+                    std::sqrt(std::abs(diagonal[r])) * std::sqrt(std::abs(diagonal[l]))});
       // Halved, lest the difference overflows.
-      if (std::abs(0.5 * a.value[p] - 0.5 * upper[p]) <= 0.5 * kSymmetryTolerance * scale) continue;
-      const auto row = static_cast<std::size_t>(r), col = static_cast<std::size_t>(c);
+      if (std::abs(0.5 * lower[p] - 0.5 * upper[p]) <= 0.5 * kSymmetryTolerance * scale) continue;
+      const auto row = static_cast<size_t>(r), col = static_cast<size_t>(l);
       return in.source + " is not symmetric: entry " + position(in.indexBase, row, col) + " is " +
-             toText(a.value[p]) + " but entry " + position(in.indexBase, col, row) + " is " +
+             toText(lower[p]) + " but entry " + position(in.indexBase, col, row) + " is " +
              toText(upper[p]);
     }
   }
   return {};
 }
 
+// The pattern and the slots of A; both triangles' patterns are mostly the same.
+void findPattern(const SparseMatrix& A, SymmetricInput& in) {
+  static_assert(sizeof(Entry) == 4 * sizeof(Index));
+  const auto n = static_cast<Index>(A.rows);
+  korin::sparse::Places<Index> places;
+  if (!A.entries.empty()) {
+    places = {reinterpret_cast<const Index*>(&A.entries.front().row),
+              reinterpret_cast<const Index*>(&A.entries.front().col), A.entries.size(),
+              sizeof(Entry) / sizeof(Index)};
+  }
+  if (in.both) {
+    in.lower = assemblePattern(n, n, places, Part::LowerOfBoth);
+    if (findSlots(in.lower, places, Part::OneTriangle, in.slots)) return;
+    in.slots = {};
+  }
+  in.lower = assemblePattern(n, n, places, Part::OneTriangle);
+  findSlots(in.lower, places, Part::OneTriangle, in.slots);
+}
+
 }  // namespace
 
-std::string SymmetricInput::fill(const double* values, std::size_t count) {
-  std::fill(lower.value.begin(), lower.value.end(), 0.0);
-  std::vector<double> upper(both ? lower.value.size() : 0);
-  for (std::size_t k = 0; k < count; ++k) {
-    if (!std::isfinite(values[k])) {
-      throw notFinite(*this, "the value of entry ", place[k] < 0 ? ~place[k] : place[k], values[k]);
+std::string sumValues(const SymmetricInput& in, const NamedColumns& columns, const double* values,
+                      size_t step, double* sum, double* upper) {
+  const Offset entries = columns.start[columns.cols];
+  std::fill_n(sum, entries, 0.0);
+  if (!in.both) upper = nullptr;
+  if (upper != nullptr) std::fill_n(upper, entries, 0.0);
+  const double* next = values;
+  in.slots.forEach([&](Offset place, bool mirrored) {
+    const double value = *next;
+    next += step;
+    if (!std::isfinite(value)) {
+      throw notFinite(in, columns, "the value of entry ", place, value);
     }
-    if (place[k] < 0) {
-      upper[~place[k]] += values[k];
-    } else {
-      lower.value[place[k]] += values[k];
+    if (!in.both || !mirrored) {
+      sum[place] += value;
+    } else if (upper != nullptr) {
+      upper[place] += value;
     }
+  });
+  for (const double* sums : {const_cast<const double*>(sum), const_cast<const double*>(upper)}) {
+    if (sums == nullptr) continue;
+    const double* bad =
+        std::find_if_not(sums, sums + entries, [](double v) { return std::isfinite(v); });
+    if (bad == sums + entries) continue;
+    throw notFinite(in, columns, "the sum of the entries at ", bad - sums, *bad);
   }
-  for (const std::vector<double>* sums : {&lower.value, &upper}) {
-    const auto bad =
-        std::find_if_not(sums->begin(), sums->end(), [](double v) { return std::isfinite(v); });
-    if (bad != sums->end()) {
-      throw notFinite(*this, "the sum of the entries at ", bad - sums->begin(), *bad);
-    }
-  }
-  return both ? disagreement(*this, upper) : std::string();
+  return upper == nullptr ? std::string() : disagreement(in, columns, sum, upper);
 }
 
 SymmetricInput symmetricInput(const SparseMatrix& A, std::string& against) {
@@ -90,45 +123,33 @@ SymmetricInput symmetricInput(const SparseMatrix& A, std::string& against) {
     against = A.source + " is skew-symmetric";
     return in;
   }
-  const std::size_t count = A.entries.size();
-  std::vector<Index> row(count), col(count);
-  std::vector<double> value(count);
-  for (std::size_t k = 0; k < count; ++k) {
-    row[k] = static_cast<Index>(A.entries[k].row);
-    col[k] = static_cast<Index>(A.entries[k].col);
-    value[k] = A.entries[k].value;
+  findPattern(A, in);
+  const Columns& a = in.lower;
+  std::vector<double> sum(a.row.size()), upper(in.both ? a.row.size() : 0);
+  const NamedColumns columns{a.cols, a.start.data(), [&a](Index c, Offset p) {
+                               return std::make_pair(a.row[static_cast<size_t>(p)], c);
+                             }};
+  against = sumValues(in, columns, A.entries.empty() ? nullptr : &A.entries.front().value,
+                      sizeof(Entry) / sizeof(double), sum.data(), in.both ? upper.data() : nullptr);
+  for (Index c = 0; c < a.cols && in.unusableDiagonal < 0; ++c) {
+    const Offset first = a.start[c];
+    const bool stored = first < a.start[c + 1] && a.row[first] == c;
+    if (!stored || !(sum[first] > 0.0)) in.unusableDiagonal = c;
   }
-  const auto n = static_cast<Index>(A.rows);
-  in.lower = korin::sparse::assembleTriplets(n, n, row.data(), col.data(), value.data(), count,
-                                             korin::sparse::Part::OneTriangle, &in.place);
-  if (in.both) {
-    for (std::size_t k = 0; k < count; ++k) {
-      if (row[k] < col[k]) in.place[k] = ~in.place[k];
-    }
-  }
-  against = in.fill(value.data(), count);
   return in;
 }
 
-std::vector<int> scalingExponents(const Columns& lower) {
-  std::vector<int> exponent(static_cast<std::size_t>(lower.cols), 0);
+std::vector<int> scalingExponents(const std::vector<double>& diagonal) {
+  std::vector<int> exponent(diagonal.size(), 0);
   bool moderate = true;
-  for (Index c = 0; c < lower.cols; ++c) {
-    const double d = diagonalEntry(lower, c);
-    if (!(d > 0.0)) continue;
-    const int size = std::ilogb(d);
+  for (size_t c = 0; c < diagonal.size(); ++c) {
+    if (!(diagonal[c] > 0.0)) continue;
+    const int size = std::ilogb(diagonal[c]);
     moderate = moderate && std::abs(size) <= kModerateExponent;
     exponent[c] = -(size >= 0 ? size / 2 : (size - 1) / 2);
   }
   if (moderate) exponent.clear();
   return exponent;
-}
-
-Index firstUnusableDiagonal(const Columns& lower) {
-  for (Index c = 0; c < lower.cols; ++c) {
-    if (!(diagonalEntry(lower, c) > 0.0)) return c;
-  }
-  return -1;
 }
 
 }  // namespace zeph

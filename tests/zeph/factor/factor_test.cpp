@@ -1,11 +1,19 @@
 #include "zeph/factor.h"
 
+#include <malloc.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <functional>
 #include <limits>
 #include <numeric>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -415,6 +423,73 @@ TEST_F(FactorTest, refusesWhatCannotBeMeant) {
   Options small;
   small.memoryLimit = 1e4;
   expectError([&] { Factor g(cube(9), small); }, "8 factorising the matrix would take");
+}
+
+// Peak of resident memory, in a process of its own; what is thrown gives nothing.
+double peakBytes(const std::function<void()>& work) {
+  const auto kilobytes = [](const std::string& field) {
+    std::ifstream in("/proc/self/status");
+    for (std::string line; std::getline(in, line);) {
+      if (line.rfind(field, 0) == 0) return std::atof(line.c_str() + field.size());
+    }
+    return 0.0;
+  };
+  malloc_trim(0);  // what earlier work left would be used again unseen
+  int ends[2];
+  if (pipe(ends) != 0) return 0.0;
+  double peak = 0.0;
+  if (const pid_t child = fork(); child == 0) {
+    try {
+      const double before = kilobytes("VmRSS:");
+      work();
+      peak = 1024.0 * (kilobytes("VmHWM:") - before);
+    } catch (...) {
+    }
+    _exit(write(ends[1], &peak, sizeof peak) == sizeof peak ? 0 : 1);
+  } else if (child > 0) {
+    if (read(ends[0], &peak, sizeof peak) != sizeof peak) peak = 0.0;
+    waitpid(child, nullptr, 0);
+  }
+  close(ends[0]);
+  close(ends[1]);
+  return peak;
+}
+
+TEST_F(FactorTest, takesWhatIsPredictedAndRefusesLimitsBelow) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "sanitizers keep memory of their own";
+#endif
+  // Scattered blocks, both triangles: the matrix weighs as much as its factor.
+  SparseMatrix bundle;
+  bundle.rows = bundle.cols = 60300;
+  for (std::uint32_t p = 0; p < 60000; p += 3) {
+    const std::uint32_t camera = 60000 + below(25) * 12;
+    for (std::uint32_t i = p; i < p + 3; ++i) {
+      for (std::uint32_t j = camera; j < camera + 12; ++j) {
+        const double a = uniform() - 0.5;
+        bundle.entries.insert(bundle.entries.end(), {{i, j, a}, {j, i, a}});
+      }
+    }
+  }
+  for (std::uint32_t i = 0; i < 60300; ++i) bundle.entries.push_back({i, i, 1e5});
+  for (const SparseMatrix& A : {cube(24), bundle}) {
+    Options o;
+    o.threads = 1;
+    const auto predicted = [&] {
+      const std::string refused = errorOf([&] { Factor(A, o).variances(); });
+      const std::size_t at = refused.find("would take ");
+      return at == std::string::npos ? 0.0 : 1e6 * std::atof(refused.c_str() + at + 11);
+    };
+    o.memoryLimit = 1.0;
+    o.memoryLimit = std::max(predicted(), zeph::plan(A, o).bytes) * 1.01;
+    const double inverse = predicted();
+    const double need = std::max(inverse, o.memoryLimit);
+    o.memoryLimit = need * 1.01;
+    EXPECT_EQ(predicted(), 0.0);
+    const double peak = peakBytes([&] { Factor(A, o).variances(); });
+    EXPECT_LE(peak, 1.1 * need + 2.5e6) << need;
+    EXPECT_GE(peak, 0.75 * need) << need;
+  }
 }
 
 TEST_F(FactorTest, singularMatricesPassByNoRoute) {
