@@ -70,7 +70,7 @@ def write_reference(build, folder, work):
             "`#include <solver/zeph_solver.h>` has all of it; link with "
             "`zeph_solver::zeph_solver`. The dense records are those of `types/zttypes.h`.",
         ),
-        "command": commands.page(build / "cli" / "zeph"),
+        "command": commands.page(build / "cli" / "zeph", ROOT / "docs" / "command.md"),
     }
     sys.path.insert(0, str(build / "python"))
     import zeph

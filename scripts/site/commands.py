@@ -1,17 +1,19 @@
-"""The reference page of the command, from its help texts."""
+"""The reference page of the command, from its help texts, and whether the guide knows all of it."""
 
 import re
 import subprocess
 
 
-def page(program):
+def page(program, guide):
     top = text_of(program)
-    names = re.findall(r"^  ([a-z][a-z-]*) {2,}(.+)$", top.split("commands:", 1)[-1], re.MULTILINE)
-    if not names:
-        raise SystemExit(f"{program} --help lists no commands")
+    listed = top.partition("commands:")[2]
+    names = re.findall(r"^  ([a-z][a-z-]*) {2,}\S", listed, re.MULTILINE)
+    untold = [name for name in names if f"`zeph {name}" not in guide.read_text(encoding="utf-8")]
+    if untold or not names:
+        raise SystemExit(f"{guide.name} does not tell of zeph {', '.join(untold)}")
     lines = ["# The command zeph", "", "What `zeph --help` and `zeph COMMAND --help` print.", ""]
     lines += ["```text", top, "```", ""]
-    for name, _ in names:
+    for name in names:
         summary, _, rest = text_of(program, name).partition("\n")
         lines += [f"## zeph {name}", "", f"{summary}.", "", "```text", rest.strip("\n"), "```", ""]
     return "\n".join(lines)

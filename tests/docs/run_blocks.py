@@ -35,7 +35,7 @@ from multiprocessing.pool import ThreadPool
 from pathlib import Path
 
 LANGUAGES = ("python", "cpp", "c", "console", "sh", "output", "text")
-NUMBER = re.compile(r"[+-]?\d[\d,]*(?:\.\d+)?(?:e[+-]?\d+)?")
+NUMBER = re.compile(r"[+-]?\d+(?:,\d{3})*(?:\.\d+)?(?:e[+-]?\d+)?")
 WARNINGS = ("-Wall", "-Wextra", "-Werror")
 ROOT = Path(__file__).resolve().parents[2]
 SIDE = 10  # of the grid of A.mtx
