@@ -18,8 +18,8 @@ def test_source_distributions_are_whole(tmp_path):
     sdist = ["sdist", "--formats=tar", "--dist-dir", str(tmp_path)]
     subprocess.run([sys.executable, "setup.py", "-q", *sdist], cwd=tree, check=True)
     with tarfile.open(next(tmp_path.glob("*.tar"))) as archive:
-        archive.extractall(tmp_path)
-    unpacked = next(tmp_path.glob("zeph-*/"))
+        archive.extractall(tmp_path / "unpacked")
+    (unpacked,) = (tmp_path / "unpacked").iterdir()
     floors = ("types", "kernels", "sparse", "math", "solver", "zeph", "python/zeph")
     files = [f.relative_to(ROOT) for floor in floors for f in (ROOT / floor).rglob("*.*")]
     missing = [f for f in files if "__pycache__" not in f.parts and not (unpacked / f).exists()]
