@@ -101,7 +101,7 @@ TEST(CeresCovariance, ConstantBlocksHaveNoneAndMisuseIsSaid) {
   const Pair mixed{next.first, fixedTurn.first};
   ASSERT_TRUE(ours.Compute({fixed, fixedTurn, next, next, mixed}, &problem)) << ours.message();
   EXPECT_EQ(blockOf(ours, problem, fixedTurn, false), Matrix::Zero(4, 4));
-  EXPECT_EQ(blockOf(ours, problem, mixed, false), Matrix::Zero(3, 4));
+  EXPECT_EQ(blockOf(ours, problem, mixed, false), Matrix::Zero(4, 4));
   EXPECT_GT(blockOf(ours, problem, next, true)(0, 0), 0.0);
   EXPECT_FALSE(ours.GetCovarianceBlock(next.first, fixed.first, C.data()));
   EXPECT_EQ(ours.message(), "Compute was not asked for this pair of blocks");
