@@ -74,6 +74,7 @@ Problem checked(const SparseMatrix& J, const std::vector<double>& y,
   requireSizes(J, y.size(), sigmas.size());
   Problem p{J, y, sigmas, {}, {}, {}};
   if (sigmas.size() != J.rows) p.sigma.assign(J.rows, sigmas.empty() ? 1.0 : sigmas[0]);
+  p.weight.reserve(J.rows);
   for (size_t i = 0; i < J.rows; ++i) {
     const double sigma = p.sigma[i];
     if (!std::isfinite(y[i])) {
@@ -193,21 +194,25 @@ std::vector<double> solved(const Problem& p, const Factor& factor) {
   return x;
 }
 
-/// hᵢ = wᵢ Σ J(i,a) Z(a,b) J(i,b) and σ² = diag Z, where Z is the inverse on N's pattern.
-void fillLeverages(const Problem& p, const SparseMatrix& N, Adjustment& a) {
+/// hᵢ = wᵢ Σ J(i,a) Z(a,b) J(i,b) and σ² = diag Z, where Z is the inverse on N's pattern. Of N only
+/// that is needed: what it holds is freed before the inverse takes its memory.
+void fillLeverages(const Problem& p, SparseMatrix N, Adjustment& a) {
   std::vector<std::int64_t> rows, cols;
+  rows.reserve(N.entries.size());
+  cols.reserve(N.entries.size());
   for (const Entry& e : N.entries) {
     rows.push_back(e.row);
     cols.push_back(e.col);
   }
+  N = SparseMatrix();
   const std::vector<double> z = a.factor->covariance(rows, cols);
   a.leverage.assign(p.J.rows, 0.0);
   a.sigma.resize(p.J.cols);
   std::vector<double> column(p.J.cols);
   size_t k = 0;
   for (Index j = 0; j < p.byCol.cols; ++j) {
-    for (; k < z.size() && N.entries[k].col == static_cast<std::uint32_t>(j); ++k) {
-      column[N.entries[k].row] = z[k];
+    for (; k < z.size() && cols[k] == j; ++k) {
+      column[rows[k]] = z[k];
     }
     a.sigma[j] = std::sqrt(column[j]);
     for (Offset s = p.byCol.start[j]; s < p.byCol.start[j + 1]; ++s) {
@@ -264,11 +269,11 @@ Adjustment adjust(const SparseMatrix& J, const std::vector<double>& y,
   return guarded(J.source, [&] {
     const Problem p = checked(J, y, sigmas);
     requireObserved(p);
-    const SparseMatrix N = normalEquations(J, p.weight);
+    SparseMatrix N = normalEquations(J, p.weight);
     Adjustment a;
     a.factor = factorised(p, N, options);
     a.x = solved(p, *a.factor);
-    fillLeverages(p, N, a);
+    fillLeverages(p, std::move(N), a);
     requireLeverages(p, a);
     fillResiduals(p, a);
     return a;
