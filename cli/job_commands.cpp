@@ -20,6 +20,7 @@ namespace {
 struct AdjustOptions : Files {
   std::string sigma;
   std::string residuals;
+  std::string report;
 };
 
 void addFigures(const Adjustment& a, JsonObject& figures) {
@@ -28,9 +29,24 @@ void addFigures(const Adjustment& a, JsonObject& figures) {
   figures.add("suspect", a.suspect);
 }
 
+AdjustmentReportOptions aboutReport(const AdjustOptions& o, std::size_t indexBase) {
+  AdjustmentReportOptions about;
+  about.inputs = {{"Design matrix", o.first},
+                  {"Measured values", o.second},
+                  {"Standard deviations", o.sigma.empty() ? "1 for all observations" : o.sigma}};
+  about.sigmasGiven = !o.sigma.empty();
+  about.indexBase = indexBase;
+  return about;
+}
+
 int writeAdjusted(const AdjustOptions& o, Console& console) {
   requireOutput(o, o.output, {o.first, o.second, o.sigma});
   requireTwoOutputs(o, "--residuals", o.residuals, {o.first, o.second, o.sigma});
+  requireTwoOutputs(o, "--report", o.report, {o.first, o.second, o.sigma});
+  if (!o.residuals.empty() && !o.report.empty() && AtomicFile::same(o.residuals, o.report)) {
+    throw Error(ErrorKind::Usage,
+                "--residuals and --report both name " + o.report + "; name a file each");
+  }
   const SparseMatrix J = load(o, console);
   const std::vector<double> y = toVector(loadDense(o, o.second, console), "observations");
   std::vector<double> sigma;
@@ -43,7 +59,8 @@ int writeAdjusted(const AdjustOptions& o, Console& console) {
   if (inFigures(o, console)) {
     console.figures.add("values", result.x).add("standard_deviations", result.sigma);
   }
-  writeAdjustment(inFigures(o, console) ? "/dev/null" : o.output, o.residuals, result);
+  writeAdjustment({inFigures(o, console) ? "/dev/null" : o.output, o.residuals, o.report}, result,
+                  aboutReport(o, J.indexBase));
   tellReport(result.factor->report(), console);
   for (const std::string& line : summary(result, J.indexBase)) console.note(line);
   return 0;
@@ -137,6 +154,7 @@ void declareAdjust(Application& z) {
   CLI::App* command = declare(
       z, "adjust", "Least squares: unknowns with standard deviations, checked observations",
       "  zeph adjust J.mtx y.mtx --sigma s.mtx -o x.csv --residuals r.csv\n"
+      "  zeph adjust J.mtx y.mtx --sigma s.mtx -o x.csv --report out.html\n"
       "  zeph adjust J.mtx y.mtx              all standard deviations 1, lines on standard output",
       options, writeAdjusted);
   command->add_option("J", options->first, "design matrix: a row for each observation")
@@ -153,6 +171,10 @@ void declareAdjust(Application& z) {
                    "lines observation,residual,standard_deviation,redundancy,leverage,"
                    "normalized_residual")
       ->type_name("FILE");
+  command
+      ->add_option("--report", options->report,
+                   "everything on one page for a browser: figures, tests, charts, sortable tables")
+      ->type_name("OUT.html");
   addInput(command, *options);
   addMemory(command, *options);
 }

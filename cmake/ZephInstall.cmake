@@ -67,6 +67,7 @@ if(TARGET zeph_public)
     INCLUDE_DIR ${CMAKE_INSTALL_INCLUDEDIR}
     HEADERS
       zeph/adjust.h
+      zeph/adjustment_report.h
       zeph/api.h
       zeph/dense_matrix.h
       zeph/error.h

@@ -57,6 +57,7 @@ class Factor {
   explicit Factor(std::shared_ptr<const zeph::Factor> shared) : factor_(std::move(shared)) {}
 
   std::size_t rows() const { return factor_->rows(); }
+  const std::shared_ptr<const zeph::Factor>& shared() const { return factor_; }
 
   Doubles solve(const Doubles& b) const {
     Doubles x(std::vector<py::ssize_t>(b.shape(), b.shape() + b.ndim()));
@@ -171,6 +172,26 @@ py::dict leastSquares(const zeph::SparseMatrix& J, const std::vector<double>& y,
   return d;
 }
 
+// Arguments as leastSquares() gave them; no factor where it was left behind by pickling.
+void writeReport(const std::string& path, const py::dict& d, const Factor* factor,
+                 const zeph::AdjustmentReportOptions& options) {
+  const auto doubles = [&d](const char* name) { return d[name].cast<std::vector<double>>(); };
+  zeph::Adjustment a;
+  a.x = doubles("x");
+  a.sigma = doubles("sigma");
+  a.residuals = doubles("residuals");
+  a.residualSigma = doubles("residual_sigma");
+  a.redundancy = doubles("redundancy");
+  a.leverage = doubles("leverage");
+  a.normalizedResiduals = doubles("normalized_residuals");
+  a.varianceFactor = d["variance_factor"].cast<double>();
+  a.degreesOfFreedom = d["degrees_of_freedom"].cast<std::int64_t>();
+  a.suspect = d["suspect"].is_none() ? -1 : d["suspect"].cast<std::int64_t>();
+  if (factor != nullptr) a.factor = factor->shared();
+  const py::gil_scoped_release release;
+  zeph::writeAdjustmentReport(path, a, options);
+}
+
 PYBIND11_MODULE(_core, m) {
   py::register_exception_translator([](std::exception_ptr thrown) {
     try {
@@ -200,6 +221,14 @@ PYBIND11_MODULE(_core, m) {
 
   addPoseGraph(m);
   m.def("least_squares", &leastSquares);
+  m.def("write_report", [](const std::string& path, const py::dict& found, const Factor* factor,
+                           const std::string& title, bool sigmasGiven, std::size_t mostRows) {
+    zeph::AdjustmentReportOptions options;
+    options.title = title;
+    options.sigmasGiven = sigmasGiven;
+    options.mostRows = mostRows;
+    writeReport(path, found, factor, options);
+  });
   m.def("plan", [](const zeph::SparseMatrix& A, const zeph::Options& options) {
     zeph::Report report;
     {

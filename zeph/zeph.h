@@ -3,6 +3,7 @@
 #define ZEPH_ZEPH_H
 
 #include "zeph/adjust.h"
+#include "zeph/adjustment_report.h"
 #include "zeph/dense_matrix.h"
 #include "zeph/error.h"
 #include "zeph/factor.h"

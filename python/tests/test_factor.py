@@ -151,7 +151,7 @@ def test_shortcuts_files_and_reports(tmp_path):
 
 
 @pytest.mark.parametrize("sigma", [None, 0.5, "each"])
-def test_least_squares_against_dense_statistics(sigma):
+def test_least_squares_against_dense_statistics(sigma, tmp_path):
     rng = np.random.default_rng(7)
     J = sparse.vstack([sparse.random(60, 12, 0.2, random_state=rng), sparse.eye(12)]).tocsr()
     s = rng.uniform(0.5, 2, 72) if sigma == "each" else sigma
@@ -171,7 +171,16 @@ def test_least_squares_against_dense_statistics(sigma):
                         (a.factor.covariance([0], [3]), Z[0, 3])):
         assert_allclose(ours, dense, rtol=1e-9, atol=1e-11)
     assert (a.suspect, a.degrees_of_freedom) == (40, 60)
-    assert np.array_equal(pickle.loads(pickle.dumps(a)).x, a.x)
+    unpickled = pickle.loads(pickle.dumps(a))
+    assert np.array_equal(unpickled.x, a.x)
+    for adjustment, condition in ((a, True), (unpickled, False)):
+        adjustment.report(tmp_path / "r.html", title="<&>", rows=5)
+        page = (tmp_path / "r.html").read_text(encoding="utf-8")
+        assert ("<h1>&lt;&amp;&gt;</h1>" in page, "Condition of" in page) == (True, condition)
+        assert ("Suspected of a blunder: observation 40." in page) == (sigma is not None)
+        assert page.count("<tr") == 2 + 5 + 5
+    with pytest.raises(zeph.Error, match="none/r.html"):
+        a.report(tmp_path / "none" / "r.html")
     with pytest.raises(ValueError, match="factorize anew"):
         a.factor.refactorize(D.T @ D)
 

@@ -1,5 +1,6 @@
 """Least squares with the standard deviations that belong to them."""
 
+import os
 from dataclasses import dataclass
 from typing import Any, Dict, Optional
 
@@ -31,9 +32,34 @@ class Adjustment:
     degrees_of_freedom: int  #: m - n
     suspect: Optional[int]  #: observation with the largest normalised residual
     factor: Optional[Factor]  #: of the normal matrix, for covariances of the unknowns
+    sigma_given: bool = True  #: False where 1 was taken for all observations
 
     def __getstate__(self) -> Dict[str, Any]:
         return {**self.__dict__, "factor": None}
+
+    def report(
+        self, path: Any, *, title: str = "Least-squares adjustment", rows: int = 500
+    ) -> None:
+        """Write everything on one HTML page that needs nothing but a browser.
+
+        Figures, the test of the variance factor, the suspected blunder, charts, and tables that
+        sort by a click. The file appears whole or not at all.
+
+        Parameters
+        ----------
+        path : path-like
+            The page, for example "report.html".
+        title : str
+        rows : int
+            Longer tables show so many rows: the largest normalised residuals and the largest
+            standard deviations.
+        """
+        factor, callback = None, None
+        if self.factor is not None:
+            factor, callback = self.factor._core, self.factor._callback
+        found = {**self.__dict__, "factor": None}
+        with _progress.closing(callback):
+            _core.write_report(os.fspath(path), found, factor, title, self.sigma_given, rows)
 
 
 def least_squares(
@@ -82,7 +108,7 @@ def least_squares(
         found = _core.least_squares(matrix, np.atleast_1d(observations), sigmas, options)
     factor = Factor.__new__(Factor)
     factor._take(found.pop("factor"), None, is_array, callback)
-    return Adjustment(**found, factor=factor)
+    return Adjustment(**found, factor=factor, sigma_given=sigma is not None)
 
 
 def _vector(values: Any, name: str) -> Doubles:

@@ -10,6 +10,7 @@
 #include "zeph/error.h"
 #include "zeph/files/atomic_file.h"
 #include "zeph/files/number_text.h"
+#include "zeph/jobs/report/page.h"
 
 namespace zeph {
 namespace {
@@ -41,20 +42,24 @@ std::vector<double> toVector(DenseMatrix m, const char* what) {
                                     std::to_string(m.cols) + "; " + what + " are one column");
 }
 
-void writeAdjustment(const std::string& path, const std::string& residualsPath,
-                     const Adjustment& a) {
-  AtomicFile out(path);
-  std::optional<AtomicFile> observations;
-  if (!residualsPath.empty()) observations.emplace(residualsPath);
-  out.write("unknown,value,standard_deviation\n");
-  for (std::size_t j = 0; j < a.x.size(); ++j) writeLine(out, j, {a.x[j], a.sigma[j]});
-  if (observations) {
-    writeObservations(*observations, a);
-    observations->flush();
+void writeAdjustment(const AdjustmentFiles& files, const Adjustment& a,
+                     const AdjustmentReportOptions& options) {
+  AtomicFile unknowns(files.unknowns);
+  std::optional<AtomicFile> observations, report;
+  if (!files.observations.empty()) observations.emplace(files.observations);
+  if (!files.report.empty()) report.emplace(files.report);
+  unknowns.write("unknown,value,standard_deviation\n");
+  for (std::size_t j = 0; j < a.x.size(); ++j) writeLine(unknowns, j, {a.x[j], a.sigma[j]});
+  if (observations) writeObservations(*observations, a);
+  if (report) report->write(adjustmentPage({a, options, {}, {}, {}}));
+  for (auto* out : {&observations, &report}) {
+    if (*out) (*out)->flush();
   }
-  out.flush();
-  if (observations) observations->commit();
-  out.commit();
+  unknowns.flush();
+  for (auto* out : {&observations, &report}) {
+    if (*out) (*out)->commit();
+  }
+  unknowns.commit();
 }
 
 std::vector<std::string> summary(const Adjustment& a, std::size_t indexBase) {
