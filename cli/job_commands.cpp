@@ -113,6 +113,20 @@ struct DemoOptions : Files {
   DemonstrationOptions demonstration;
 };
 
+void printBlunder(const PlantedBlunder& b) {
+  std::printf("Adjustment           %.3f s for one more campaign, with redundancies\n", b.seconds);
+  std::printf("Planted blunder      %.1f mm in line %zu, from point %u to %u\n", 1000.0 * b.size,
+              b.line, b.from, b.to);
+  if (b.suspect < 0) {
+    std::printf("Suspected            none: no observation is checked by others\n");
+    return;
+  }
+  std::printf(
+      "Suspected            %s, of %zu observations; normalised residual %.1f, by about %.1f mm\n",
+      b.found() ? "that line" : ("another: observation " + std::to_string(b.suspect)).c_str(),
+      b.observations, b.normalizedResidual, 1000.0 * b.estimate);
+}
+
 void printDemonstration(const DemonstrationReport& r) {
   std::printf("Levelling network    %zu points, %zu lines, %zu benchmarks\n", r.points, r.lines,
               r.benchmarks);
@@ -127,8 +141,10 @@ void printDemonstration(const DemonstrationReport& r) {
       "Normalised errors    spread %.3f (1 when the variances are right); within 1 sigma "
       "%.1f %%, within 2 sigma %.1f %% (68.3, 95.4)\n",
       r.check.spread, 100.0 * r.check.withinOne, 100.0 * r.check.withinTwo);
+  printBlunder(r.blunder);
   std::printf("Estimates            %s\n", r.estimatesFile.c_str());
   std::printf("Picture              %s\n", r.pictureFile.c_str());
+  std::printf("Report               %s\n", r.reportFile.c_str());
 }
 
 int runDemo(const DemoOptions& o, Console& console) {
@@ -143,6 +159,8 @@ int runDemo(const DemoOptions& o, Console& console) {
   console.figures.add("largest_standard_deviation", r.largestSigma);
   console.figures.add("largest_true_error", r.largestError).add("spread", r.check.spread);
   console.figures.add("estimates", r.estimatesFile).add("picture", r.pictureFile);
+  console.figures.add("planted", r.blunder.line).add("suspect", r.blunder.suspect);
+  console.figures.add("report", r.reportFile);
   if (!console.manner.json) printDemonstration(r);
   return 0;
 }
@@ -214,7 +232,7 @@ void declareDemo(Application& z) {
       ->capture_default_str();
   command
       ->add_option("--out", options->demonstration.folder,
-                   "folder for estimates.csv and network.svg")
+                   "folder for estimates.csv, network.svg and report.html")
       ->type_name("DIR")
       ->capture_default_str();
   addMemory(command, *options);

@@ -180,6 +180,8 @@ TEST_F(ZephProgram, DemonstrationPredictsItsOwnErrors) {
   std::size_t lines = 0;
   for (std::string line; std::getline(estimates, line);) ++lines;
   EXPECT_EQ(lines, 3001u);
+  EXPECT_NE(result.out.find("Suspected            that line, of"), std::string::npos) << result.out;
+  EXPECT_NE(read(path("d/e/report.html")).find("</html>"), std::string::npos);
   const std::string picture = read(path("d/e/network.svg"));
   EXPECT_NE(picture.find("</svg>"), std::string::npos);
   EXPECT_EQ(picture.find("%%"), std::string::npos);

@@ -7,9 +7,11 @@
 #include <filesystem>
 #include <system_error>
 
+#include "zeph/adjust.h"
 #include "zeph/demo/network_picture.h"
 #include "zeph/factor.h"
 #include "zeph/files/atomic_file.h"
+#include "zeph/jobs/report/page.h"
 #include "zeph/matrix/record.h"
 
 namespace zeph {
@@ -22,6 +24,7 @@ constexpr std::size_t kLargestDemonstration = 10000000;
 // of their spread with 1 a sharp one. Large networks hold enough independent regions by themselves.
 constexpr std::size_t kMostCampaigns = 50;
 constexpr std::size_t kSolutionBudget = 2000000;
+constexpr double kBlunder = 0.01;  // metres: a staff read wrong by one centimetre
 
 class StopWatch {
  public:
@@ -61,11 +64,81 @@ void writeEstimates(const std::string& path, const LevellingNetwork& network,
   out.commit();
 }
 
-void writePicture(const std::string& path, const LevellingNetwork& network,
-                  const ZtVector& variances) {
+void writeText(const std::string& path, const std::string& text) {
   AtomicFile out(path);
-  out.write(drawNetwork(network, variances));
+  out.write(text);
   out.commit();
+}
+
+/// Heights (points x campaigns) and their variances.
+struct Solution {
+  ZtMatrix heights;
+  ZtVector variances;
+};
+
+Solution solveCampaigns(const LevellingNetwork& network, const DemonstrationOptions& options,
+                        const Progress& progress, DemonstrationReport& report) {
+  progress.begin("assembling");
+  StopWatch watch;
+  const SparseMatrix A = levellingNormalMatrix(network);
+  const DenseMatrix B = fromRecord(levellingRightSides(network, report.campaigns, options.seed));
+  report.assemblySeconds = watch.lap();
+
+  progress.begin("factorising and solving");
+  const Factor factor(A, options.solver);
+  Solution s{toRecord(factor.solve(B)), ZtVector(report.points)};
+  report.solveSeconds = watch.lap();
+
+  progress.begin("computing the variances");
+  factor.variances(s.variances.data, s.variances.size);
+  report.varianceSeconds = watch.lap();
+  return s;
+}
+
+/// One more campaign, with a blunder that its adjustment is to find.
+Adjustment adjustWithBlunder(const LevellingNetwork& network, const DemonstrationOptions& options,
+                             PlantedBlunder& b) {
+  StopWatch watch;
+  LevellingCampaign campaign = levellingCampaign(network, options.seed);
+  b.line = wellConnectedLine(network, options.seed);
+  b.from = network.lines[b.line].from;
+  b.to = network.lines[b.line].to;
+  b.size = kBlunder;
+  b.observations = campaign.y.size();
+  campaign.y[b.line] += b.size;
+  Adjustment a = adjust(campaign.J, campaign.y, campaign.sigma, options.solver);
+  b.suspect = a.suspect;
+  if (b.suspect >= 0) {
+    const auto s = static_cast<std::size_t>(b.suspect);
+    b.normalizedResidual = a.normalizedResiduals[s];
+    b.estimate = a.residuals[s] / a.redundancy[s];
+  }
+  b.seconds = watch.lap();
+  return a;
+}
+
+std::string blunderPage(const LevellingNetwork& network, const Adjustment& a,
+                        const std::string& picture, const DemonstrationOptions& options,
+                        const PlantedBlunder& b) {
+  ReportContents contents{a, {}, picture, {}, {}};
+  contents.observationName = [&network](std::size_t i) {
+    if (i >= network.lines.size()) {
+      return "benchmark " + std::to_string(network.benchmarks[i - network.lines.size()].point);
+    }
+    const LevellingLine& line = network.lines[i];
+    return "line " + std::to_string(line.from) + " to " + std::to_string(line.to);
+  };
+  contents.options.title = "Levelling network of " + std::to_string(options.size) + " points";
+  contents.options.inputs = {
+      {"Made by", "zeph demo --size " + std::to_string(options.size) + " --seed " +
+                      std::to_string(options.seed)},
+      {"Unit", "metre"},
+      {"Blunder planted in", contents.observationName(b.line) + ": " +
+                                 std::to_string(std::lround(1000.0 * b.size)) + " mm"}};
+  contents.pictureCaption =
+      "The network by the standard deviations of its heights. Triangles are benchmarks; the ring "
+      "is around the observation with the largest normalised residual.";
+  return adjustmentPage(contents);
 }
 
 }  // namespace
@@ -80,8 +153,10 @@ DemonstrationReport runDemonstration(const DemonstrationOptions& options,
   DemonstrationReport report;
   report.estimatesFile = folder + "estimates.csv";
   report.pictureFile = folder + "network.svg";
+  report.reportFile = folder + "report.html";
   AtomicFile::requireWritable(report.estimatesFile);
   AtomicFile::requireWritable(report.pictureFile);
+  AtomicFile::requireWritable(report.reportFile);
 
   progress.begin("making the network");
   const LevellingNetwork network = makeLevellingNetwork(options.size, options.seed);
@@ -90,21 +165,7 @@ DemonstrationReport runDemonstration(const DemonstrationOptions& options,
   report.benchmarks = network.benchmarks.size();
   report.campaigns = std::clamp<std::size_t>(kSolutionBudget / options.size, 1, kMostCampaigns);
 
-  progress.begin("assembling");
-  StopWatch watch;
-  const SparseMatrix A = levellingNormalMatrix(network);
-  const DenseMatrix B = fromRecord(levellingRightSides(network, report.campaigns, options.seed));
-  report.assemblySeconds = watch.lap();
-
-  progress.begin("factorising and solving");
-  const Factor factor(A, options.solver);
-  const ZtMatrix heights = toRecord(factor.solve(B));
-  report.solveSeconds = watch.lap();
-
-  progress.begin("computing the variances");
-  ZtVector variances(report.points);
-  factor.variances(variances.data, variances.size);
-  report.varianceSeconds = watch.lap();
+  const auto [heights, variances] = solveCampaigns(network, options, progress, report);
 
   progress.begin("comparing with the truth");
   report.check = compareWithTruth(network, heights, variances);
@@ -116,9 +177,14 @@ DemonstrationReport runDemonstration(const DemonstrationOptions& options,
                                                                   network.points[i].height));
   }
 
-  progress.begin("writing the estimates and the picture");
+  progress.begin("looking for a planted blunder");
+  const Adjustment adjustment = adjustWithBlunder(network, options, report.blunder);
+
+  progress.begin("writing the estimates, the picture and the report");
+  const std::string picture = drawNetwork(network, variances, report.blunder.suspect);
   writeEstimates(report.estimatesFile, network, heights, variances);
-  writePicture(report.pictureFile, network, variances);
+  writeText(report.pictureFile, picture);
+  writeText(report.reportFile, blunderPage(network, adjustment, picture, options, report.blunder));
   return report;
 }
 

@@ -14,8 +14,9 @@ constexpr double kSigmaPerRootKilometre = 0.0007;  // ordinary double-run levell
 constexpr double kBenchmarkSigma = 0.0005;
 constexpr std::size_t kPointsPerBenchmark = 200;
 constexpr std::size_t kFewestBenchmarks = 3;
-constexpr double kDroppedLines = 0.3;  // share of neighbours that are not connected
-constexpr double kLongestLine = 2.2;   // kilometres; longer ones only where nothing else connects
+constexpr double kDroppedLines = 0.3;   // share of neighbours that are not connected
+constexpr double kLongestLine = 2.2;    // kilometres; longer ones only where nothing else connects
+constexpr unsigned kWellConnected = 4;  // lines at either end
 constexpr double kTau = 6.283185307179586;
 
 /// The standard library's distributions differ between implementations; the same seed is to give
@@ -218,6 +219,48 @@ ZtMatrix levellingRightSides(const LevellingNetwork& network, std::size_t campai
     }
   }
   return B;
+}
+
+LevellingCampaign levellingCampaign(const LevellingNetwork& network, std::uint64_t seed) {
+  Random random(seed ^ 0xD1B54A32D192ED03u);
+  LevellingCampaign c;
+  const std::size_t lines = network.lines.size(), rows = lines + network.benchmarks.size();
+  c.J.source = "the levelling network";
+  c.J.rows = rows;
+  c.J.cols = network.points.size();
+  c.J.entries.reserve(lines + rows);
+  c.y.reserve(rows);
+  c.sigma.reserve(rows);
+  const auto observe = [&](double truth, double sigma) {
+    c.y.push_back(truth + sigma * random.normal());
+    c.sigma.push_back(sigma);
+  };
+  for (const LevellingLine& line : network.lines) {
+    const auto row = static_cast<std::uint32_t>(c.y.size());
+    c.J.entries.push_back({row, line.from, -1.0});
+    c.J.entries.push_back({row, line.to, 1.0});
+    observe(network.points[line.to].height - network.points[line.from].height, line.sigma);
+  }
+  for (const Benchmark& b : network.benchmarks) {
+    c.J.entries.push_back({static_cast<std::uint32_t>(c.y.size()), b.point, 1.0});
+    observe(network.points[b.point].height, b.sigma);
+  }
+  return c;
+}
+
+std::size_t wellConnectedLine(const LevellingNetwork& network, std::uint64_t seed) {
+  std::vector<unsigned> degree(network.points.size(), 0);
+  for (const LevellingLine& line : network.lines) ++degree[line.from], ++degree[line.to];
+  const std::size_t count = network.lines.size(), first = Random(seed).below(count);
+  std::size_t best = first;
+  const auto worse = [&](std::size_t k) {
+    return std::min(degree[network.lines[k].from], degree[network.lines[k].to]);
+  };
+  for (std::size_t k = 1; k < count && worse(best) < kWellConnected; ++k) {
+    const std::size_t other = (first + k) % count;
+    if (worse(other) > worse(best)) best = other;
+  }
+  return best;
 }
 
 SpreadCheck compareWithTruth(const LevellingNetwork& network, const ZtMatrix& heights,

@@ -53,6 +53,19 @@ SparseMatrix levellingNormalMatrix(const LevellingNetwork& network);
 ZtMatrix levellingRightSides(const LevellingNetwork& network, std::size_t campaigns,
                              std::uint64_t seed);
 
+/// One simulated campaign as least squares take it: a row for each line, the height of `to` less
+/// that of `from`, then one for each benchmark, its height.
+struct LevellingCampaign {
+  SparseMatrix J;
+  std::vector<double> y, sigma;
+};
+
+LevellingCampaign levellingCampaign(const LevellingNetwork& network, std::uint64_t seed);
+
+/// A line, by the seed, whose ends have so many other lines that an error of it can be told from
+/// errors of its neighbours; in very small networks the best there is.
+std::size_t wellConnectedLine(const LevellingNetwork& network, std::uint64_t seed);
+
 /// How well the predicted standard deviations describe the true errors.
 struct SpreadCheck {
   /// Root mean square of error / sigma over all points and campaigns: 1 when sigma is right.
