@@ -8,10 +8,16 @@ class Error(Exception):
 
     row: Optional[int] = None
 
+    __module__ = "zeph"  # the name under which users know and catch it
+
 
 class NotPositiveDefiniteError(Error):
     """The Cholesky factorisation broke down at `row`, counted from zero."""
 
+    __module__ = "zeph"
+
 
 class SingularMatrixError(Error):
     """The matrix has no inverse to working precision."""
+
+    __module__ = "zeph"
