@@ -1,0 +1,172 @@
+// The whole pipeline: small matrices of every kind by every route, order and number of threads,
+// beside the inverse in long double. An answer is right within its own estimate, or there is none.
+#include <algorithm>
+#include <limits>
+#include <numeric>
+#include <string>
+#include <vector>
+
+#include "fuzz/input.h"
+#include "tests/zeph/factor/dense_truth.h"
+#include "zeph/error.h"
+#include "zeph/factor.h"
+
+namespace {
+
+constexpr unsigned kMost = 14;
+
+zeph::SparseMatrix matrix(Input& in) {
+  zeph::SparseMatrix A;
+  const unsigned n = 1 + in.below(kMost), kind = in.below(4);
+  const int decades = static_cast<int>(in.below(3)) * 8;
+  A.rows = A.cols = n;
+  A.symmetry = kind < 3 ? zeph::Symmetry::Symmetric : zeph::Symmetry::General;
+  const unsigned edges = in.below(3 * n + 1);
+  const auto weight = [&] { return std::fabs(in.value(decades)); };
+  for (unsigned k = 0; k < edges; ++k) {
+    const unsigned i = in.below(n), j = in.below(n);
+    if (kind < 2) {  // a network: positive semidefinite, definite where it is held
+      const double w = weight();
+      A.entries.push_back({i, i, w});
+      if (i == j) continue;
+      A.entries.push_back({j, j, w});
+      A.entries.push_back({std::max(i, j), std::min(i, j), -w});
+    } else {
+      A.entries.push_back({std::max(i, j), kind == 2 ? std::min(i, j) : in.below(n),
+                           in.value(decades)});
+    }
+  }
+  for (unsigned i = 0; i < n; ++i) {
+    if (in.byte() % 4 != 0) A.entries.push_back({i, i, weight()});
+  }
+  // Duplicates add up in an order of the library's choice: they come as equal halves, whose sum has
+  // no rounding.
+  std::vector<double> sums(n * n, 0.0);
+  for (const zeph::Entry& e : A.entries) sums[e.row * n + e.col] += e.value;
+  A.entries.clear();
+  for (unsigned i = 0; i < n; ++i) {
+    for (unsigned j = 0; j < n; ++j) {
+      const double sum = sums[i * n + j];
+      if (sum == 0.0) continue;
+      const unsigned parts = in.byte() % 8 == 0 ? 2 : 1;
+      A.entries.insert(A.entries.end(), parts, {i, j, sum / parts});
+    }
+  }
+  return A;
+}
+
+zeph::Options options(Input& in, unsigned n) {
+  zeph::Options o;
+  const zeph::Route routes[] = {zeph::Route::Automatic, zeph::Route::Cholesky, zeph::Route::Lu};
+  o.route = routes[in.below(3)];
+  o.threads = 1 + static_cast<int>(in.below(3));
+  const unsigned order = in.below(5);
+  const zeph::Ordering orders[] = {zeph::Ordering::Automatic, zeph::Ordering::MinimumDegree,
+                                   zeph::Ordering::NestedDissection, zeph::Ordering::Natural,
+                                   zeph::Ordering::Given};
+  o.ordering = orders[order];
+  if (o.ordering == zeph::Ordering::Given) {
+    o.permutation.resize(n);
+    std::iota(o.permutation.begin(), o.permutation.end(), 0);
+    for (unsigned i = n; i-- > 1;) std::swap(o.permutation[i], o.permutation[in.below(i + 1)]);
+  }
+  return o;
+}
+
+void print(const DenseTruth& truth) {
+  for (std::size_t k = 0; k < truth.n * truth.n; ++k) {
+    std::fprintf(stderr, "%.17Lg%c", truth.a[k], (k + 1) % truth.n == 0 ? '\n' : ' ');
+  }
+}
+
+void judge(const zeph::Factor& f, const zeph::SparseMatrix& A, Input& in) {
+  const std::vector<double> d = f.variances();
+  const DenseTruth truth(A);
+  const std::size_t n = A.rows;
+  // The truth of a matrix with no digit in long double is none; zeph must not have found one.
+  double spread = 0.0;
+  for (std::size_t i = 0; i < n; ++i) {
+    long double sum = 0.0L;
+    for (std::size_t k = 0; k < n; ++k) sum += truth.a[i * n + k] * truth(k, i);
+    spread = std::max(spread, static_cast<double>(std::fabs(sum - 1.0L)));
+  }
+  PROMISE(spread < 1e-3);
+
+  const bool definite = f.report().route == zeph::Route::Cholesky;
+  // An indefinite matrix may have diagonal entries of the inverse that cancel to nearly nothing:
+  // theirs is the accuracy of their row and column.
+  const auto size = [&](std::size_t i) {
+    long double largest = std::fabs(truth(i, i));
+    for (std::size_t k = 0; k < n && !definite; ++k) {
+      largest = std::max({largest, std::fabs(truth(i, k)), std::fabs(truth(k, i))});
+    }
+    return static_cast<double>(largest);
+  };
+  const double estimate = (definite ? 1.0 : 1e3) * f.report().relativeErrorEstimate + spread;
+  for (std::size_t i = 0; i < n; ++i) {
+    if (definite && !(std::fabs(d[i] - truth(i, i)) <= estimate * size(i))) {
+      print(truth);
+      std::fprintf(stderr, "variance %zu is %.17g by the %s route, should be %.17Lg; estimate %g\n",
+                   i, d[i], definite ? "Cholesky" : "LU", truth(i, i), estimate);
+      std::abort();
+    }
+  }
+  if (definite) {
+    std::vector<std::int64_t> some;
+    for (std::size_t i = 0; i < n; i += 1 + in.below(3)) some.push_back(static_cast<int>(i));
+    const std::vector<double> few = f.variances(some);
+    const zeph::DenseMatrix block = f.covarianceBlock(some);
+    for (std::size_t a = 0; a < some.size(); ++a) {
+      for (std::size_t b = 0; b < some.size(); ++b) {
+        const auto i = static_cast<std::size_t>(some[a]), j = static_cast<std::size_t>(some[b]);
+        const double size = std::sqrt(static_cast<double>(truth(i, i) * truth(j, j)));
+        const double c = block.values[b * some.size() + a];
+        if (!(std::fabs(c - truth(i, j)) <= 20 * estimate * size)) {
+          print(truth);
+          std::fprintf(stderr, "covariance %zu, %zu is %.17g, should be %.17Lg; estimate %g\n", i, j, c, truth(i, j), estimate);
+          std::abort();
+        }
+      }
+      const auto i = static_cast<std::size_t>(some[a]);
+      PROMISE(std::fabs(few[a] - truth(i, i)) <= 2 * estimate * truth(i, i));
+    }
+    PROMISE(f.determinantSign() == 1);
+    PROMISE(std::fabs(f.logDeterminant() - truth.logAbs) <=
+            static_cast<double>(n) * estimate + 1e-13 * std::fabs(truth.logAbs));
+  }
+  std::vector<double> b(n);
+  for (double& v : b) v = in.value(2);
+  const std::vector<double> x = f.solve(b);
+  for (std::size_t i = 0; i < n; ++i) {
+    long double rest = b[i], size = std::fabs(b[i]);
+    for (std::size_t k = 0; k < n; ++k) {
+      rest -= truth.a[i * n + k] * x[k];
+      size += std::fabs(truth.a[i * n + k] * x[k]);
+    }
+    PROMISE(std::fabs(rest) <= 1e-10L * size);
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  Input in(data, size);
+  zeph::SparseMatrix A = matrix(in);
+  zeph::Options o = options(in, static_cast<unsigned>(A.rows));
+  try {
+    zeph::Factor f(A, o);
+    judge(f, A, in);
+    if (!A.entries.empty() && in.byte() % 2 == 0) {
+      std::vector<double> values;
+      const double scale = 1.0 + in.below(200);
+      for (zeph::Entry& e : A.entries) values.push_back(e.value *= scale);
+      f.refactorise(values);
+      judge(f, A, in);
+    }
+  } catch (const zeph::Error& e) {
+    PROMISE(std::string(e.what()).find('\n') == std::string::npos);
+    PROMISE(e.kind() == zeph::ErrorKind::Singular || e.kind() == zeph::ErrorKind::Unfit ||
+            e.kind() == zeph::ErrorKind::NotPositiveDefinite);
+  }
+  return 0;
+}
