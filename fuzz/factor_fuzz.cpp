@@ -32,8 +32,8 @@ zeph::SparseMatrix matrix(Input& in) {
       A.entries.push_back({j, j, w});
       A.entries.push_back({std::max(i, j), std::min(i, j), -w});
     } else {
-      A.entries.push_back({std::max(i, j), kind == 2 ? std::min(i, j) : in.below(n),
-                           in.value(decades)});
+      A.entries.push_back(
+          {std::max(i, j), kind == 2 ? std::min(i, j) : in.below(n), in.value(decades)});
     }
   }
   for (unsigned i = 0; i < n; ++i) {
@@ -123,7 +123,8 @@ void judge(const zeph::Factor& f, const zeph::SparseMatrix& A, Input& in) {
         const double c = block.values[b * some.size() + a];
         if (!(std::fabs(c - truth(i, j)) <= 20 * estimate * size)) {
           print(truth);
-          std::fprintf(stderr, "covariance %zu, %zu is %.17g, should be %.17Lg; estimate %g\n", i, j, c, truth(i, j), estimate);
+          std::fprintf(stderr, "covariance %zu, %zu is %.17g, should be %.17Lg; estimate %g\n", i,
+                       j, c, truth(i, j), estimate);
           std::abort();
         }
       }

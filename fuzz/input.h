@@ -14,12 +14,12 @@
 #include <string>
 
 /// Ends the run as a finding where a promise does not hold.
-#define PROMISE(holds)                                                     \
-  do {                                                                     \
-    if (!(holds)) {                                                        \
+#define PROMISE(holds)                                                         \
+  do {                                                                         \
+    if (!(holds)) {                                                            \
       std::fprintf(stderr, "%s:%d: broken: %s\n", __FILE__, __LINE__, #holds); \
-      std::abort();                                                        \
-    }                                                                      \
+      std::abort();                                                            \
+    }                                                                          \
   } while (false)
 
 /// Reads decisions off the input; zeros when it is used up.

@@ -25,7 +25,9 @@ void compare(const zeph_solver::ProtoSparse& s, const Model& m) {
   }
 }
 
-double eighths(Input& in) { return (static_cast<int>(in.byte()) - 128) / 8.0; }
+double eighths(Input& in) {
+  return (static_cast<int>(in.byte()) - 128) / 8.0;
+}
 
 }  // namespace
 
