@@ -32,6 +32,7 @@ FIRST_HEADERS = (
     "dense_matrix.h",
     "matrix_file.h",
     "adjust.h",
+    "adjustment_report.h",
     "pose_graph.h",
     "error.h",
 )
