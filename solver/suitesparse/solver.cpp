@@ -188,8 +188,7 @@ void Factorisation::init(const ProtoSparse& A) {
   fillCompressedColumns(A, colPointers.get(), rowIndices.get(), values.get());
 }
 
-Solver::Solver(int ordering) {
-  common = std::make_unique<CholmodCommon>();
+Solver::Solver(int ordering) : common(std::make_unique<CholmodCommon>()) {
   cholmod_common* c = common->get();
   c->nmethods = 1;
   if (ordering >= kFirstChoosableOrdering && ordering <= kLastChoosableOrdering) {

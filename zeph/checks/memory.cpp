@@ -34,7 +34,7 @@ double field(const std::string& file, const std::string& key, double otherwise) 
 // The number that a file of one word holds; otherwise for "max" and where there is none.
 double number(const std::string& file, double otherwise) {
   std::ifstream in(file);
-  double value;
+  double value = 0.0;
   return in >> value ? value : otherwise;
 }
 
