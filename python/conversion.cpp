@@ -121,6 +121,7 @@ py::dict toDict(const zeph::Report& r) {
   d["condition_estimate"] = r.conditionEstimate;
   d["identity_residual"] = r.identityResidual;
   d["relative_error_estimate"] = r.relativeErrorEstimate;
+  d["backward_error"] = r.backwardError;
   return d;
 }
 

@@ -38,6 +38,11 @@ struct Report {
   /// deviations with a measured safety factor; on the LU route, where the entries for it are not
   /// computed, the condition number times the machine epsilon. 0 until then.
   double relativeErrorEstimate = 0.0;
+
+  /// Largest |Ax - b|(i) / (|A| |x| + |b|)(i) over the rows and right-hand sides of the last
+  /// solve(): how far, relatively, the entries of the system that x solves exactly are from the
+  /// given ones. 0 until then.
+  double backwardError = 0.0;
 };
 
 }  // namespace zeph

@@ -47,6 +47,7 @@ typedef struct {
   double condition_estimate;    /**< of the scaled matrix; 0 before zeph_factor_variances */
   double identity_residual;     /**< of A times the entries of its inverse; 0 before */
   double relative_error_estimate; /**< the largest of any variance; 0 before */
+  double backward_error;          /**< of the last zeph_factor_solve, componentwise; 0 before */
 } zeph_report;
 
 /** Factorises the n x n matrix in compressed columns: column c has the entries from col_starts[c]

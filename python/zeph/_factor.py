@@ -37,6 +37,7 @@ class Report:
     condition_estimate: float  #: units scaled away; 0 until estimated by `variances`
     identity_residual: float  #: of A times the computed entries of its inverse; 0 until `variances`
     relative_error_estimate: float  #: the largest of any variance; 0 until `variances`
+    backward_error: float  #: of the last `solve`, componentwise; 0 until then
 
 
 class Factor:

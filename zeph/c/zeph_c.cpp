@@ -183,7 +183,8 @@ int zeph_factor_report(const zeph_factor* f, zeph_report* report) {
                r.threads,
                r.conditionEstimate,
                r.identityResidual,
-               r.relativeErrorEstimate};
+               r.relativeErrorEstimate,
+               r.backwardError};
   });
 }
 

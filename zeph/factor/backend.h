@@ -30,8 +30,8 @@ class Backend {
   virtual Report report() const = 0;
   virtual void refactorise(const double* values, std::size_t count, Watch& watch) = 0;
 
-  /// In place, `count` columns.
-  virtual void solve(std::size_t count, double* x, Watch& watch) const = 0;
+  /// In place, `count` columns. Returns the largest componentwise backward error of a column.
+  virtual double solve(std::size_t count, double* x, Watch& watch) const = 0;
   virtual InverseCheck variances(double* diagonal, Watch& watch) const = 0;
   virtual void selectedInverse(std::int64_t* colStarts, std::int64_t* rowIndices, double* values,
                                Watch& watch) const = 0;

@@ -32,6 +32,14 @@ using std::size_t;
 
 // Right-hand sides that one call of the engine gets: bounds what is scaled and polled in one go.
 constexpr size_t kColumnsAtOnce = 256;
+// The same where copies are kept for refinement.
+constexpr size_t kRefinedAtOnce = 32;
+// Solutions with a larger backward error are refined, so often at most (Skeel 1980: one step does).
+constexpr double kFineBackwardError = 8.0 * std::numeric_limits<double>::epsilon();
+constexpr int kMostRefinements = 2;
+// Rows whose terms are all so small that they lose digits to underflow are not judged.
+constexpr double kLeastMagnitude =
+    std::numeric_limits<double>::min() / std::numeric_limits<double>::epsilon();
 
 sparse::Ordering engineOrdering(Ordering ordering) {
   switch (ordering) {
@@ -263,22 +271,99 @@ void CholeskyBackend::scaleRows(size_t count, double* x) const {
   }
 }
 
-void CholeskyBackend::solve(size_t count, double* x, Watch& watch) const {
+// r = b - S x, and the largest |r(i)| / (|S| |x| + |b|)(i).
+double CholeskyBackend::residual(const double* b, const double* x, double* r) const {
+  const auto n = static_cast<size_t>(symbolic_.n);
+  const std::vector<Index>& permutation = symbolic_.permutation;
+  // In the order of L, where the rows of a column are near each other.
+  std::vector<double> known(n), left(n), size(n);
+  for (size_t k = 0; k < n; ++k) {
+    known[k] = x[permutation[k]];
+    left[k] = b[permutation[k]];
+    size[k] = std::abs(left[k]);
+  }
+  for (Index c = 0; c < symbolic_.n; ++c) {
+    const Index* rows = symbolic_.rowsOf(symbolic_.groupOf[c]);
+    const double xc = known[c];
+    double sum = 0.0, magnitude = 0.0;
+    for (Offset p = entries_.start[c]; p < entries_.start[c + 1]; ++p) {
+      const Index i = rows[entries_.position[p]];
+      const double a = entries_.value[p];
+      sum += a * known[i];
+      magnitude += std::abs(a * known[i]);
+      if (i == c) continue;
+      left[i] -= a * xc;
+      size[i] += std::abs(a * xc);
+    }
+    left[c] -= sum;
+    size[c] += magnitude;
+  }
+  double worst = 0.0;
+  for (size_t k = 0; k < n; ++k) {
+    r[permutation[k]] = left[k];
+    if (size[k] > kLeastMagnitude) worst = std::max(worst, std::abs(left[k]) / size[k]);
+  }
+  return worst;
+}
+
+// Solves S X = B in place; each column on its own is improved while that makes it better.
+double CholeskyBackend::solveAndRefine(size_t count, double* x, korin::kernels::Team& team) const {
+  const auto n = static_cast<size_t>(symbolic_.n);
+  const std::vector<double> b(x, x + count * n);
+  std::vector<double> r(count * n), error(count);
+  sparse::solve(symbolic_, panels_.get(), static_cast<Index>(count), x, team);
+  team.forEach(static_cast<int>(count), [&](int k) {
+    const size_t at = static_cast<size_t>(k) * n;
+    error[k] = residual(b.data() + at, x + at, r.data() + at);
+  });
+  std::vector<size_t> poor;
+  for (size_t k = 0; k < count; ++k) {
+    if (error[k] > kFineBackwardError) poor.push_back(k);
+  }
+  for (int step = 0; step < kMostRefinements && !poor.empty(); ++step) {
+    std::vector<double> better(poor.size() * n);
+    for (size_t k = 0; k < poor.size(); ++k) {
+      std::copy_n(r.data() + poor[k] * n, n, better.data() + k * n);
+    }
+    sparse::solve(symbolic_, panels_.get(), static_cast<Index>(poor.size()), better.data(), team);
+    std::vector<unsigned char> again(poor.size());
+    team.forEach(static_cast<int>(poor.size()), [&](int k) {
+      const size_t from = poor[k] * n;
+      double* own = better.data() + static_cast<size_t>(k) * n;
+      for (size_t i = 0; i < n; ++i) own[i] += x[from + i];
+      const double reached = residual(b.data() + from, own, r.data() + from);
+      if (!(reached < error[poor[k]])) return;
+      again[k] = reached > kFineBackwardError;
+      error[poor[k]] = reached;
+      std::copy_n(own, n, x + from);
+    });
+    std::vector<size_t> left;
+    for (size_t k = 0; k < poor.size(); ++k) {
+      if (again[k] != 0) left.push_back(poor[k]);
+    }
+    poor = std::move(left);
+  }
+  return *std::max_element(error.begin(), error.end());
+}
+
+double CholeskyBackend::solve(size_t count, double* x, Watch& watch) const {
   requireTrust(watch);
   watch.begin("solving", 0.0);
   korin::kernels::Team team(threads(), watch.poll());
   const auto n = static_cast<size_t>(symbolic_.n);
-  for (size_t first = 0; first < count; first += kColumnsAtOnce) {
-    const size_t some = std::min(kColumnsAtOnce, count - first);
+  double worst = 0.0;
+  for (size_t first = 0; first < count; first += kRefinedAtOnce) {
+    const size_t some = std::min(kRefinedAtOnce, count - first);
     double* block = x + first * n;
     scaleRows(some, block);
-    sparse::solve(symbolic_, panels_.get(), static_cast<Index>(some), block, team);
+    worst = std::max(worst, solveAndRefine(some, block, team));
     scaleRows(some, block);
   }
   if (!std::all_of(x, x + count * n, [](double v) { return std::isfinite(v); })) {
     throw Error(ErrorKind::Unfit,
                 "the solution of " + input_.source + " overflows; scale the equations");
   }
+  return worst;
 }
 
 double CholeskyBackend::unscaled(double z, std::int64_t row, std::int64_t col) const {

@@ -34,7 +34,7 @@ class CholeskyBackend final : public Backend {
 
   Report report() const override;
   void refactorise(const double* values, std::size_t count, Watch& watch) override;
-  void solve(std::size_t count, double* x, Watch& watch) const override;
+  double solve(std::size_t count, double* x, Watch& watch) const override;
   InverseCheck variances(double* diagonal, Watch& watch) const override;
   void selectedInverse(std::int64_t* colStarts, std::int64_t* rowIndices, double* values,
                        Watch& watch) const override;
@@ -62,6 +62,8 @@ class CholeskyBackend final : public Backend {
   void requireRoom(const std::string& what, double beside) const;
   int exponent(std::int64_t i) const { return exponent_.empty() ? 0 : exponent_[i]; }
   void scaleRows(std::size_t count, double* x) const;
+  double residual(const double* b, const double* x, double* r) const;
+  double solveAndRefine(std::size_t count, double* x, korin::kernels::Team& team) const;
   enum class Symmetric { Known, Checked };
   void factorise(const double* values, std::size_t step, Symmetric symmetric, Watch& watch);
   void fill(const double* values, std::size_t step, Symmetric symmetric);

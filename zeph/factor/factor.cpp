@@ -221,6 +221,7 @@ class Factor::Impl {
   mutable std::mutex mutex;  // guards what follows
   mutable InverseCheck check;
   mutable double secondsInverse = 0.0;
+  mutable double backwardError = 0.0;
 };
 
 Factor::Factor(const SparseMatrix& A, const Options& options)
@@ -241,7 +242,9 @@ void Factor::solve(const double* b, double* x, size_t count) const {
     requireArray(x, "the solution");
     impl_->requireFiniteRight(b, count);
     if (x != b) std::copy_n(b, rows() * count, x);
-    f.solve(count, x, watch);
+    const double error = f.solve(count, x, watch);
+    const std::lock_guard<std::mutex> lock(impl_->mutex);
+    impl_->backwardError = error;
   });
 }
 
@@ -439,6 +442,7 @@ void Factor::refactorise(const double* values, size_t count) {
     impl_->hasNumbers = false;
     impl_->check = {};
     impl_->secondsInverse = 0.0;
+    impl_->backwardError = 0.0;
     Watch watch(impl_->options);
     impl_->backend->refactorise(values, count, watch);
     impl_->hasNumbers = true;
@@ -460,6 +464,7 @@ Report Factor::report() const {
     r.secondsInverse = impl_->secondsInverse;
     r.identityResidual = impl_->check.identityResidual;
     r.relativeErrorEstimate = impl_->check.relativeErrorEstimate;
+    r.backwardError = impl_->backwardError;
     if (r.conditionEstimate == 0.0) r.conditionEstimate = impl_->check.condition;
     return r;
   });

@@ -8,6 +8,7 @@ namespace {
 constexpr double kEpsilon = std::numeric_limits<double>::epsilon();
 constexpr double kSafety = 6.0;
 constexpr double kProducts = 2.0 * kEpsilon;
+constexpr double kMostProducts = 24.0 * kEpsilon;
 constexpr double kFloor = 16.0 * kEpsilon;
 
 }  // namespace
@@ -15,7 +16,9 @@ constexpr double kFloor = 16.0 * kEpsilon;
 double relativeErrorEstimate(double residualNorm, double productNorm) {
   // Written so that a NaN of either stays one.
   const double first = kSafety * residualNorm, second = kProducts * productNorm;
-  return (first >= second || first != first ? first : second) + kFloor;
+  const double larger = first >= second || first != first ? first : second;
+  const double most = kMostProducts * productNorm;
+  return (larger > most ? most : larger) + kFloor;
 }
 
 Error notPositiveDefinite(const std::string& source, std::size_t indexBase, std::int64_t row) {

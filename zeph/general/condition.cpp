@@ -69,6 +69,22 @@ double backwardError(const PreparedMatrix& m, const double* x, const double* b) 
   return scale > 0.0 ? largest(residual.data(), m.size()) / scale : 0.0;
 }
 
+double componentwiseError(const PreparedMatrix& m, const double* x, const double* b) {
+  constexpr double kLeast =
+      std::numeric_limits<double>::min() / std::numeric_limits<double>::epsilon();
+  Vector residual(b, b + m.size()), size(m.size());
+  for (std::size_t i = 0; i < size.size(); ++i) size[i] = std::abs(b[i]);
+  m.forEachEntry([&](std::size_t row, std::size_t col, double value) {
+    residual[row] -= value * x[col];
+    size[row] += std::abs(value * x[col]);
+  });
+  double worst = 0.0;
+  for (std::size_t i = 0; i < size.size(); ++i) {
+    if (size[i] > kLeast) worst = std::max(worst, std::abs(residual[i]) / size[i]);
+  }
+  return worst;
+}
+
 void judgeBackwardError(const PreparedMatrix& m, double error) {
   if (!(error <= kLargestBackwardError)) throw inaccurate(m, "backward error", error);
 }

@@ -35,6 +35,9 @@ double conditionFromTrace(const PreparedMatrix& m, const ZtVector& inverseDiagon
 /// ‖b - S x‖ / (‖S‖ ‖x‖ + ‖b‖) in largest-entry norms: how far from S the matrix is that x solves.
 double backwardError(const PreparedMatrix& m, const double* x, const double* b);
 
+/// Largest |b - S x|(i) / (|S| |x| + |b|)(i): the same entry by entry.
+double componentwiseError(const PreparedMatrix& m, const double* x, const double* b);
+
 /// Throws unless the error is at most kLargestBackwardError.
 void judgeBackwardError(const PreparedMatrix& m, double error);
 

@@ -247,6 +247,24 @@ TEST_F(FactorTest, generalMatricesTakeLu) {
       for (std::size_t i = 0; i < n && round % 2 == 0; ++i) {
         EXPECT_NEAR(x[i], again == 0 ? 1.0 : 0.5, 1e-8);
       }
+      // The system that x solves, in long double: what is reported is that to within rounding.
+      std::vector<long double> left(b.begin(), b.end()), size(n);
+      for (std::size_t i = 0; i < n; ++i) size[i] = std::fabs(left[i]);
+      const auto term = [&](std::uint32_t i, std::uint32_t j, long double a) {
+        a *= (again == 0 ? 1.0L : 2.0L) * x[j];
+        left[i] -= a;
+        size[i] += std::fabs(a);
+      };
+      for (const Entry& e : A.entries) {
+        term(e.row, e.col, e.value);
+        if (A.symmetry == Symmetry::Symmetric && e.row != e.col) term(e.col, e.row, e.value);
+      }
+      long double error = 0.0;
+      for (std::size_t i = 0; i < n; ++i) {
+        if (size[i] > 0) error = std::max(error, std::fabs(left[i]) / size[i]);
+      }
+      EXPECT_NEAR(f.report().backwardError, static_cast<double>(error), n * kEps);
+      EXPECT_LE(error, 8.0 * kEps + n * kEps);
       for (double& v : doubled) v *= 2.0;
       f.refactorise(doubled);
     }

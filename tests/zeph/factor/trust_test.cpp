@@ -107,9 +107,9 @@ class TrustTest : public FrontTest {
   }
 };
 
-TEST_F(TrustTest, estimateIsNeverBelowTheErrorAndHardlyEverHundredTimesAbove) {
+TEST_F(TrustTest, estimateIsNeverBelowTheErrorNorHundredTimesAbove) {
   double least = HUGE_VAL, most = 0.0, lowest = HUGE_VAL, highest = 0.0;
-  int hard = 0, far = 0;
+  int hard = 0;
   const auto look = [&](const SparseMatrix& A, const std::string& what) {
     Measured m;
     try {
@@ -121,8 +121,8 @@ TEST_F(TrustTest, estimateIsNeverBelowTheErrorAndHardlyEverHundredTimesAbove) {
     }
     for (std::size_t k = 0; k < m.error.size(); ++k) {
       EXPECT_GE(m.estimate[k], m.error[k]) << what;
-      far += m.estimate[k] > 100.0 * std::max(m.largest, kEps);
-      EXPECT_LE(m.estimate[k], 300.0 * std::max(m.largest, kEps)) << what;
+      EXPECT_LE(m.estimate[k], (m.largest > 1e-14 ? 100.0 : 300.0) * std::max(m.largest, kEps))
+          << what;
       if (m.error[k] < 1e-14) continue;
       ++hard;
       least = std::min(least, m.residual[k] / m.error[k]);
@@ -137,13 +137,12 @@ TEST_F(TrustTest, estimateIsNeverBelowTheErrorAndHardlyEverHundredTimesAbove) {
     look(network(n, round % 4, decades, held), "network " + std::to_string(round));
   }
   for (unsigned order = 2; order < 14; ++order) {
-    for (unsigned blocks : {1u, 7u})
+    for (unsigned blocks : {1u, 2u, 7u, 20u})
       look(hilbert(order, blocks), "Hilbert " + std::to_string(order));
   }
   std::printf(
       "%d factors of hard matrices, errors %.1e to %.1e: residual / error from %.2g to %.2g\n",
       hard, lowest, highest, least, most);
-  EXPECT_LE(200 * far, hard);  // Hilbert matrices, whose factors are better than most
   EXPECT_GT(hard, 100);
   EXPECT_GT(highest, 1e-6);
 }
