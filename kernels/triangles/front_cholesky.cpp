@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "kernels/products/outer_product.h"
+#include "kernels/products/panel_product.h"
 #include "kernels/team.h"
 #include "kernels/triangles/panel_leaf.h"
 
@@ -96,14 +96,17 @@ class Chunk {
     size_t first, count;
   };
   struct Product {
-    OuterPart part;
+    ProductPart part;
     double* c;
     size_t stride;
     bool update;
   };
 
-  void subtract(size_t inner, const OuterPart& part, double* c, size_t stride, bool update) const {
-    subtractOuterProduct(packed_.panels(), inner, part, c, stride, update);
+  void subtract(size_t inner, const ProductPart& part, double* c, size_t stride,
+                bool update) const {
+    const RowPanels rows = packed_.panels();
+    lowerPanelProduct(rows, rows, inner, part, c, stride,
+                      kTileNegate | (update ? kTileUpdate : kTileFresh));
   }
 
   size_t slotOf(size_t row) const { return row < width_ ? row : row - width_ + below_; }
@@ -168,8 +171,8 @@ size_t frontCholesky(size_t rows, size_t columns, double* panel, size_t stride, 
     const size_t done = panelLeaf()(rows, columns, panel, stride);
     const size_t below = rows - columns;
     if (done == columns && update != nullptr) {
-      subtractOuterProduct(unpackedRows(panel + columns, stride), columns, {0, below, 0, below},
-                           update, below, false);
+      const RowPanels l21 = unpackedRows(panel + columns, stride);
+      lowerPanelProduct(l21, l21, columns, {0, below, 0, below}, update, below, kTileNegate);
     }
     return done;
   }

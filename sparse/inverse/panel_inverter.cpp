@@ -6,6 +6,8 @@
 #include "kernels/block.h"
 #include "kernels/copy_placed.h"
 #include "kernels/products/fused_product.h"
+#include "kernels/products/pack.h"
+#include "kernels/products/panel_product.h"
 #include "kernels/tiles/transpose.h"
 
 namespace korin::sparse {
@@ -22,33 +24,29 @@ constexpr size_t kPartColumns = 256;
 /// cache, and the products with it are deep enough to run at full rate.
 constexpr size_t kStripWidth = 192;
 /// Rows of a panel that are multiplied by all its columns in turn: with up to kPartColumns columns
-/// they fit the second-level cache.
+/// they fit the second-level cache. Whole panels of rows.
 constexpr size_t kRowChunk = 192;
+/// Columns from which on it pays to pack what is multiplied by them.
+constexpr size_t kWorthPacking = 40;
 /// Columns of Z22 by which memory is asked for ahead of copying.
 constexpr size_t kFetchedAhead = 4;
-/// Rows and columns of a product that are one piece of work for a team: whole blocks of the
-/// product.
-constexpr size_t kPieceRows = 384;
-constexpr size_t kPieceColumns = 128;
+/// Columns of a strip, whole panels, that are multiplied together as rows.
+constexpr size_t kTurnedColumns = 96;
 /// Columns of a strip that one thread gathers.
 constexpr size_t kPieceGathered = 32;
 /// Parts of more operations than this are shared.
 constexpr double kWorthSharing = 8e6;
 /// Most rows below a single column that goes without calls of the dense kernels.
 constexpr size_t kFewRows = 24;
-/// Blocks of columns in which products with a triangle skip its empty half.
-constexpr size_t kTriangleBlock = 24;
 
 using kernels::Block;
 using kernels::ConstBlock;
-
-enum class Write { Over, AddTo };
-
-/// C = (C +) sign * A * B with A m x k and B k x n.
-void product(size_t m, size_t n, size_t k, double sign, ConstBlock a, ConstBlock b, Write write,
-             Block c) {
-  kernels::fusedProduct(m, n, k, sign, a, b, write == Write::Over ? 0.0 : 1.0, c);
-}
+using kernels::kPanelRows;
+using kernels::kTileFresh;
+using kernels::kTileNegate;
+using kernels::kTileUpdate;
+using kernels::PackedRows;
+using kernels::RowPanels;
 
 /// W = L^-1 by halves: W21 = -W22 L21 W11. L is column-major, W row-major with zeros above its
 /// diagonal; room for kernels::kSmallTriangle values follows it. `scratch` holds n * n / 4 values.
@@ -63,8 +61,8 @@ void invertTriangle(kernels::TriangleInverseFunction invertSmall, size_t n, Cons
   for (size_t i = 0; i < top; ++i) std::fill_n(w.at(i, top).data, rest, 0.0);
   invertTriangle(invertSmall, rest, l.at(top, top), w.at(top, top), scratch);
   const Block t{scratch, static_cast<ptrdiff_t>(top), 1};
-  product(rest, top, top, 1.0, l.at(top, 0), w, Write::Over, t);
-  product(rest, top, rest, -1.0, w.at(top, top), t, Write::Over, w.at(top, 0));
+  kernels::fusedProduct(rest, top, top, 1.0, l.at(top, 0), w, 0.0, t);
+  kernels::fusedProduct(rest, top, rest, -1.0, w.at(top, top), t, 0.0, w.at(top, 0));
 }
 
 /// Copies the lower triangle of a column-major square, from row and column `first` on, above the
@@ -101,14 +99,18 @@ InverterSizes::InverterSizes(const PanelStructure& s) {
     const size_t width = std::min(columns, kPartColumns);
     const size_t below = columns > width ? s.height(g) : s.height(g) - width;
     widest = std::max(widest, width);
-    y = std::max(y, below * width);
+    y = std::max(y, below * kernels::wholePanels(width));
     strip = std::max(strip, below * std::min(below, kStripWidth));
     tallest = std::max(tallest, below);
   }
 }
 
 size_t InverterSizes::values() const {
-  return triangle() + scratch() + y + strip;
+  return packedTriangle() + y + triangle() + scratch() + strip;
+}
+
+size_t InverterSizes::packedTriangle() const {
+  return kernels::wholePanels(widest) * widest;
 }
 
 size_t InverterSizes::triangle() const {
@@ -130,10 +132,11 @@ PanelInverter::PanelInverter(const PanelStructure& structure, const InverterSize
       team_(team),
       invertSmall_(kernels::smallTriangleInverse()),
       workspace_(kernels::rawPanels(sizes.values())),
-      w_(workspace_.get()),
+      packedW_(workspace_.get()),
+      y_(packedW_ + sizes.packedTriangle()),
+      w_(y_ + sizes.y),
       scratch_(w_ + sizes.triangle()),
-      y_(scratch_ + sizes.scratch()),
-      strip_(y_ + sizes.y),
+      strip_(scratch_ + sizes.scratch()),
       place_(sizes.tallest) {
   runs_.reserve(sizes.tallest);
 }
@@ -227,67 +230,117 @@ void PanelInverter::gatherStrip(const Part& part, size_t first, size_t last, Blo
 }
 
 /// Z21 = -Z22 Y. Each strip of Z22 serves its columns and, transposed, its rows.
-void PanelInverter::multiplyByKnown(const Part& part, Block y, kernels::Team* team) {
-  const size_t n = part.columns;
-  const size_t count = part.count;
+void PanelInverter::multiplyByKnown(const Part& part, const PackedRows& y, kernels::Team* team) {
   findRuns(part);
-  for (size_t first = 0; first < count; first += kStripWidth) {
-    const size_t end = std::min(first + kStripWidth, count);
-    const Block strip{strip_, 1, static_cast<ptrdiff_t>(count - first)};
+  for (size_t first = 0; first < part.count; first += kStripWidth) {
+    const size_t end = std::min(first + kStripWidth, part.count);
+    const Block strip{strip_, 1, static_cast<ptrdiff_t>(part.count - first)};
     gatherStrip(part, first, end, strip, team);
-    forPieces(team, pieces(count - first, kPieceRows), [&](size_t piece) {
-      const size_t i = piece * kPieceRows;
-      product(std::min(kPieceRows, count - first - i), n, end - first, -1.0, strip.at(i, 0),
-              y.at(first, 0), first == 0 ? Write::Over : Write::AddTo, part.under.at(first + i, 0));
+    forPieces(team, pieces(part.count - first, kRowChunk), [&](size_t piece) {
+      const size_t row = first + piece * kRowChunk;
+      multiplyRows(part, y, first, end, row, std::min(kRowChunk, part.count - row), strip);
     });
-    if (end == count) break;
-    forPieces(team, pieces(n, kPieceColumns), [&](size_t piece) {
-      const size_t j = piece * kPieceColumns;
-      product(end - first, std::min(kPieceColumns, n - j), count - end, -1.0,
-              strip.at(end - first, 0).transposed(), y.at(end, j), Write::AddTo,
-              part.under.at(first, j));
+    if (end == part.count) break;
+    forPieces(team, pieces(kStripWidth, kTurnedColumns), [&](size_t piece) {
+      const size_t column = piece * kTurnedColumns;
+      multiplyTurned(part, y, first, end, column, std::min(kTurnedColumns, kStripWidth - column),
+                     strip);
     });
   }
 }
 
-/// Y = L21 W, some rows at a time, which stay in the second-level cache.
-void PanelInverter::multiplyByTriangle(const Part& part, Block w, Block y, kernels::Team* team) {
+/// `count` rows from `row` on of Z21 lose their products of the strip of columns first .. end-1.
+void PanelInverter::multiplyRows(const Part& part, const PackedRows& y, size_t first, size_t end,
+                                 size_t row, size_t count, Block strip) {
+  const size_t inner = end - first;
+  const double* const source = strip.at(row - first, 0).data;
+  const auto step = static_cast<size_t>(strip.colStride);
+  RowPanels rows = kernels::unpackedRows(source, step);
+  if (part.columns >= kWorthPacking && count > kPanelRows) {
+    const PackedRows packed(kernels::packingBuffer(kRowChunk * kPartColumns), inner);
+    packed.pack(0, count, 0, inner, source, step);
+    rows = packed.panels();
+  }
+  kernels::panelProduct(rows, y.panels(first), inner, {0, count, 0, part.columns},
+                        part.under.at(row, 0).data, static_cast<size_t>(part.under.colStride),
+                        kTileNegate | (first == 0 ? kTileFresh : kTileUpdate));
+}
+
+/// Rows column .. column+count-1 of the strip's own lose their products of what lies right of the
+/// strip's square, which is the transpose of what lies below it.
+void PanelInverter::multiplyTurned(const Part& part, const PackedRows& y, size_t first, size_t end,
+                                   size_t column, size_t count, Block strip) {
+  double* const buffer = kernels::packingBuffer(kRowChunk * kPartColumns);
+  const size_t width = PackedRows::panelWidth();
+  for (size_t k = end; k < part.count; k += kRowChunk) {
+    const size_t inner = std::min(kRowChunk, part.count - k);
+    for (size_t c = 0; c < count; c += width) {
+      kernels::transpose(width, inner, strip.at(k - first, column + c).data, strip.colStride,
+                         buffer + c * inner, static_cast<ptrdiff_t>(width));
+    }
+    kernels::panelProduct(PackedRows(buffer, inner).panels(), y.panels(k), inner,
+                          {0, count, 0, part.columns}, part.under.at(first + column, 0).data,
+                          static_cast<size_t>(part.under.colStride), kTileNegate | kTileUpdate);
+  }
+}
+
+/// Y = L21 W, some rows at a time, which stay in the second-level cache. Y and W are packed by
+/// their columns.
+void PanelInverter::multiplyByTriangle(const Part& part, const PackedRows& w, const PackedRows& y,
+                                       kernels::Team* team) {
   const size_t n = part.columns;
+  const auto stride = static_cast<size_t>(part.l21.colStride);
   forPieces(team, pieces(part.count, kRowChunk), [&](size_t piece) {
     const size_t i = piece * kRowChunk;
     const size_t rows = std::min(kRowChunk, part.count - i);
-    for (size_t j = 0; j < n; j += kTriangleBlock) {
-      product(rows, std::min(kTriangleBlock, n - j), n - j, 1.0, part.l21.at(i, j), w.at(j, j),
-              Write::Over, y.at(i, j));
+    const double* const l21 = part.l21.at(i, 0).data;
+    RowPanels left = kernels::unpackedRows(l21, stride);
+    if (n >= kWorthPacking) {
+      const PackedRows packed(kernels::packingBuffer(kRowChunk * kPartColumns), n);
+      packed.pack(0, rows, 0, n, l21, stride);
+      left = packed.panels();
+    }
+    const size_t width = PackedRows::panelWidth();
+    for (size_t j = 0; j < n; j += width) {
+      const size_t columns = std::min(width, kernels::wholeSteps(n - j));
+      RowPanels fromJ = left;
+      fromJ.data += static_cast<ptrdiff_t>(j) * left.columnStep;
+      kernels::panelProduct(w.panels(j), fromJ, n - j, {j, j + columns, 0, rows}, y.place(j, i),
+                            width, kTileFresh);
     }
   });
 }
 
 /// Z11 = W^T W - Y^T Z21, both triangles.
-void PanelInverter::completeSquare(const Part& part, Block w, Block y, kernels::Team* team) {
+void PanelInverter::completeSquare(const Part& part, const PackedRows& w, const PackedRows& y,
+                                   kernels::Team* team) {
   const size_t n = part.columns;
-  for (size_t j = 0; j < n; j += kTriangleBlock) {
-    for (size_t i = j; i < n; i += kTriangleBlock) {
-      product(std::min(kTriangleBlock, n - i), std::min(kTriangleBlock, n - j), n - i, 1.0,
-              w.at(i, i).transposed(), w.at(i, j), Write::Over, part.square.at(i, j));
-    }
+  const auto stride = static_cast<size_t>(part.square.colStride);
+  for (size_t i = 0; i < n; i += kPanelRows) {
+    const size_t end = std::min(i + kPanelRows, n);
+    const RowPanels rows = w.panels(i);
+    kernels::lowerPanelProduct(rows, rows, n - i, {i, end, 0, end}, part.square.at(i, 0).data,
+                               stride, kTileFresh);
   }
-  const auto subtract = [&](size_t i, size_t j) {
-    product(n - j, std::min(kTriangleBlock, n - j), std::min(kRowChunk, part.count - i), -1.0,
-            y.at(i, j).transposed(), part.under.at(i, j), Write::AddTo, part.square.at(j, j));
+  const auto subtract = [&](size_t k, size_t j, size_t end) {
+    const RowPanels columns{
+        part.under.at(k, 0).data, kPanelRows, kPanelRows * stride, 1, false, stride};
+    kernels::lowerPanelProduct(y.panels(k), columns, std::min(kRowChunk, part.count - k),
+                               {j, n, j, end}, part.square.at(j, j).data, stride,
+                               kTileNegate | kTileUpdate);
   };
   if (team == nullptr) {
-    for (size_t i = 0; i < part.count; i += kRowChunk) {
-      for (size_t j = 0; j < n; j += kTriangleBlock) subtract(i, j);
-    }
+    for (size_t k = 0; k < part.count; k += kRowChunk) subtract(k, 0, n);
   } else {
-    forPieces(team, pieces(n, kTriangleBlock), [&](size_t piece) {
-      for (size_t i = 0; i < part.count; i += kRowChunk) subtract(i, piece * kTriangleBlock);
+    forPieces(team, pieces(n, kPanelRows), [&](size_t piece) {
+      const size_t j = piece * kPanelRows;
+      for (size_t k = 0; k < part.count; k += kRowChunk) {
+        subtract(k, j, std::min(j + kPanelRows, n));
+      }
     });
   }
-  for (size_t j = 0; j < n; j += kTriangleBlock) {
-    mirror(part.square.data, static_cast<size_t>(part.square.colStride), j,
-           std::min(j + kTriangleBlock, n), n);
+  for (size_t j = 0; j < n; j += kPanelRows) {
+    mirror(part.square.data, stride, j, std::min(j + kPanelRows, n), n);
   }
 }
 
@@ -298,14 +351,16 @@ void PanelInverter::invertPart(const Part& part) {
                             static_cast<double>(part.count + n);
   kernels::Team* const team = operations > kWorthSharing ? team_ : nullptr;
   const Block w{w_, static_cast<ptrdiff_t>(n), 1};
-  // Row-major, so that Y^T is read along its rows.
-  const Block y{y_, static_cast<ptrdiff_t>(n), 1};
+  // Both by their columns.
+  const PackedRows packedW(packedW_, n);
+  const PackedRows y(y_, part.count);
   invertTriangle(invertSmall_, n, part.l11, w, scratch_);
+  packedW.pack(0, n, 0, n, w.data, n);
   if (part.count > 0) {
-    multiplyByTriangle(part, w, y, team);
+    multiplyByTriangle(part, packedW, y, team);
     multiplyByKnown(part, y, team);
   }
-  completeSquare(part, w, y, team);
+  completeSquare(part, packedW, y, team);
 }
 
 /// A single column with few rows below, where calls would cost more than the arithmetic:

@@ -7,6 +7,7 @@
 
 #include "kernels/block.h"
 #include "kernels/panel_storage.h"
+#include "kernels/products/panel_product.h"
 #include "kernels/team.h"
 #include "kernels/triangles/triangle_inverse.h"
 #include "sparse/pattern/columns.h"
@@ -39,6 +40,7 @@ struct InverterSizes {
   /// Of one inverter.
   double bytes() const;
   std::size_t values() const;
+  std::size_t packedTriangle() const;
   std::size_t triangle() const;
   std::size_t scratch() const;
 
@@ -93,10 +95,17 @@ class PanelInverter {
                      std::size_t last, kernels::Block strip, Index* place) const;
   void gatherStrip(const Part& part, std::size_t first, std::size_t last, kernels::Block strip,
                    kernels::Team* team);
-  void multiplyByTriangle(const Part& part, kernels::Block w, kernels::Block y,
-                          kernels::Team* team);
-  void multiplyByKnown(const Part& part, kernels::Block y, kernels::Team* team);
-  void completeSquare(const Part& part, kernels::Block w, kernels::Block y, kernels::Team* team);
+  void multiplyByTriangle(const Part& part, const kernels::PackedRows& w,
+                          const kernels::PackedRows& y, kernels::Team* team);
+  void multiplyByKnown(const Part& part, const kernels::PackedRows& y, kernels::Team* team);
+  static void multiplyRows(const Part& part, const kernels::PackedRows& y, std::size_t first,
+                           std::size_t end, std::size_t row, std::size_t count,
+                           kernels::Block strip);
+  static void multiplyTurned(const Part& part, const kernels::PackedRows& y, std::size_t first,
+                             std::size_t end, std::size_t column, std::size_t count,
+                             kernels::Block strip);
+  void completeSquare(const Part& part, const kernels::PackedRows& w, const kernels::PackedRows& y,
+                      kernels::Team* team);
 
   PanelStructure s_;
   kernels::Team* team_;
@@ -104,9 +113,10 @@ class PanelInverter {
   std::vector<Run> runs_;
   /// Of each row below the part its place among the rows of the ancestor being read.
   kernels::PanelStorage workspace_;
+  double* packedW_;
+  double* y_;
   double* w_;
   double* scratch_;
-  double* y_;
   double* strip_;
   std::vector<Index> place_;
 };

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "kernels/panel_storage.h"
-#include "kernels/products/outer_product.h"
+#include "kernels/products/panel_product.h"
 #include "kernels/triangles/front_cholesky.h"
 #include "sparse/symbolic/tree.h"
 
@@ -280,9 +280,10 @@ class Factoriser {
         const Index rows = std::min(i == j ? columns + kLeafRows : kLeafRows, count - i);
         const auto room = static_cast<size_t>(rows);
         const auto below = static_cast<size_t>(i - j);
-        kernels::subtractOuterProduct(kernels::unpackedRows(l21 + j, stride), inner,
-                                      {below, below + room, 0, static_cast<size_t>(columns)}, piece,
-                                      room, false);
+        const kernels::RowPanels rowsOfL = kernels::unpackedRows(l21 + j, stride);
+        kernels::lowerPanelProduct(rowsOfL, rowsOfL, inner,
+                                   {below, below + room, 0, static_cast<size_t>(columns)}, piece,
+                                   room, kernels::kTileNegate);
         for (Index c = 0; c < columns; ++c) {
           const Index skip = i == j ? c : 0;
           addColumn(piece + static_cast<size_t>(c) * room + skip, place + i + skip, rows - skip,
