@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "cli/commands.h"
+#include "zeph/checks/machine.h"
 #include "zeph/error.h"
-#include "zeph/general/version.h"
 
 namespace zeph {
 namespace {
@@ -142,6 +142,7 @@ Application::Application()
   declareExport(*this);
   declareDemo(*this);
   declareVersion(*this);
+  declareDoctor(*this);
   declareHelp(*this);
 }
 

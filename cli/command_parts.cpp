@@ -141,6 +141,10 @@ ReadOptions readOptions(const Files& files, const Console& console) {
   options.format = kFormats.at(files.format);
   options.oneBased = files.oneBased;
   options.memoryLimit = bytesOf(files.memory);
+  options.progress = [&console](double share) {
+    console.checkpoint();
+    console.share(share);
+  };
   options.note = [&console](const std::string& sentence) { console.warning(sentence); };
   return options;
 }

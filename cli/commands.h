@@ -23,6 +23,7 @@ void declareMultiply(Application& z);
 void declareExport(Application& z);
 void declareDemo(Application& z);
 void declareVersion(Application& z);
+void declareDoctor(Application& z);
 
 }  // namespace zeph
 

@@ -28,6 +28,10 @@ struct ReadOptions {
   bool oneBased = false;                      ///< indices of CSV files count from 1
   double memoryLimit = 0.0;  ///< bytes that the matrix may take; 0 for what the machine has
 
+  /// Called now and then with the share of the file that has been read, where its size is known.
+  /// What it throws comes through.
+  std::function<void(double share)> progress = {};
+
   /// Told in a sentence what looks wrong in a file that can be read all the same.
   std::function<void(const std::string& sentence)> note = {};
 };

@@ -109,4 +109,14 @@ std::vector<Side> separate(const Graph& graph) {
   return result;
 }
 
+std::string minimumDegreeVersion() {
+  return std::to_string(AMD_MAIN_VERSION) + "." + std::to_string(AMD_SUB_VERSION) + "." +
+         std::to_string(AMD_SUBSUB_VERSION);
+}
+
+std::string separatorVersion() {
+  return std::to_string(METIS_VER_MAJOR) + "." + std::to_string(METIS_VER_MINOR) + "." +
+         std::to_string(METIS_VER_SUBMINOR);
+}
+
 }  // namespace korin::sparse

@@ -2,6 +2,7 @@
 #ifndef ZEPH_SPARSE_ORDERING_LIBRARIES_H
 #define ZEPH_SPARSE_ORDERING_LIBRARIES_H
 
+#include <string>
 #include <vector>
 
 #include "sparse/pattern/graph.h"
@@ -30,6 +31,10 @@ std::vector<Side> separate(const Graph& graph);
 
 /// Whether the integers of the two functions above count the graph's edges.
 bool canDissect(const Graph& graph);
+
+/// The versions of AMD and METIS that this was compiled with.
+std::string minimumDegreeVersion();
+std::string separatorVersion();
 
 }  // namespace korin::sparse
 

@@ -6,6 +6,7 @@
 #include <limits>
 #include <utility>
 
+#include "zeph/checks/datum.h"
 #include "zeph/checks/guarded.h"
 #include "zeph/checks/one_triangle.h"
 #include "zeph/factor.h"
@@ -113,23 +114,30 @@ void judgeForm(MatrixReport& r) {
   }
 }
 
-// Why a solve with m fails on that route, or nothing when it does not.
-std::string attempt(const SparseMatrix& m, Route route, double memoryLimit) {
+struct Verdict {
+  std::string against;  // empty where a solve succeeds
+  std::size_t nullSpace = 0;
+};
+
+// What a solve with m by that route comes to.
+Verdict attempt(const SparseMatrix& m, Route route, double memoryLimit) {
   Options options;
-  options.memoryLimit = memoryLimit;
   options.route = route;
+  options.memoryLimit = memoryLimit;
   try {
     const Factor f(m, options);
     f.estimateCondition();
     f.solve(std::vector<double>(m.rows, 1.0));
+  } catch (const DatumError& e) {
+    return {explanation(e.defect, m.indexBase), e.defect.dimension};
   } catch (const Error& e) {
     switch (e.kind()) {
       case ErrorKind::NotPositiveDefinite:
-        return "it is not positive definite";
+        return {"it is not positive definite"};
       case ErrorKind::Singular:
-        return "it is singular to working precision";
+        return {"it is singular to working precision"};
       case ErrorKind::Unfit:
-        return e.what();
+        return {e.what()};
       default:
         throw;
     }
@@ -143,12 +151,17 @@ void judgeByFactorising(const SparseMatrix& m, MatrixReport& r, const Progress& 
   if (!r.fitForLu()) return;
   progress.begin("trying to factorise");
   if (r.fitForCholesky()) {
-    const std::string against = attempt(m, Route::Cholesky, memoryLimit);
-    if (against.empty()) return;
-    r.againstCholesky.push_back(against);
+    const Verdict cholesky = attempt(m, Route::Cholesky, memoryLimit);
+    if (cholesky.against.empty()) return;
+    r.againstCholesky.push_back(cholesky.against);
+    r.nullSpace = cholesky.nullSpace;
+    if (r.nullSpace > 0) {
+      r.againstLu.push_back("it is singular for the same reason");
+      return;
+    }
   }
-  const std::string against = attempt(m, Route::Lu, memoryLimit);
-  if (!against.empty()) r.againstLu.push_back(against);
+  const Verdict lu = attempt(m, Route::Lu, memoryLimit);
+  if (!lu.against.empty()) r.againstLu.push_back(lu.against);
 }
 
 std::string symmetryText(const MatrixReport& r) {
@@ -288,6 +301,7 @@ void addFigures(const MatrixReport& r, JsonObject& figures) {
   figures.add("largest_asymmetry", r.symmetry.largestDifference);
   figures.add("unusable_diagonal", r.unusableDiagonal).add("not_finite", r.nonFinite);
   figures.add("empty_rows", r.emptyRows).add("empty_columns", r.emptyCols);
+  figures.add("null_space", r.nullSpace);
   figures.add("fit_for_cholesky", r.fitForCholesky()).add("fit_for_lu", r.fitForLu());
   figures.add("against_cholesky", r.againstCholesky).add("against_lu", r.againstLu);
 }

@@ -49,6 +49,9 @@ struct MatrixReport {
   std::vector<int> emptyRows, emptyCols;  ///< without an entry other than zero
   std::string oneTriangle;                ///< as oneTriangleOnly() says it
 
+  /// Dimension of the null space of a network that nothing holds; 0 where there is none to be seen.
+  std::size_t nullSpace = 0;
+
   /// Why Cholesky, or any factorisation, fails; empty when it succeeds.
   std::vector<std::string> againstCholesky, againstLu;
 

@@ -17,6 +17,7 @@ namespace zeph {
 namespace {
 
 constexpr double kNoLimit = std::numeric_limits<double>::infinity();
+constexpr double kBlasBuffer = 200e6;    // OpenBLAS maps 128 MiB and some, used or not
 constexpr double kAlwaysGranted = 16e6;  // less is not worth reading the system's tables for
 
 // The number after `key` in a file of lines "key value ..."; otherwise where there is none.
@@ -88,11 +89,28 @@ std::string amount(double bytes) {
 
 }  // namespace
 
-double availableMemory() {
+MemorySeen memorySeen() {
   const double installed =
       static_cast<double>(sysconf(_SC_PHYS_PAGES)) * static_cast<double>(sysconf(_SC_PAGESIZE));
   const double free = 1024.0 * field("/proc/meminfo", "MemAvailable:", installed / 1024.0);
-  return std::min({free, leftInGroups(), leftInAddressSpace()});
+  return {installed, free, leftInGroups(), leftInAddressSpace()};
+}
+
+double availableMemory() {
+  const MemorySeen seen = memorySeen();
+  return std::min({seen.free, seen.controlGroups, seen.addressSpace});
+}
+
+std::string memoryText(double bytes) {
+  return amount(bytes);
+}
+
+void requireRoomForBlas(const std::string& what) {
+  const double left = leftInAddressSpace();
+  if (left >= kBlasBuffer) return;
+  throw Error(ErrorKind::Memory, what + " needs a BLAS, which takes " + amount(kBlasBuffer) +
+                                     " of address space; the limit (ulimit -v) leaves " +
+                                     amount(left) + "; raise it");
 }
 
 void requireBytes(const std::string& what, double bytes, double limit, double held) {

@@ -44,6 +44,10 @@ class Backend {
   /// x holds `count` columns of independent standard normal numbers, and afterwards of N(0, A⁻¹).
   virtual void colour(std::size_t count, double* x, Watch& watch) const = 0;
   virtual double estimateCondition(Watch& watch) const = 0;
+
+  /// The matrix itself where it is known to be symmetric, else one without rows: for the question
+  /// why it is singular.
+  virtual SparseMatrix symmetricMatrix() const { return {}; }
 };
 
 }  // namespace zeph

@@ -557,6 +557,23 @@ double CholeskyBackend::estimateCondition(Watch& watch) const {
   return condition_;
 }
 
+SparseMatrix CholeskyBackend::symmetricMatrix() const {
+  SparseMatrix m;
+  m.rows = m.cols = static_cast<size_t>(symbolic_.n);
+  m.symmetry = Symmetry::Symmetric;
+  for (Index k = 0; k < symbolic_.n; ++k) {
+    const Index* rows = symbolic_.rowsOf(symbolic_.groupOf[k]);
+    for (Offset p = entries_.start[k]; p < entries_.start[k + 1]; ++p) {
+      const Index i = symbolic_.permutation[k];
+      const Index j = symbolic_.permutation[rows[entries_.position[p]]];
+      m.entries.push_back({static_cast<std::uint32_t>(std::max(i, j)),
+                           static_cast<std::uint32_t>(std::min(i, j)),
+                           std::ldexp(entries_.value[p], -exponent(i) - exponent(j))});
+    }
+  }
+  return m;
+}
+
 // Before results that come without a check of their own.
 void CholeskyBackend::requireTrust(Watch& watch) const {
   if (smallestPivotShare_ > kHarmlessPivotShare) return;

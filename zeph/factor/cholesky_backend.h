@@ -46,6 +46,7 @@ class CholeskyBackend final : public Backend {
   int determinantSign() const override { return 1; }
   void colour(std::size_t count, double* x, Watch& watch) const override;
   double estimateCondition(Watch& watch) const override;
+  SparseMatrix symmetricMatrix() const override;
 
   /// L without zeros, in no order of entries, and L Lᵀ = A(permutation, permutation). In the
   /// natural order that of A itself, and the permutation is left empty.

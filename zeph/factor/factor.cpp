@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <cmath>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <utility>
 
+#include "zeph/checks/datum.h"
 #include "zeph/checks/guarded.h"
 #include "zeph/checks/memory.h"
 #include "zeph/checks/one_triangle.h"
@@ -62,9 +64,31 @@ std::unique_ptr<CholeskyBackend> analysed(const SparseMatrix& A, const Options& 
   return factor;
 }
 
+bool meansSingular(const Error& e) {
+  return e.kind() == ErrorKind::NotPositiveDefinite || e.kind() == ErrorKind::Singular;
+}
+
+// Before a symmetric matrix is called singular, or sent to LU, which would call it so: throws
+// DatumError where it is a network that nothing holds.
+void requireHeld(const SparseMatrix& A, const std::string& source, size_t indexBase,
+                 const Options& options) {
+  const std::optional<DatumDefect> defect = findDatumDefect(A, options);
+  if (defect) throw DatumError(source, indexBase, *defect);
+}
+
+std::unique_ptr<Backend> byLu(const SparseMatrix& A, const Options& options, Watch& watch) {
+  try {
+    return makeLuBackend(A, "as asked", options, watch);
+  } catch (const Error& e) {
+    if (e.kind() != ErrorKind::Singular) throw;
+    if (firstRoute(A).route == Route::Cholesky) requireHeld(A, A.source, A.indexBase, options);
+    throw;
+  }
+}
+
 std::unique_ptr<Backend> factorised(const SparseMatrix& A, const Options& options, Watch& watch) {
   requireFactorable(A);
-  if (asksForLu(options)) return makeLuBackend(A, "as asked", options, watch);
+  if (asksForLu(options)) return byLu(A, options, watch);
   std::string against;
   std::unique_ptr<CholeskyBackend> factor = analysed(A, options, watch, against);
   if (factor == nullptr) return makeLuBackend(A, against, options, watch);
@@ -72,6 +96,8 @@ std::unique_ptr<Backend> factorised(const SparseMatrix& A, const Options& option
     factor->factorise(A, watch);
     return factor;
   } catch (const Error& e) {
+    if (!meansSingular(e)) throw;
+    requireHeld(A, A.source, A.indexBase, options);
     if (e.kind() != ErrorKind::NotPositiveDefinite || options.route == Route::Cholesky) throw;
     against = "its Cholesky factorisation broke down at row " +
               std::to_string(static_cast<size_t>(e.row()) + A.indexBase);
@@ -182,7 +208,14 @@ class Factor::Impl {
                                           " has no numbers since its last refactorisation failed");
       }
       Watch watch(options);
-      return work(const_cast<const Backend&>(*backend), watch);
+      try {
+        return work(const_cast<const Backend&>(*backend), watch);
+      } catch (const Error& e) {
+        if (e.kind() != ErrorKind::Singular) throw;
+        const SparseMatrix A = backend->symmetricMatrix();
+        if (A.rows > 0) requireHeld(A, source, indexBase, options);
+        throw;
+      }
     });
   }
 

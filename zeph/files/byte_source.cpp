@@ -64,10 +64,11 @@ ByteSource::ByteSource(const std::string& path) : name_(displayName(path)) {
       more = static_cast<std::size_t>(std::max<ssize_t>(some, 0));
     }
     ahead_.resize(got);
+    if (known && S_ISREG(status.st_mode)) fileBytes_ = static_cast<std::size_t>(status.st_size);
     if (isGzip(ahead_.data(), got)) {
       inflater_ = std::make_unique<Inflater>();
-    } else if (known && S_ISREG(status.st_mode)) {
-      bytes_ = static_cast<std::size_t>(status.st_size);
+    } else {
+      bytes_ = fileBytes_;
     }
   } catch (...) {
     close(descriptor_);
@@ -92,7 +93,10 @@ std::size_t ByteSource::readRaw(char* to, std::size_t room) {
   }
   while (true) {
     const ssize_t got = ::read(descriptor_, to, room);
-    if (got >= 0) return static_cast<std::size_t>(got);
+    if (got >= 0) {
+      rawBytes_ += static_cast<std::size_t>(got);
+      return static_cast<std::size_t>(got);
+    }
     if (errno != EINTR) throw cannotRead(name_, errno);
   }
 }

@@ -29,6 +29,11 @@ class ByteSource {
   /// Size of a regular file that is not compressed, 0 where the number of bytes is not known.
   std::size_t bytes() const { return bytes_; }
 
+  /// The share of the file that has been read, 0 where its size is not known.
+  double share() const {
+    return fileBytes_ > 0 ? static_cast<double>(rawBytes_) / static_cast<double>(fileBytes_) : 0.0;
+  }
+
   /// As messages call it.
   const std::string& name() const { return name_; }
 
@@ -41,6 +46,7 @@ class ByteSource {
   std::string name_;
   int descriptor_ = -1;
   std::size_t bytes_ = 0;
+  std::size_t fileBytes_ = 0, rawBytes_ = 0;  // as they lie in the file
   std::vector<char> ahead_;  // raw bytes that were read before anyone asked for them
   std::size_t aheadAt_ = 0;
   std::unique_ptr<Inflater> inflater_;

@@ -68,6 +68,7 @@ bool LineReader::fill() {
   if (end_ == buffer_.size()) buffer_.resize(2 * buffer_.size());
   const std::size_t got = source_.read(buffer_.data() + end_, buffer_.size() - end_);
   end_ += got;
+  if (progress_ != nullptr && *progress_) (*progress_)(source_.share());
   return got > 0;
 }
 

@@ -2,6 +2,7 @@
 #define ZEPH_FILES_LINE_READER_H
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -23,6 +24,10 @@ class LineReader {
  public:
   /// Throws Error(Input) when the file cannot be opened.
   explicit LineReader(const std::string& path);
+
+  /// From now on progress(share of the file that has been read) is called with every buffer read.
+  /// It must outlive the reading.
+  void tell(const std::function<void(double)>& progress) { progress_ = &progress; }
 
   /// The beginning of the file, before the first next(): at least a few hundred bytes, unless it
   /// is shorter.
@@ -56,6 +61,7 @@ class LineReader {
   bool fill();
 
   ByteSource source_;
+  const std::function<void(double)>* progress_ = nullptr;
   std::size_t lineNumber_ = 0;
   std::vector<char> buffer_;
   std::size_t begin_ = 0;  // unread part of the buffer: [begin_, end_)

@@ -94,6 +94,7 @@ SparseMatrix sparseFrom(LineReader& in, const std::string& path, const ReadOptio
 SparseMatrix readSparse(const std::string& path, const ReadOptions& options) {
   return guarded(displayName(path), [&] {
     LineReader in(path);
+    in.tell(options.progress);
     return sparseFrom(in, path, options);
   });
 }
@@ -101,6 +102,7 @@ SparseMatrix readSparse(const std::string& path, const ReadOptions& options) {
 DenseMatrix readDense(const std::string& path, const ReadOptions& options) {
   return guarded(displayName(path), [&] {
     LineReader in(path);
+    in.tell(options.progress);
     switch (formOf(in, path, options, Wanted::Dense)) {
       case FileFormat::Npz:
         if (isNpy(in.head())) return readNpy(in.rest(options.memoryLimit), in.path(), options);
@@ -120,6 +122,7 @@ bool readAsStored(const std::string& path, SparseMatrix& sparse, DenseMatrix& de
                   const ReadOptions& options) {
   return guarded(displayName(path), [&] {
     LineReader in(path);
+    in.tell(options.progress);
     if (isMatrixMarket(in.head())) return readMatrixMarketAsStored(in, sparse, dense, options);
     sparse = sparseFrom(in, path, options);
     return false;

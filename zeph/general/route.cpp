@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "zeph/checks/matrix_check.h"
+#include "zeph/checks/memory.h"
 #include "zeph/checks/one_triangle.h"
 #include "zeph/error.h"
 #include "zeph/files/number_text.h"
@@ -81,6 +82,7 @@ PreparedMatrix scaled(PreparedMatrix m, bool symmetric) {
 
 PreparedMatrix prepare(SparseMatrix m, Route asked, bool mayUseLu) {
   requireSquare(m);
+  requireRoomForBlas("factorising " + m.source);
   requireFinite(m);
   requireBothTriangles(m);
   requireEntries(m);

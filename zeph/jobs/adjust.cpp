@@ -6,6 +6,7 @@
 #include <string>
 #include <utility>
 
+#include "zeph/checks/datum.h"
 #include "zeph/checks/guarded.h"
 #include "zeph/error.h"
 #include "zeph/factor/design.h"
@@ -120,10 +121,13 @@ std::vector<double> weightedBack(const Problem& p, const std::vector<double>& v)
   return result;
 }
 
+std::string undetermined(const Problem& p) {
+  return "the observations of " + p.J.source + " do not determine all unknowns: ";
+}
+
 Error datumDefect(const Problem& p, std::int64_t column) {
   return Error(ErrorKind::Singular,
-               "the observations of " + p.J.source +
-                   " do not determine all unknowns: no point is held fixed, and " +
+               undetermined(p) + "no point is held fixed, and " +
                    p.unknown(static_cast<size_t>(column)) +
                    " can move without changing any of them; add an observation of a known value, "
                    "such as a benchmark or a fixed coordinate, for every part of the network",
@@ -177,6 +181,9 @@ std::shared_ptr<const Factor> factorised(const Problem& p, const SparseMatrix& N
     auto factor = std::make_shared<const Factor>(N, options);
     requireDatum(p, N, *factor);
     return factor;
+  } catch (const DatumError& e) {
+    throw Error(ErrorKind::Singular, undetermined(p) + explanation(e.defect, p.J.indexBase),
+                e.row());
   } catch (const Error& e) {
     const bool defect =
         e.kind() == ErrorKind::NotPositiveDefinite || e.kind() == ErrorKind::Singular;

@@ -7,8 +7,6 @@
 #include "zeph/general/inverse_set.h"
 #include "zeph/general/solve.h"
 #include "zeph/general/variances.h"
-#include "zeph/general/version.h"
-#include "zeph/zeph_c.h"
 
 namespace zeph {
 namespace {
@@ -49,9 +47,5 @@ SparseMatrix inverseSet(SparseMatrix, const Progress&) {
 }
 
 // NOLINTEND(performance-unnecessary-value-param)
-
-std::string versionText() {
-  return zeph_version();
-}
 
 }  // namespace zeph

@@ -1,0 +1,157 @@
+// Networks that nothing holds, found and named; and no others.
+#include "zeph/checks/datum.h"
+
+#include <array>
+#include <cmath>
+#include <numbers>
+#include <set>
+#include <vector>
+
+#include "tests/zeph/front_test.h"
+#include "zeph/factor.h"
+
+namespace {
+
+using zeph::DatumDefect;
+using zeph::Entry;
+using zeph::SparseMatrix;
+
+class DatumTest : public FrontTest {
+ protected:
+  struct Case {
+    SparseMatrix A;
+    std::size_t dimension = 0, parts = 0;
+    bool levelled = true;
+  };
+
+  double uniform(double from, double to) {
+    return from + (to - from) * static_cast<double>(random_() % 100001) / 1e5;
+  }
+
+  /// J with rows appended by `observe`, as its normal matrix with random weights.
+  SparseMatrix normal(const SparseMatrix& J, double decades) {
+    std::vector<double> weights(J.rows);
+    for (double& w : weights) w = std::pow(10.0, uniform(-decades / 2, decades / 2));
+    return zeph::normalEquations(J, weights);
+  }
+
+  static void observe(SparseMatrix& J, const std::vector<std::pair<unsigned, double>>& row) {
+    for (const auto& [col, value] : row) {
+      J.entries.push_back({static_cast<std::uint32_t>(J.rows), col, value});
+    }
+    ++J.rows;
+  }
+
+  /// Some parts, each a random tree with extra edges; those of `held` have a benchmark. The
+  /// unknowns of the parts alternate.
+  Case levelling(unsigned parts, const std::set<unsigned>& held, unsigned size, double decades) {
+    SparseMatrix J;
+    J.cols = std::size_t{parts} * size;
+    for (unsigned part = 0; part < parts; ++part) {
+      const auto at = [&](unsigned k) { return k * parts + part; };
+      for (unsigned k = 1; k < size; ++k) observe(J, {{at(k), 1.0}, {at(below(k)), -1.0}});
+      for (unsigned k = 0; k < size; ++k) {
+        const unsigned a = below(size), b = below(size);
+        if (a != b) observe(J, {{at(a), 1.0}, {at(b), -1.0}});
+      }
+      if (held.count(part) > 0) observe(J, {{at(below(size)), 1.0}});
+    }
+    return {normal(J, decades), parts - held.size(), parts - held.size(), true};
+  }
+
+  /// Points of a plane between which distances or coordinate differences are measured, in unlike
+  /// units a column; fixed[k] known coordinates hold it.
+  Case plane(unsigned size, bool distances, unsigned fixed, double decades) {
+    SparseMatrix J;
+    J.cols = std::size_t{2} * size;
+    std::vector<std::array<double, 2>> point(size);
+    for (auto& p : point) p = {uniform(0, 10), uniform(0, 10)};
+    const auto measure = [&](unsigned a, unsigned b) {
+      const double dx = point[a][0] - point[b][0], dy = point[a][1] - point[b][1];
+      const double d = std::hypot(dx, dy);
+      if (distances) {
+        observe(J, {{2 * a, dx / d}, {2 * a + 1, dy / d}, {2 * b, -dx / d}, {2 * b + 1, -dy / d}});
+      } else {
+        observe(J, {{2 * a, 1e3}, {2 * b, -1e3}});
+        observe(J, {{2 * a + 1, 1.0}, {2 * b + 1, -1.0}});
+      }
+    };
+    for (unsigned a = 1; a < size; ++a) {
+      for (unsigned b = a > 5 ? a - 5 : 0; b < a; ++b) measure(a, b);
+    }
+    for (unsigned k = 0; k < fixed; ++k) observe(J, {{k, 1.0}});
+    const std::size_t free = distances ? 3 - std::min(fixed, 3u) : 2 - std::min(fixed, 2u);
+    return {normal(J, decades), free, distances ? std::min<std::size_t>(free, 1) : free,
+            !distances};
+  }
+
+  void expectCase(const Case& c, const char* what) {
+    const auto found = zeph::findDatumDefect(c.A);
+    ASSERT_EQ(found.has_value(), c.dimension > 0) << what;
+    if (!found) {
+      EXPECT_NO_THROW(zeph::Factor{c.A}.variances()) << what;
+      return;
+    }
+    EXPECT_EQ(found->dimension, c.dimension) << what;
+    EXPECT_EQ(found->parts, c.parts) << what;
+    EXPECT_EQ(found->levelled, c.levelled) << what;
+    EXPECT_EQ(found->carriers.size(), c.parts) << what;
+    // What the factor says when it is asked, by any route.
+    for (const auto route : {zeph::Route::Automatic, zeph::Route::Cholesky, zeph::Route::Lu}) {
+      zeph::Options options;
+      options.route = route;
+      expectError([&] { zeph::Factor(c.A, options).variances(); },
+                  route == zeph::Route::Lu ? "" : "6 the normal matrix", true);
+    }
+    // Known values of as many unknowns of each part as its share is make it regular.
+    if (c.dimension > c.parts) return;
+    SparseMatrix held = c.A;
+    for (const std::size_t i : found->carriers) {
+      for (Entry& e : held.entries) {
+        if (e.row == i && e.col == i) e.value *= 2.0;
+      }
+    }
+    EXPECT_FALSE(zeph::findDatumDefect(held)) << what;
+  }
+};
+
+TEST_F(DatumTest, namesWhatNothingHoldsAndNothingElse) {
+  for (int round = 0; round < 12; ++round) {
+    const unsigned size = 3 + below(60);
+    const double decades = round % 3 * 2.0;
+    expectCase(levelling(1, {}, size, decades), "one part");
+    expectCase(levelling(4, {1, 2}, size, decades), "two parts of four");
+    expectCase(levelling(3, {0, 1, 2}, size, decades), "held");
+    expectCase(plane(4 + size, true, 0, decades), "distances");
+    expectCase(plane(4 + size, true, 1, decades), "distances, one coordinate");
+    expectCase(plane(4 + size, true, 3, decades), "distances, held");
+    expectCase(plane(4 + size, false, 0, decades), "differences");
+    expectCase(plane(4 + size, false, 2, decades), "differences, held");
+  }
+}
+
+TEST_F(DatumTest, otherMatricesHaveNoDatumToMiss) {
+  const auto dense = [](unsigned n, const auto& entry) {
+    SparseMatrix m;
+    m.rows = m.cols = n;
+    m.symmetry = zeph::Symmetry::Symmetric;
+    for (unsigned c = 0; c < n; ++c) {
+      for (unsigned r = c; r < n; ++r) m.entries.push_back({r, c, entry(r, c)});
+    }
+    return m;
+  };
+  const SparseMatrix cases[] = {
+      dense(14, [](unsigned r, unsigned c) { return 1.0 / (r + c + 1); }),            // Hilbert
+      dense(5, [](unsigned r, unsigned c) { return r == c ? 1.0 : 2.0; }),            // indefinite
+      dense(3, [](unsigned r, unsigned c) { return r == c && r != 1 ? 1.0 : 0.0; }),  // empty row
+      dense(40, [](unsigned r, unsigned c) { return r == c       ? 2.0
+                                                    : r == c + 1 ? -1.0
+                                                                 : 0.0; }),
+      // Heights held by a benchmark of little weight.
+      dense(9, [](unsigned r, unsigned c) {
+        return r == c ? (r % 8 == 0 ? 1.0 : 2.0) + (r == 0 ? 1e-8 : 0.0) : r == c + 1 ? -1.0 : 0.0;
+      })};
+  for (const SparseMatrix& A : cases) EXPECT_FALSE(zeph::findDatumDefect(A)) << A.rows;
+}
+
+}  // namespace
