@@ -89,6 +89,7 @@ void Console::stage(const char* name) const {
   }
   stage_ = name;
   share_ = 0.0;
+  if (std::strcmp(name, "writing") == 0 && ::isatty(STDOUT_FILENO) != 0) clear();
   stageStart_ = now;
 }
 
@@ -122,12 +123,15 @@ void Console::error(const std::string& sentence) const {
 }
 
 void Console::finish() const {
-  {
-    const std::lock_guard lock(mutex_);
-    ended_ = true;
-    if (shown_) std::fputs(kClearLine, stderr);
-    shown_ = false;
-  }
+  const std::lock_guard lock(mutex_);
+  clear();
+}
+
+// Nothing is shown any more: what comes next may stand on the same terminal.
+void Console::clear() const {
+  ended_ = true;
+  if (shown_) std::fputs(kClearLine, stderr);
+  shown_ = false;
   wake_.notify_all();
 }
 
@@ -140,7 +144,8 @@ std::string Console::line() const {
   if (share_ > kTellingShare) {
     left = ", " + duration(seconds * (1.0 - share_) / share_) + " left";
   }
-  const std::string forms[] = {stage_ + " ..." + percent + ", " + duration(seconds) + left,
+  const char* comma = *percent == '\0' ? " " : ", ";
+  const std::string forms[] = {stage_ + " ..." + percent + comma + duration(seconds) + left,
                                stage_ + percent + left, stage_ + percent};
   const auto width = static_cast<std::size_t>(terminalWidth() - 1);
   for (const std::string& form : forms) {

@@ -51,6 +51,7 @@ class Console : public Progress {
 
  private:
   void show();
+  void clear() const;
   std::string line() const;
   void say(const char* colour, const char* word, const std::string& sentence) const;
 

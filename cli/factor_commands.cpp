@@ -340,6 +340,7 @@ int printLogDeterminant(const Engine& o, Console& console) {
   const Factor f = factorOf(load(o, console, o), o, console);
   tellReport(f.report(), console);
   console.figures.add("log_abs_determinant", f.logDeterminant()).add("sign", f.determinantSign());
+  console.finish();
   if (console.manner.json) return 0;
   std::string text;
   appendShortest(text, f.logDeterminant());
@@ -350,6 +351,7 @@ int printLogDeterminant(const Engine& o, Console& console) {
 int printPlan(const Engine& o, Console& console) {
   const Report r = plan(load(o, console, o), optionsOf(o, console));
   tellReport(r, console);
+  console.finish();
   if (console.manner.json) return 0;
   std::printf("route:            %s (%s)\n", name(r.route), r.reason.c_str());
   std::printf("unknowns:         %lld in %lld groups\n", static_cast<long long>(r.unknowns),

@@ -161,6 +161,7 @@ int runDemo(const DemoOptions& o, Console& console) {
   console.figures.add("estimates", r.estimatesFile).add("picture", r.pictureFile);
   console.figures.add("planted", r.blunder.line).add("suspect", r.blunder.suspect);
   console.figures.add("report", r.reportFile);
+  console.finish();
   if (!console.manner.json) printDemonstration(r);
   return 0;
 }

@@ -35,6 +35,7 @@ int printCheck(const Formed& o, Console& console) {
   o.declare(A);
   const MatrixReport report = checkMatrix(A, console, bytesOf(o.memory));
   addFigures(report, console.figures);
+  console.finish();
   if (!console.manner.json) std::fputs(toText(report).c_str(), stdout);
   return report.fit() ? 0 : 1;
 }

@@ -289,7 +289,7 @@ bool findMotions(const Block& x, const Block& sx, const std::vector<size_t>& row
       moved[i] += sum * sum;
     }
   }
-  found.atLeast = found.dimension == rank && rank < rows.size();
+  found.atLeast = found.dimension == x.size() && x.size() < rows.size();
   const double most = *std::max_element(moved.begin(), moved.end());
   const auto first =
       std::find_if(moved.begin(), moved.end(), [&](double m) { return m >= kAsMuch * most; });

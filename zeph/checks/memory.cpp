@@ -17,6 +17,7 @@ namespace zeph {
 namespace {
 
 constexpr double kNoLimit = std::numeric_limits<double>::infinity();
+constexpr double kUnlimited = 1e18;      // version 1 of control groups has a number for no limit
 constexpr double kBlasBuffer = 200e6;    // OpenBLAS maps 128 MiB and some, used or not
 constexpr double kAlwaysGranted = 16e6;  // less is not worth reading the system's tables for
 
@@ -43,7 +44,7 @@ double number(const std::string& file, double otherwise) {
 double leftInGroup(const std::string& folder, const char* limit, const char* used,
                    const char* reclaimable) {
   const double most = number(folder + limit, kNoLimit);
-  if (most == kNoLimit) return kNoLimit;
+  if (most >= kUnlimited) return kNoLimit;
   const double cached = field(folder + "memory.stat", reclaimable, 0.0);
   return std::max(0.0, most - std::max(0.0, number(folder + used, 0.0) - cached));
 }
