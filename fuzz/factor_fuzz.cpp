@@ -144,7 +144,7 @@ void judge(const zeph::Factor& f, const zeph::SparseMatrix& A, Input& in) {
       rest -= truth.a[i * n + k] * x[k];
       size += std::fabs(truth.a[i * n + k] * x[k]);
     }
-    PROMISE(std::fabs(rest) <= 1e-10L * size);
+    PROMISE(std::fabs(rest) <= 1e-14L * size);
   }
 }
 
