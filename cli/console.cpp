@@ -26,14 +26,21 @@ constexpr const char* kPlain = "\033[0m";
 
 Progress* interrupted = nullptr;
 
+volatile sig_atomic_t unread = 0;  // a pipe that was written to has lost its reader
+
+extern "C" void onBrokenPipe(int) {
+  unread = 1;  // the write fails as well, so that whoever writes cleans up
+}
+
 extern "C" void onInterrupt(int) {
   interrupted->cancel();
   AtomicFile::stopAll();
   // A factorisation cannot be interrupted from outside, so the process ends here, unless a file is
   // being written: then the next write stops the work and the file's owner removes it.
   if (AtomicFile::temporariesInUse() != 0) return;
-  constexpr char kMessage[] = "\nzeph: stopped on request; nothing was written\n";
-  [[maybe_unused]] const auto written = ::write(STDERR_FILENO, kMessage, sizeof kMessage - 1);
+  for (const char* piece : {"\nzeph: ", stopSentence(), "\n"}) {
+    [[maybe_unused]] const auto written = ::write(STDERR_FILENO, piece, std::strlen(piece));
+  }
   ::_exit(exitCode(ErrorKind::Cancelled));
 }
 
@@ -177,6 +184,21 @@ void stopCleanlyOnInterrupt(Progress& progress) {
     // nohup, and shells that start a program in the background, want it to go on.
     if (before.sa_handler != SIG_IGN) ::sigaction(signal, &action, nullptr);
   }
+  action.sa_handler = onBrokenPipe;
+  struct sigaction before = {};
+  ::sigaction(SIGPIPE, nullptr, &before);
+  if (before.sa_handler != SIG_IGN) ::sigaction(SIGPIPE, &action, nullptr);
+}
+
+const char* stopSentence() {
+  return AtomicFile::anythingWritten() ? "stopped on request after output had been written"
+                                       : "stopped on request; nothing was written";
+}
+
+void endIfUnread() {
+  if (unread == 0) return;
+  ::signal(SIGPIPE, SIG_DFL);
+  ::raise(SIGPIPE);
 }
 
 }  // namespace zeph

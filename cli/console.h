@@ -70,8 +70,15 @@ class Console : public Progress {
 };
 
 /// From now on Ctrl-C, a termination request and a closed terminal stop the program with status 130
-/// and leave no half-written file, unless the program was started with that signal ignored.
+/// and leave no half-written file, unless the program was started with that signal ignored. Writing
+/// to a pipe that nobody reads fails from now on instead of ending the program at once.
 void stopCleanlyOnInterrupt(Progress& progress);
+
+/// What a stopped program says of its results.
+const char* stopSentence();
+
+/// Ends the program as a pipe without a reader usually does, without a word, if that has happened.
+void endIfUnread();
 
 }  // namespace zeph
 

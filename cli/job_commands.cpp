@@ -2,6 +2,7 @@
 #include <cmath>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -94,13 +95,18 @@ int writePoseGraph(const PoseGraphArguments& o, Console& console) {
   const PoseGraphResult result = optimise(std::move(graph), how);
   const std::vector<DenseMatrix> covariances = result.covariances();
   console.begin("writing");
+  AtomicFile poses(o.output);
+  std::optional<AtomicFile> picture, blocks;
+  writePoses(poses, result.graph, covariances);
   if (!o.plot.empty()) {
-    AtomicFile picture(o.plot);
-    picture.write(drawPoseGraph(result.graph, covariances));
-    picture.commit();
+    picture.emplace(o.plot);
+    picture->write(drawPoseGraph(result.graph, covariances));
   }
-  writePoses(o.output, result.graph, covariances);
-  if (!pairs.empty()) writePairs("-", result, pairs);
+  if (!pairs.empty()) {
+    blocks.emplace("-");
+    writePairs(*blocks, result, pairs);
+  }
+  AtomicFile::commitAll({&poses, picture ? &*picture : nullptr, blocks ? &*blocks : nullptr});
   console.figures.add("poses", result.graph.poses.size()).add("edges", result.graph.edges.size());
   console.figures.add("initial_cost", result.initialCost).add("cost", result.cost);
   console.figures.add("iterations", result.iterations).add("converged", result.converged);

@@ -14,6 +14,7 @@ constexpr int kUnexpected = 70;
 int flushed(const zeph::Console& console, int status) {
   std::cout.flush();
   if (std::fflush(stdout) == 0 && std::cout.good()) return status;
+  zeph::endIfUnread();
   console.error("standard output cannot be written");
   return exitCode(zeph::ErrorKind::Output);
 }
@@ -23,6 +24,7 @@ int run(zeph::Application& z) {
   console.start();
   zeph::stopCleanlyOnInterrupt(console);
   const auto failed = [&](int status, const char* sentence) {
+    zeph::endIfUnread();
     console.finish();
     console.error(sentence);
     return status;
@@ -33,19 +35,12 @@ int run(zeph::Application& z) {
     if (console.manner.json) std::printf("%s\n", console.figures.text().c_str());
     return flushed(console, status);
   } catch (const zeph::Error& error) {
-    return failed(exitCode(error.kind()), error.what());
-  } catch (const std::bad_alloc&) {
-    return failed(exitCode(zeph::ErrorKind::Memory),
-                  "not enough memory for this matrix; try a machine with more");
-  } catch (const std::exception& error) {
-    return failed(kUnexpected, error.what());
+    const bool stopped = error.kind() == zeph::ErrorKind::Cancelled;
+    return failed(exitCode(error.kind()), stopped ? zeph::stopSentence() : error.what());
   }
 }
 
-}  // namespace
-
-// Without memory for the list of options there is nothing to report with either.
-int main(int argc, char** argv) {  // NOLINT(bugprone-exception-escape)
+int parseAndRun(int argc, char** argv) {
   zeph::Application z;
   try {
     z.app.parse(argc, argv);
@@ -55,4 +50,18 @@ int main(int argc, char** argv) {  // NOLINT(bugprone-exception-escape)
     return exitCode(zeph::ErrorKind::Usage);
   }
   return run(z);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return parseAndRun(argc, argv);
+  } catch (const std::bad_alloc&) {  // perhaps for the list of options already
+    std::fputs("zeph: not enough memory for this matrix; try a machine with more\n", stderr);
+    return exitCode(zeph::ErrorKind::Memory);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "zeph: %s\n", error.what());
+    return kUnexpected;
+  }
 }

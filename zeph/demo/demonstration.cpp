@@ -42,7 +42,7 @@ class StopWatch {
 std::string makeFolder(const std::string& folder) {
   std::error_code failure;
   std::filesystem::create_directories(folder, failure);
-  if (failure || !std::filesystem::is_directory(folder)) {
+  if (failure || !std::filesystem::is_directory(folder, failure)) {
     throw Error(ErrorKind::Output, folder + ": the folder cannot be made (" +
                                        (failure ? failure.message() : "a file is in the way") +
                                        "); choose another with --out");
@@ -50,9 +50,8 @@ std::string makeFolder(const std::string& folder) {
   return folder + "/";
 }
 
-void writeEstimates(const std::string& path, const LevellingNetwork& network,
-                    const ZtMatrix& heights, const ZtVector& variances) {
-  AtomicFile out(path);
+void writeEstimates(AtomicFile& out, const LevellingNetwork& network, const ZtMatrix& heights,
+                    const ZtVector& variances) {
   out.write("point,x_km,y_km,true_height_m,estimated_height_m,standard_deviation_m\n");
   char line[192];
   for (std::size_t i = 0; i < network.points.size(); ++i) {
@@ -61,13 +60,6 @@ void writeEstimates(const std::string& path, const LevellingNetwork& network,
                   heights.data[i * heights.stride], std::sqrt(variances.data[i]));
     out.write(line);
   }
-  out.commit();
-}
-
-void writeText(const std::string& path, const std::string& text) {
-  AtomicFile out(path);
-  out.write(text);
-  out.commit();
 }
 
 /// Heights (points x campaigns) and their variances.
@@ -181,10 +173,12 @@ DemonstrationReport runDemonstration(const DemonstrationOptions& options,
   const Adjustment adjustment = adjustWithBlunder(network, options, report.blunder);
 
   progress.begin("writing the estimates, the picture and the report");
+  AtomicFile estimates(report.estimatesFile), drawing(report.pictureFile), page(report.reportFile);
   const std::string picture = drawNetwork(network, variances, report.blunder.suspect);
-  writeEstimates(report.estimatesFile, network, heights, variances);
-  writeText(report.pictureFile, picture);
-  writeText(report.reportFile, blunderPage(network, adjustment, picture, options, report.blunder));
+  writeEstimates(estimates, network, heights, variances);
+  drawing.write(picture);
+  page.write(blunderPage(network, adjustment, picture, options, report.blunder));
+  AtomicFile::commitAll({&estimates, &drawing, &page});
   return report;
 }
 

@@ -64,9 +64,7 @@ void writeFactor(const std::string& path, const std::string& permPath, CholeskyF
       order->write(text);
     }
     writeSparse(out, std::move(factor.L));
-    out.flush();
-    if (order) order->commit();
-    out.commit();
+    AtomicFile::commitAll({&out, order ? &*order : nullptr});
   });
 }
 

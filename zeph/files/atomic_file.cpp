@@ -22,11 +22,16 @@ constexpr int kMostLinks = 40;  // as the system
 
 std::atomic<int> gTemporaries{0};
 std::atomic<bool> gStopped{false};
+std::atomic<bool> gWritten{false};
 
 Error cannotWrite(const std::string& path, int reason) {
   const std::string name = path == "-" ? "standard output" : path;
   return Error(ErrorKind::Output, "cannot write " + name + ": " + std::strerror(reason) +
                                       "; choose another output or free the place");
+}
+
+void requireNotStopped() {
+  if (gStopped) throw Error(ErrorKind::Cancelled, "stopped on request; nothing was written");
 }
 
 // Where a write to path ends up: links are followed, also one that points nowhere yet.
@@ -54,6 +59,15 @@ std::string descriptorPath(int descriptor) {
 
 AtomicFile::AtomicFile(std::string path, Temporary wanted)
     : path_(std::move(path)), inPlace_(true) {
+  try {
+    openFor(wanted);
+  } catch (...) {
+    discard();
+    throw;
+  }
+}
+
+void AtomicFile::openFor(Temporary wanted) {
   if (path_ == "-") {
     descriptor_ = dup(STDOUT_FILENO);
     if (descriptor_ < 0) throw cannotWrite(path_, errno);
@@ -71,7 +85,7 @@ AtomicFile::AtomicFile(std::string path, Temporary wanted)
   if (access(path_.c_str(), W_OK) != 0) throw cannotWrite(path_, errno);
   if (S_ISREG(existing.st_mode)) {
     openTemporary(wanted);
-    if (fchmod(descriptor_, existing.st_mode & 07777) != 0) fail();
+    if (fchmod(descriptor_, existing.st_mode & 07777) != 0) throw cannotWrite(path_, errno);
     return;
   }
   descriptor_ = open(path_.c_str(), O_WRONLY | O_CLOEXEC);
@@ -84,19 +98,21 @@ AtomicFile::~AtomicFile() {
 
 // Calls take() with temporary names until one is not taken by a file, such as one that a process
 // that was killed has left. The name counts as used before it is: a signal between the two must not
-// find it unknown.
+// find it unknown, and one that came before is to be seen here.
 template <class Take>
 bool AtomicFile::takeName(const Take& take) {
   static std::atomic<unsigned> counter{0};
-  gTemporaries.fetch_add(1);
   do {
-    temporary_ =
+    std::string name =
         target_ + "." + std::to_string(getpid()) + "-" + std::to_string(counter++) + ".tmp";
-    if (take()) return true;
+    gTemporaries.fetch_add(1);
+    temporary_ = std::move(name);
+    if (!gStopped && take()) return true;
+    const int reason = errno;
+    forgetName();
+    requireNotStopped();
+    errno = reason;
   } while (errno == EEXIST);
-  const int reason = errno;
-  forgetName();
-  errno = reason;
   return false;
 }
 
@@ -125,23 +141,16 @@ void AtomicFile::openTemporary(Temporary wanted) {
   if (!opened) throw cannotWrite(path_, errno);
 }
 
-void AtomicFile::fail() {
-  const int reason = errno;
-  discard();
-  throw cannotWrite(path_, reason);
-}
-
 void AtomicFile::write(std::string_view text) {
   buffer_.append(text);
   if (buffer_.size() >= kBufferBytes) flush();
 }
 
 void AtomicFile::flush() {
-  if (gStopped && !inPlace_) {
-    throw Error(ErrorKind::Cancelled, "stopped on request; nothing was written");
-  }
   std::string_view rest = buffer_;
+  if (inPlace_ && !rest.empty()) gWritten = true;
   while (!rest.empty()) {
+    requireNotStopped();
     const ssize_t written = ::write(descriptor_, rest.data(), rest.size());
     if (written < 0) {
       if (errno == EINTR) continue;
@@ -152,8 +161,10 @@ void AtomicFile::flush() {
   buffer_.clear();
 }
 
-void AtomicFile::commit() {
+// Everything that can fail but the renaming.
+void AtomicFile::prepare() {
   flush();
+  requireNotStopped();
   // A link cannot replace a file, so a nameless file takes a name of its own first.
   if (!inPlace_ && temporary_.empty()) {
     const std::string nameless = descriptorPath(descriptor_);
@@ -161,14 +172,31 @@ void AtomicFile::commit() {
       return linkat(AT_FDCWD, nameless.c_str(), AT_FDCWD, temporary_.c_str(), AT_SYMLINK_FOLLOW) ==
              0;
     });
-    if (!named) fail();
+    if (!named) throw cannotWrite(path_, errno);
   }
   const int status = close(descriptor_);
   descriptor_ = -1;
   if (status != 0) throw cannotWrite(path_, errno);
+}
+
+void AtomicFile::rename() {
   if (inPlace_) return;
-  if (rename(temporary_.c_str(), target_.c_str()) != 0) throw cannotWrite(path_, errno);
+  if (::rename(temporary_.c_str(), target_.c_str()) != 0) throw cannotWrite(path_, errno);
+  gWritten = true;
   forgetName();
+}
+
+void AtomicFile::commitAll(std::initializer_list<AtomicFile*> files) {
+  // What is written in place cannot be taken back, and so comes last.
+  for (const bool inPlace : {false, true}) {
+    for (AtomicFile* file : files) {
+      if (file != nullptr && file->inPlace_ == inPlace) file->prepare();
+    }
+  }
+  requireNotStopped();
+  for (AtomicFile* file : files) {
+    if (file != nullptr) file->rename();
+  }
 }
 
 void AtomicFile::discard() noexcept {
@@ -206,6 +234,10 @@ void AtomicFile::stopAll(bool stop) noexcept {
 
 int AtomicFile::temporariesInUse() noexcept {
   return gTemporaries.load();
+}
+
+bool AtomicFile::anythingWritten() noexcept {
+  return gWritten.load();
 }
 
 bool hasEnding(std::string_view name, std::string_view ending) {

@@ -1,6 +1,7 @@
 #ifndef ZEPH_FILES_ATOMIC_FILE_H
 #define ZEPH_FILES_ATOMIC_FILE_H
 
+#include <initializer_list>
 #include <string>
 #include <string_view>
 
@@ -36,7 +37,12 @@ class AtomicFile {
   void flush();
 
   /// flush(), and gives the file its name.
-  void commit();
+  void commit() { commitAll({this}); }
+
+  /// Gives several files their names together, and leaves out null pointers: only when everything
+  /// of all of them is written, standard output too, does the first one take the place of an older
+  /// file.
+  static void commitAll(std::initializer_list<AtomicFile*> files);
 
   /// The name that was given.
   const std::string& path() const { return path_; }
@@ -48,22 +54,26 @@ class AtomicFile {
   /// True when writing to both names would write one file.
   static bool same(const std::string& path, const std::string& other);
 
-  /// From now on every write and commit of a file that is not written in place throws
-  /// Error(Cancelled), so that their owners remove them; stopAll(false) ends that. May be called
-  /// from a signal handler.
+  /// From now on every write and commit throws Error(Cancelled), so that the owners of files remove
+  /// them; stopAll(false) ends that. May be called from a signal handler.
   static void stopAll(bool stop = true) noexcept;
 
   /// Number of temporary names of this process at the moment. When it is 0, a signal handler can
   /// end the process without leaving one behind.
   static int temporariesInUse() noexcept;
 
+  /// Whether a file of this process has got its name, or one has been written in place.
+  static bool anythingWritten() noexcept;
+
  private:
+  void openFor(Temporary wanted);
+  void prepare();
+  void rename();
   void openTemporary(Temporary wanted);
   bool openNameless();
   template <class Take>
   bool takeName(const Take& take);
   void forgetName() noexcept;
-  [[noreturn]] void fail();
   void discard() noexcept;
 
   std::string path_;       // as given; named in messages

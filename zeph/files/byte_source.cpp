@@ -59,9 +59,7 @@ ByteSource::ByteSource(const std::string& path) : name_(displayName(path)) {
     ahead_.resize(kMagicBytes);
     std::size_t got = 0;
     for (std::size_t more = 1; more > 0 && got < kMagicBytes; got += more) {
-      const ssize_t some = ::read(descriptor_, ahead_.data() + got, kMagicBytes - got);
-      if (some < 0 && errno != EINTR) throw cannotRead(name_, errno);
-      more = static_cast<std::size_t>(std::max<ssize_t>(some, 0));
+      more = readSome(ahead_.data() + got, kMagicBytes - got);
     }
     ahead_.resize(got);
     if (known && S_ISREG(status.st_mode)) fileBytes_ = static_cast<std::size_t>(status.st_size);
@@ -91,6 +89,10 @@ std::size_t ByteSource::readRaw(char* to, std::size_t room) {
     aheadAt_ += some;
     return some;
   }
+  return readSome(to, room);
+}
+
+std::size_t ByteSource::readSome(char* to, std::size_t room) {
   while (true) {
     const ssize_t got = ::read(descriptor_, to, room);
     if (got >= 0) {

@@ -41,6 +41,7 @@ class ByteSource {
   struct Inflater;
 
   std::size_t readRaw(char* to, std::size_t room);
+  std::size_t readSome(char* to, std::size_t room);
   std::size_t inflateInto(char* to, std::size_t room);
 
   std::string name_;

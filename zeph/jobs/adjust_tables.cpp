@@ -52,14 +52,8 @@ void writeAdjustment(const AdjustmentFiles& files, const Adjustment& a,
   for (std::size_t j = 0; j < a.x.size(); ++j) writeLine(unknowns, j, {a.x[j], a.sigma[j]});
   if (observations) writeObservations(*observations, a);
   if (report) report->write(adjustmentPage({a, options, {}, {}, {}}));
-  for (auto* out : {&observations, &report}) {
-    if (*out) (*out)->flush();
-  }
-  unknowns.flush();
-  for (auto* out : {&observations, &report}) {
-    if (*out) (*out)->commit();
-  }
-  unknowns.commit();
+  AtomicFile::commitAll(
+      {&unknowns, observations ? &*observations : nullptr, report ? &*report : nullptr});
 }
 
 std::vector<std::string> summary(const Adjustment& a, std::size_t indexBase) {

@@ -118,10 +118,9 @@ std::pair<size_t, size_t> posePair(const PoseGraph& graph, const std::string& te
   return {place[0], place[1]};
 }
 
-void writePoses(const std::string& path, const PoseGraph& graph,
+void writePoses(AtomicFile& out, const PoseGraph& graph,
                 const std::vector<DenseMatrix>& covariances) {
   const bool planar = graph.freedom == 3;
-  AtomicFile out(path);
   out.write(planar
                 ? "id,x,y,angle,sigma_x,sigma_y,sigma_angle\n"
                 : "id,x,y,z,qx,qy,qz,qw,sigma_tx,sigma_ty,sigma_tz,sigma_rx,sigma_ry,sigma_rz\n");
@@ -131,12 +130,10 @@ void writePoses(const std::string& path, const PoseGraph& graph,
     for (size_t k = 0; k < graph.freedom; ++k) append(line, std::sqrt(covariances[i](k, k)));
     out.write(line + '\n');
   }
-  out.commit();
 }
 
-void writePairs(const std::string& path, const PoseGraphResult& result,
+void writePairs(AtomicFile& out, const PoseGraphResult& result,
                 const std::vector<std::pair<size_t, size_t>>& pairs) {
-  AtomicFile out(path);
   out.write("i,j,row,col,covariance\n");
   for (const auto& [i, j] : pairs) {
     const DenseMatrix block = result.covariance(i, j);
@@ -149,7 +146,6 @@ void writePairs(const std::string& path, const PoseGraphResult& result,
       out.write(line + '\n');
     }
   }
-  out.commit();
 }
 
 std::string drawPoseGraph(const PoseGraph& graph, const std::vector<DenseMatrix>& covariances) {
