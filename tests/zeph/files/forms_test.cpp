@@ -34,7 +34,7 @@ std::string gzipped(const std::string& text, int window = 31) {
 
 std::string little(std::size_t value, int bytes) {
   std::string text;
-  for (int k = 0; k < bytes; ++k, value >>= 8) text += static_cast<char>(value);
+  for (int k = 0; k < bytes; ++k) text += static_cast<char>(value >> (8 * k));
   return text;
 }
 
