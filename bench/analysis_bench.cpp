@@ -32,6 +32,7 @@
 #endif
 
 #include "bench/peers/matrices.h"
+#include "sparse/ordering/dissection.h"
 #include "sparse/ordering/libraries.h"
 #include "sparse/pattern/assembly.h"
 #include "sparse/pattern/compress.h"
