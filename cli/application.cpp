@@ -84,7 +84,7 @@ std::vector<std::string> optionNames(const CLI::App& command) {
 std::string misfit(const CLI::App& command, int argc, const char* const* argv) {
   const std::vector<std::string> names = optionNames(command);
   for (int k = 2; k < argc; ++k) {
-    const std::string word = std::string(argv[k]).substr(0, std::string(argv[k]).find('='));
+    std::string word = std::string(argv[k]).substr(0, std::string(argv[k]).find('='));
     if (word == "--") break;
     if (word.size() < 2 || word[0] != '-' || (word[1] >= '0' && word[1] <= '9')) continue;
     if (word[1] != '-') {  // -ofile
