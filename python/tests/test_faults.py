@@ -2,6 +2,7 @@
 
 import io
 import os
+import resource
 import signal
 import tempfile
 import threading
@@ -106,6 +107,29 @@ with tempfile.NamedTemporaryFile("w", suffix=".g2o") as file:
 def test_questions_that_do_not_fit(ask, kind, said):
     with pytest.raises(kind, match=said):
         ask()
+
+
+def test_memory_that_runs_out_is_a_memory_error():
+    A, b = grid(24), np.ones(24**3)
+    F = zeph.factorize(A, threads=1)
+    before = resource.getrlimit(resource.RLIMIT_AS)
+    pages = int(open("/proc/self/statm").read().split()[0])
+    works = [lambda: zeph.variances(A, threads=1), F.variances, lambda: F.solve(b),
+             lambda: zeph.factorize(A, ordering="nested_dissection", threads=1).solve(b)]
+    failed = 0
+    for work in works:
+        expected = work()
+        for megabytes in (0, 1, 2, 4, 8, 16, 32):
+            resource.setrlimit(resource.RLIMIT_AS, (pages * resource.getpagesize() + (megabytes << 20), before[1]))
+            try:
+                got = work()
+            except MemoryError:
+                failed += 1
+                got = expected
+            finally:
+                resource.setrlimit(resource.RLIMIT_AS, before)
+            assert np.array_equal(got, expected) and np.array_equal(work(), expected)
+    assert failed > 4
 
 
 def test_indefinite_matrices_name_their_row():

@@ -1,6 +1,7 @@
 // Every single allocation of an operation fails once, or from one on all of them, in the libraries
 // below as well as in our own code.
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -15,9 +16,15 @@
 
 #include "kernels/team.h"
 #include "solver/assembly/protosparse.h"
+#include "tests/zeph/files/archives.h"
+#include "tests/zeph/front_test.h"
+#include "zeph/checks/matrix_check.h"
+#include "zeph/factor/lower_factor.h"
+#include "zeph/files/mat_export.h"
 #include "zeph/general/cholmod_factor.h"
 #include "zeph/general/solve.h"
 #include "zeph/general/variances.h"
+#include "zeph/matrix/multiply.h"
 #include "zeph/zeph.h"
 #include "zeph/zeph_c.h"
 
@@ -28,6 +35,8 @@ std::atomic<long> remaining = -1;
 // Whether those after it fail as well, until `remaining` is set again.
 std::atomic<bool> lasting = false;
 std::atomic<bool> injected = false;
+// Bytes that there are, where that is not 0, and those in use since it was set.
+std::atomic<long> budget = 0, used = 0, most = 0;
 
 // Sanitizers allocate before anything that they look after may run.
 bool started = false;
@@ -41,7 +50,19 @@ constexpr bool kSanitized = true;  // they end the process where a thread of the
 constexpr bool kSanitized = false;
 #endif
 
-bool failsNow() {
+void* counted(void* block) {
+  if (budget == 0) return block;
+  used += static_cast<long>(malloc_usable_size(block));
+  if (used > most) most = used.load();
+  return block;
+}
+
+void uncount(void* block) {
+  if (budget != 0) used -= static_cast<long>(malloc_usable_size(block));
+}
+
+bool failsNow(std::size_t bytes) {
+  if (budget != 0 && used + static_cast<long>(bytes) > budget) return injected = true;
   if (remaining < 0 || (kSanitized && gettid() != getpid())) return false;
   if (remaining > 0) return --remaining < 0;
   if (!lasting) remaining = -1;
@@ -63,14 +84,25 @@ void* ZEPH_UNFAILING(malloc)(std::size_t);
 void* ZEPH_UNFAILING(calloc)(std::size_t, std::size_t);
 void* ZEPH_UNFAILING(realloc)(void*, std::size_t);
 
+void ZEPH_UNFAILING(free)(void*);
+
 ZEPH_UNCHECKED void* malloc(std::size_t bytes) {
-  return started && failsNow() ? nullptr : ZEPH_UNFAILING(malloc)(bytes);
+  if (!started) return ZEPH_UNFAILING(malloc)(bytes);
+  return failsNow(bytes) ? nullptr : counted(ZEPH_UNFAILING(malloc)(bytes));
 }
 ZEPH_UNCHECKED void* calloc(std::size_t count, std::size_t bytes) {
-  return started && failsNow() ? nullptr : ZEPH_UNFAILING(calloc)(count, bytes);
+  if (!started) return ZEPH_UNFAILING(calloc)(count, bytes);
+  return failsNow(count * bytes) ? nullptr : counted(ZEPH_UNFAILING(calloc)(count, bytes));
 }
 ZEPH_UNCHECKED void* realloc(void* block, std::size_t bytes) {
-  return started && failsNow() ? nullptr : ZEPH_UNFAILING(realloc)(block, bytes);
+  if (!started) return ZEPH_UNFAILING(realloc)(block, bytes);
+  if (failsNow(bytes)) return nullptr;
+  uncount(block);
+  return counted(ZEPH_UNFAILING(realloc)(block, bytes));
+}
+ZEPH_UNCHECKED void free(void* block) {
+  if (started) uncount(block);
+  ZEPH_UNFAILING(free)(block);
 }
 }
 
@@ -331,6 +363,44 @@ TEST_F(MemoryFailure, LeavesFactorsAsTheyWereWithThreads) {
   }
 }
 
+// METIS ends the process where an allocation of its own fails, so that it may not come to that.
+TEST_F(MemoryFailure, IsFoundBeforeALibraryEndsTheProcess) {
+  const zeph::SparseMatrix A = stencil(45, false, 1);
+  zeph::Options options;
+  options.threads = 1;
+  for (const auto ordering : {zeph::Ordering::NestedDissection, zeph::Ordering::MinimumDegree}) {
+    for (const auto route : {Route::Cholesky, Route::Lu}) {
+      options.ordering = ordering;
+      options.route = route;
+      Numbers expected, result;
+      const Operation operation =
+          throwing([&] { return zeph::Factor(A, options).solve(Numbers(A.rows, 1.0)); });
+      EXPECT_EQ(operation(expected), 0);
+      const auto within = [&](long bytes) {
+        used = most = 0;
+        injected = false;
+        budget = bytes;
+        const int status = operation(result);
+        budget = 0;
+        return status;
+      };
+      EXPECT_EQ(within(1L << 40), 0);
+      const long whole = most;
+      int failures = 0;
+      for (int k = 1; k < 80; ++k) {
+        const int status = within(whole * k / 80);
+        EXPECT_TRUE(status == 0 || (injected && status == 8)) << status << " at " << k;
+        EXPECT_TRUE(status != 0 || sameBits(result, expected)) << k;
+        failures += status == 8;
+      }
+      EXPECT_GT(failures, 60);
+      EXPECT_EQ(within(1L << 40), 0);
+      EXPECT_LT(used - static_cast<long>(result.size() * sizeof(double)), 4096);
+      EXPECT_TRUE(sameBits(result, expected));
+    }
+  }
+}
+
 TEST_F(MemoryFailure, StopsNoTeamOfThreadsAtWork) {
   korin::kernels::TaskForest forest{std::vector<int>(1000, 999), Numbers(1000, 0.0)};
   forest.parent[999] = -1;
@@ -393,6 +463,74 @@ TEST_F(MemoryFailure, ComesThroughTheCInterfaceAsAStatusAndASentence) {
     ASSERT_FALSE(HasFailure()) << "call " << &call - calls.data();
   }
   zeph_factor_free(f);
+}
+
+class MemoryFailureInFiles : public FrontTest {};
+
+Numbers numbersOf(const zeph::SparseMatrix& m) {
+  return unfailing([&] {
+    Numbers all{static_cast<double>(m.rows), static_cast<double>(m.cols)};
+    for (const zeph::Entry& e : m.entries) {
+      all.insert(all.end(), {static_cast<double>(e.row), static_cast<double>(e.col), e.value});
+    }
+    return all;
+  });
+}
+
+TEST_F(MemoryFailureInFiles, ReadersWritersAndJobsSaySo) {
+  const zeph::SparseMatrix A = stencil(6, false, 1);
+  zeph::SparseMatrix J = A;
+  J.symmetry = zeph::Symmetry::General;
+  const std::string mtx = path("A.mtx"), out = path("out.mtx");
+  zeph::writeSparse(mtx, A);
+  zeph::writeSparse(path("A.csv"), A);
+  write("A.mtx.gz", gzipped(read(mtx)));
+  write("A.npz", sparseArchive(A, "csc"));
+  write("A.rb",
+        "title\n 5 1 1 3\nrsa            2             2             3             0\n"
+        "(3I2)           (3I1)           (1P3E9.2)\n 1 3 4\n122\n 4.00E+00-1.00E+00 3.00D+00\n");
+  const std::string list = write("b.txt", "1\n-2\n5\n"), packed = path("A.mtx.gz");
+  const std::string pose = write("p.g2o",
+                                 "EDGE_SE2 0 1 1 0 0 4 0 0 4 0 1\nEDGE_SE2 1 2 1 0 0 4 0 0 4 0 1\n"
+                                 "EDGE_SE2 0 2 2 .1 0 4 0 0 4 0 1\n");
+  std::vector<std::pair<std::string, std::function<Numbers()>>> questions;
+  for (const char* name : {"A.mtx", "A.csv", "A.mtx.gz", "A.npz", "A.rb"}) {
+    questions.emplace_back(name, [file = path(name)] { return numbersOf(zeph::readSparse(file)); });
+  }
+  const zeph::DenseMatrix B = zeph::DenseMatrix::zeros(A.rows, 2);
+  const std::vector<double> y(A.rows, 1.0);
+  const auto poses = [&] {
+    zeph::PoseGraphResult result = zeph::optimise(zeph::readPoseGraph(pose));
+    return std::make_pair(result.covariances(), std::move(result));
+  };
+  const zeph::AdjustmentReportOptions about;
+  const zeph::Adjustment adjustment = zeph::adjust(J, y, {});
+  using Work = std::function<Numbers()>;
+  const std::pair<const char*, Work> others[] = {
+      {"dense", [&] { return zeph::readDense(list).values; }},
+      {"archive as dense", [&] { return zeph::readDense(packed).values; }},
+      {"poses", [&] { return std::move(poses().first.back().values); }},
+      {"adjust", [&] { return zeph::adjust(J, y, {}).sigma; }},
+      {"page", [&] { return zeph::writeAdjustmentReport(out, adjustment, about), numbers(0, 0); }},
+      {"normal equations", [&] { return numbersOf(zeph::normalEquations(J, y)); }},
+      {"lower factor", [&] { return numbersOf(zeph::lowerFactor(A, {}).L); }},
+      {"check", [&] { return numbers(zeph::checkMatrix(A).fit(), 0); }},
+      {"product", [&] { return zeph::multiply(unfailing([&] { return A; }), B).values; }},
+      {"sparse file",
+       [&] { return zeph::writeSparse(out, unfailing([&] { return A; })), numbers(0, 0); }},
+      {"dense file", [&] { return zeph::writeDense(out, B), numbers(0, 0); }},
+      {"export",
+       [&] { return zeph::exportMat(out, unfailing([&] { return A; }), "A"), numbers(0, 0); }},
+  };
+  questions.insert(questions.end(), std::begin(others), std::end(others));
+  const std::size_t files = fileCount();
+  for (const auto& [name, question] : questions) {
+    EXPECT_GT(failEverywhere(throwing(question), name[0] == 'A' ? 0 : 30), 0);
+    std::filesystem::remove(out);
+    EXPECT_EQ(fileCount(), files);
+    EXPECT_FALSE(HasFailure()) << name;
+    if (HasFailure()) break;
+  }
 }
 
 }  // namespace

@@ -30,8 +30,9 @@ bool isGzip(const char* bytes, std::size_t count) {
 
 }  // namespace
 
-std::string displayName(const std::string& path) {
-  return path == "-" ? "standard input" : path;
+const std::string& displayName(const std::string& path) {
+  static const std::string input = "standard input";
+  return path == "-" ? input : path;
 }
 
 struct ByteSource::Inflater {

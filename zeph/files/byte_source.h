@@ -9,7 +9,7 @@
 namespace zeph {
 
 /// How messages call a file: "-" is standard input.
-std::string displayName(const std::string& path);
+const std::string& displayName(const std::string& path);
 
 /// The bytes of a file, of a pipe, or of standard input ("-"); what begins as gzip does is
 /// decompressed on the way, several members after one another as one.

@@ -138,21 +138,25 @@ void writeSparse(AtomicFile& out, SparseMatrix m) {
 }
 
 void writeSparse(const std::string& path, SparseMatrix m) {
-  AtomicFile out(path);
-  writeSparse(out, std::move(m));
-  out.commit();
+  guarded(path, [&] {
+    AtomicFile out(path);
+    writeSparse(out, std::move(m));
+    out.commit();
+  });
 }
 
 void writeDense(const std::string& path, const DenseMatrix& m) {
-  AtomicFile out(path);
-  if (hasEnding(path, ".csv")) {
-    writeTripletCsv(out, m);
-  } else if (hasEnding(path, ".txt")) {
-    writeNumberTable(out, m);
-  } else {
-    writeMatrixMarket(out, m);
-  }
-  out.commit();
+  guarded(path, [&] {
+    AtomicFile out(path);
+    if (hasEnding(path, ".csv")) {
+      writeTripletCsv(out, m);
+    } else if (hasEnding(path, ".txt")) {
+      writeNumberTable(out, m);
+    } else {
+      writeMatrixMarket(out, m);
+    }
+    out.commit();
+  });
 }
 
 void writeVector(const std::string& path, const double* values, std::size_t count) {

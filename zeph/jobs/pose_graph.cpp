@@ -335,32 +335,33 @@ DenseMatrix PoseGraphResult::covariance(size_t i, size_t j) const {
     throw Error(ErrorKind::Unfit, "there is no pose with index " + std::to_string(k) + "; " +
                                       graph.source + " has " + std::to_string(graph.poses.size()));
   }
-  return std::move(blocks(*this, {{i, j}})[0]);
+  return guarded(graph.source, [&] { return std::move(blocks(*this, {{i, j}})[0]); });
 }
 
 std::vector<DenseMatrix> PoseGraphResult::covariances() const {
-  std::vector<std::pair<size_t, size_t>> pairs;
-  for (size_t i = 0; i < graph.poses.size(); ++i) pairs.emplace_back(i, i);
-  return blocks(*this, pairs);
+  return guarded(graph.source, [&] {
+    std::vector<std::pair<size_t, size_t>> pairs;
+    for (size_t i = 0; i < graph.poses.size(); ++i) pairs.emplace_back(i, i);
+    return blocks(*this, pairs);
+  });
 }
 
 PoseGraphResult optimise(PoseGraph graph, const PoseGraphOptions& options) {
-  const std::string source = graph.source;
-  return guarded(source, [&] {
-    requireGraph(graph);
-    requireTied(graph);
-    PoseGraphResult result;
-    result.graph = std::move(graph);
+  PoseGraphResult result;
+  result.graph = std::move(graph);
+  guarded(result.graph.source, [&] {
+    requireGraph(result.graph);
+    requireTied(result.graph);
     const auto& fixed = result.graph.fixed;
     if (std::find(fixed.begin(), fixed.end(), false) == fixed.end()) {
       Watch watch(options.solver);
       result.initialCost = result.cost = costOf(result.graph, watch);
       result.converged = true;
-      return result;
+      return;
     }
     Descent(result, options).run();
-    return result;
   });
+  return result;
 }
 
 }  // namespace zeph

@@ -7,6 +7,7 @@
 #include <map>
 #include <vector>
 
+#include "zeph/checks/guarded.h"
 #include "zeph/files/atomic_file.h"
 #include "zeph/files/number_text.h"
 #include "zeph/jobs/report/assets.h"
@@ -284,9 +285,11 @@ std::string adjustmentPage(const ReportContents& c) {
 
 void writeAdjustmentReport(const std::string& path, const Adjustment& a,
                            const AdjustmentReportOptions& options) {
-  AtomicFile out(path);
-  out.write(adjustmentPage({a, options, {}, {}, {}}));
-  out.commit();
+  guarded(path, [&] {
+    AtomicFile out(path);
+    out.write(adjustmentPage({a, options, {}, {}, {}}));
+    out.commit();
+  });
 }
 
 }  // namespace zeph
