@@ -197,6 +197,7 @@ void tellReport(const Report& r, Console& console) {
   report.add("seconds_inverse", r.secondsInverse);
   if (r.conditionEstimate > 0.0) report.add("condition_estimate", r.conditionEstimate);
   if (r.relativeErrorEstimate > 0.0) report.add("relative_error_estimate", r.relativeErrorEstimate);
+  if (r.uncertainVariances > 0) report.add("uncertain_variances", r.uncertainVariances);
   if (r.backwardError > 0.0) report.add("backward_error", r.backwardError);
   console.figures.add("report", report);
 

@@ -138,6 +138,12 @@ void judgeVariances(const Factor& f, const std::vector<double>& d, const SparseM
   std::snprintf(line, sizeof line, "estimated relative error of the variances: at most %.1g",
                 estimate);
   console.note(line);
+  if (const Report r = f.report(); r.uncertainVariances > 0) {
+    console.warning(std::to_string(r.uncertainVariances) + " of the " + std::to_string(d.size()) +
+                    " entries cancel to nearly nothing, the first of them that of unknown " +
+                    std::to_string(static_cast<std::size_t>(r.firstUncertain) + A.indexBase) +
+                    " of " + A.source + ": no digit of these is certain");
+  }
   if (!(estimate > kDoubtfulError)) return;
   const std::vector<double> diagonal = diagonalOf(A);
   const std::size_t i = weakest(A, [&](std::size_t k) { return std::abs(diagonal[k] * d[k]); });

@@ -122,6 +122,8 @@ py::dict toDict(const zeph::Report& r) {
   d["identity_residual"] = r.identityResidual;
   d["relative_error_estimate"] = r.relativeErrorEstimate;
   d["backward_error"] = r.backwardError;
+  d["uncertain_variances"] = r.uncertainVariances;
+  d["first_uncertain"] = r.firstUncertain;
   return d;
 }
 

@@ -34,10 +34,20 @@ struct Report {
   /// of all unknowns was called.
   double identityResidual = 0.0;
 
-  /// Largest relative error that any variance of the last variances() may have, from all these
-  /// deviations with a measured safety factor; on the LU route, where the entries for it are not
-  /// computed, the condition number times the machine epsilon. 0 until then.
+  /// Largest relative error that any variance of the last variances() may have. On the Cholesky
+  /// route from all these deviations, with a measured safety factor. On the LU route, where the
+  /// entries for them are not computed, from the norms of the rows and columns of A⁻¹ and the sums
+  /// that L and U were made of; entries that cancel to nearly nothing are left out of it and
+  /// counted by uncertainVariances. 0 until then.
   double relativeErrorEstimate = 0.0;
+
+  /// Diagonal entries of the inverse on the LU route whose own relative error may exceed
+  /// kLargestRelativeError because they cancel within their row and column, which are known well:
+  /// as the zeros of saddle points, they have no certain digits, and are as good as zero.
+  std::int64_t uncertainVariances = 0;
+
+  /// The zero-based row of the first of these, or -1.
+  std::int64_t firstUncertain = -1;
 
   /// Largest |Ax - b|(i) / (|A| |x| + |b|)(i) over the rows and right-hand sides of the last
   /// solve(): how far, relatively, the entries of the system that x solves exactly are from the

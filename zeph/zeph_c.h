@@ -48,6 +48,9 @@ typedef struct {
   double identity_residual;     /**< of A times the entries of its inverse; 0 before */
   double relative_error_estimate; /**< the largest of any variance; 0 before */
   double backward_error;          /**< of the last zeph_factor_solve, componentwise; 0 before */
+  int64_t uncertain_variances;    /**< entries by LU that cancel to nearly nothing, left out of the
+                                       estimate: no digit of them is certain */
+  int64_t first_uncertain;        /**< the row of the first of them, or -1 */
 } zeph_report;
 
 /** Factorises the n x n matrix in compressed columns: column c has the entries from col_starts[c]

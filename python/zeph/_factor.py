@@ -38,6 +38,8 @@ class Report:
     identity_residual: float  #: of A times the computed entries of its inverse; 0 until `variances`
     relative_error_estimate: float  #: the largest of any variance; 0 until `variances`
     backward_error: float  #: of the last `solve`, componentwise; 0 until then
+    uncertain_variances: int  #: by LU, that cancel to nearly nothing: no digit of them is certain
+    first_uncertain: int  #: the first of these, or -1
 
 
 class Factor:

@@ -184,7 +184,9 @@ int zeph_factor_report(const zeph_factor* f, zeph_report* report) {
                r.conditionEstimate,
                r.identityResidual,
                r.relativeErrorEstimate,
-               r.backwardError};
+               r.backwardError,
+               r.uncertainVariances,
+               r.firstUncertain};
   });
 }
 

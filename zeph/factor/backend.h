@@ -15,6 +15,7 @@ namespace zeph {
 struct InverseCheck {
   double identityResidual = 0.0;
   double relativeErrorEstimate = 0.0;
+  std::int64_t uncertainVariances = 0, firstUncertain = -1;
   double condition = 0.0;
 };
 

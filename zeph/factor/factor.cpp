@@ -497,6 +497,8 @@ Report Factor::report() const {
     r.secondsInverse = impl_->secondsInverse;
     r.identityResidual = impl_->check.identityResidual;
     r.relativeErrorEstimate = impl_->check.relativeErrorEstimate;
+    r.uncertainVariances = impl_->check.uncertainVariances;
+    r.firstUncertain = impl_->check.firstUncertain;
     r.backwardError = impl_->backwardError;
     if (r.conditionEstimate == 0.0) r.conditionEstimate = impl_->check.condition;
     return r;

@@ -16,6 +16,7 @@
 #include "zeph/factor.h"
 #include "zeph/factor/trust.h"
 #include "zeph/general/condition.h"
+#include "zeph/general/lu_error.h"
 #include "zeph/general/route.h"
 #include "zeph/matrix/requirements.h"
 
@@ -27,6 +28,10 @@ using std::size_t;
 // Solutions with a larger componentwise backward error than this are refined again, so often.
 constexpr double kFineBackwardError = 8.0 * std::numeric_limits<double>::epsilon();
 constexpr int kMoreRefinements = 2;
+
+// Errors of the factors, relative to the magnitudes that they were summed from, as the diagonal of
+// the inverse shows them.
+constexpr double kLuErrors = 4.0 * std::numeric_limits<double>::epsilon();
 
 korin::sparse::LuFactors factorsOf(const PreparedMatrix& m) {
   const size_t entries = m.A.nz();
@@ -143,9 +148,7 @@ class LuBackend final : public Backend {
     ZtVector d(n);
     std::copy_n(diagonal, n, d.data);
     verifyInverseDiagonal(prepared_, apply, d, condition_);
-    InverseCheck check;
-    check.condition = condition_;
-    check.relativeErrorEstimate = condition_ * std::numeric_limits<double>::epsilon();
+    const InverseCheck check = judged(diagonal, watch);
     for (size_t i = 0; i < n; ++i) diagonal[i] = unscaled(diagonal[i], i, i);
     return check;
   }
@@ -209,6 +212,29 @@ class LuBackend final : public Backend {
   Error onlyCholesky(const std::string& what) const {
     return Error(ErrorKind::Unfit, what + " need a symmetric positive definite matrix; " +
                                        A_.source + " was factorised by LU (" + reason_ + ")");
+  }
+
+  // Throws where rows and columns of the inverse are too large to have digits; entries that cancel
+  // to nearly nothing within good ones are counted.
+  InverseCheck judged(const double* diagonal, Watch& watch) const {
+    korin::kernels::Team team(threadCount(options_), watch.poll());
+    const LuSensitivity s = luSensitivity(factors_, team);
+    InverseCheck check;
+    check.condition = condition_;
+    for (size_t i = 0; i < s.error.size(); ++i) {
+      const double error = kLuErrors * s.error[i], own = std::abs(diagonal[i]);
+      const double most = kLargestRelativeError * own;
+      if (!(error <= std::max(most, kLargestRelativeError * std::sqrt(s.size[i])))) {
+        throw singular(A_.source);
+      }
+      if (error <= most) {
+        check.relativeErrorEstimate = std::max(check.relativeErrorEstimate, error / own);
+      } else if (check.uncertainVariances++ == 0) {
+        check.firstUncertain = static_cast<std::int64_t>(i);
+      }
+    }
+    check.relativeErrorEstimate += kLuErrors;
+    return check;
   }
 
   // Columns of the result on as many threads as there are.
