@@ -324,6 +324,78 @@ TEST_F(FactorTest, answersManyThreadsOfTheHostAtOnce) {
   EXPECT_EQ(wrong, 0);
 }
 
+// All that a process does with factors of both routes, in bits.
+std::vector<double> answersOf(const SparseMatrix& A, const SparseMatrix& general) {
+  Options o;
+  o.threads = 3;
+  std::vector<double> all = Factor(A, o).variances();
+  for (const SparseMatrix* m : {&A, &general}) {
+    if (m == &general && !zeph::hasLuRoute()) continue;
+    Factor f(*m, o);
+    f.refactorise(valuesOf(*m));
+    for (const std::vector<double>& more :
+         {f.variances(), f.solve(std::vector<double>(m->rows, 1.0))}) {
+      all.insert(all.end(), more.begin(), more.end());
+    }
+  }
+  return all;
+}
+
+TEST_F(FactorTest, worksInForkedChildren) {
+  const SparseMatrix A = cube(9);
+  SparseMatrix general = definite(40, 5, 2.0);
+  general.entries[0].value *= -3.0;
+  const Factor before(A);  // made by the parent, asked by the child
+  const std::vector<double> d = before.variances();
+  const std::vector<double> expected = answersOf(A, general);
+  for (int generation = 0; generation < 2; ++generation) {
+    const pid_t child = fork();
+    if (child == 0) {
+      bool same = false;
+      try {
+        same = sameBits(before.variances(), d) && sameBits(answersOf(A, general), expected);
+      } catch (...) {
+      }
+      _exit(same ? 0 : 1);
+    }
+    int status = 1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_TRUE(sameBits(before.variances(), d));
+  }
+}
+
+TEST_F(FactorTest, manyFactorsOfManyThreadsAtOnceAndOneIsStopped) {
+  const SparseMatrix A = cube(9);
+  SparseMatrix general = definite(40, 5, 2.0);
+  general.entries[0].value *= -3.0;
+  const std::vector<double> expected = answersOf(A, general);
+  std::atomic<bool> stop{false}, begun{false};
+  std::atomic<int> wrong{0};
+  std::vector<std::thread> hosts;
+  hosts.emplace_back([&] {
+    Options o;
+    o.threads = 2;
+    o.progress = [&](const char*, double) {
+      begun = true;
+      return !stop;
+    };
+    const auto run = [&] {
+      for (;;) Factor(A, o).variances();
+    };
+    wrong += errorOf(run).find("130 stopped on request while") != 0;
+  });
+  for (int h = 0; h < 3; ++h) {
+    hosts.emplace_back([&] {
+      for (int k = 0; k < 2; ++k) wrong += !sameBits(answersOf(A, general), expected);
+    });
+  }
+  while (!begun) std::this_thread::yield();
+  stop = true;
+  for (std::thread& h : hosts) h.join();
+  EXPECT_EQ(wrong, 0);
+}
+
 TEST_F(FactorTest, samplesHaveTheCovariance) {
   const SparseMatrix A = definite(6, 5, 2.0);
   const DenseTruth t(A);
