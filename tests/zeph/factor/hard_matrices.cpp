@@ -70,7 +70,7 @@ Formula path(double held, unsigned n = 0) {
 // held.
 SparseMatrix levelling(unsigned width, unsigned height) {
   SparseMatrix A;
-  A.rows = A.cols = width * height;
+  A.rows = A.cols = std::size_t{width} * height;
   A.symmetry = Symmetry::Symmetric;
   for (unsigned i = 0; i < A.rows; ++i) {
     for (const unsigned j : {i + 1, i + width}) {
@@ -85,7 +85,8 @@ SparseMatrix levelling(unsigned width, unsigned height) {
 // Poses (x, y, angle) in a ring with its chords, linearised where all angles are multiples of a
 // right angle and positions are whole; `held` is added to the diagonal of the first pose.
 SparseMatrix poses(unsigned count, double held) {
-  Rows a(3 * count, std::vector<double>(3 * count, 0.0));
+  const std::size_t n = 3 * std::size_t{count};
+  Rows a(n, std::vector<double>(n, 0.0));
   for (unsigned from = 0; from < count; ++from) {
     for (const unsigned step : {1u, 3u}) {
       const unsigned to = (from + step) % count;
