@@ -6,6 +6,7 @@
 #include <limits>
 #include <numeric>
 
+#include "zeph/factor/first_route.h"
 #include "zeph/jobs/report/distributions.h"
 
 namespace zeph {
@@ -18,22 +19,6 @@ constexpr double kError = 0.05;     // of both tests
 constexpr double kTie = 1e-6;       // relative; nearer ones are the same but for rounding
 constexpr double kHistogram = 4.0;  // standard deviations either way
 constexpr size_t kFew = 60, kMany = 2000;
-
-const char* name(Ordering ordering) {
-  switch (ordering) {
-    case Ordering::Automatic:
-      return "automatic";
-    case Ordering::MinimumDegree:
-      return "minimum degree";
-    case Ordering::NestedDissection:
-      return "nested dissection";
-    case Ordering::Natural:
-      return "natural";
-    case Ordering::Given:
-      return "given";
-  }
-  return "";
-}
 
 Verdict factorVerdict(const ReportContents& c, const ReportFigures& f) {
   const double s = c.a.varianceFactor;
