@@ -30,12 +30,15 @@ std::string oneTriangleOnly(const SparseMatrix& m) {
   if (m.symmetry != Symmetry::General || m.triangular || m.rows != m.cols) return {};
   const Found found = findTriangles(m);
   if (found.lower.has_value() == found.upper.has_value()) return {};
-  const char* triangle = found.lower ? "lower" : "upper";
-  const Entry& e = found.lower ? *found.lower : *found.upper;
+  return oneTriangleSentence(m, found.lower ? *found.lower : *found.upper, found.count);
+}
+
+std::string oneTriangleSentence(const SparseMatrix& m, const Entry& e, std::size_t count) {
+  const char* triangle = e.row > e.col ? "lower" : "upper";
   const std::string counted =
-      found.count == 1 ? "the only entry beside the diagonal of "
-                       : "all " + std::to_string(found.count) + " entries beside the diagonal of ";
-  return counted + m.source + (found.count == 1 ? " lies" : " lie") + " in the " + triangle +
+      count == 1 ? "the only entry beside the diagonal of "
+                 : "all " + std::to_string(count) + " entries beside the diagonal of ";
+  return counted + m.source + (count == 1 ? " lies" : " lie") + " in the " + triangle +
          " triangle, as " + position(m.indexBase, e.row, e.col) +
          " does, but nothing says that it is symmetric; give --symmetric if one triangle stands "
          "for both, or --general if the other one is zero";

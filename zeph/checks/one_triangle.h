@@ -13,6 +13,9 @@ namespace zeph {
 /// does not say so, and its inverse is then wrong without a sign of it. Zeros do not count.
 std::string oneTriangleOnly(const SparseMatrix& m);
 
+/// That sentence for `count` such entries, of which e is one; of m the name and the base count.
+std::string oneTriangleSentence(const SparseMatrix& m, const Entry& e, std::size_t count);
+
 /// Throws Error(Unfit) with that sentence.
 void requireBothTriangles(const SparseMatrix& m);
 

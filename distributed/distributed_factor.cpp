@@ -1,0 +1,294 @@
+#include "distributed/distributed_factor.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <limits>
+#include <string>
+
+#include "distributed/assembly.h"
+#include "distributed/backend.h"
+#include "distributed/communication.h"
+#include "zeph/factor.h"
+#include "zeph/factor/trust.h"
+#include "zeph/factor/watch.h"
+#include "zeph/matrix/requirements.h"
+
+namespace zeph {
+
+using distributed::Assembled;
+using distributed::Communicator;
+using distributed::DistributedBackend;
+using std::size_t;
+
+const char* name(Engine engine) {
+  switch (engine) {
+    case Engine::Automatic:
+      return "automatic";
+    case Engine::Domains:
+      return "domains";
+    case Engine::Mumps:
+      return "mumps";
+  }
+  return "";
+}
+
+namespace distributed {
+
+void beginStage(const Communicator& comm, const DistributedOptions& options, const char* stage,
+                double share) {
+  comm.together([&] {
+    if (!comm.first() || !options.progress || options.progress(stage, share)) return;
+    throw Error(ErrorKind::Cancelled, "stopped on request while " + std::string(stage));
+  });
+}
+
+}  // namespace distributed
+
+namespace {
+
+// Refinement stops here, or where it gains less than half.
+constexpr double kGoodBackwardError = 8.0 * std::numeric_limits<double>::epsilon();
+constexpr int kMostRefinements = 5;
+
+// In front of a Cholesky factorisation, why there can be none; empty where nothing is known.
+std::string againstCholesky(const Assembled& A) {
+  if (!A.symmetric()) return A.against;
+  if (A.unusableDiagonal < 0) return {};
+  const auto i = static_cast<size_t>(A.unusableDiagonal);
+  return "diagonal entry " + position(A.indexBase, i, i) + " of " + A.source + " is not positive";
+}
+
+struct Made {
+  std::unique_ptr<DistributedBackend> backend;
+  std::string reason;
+};
+
+Made byCholesky(const Communicator& comm, const Assembled& A, const DistributedOptions& options) {
+  const bool asked = options.route == Route::Cholesky;
+  const std::string reason =
+      asked ? "as asked" : A.source + " is symmetric with a positive diagonal";
+  if (options.engine == Engine::Mumps) return {makeMumpsBackend(comm, A, true, options), reason};
+  return {makeDomainsBackend(comm, A, options), reason};
+}
+
+Made factorised(const Communicator& comm, const Assembled& A, const DistributedOptions& options) {
+  if (options.route == Route::Lu || options.route == Route::LuSolves) {
+    if (options.engine == Engine::Domains) {
+      comm.fail(Error(ErrorKind::Unfit,
+                      "the engine \"domains\" has no LU; leave LU out, or take the "
+                      "engine \"mumps\""));
+    }
+    return {makeMumpsBackend(comm, A, false, options), "as asked"};
+  }
+  std::string against = againstCholesky(A);
+  if (against.empty()) {
+    try {
+      return byCholesky(comm, A, options);
+    } catch (const Error& e) {
+      const bool goesOn = e.kind() == ErrorKind::NotPositiveDefinite &&
+                          options.route == Route::Automatic && options.engine != Engine::Domains;
+      if (!goesOn) throw;
+      against = "its Cholesky factorisation broke down";
+      if (e.row() >= 0) {
+        against += " at row " + std::to_string(static_cast<size_t>(e.row()) + A.indexBase);
+      }
+    }
+  } else if (options.route == Route::Cholesky || options.engine == Engine::Domains) {
+    if (A.symmetric()) comm.fail(notPositiveDefinite(A.source, A.indexBase, A.unusableDiagonal));
+    comm.fail(Error(ErrorKind::Unfit,
+                    against + "; " +
+                        (options.route == Route::Cholesky
+                             ? "the Cholesky route needs a symmetric matrix, use LU (--lu)"
+                             : "the engine \"domains\" needs a symmetric matrix, "
+                               "take the engine \"mumps\"")));
+  }
+  return {makeMumpsBackend(comm, A, false, options), against};
+}
+
+}  // namespace
+
+class DistributedFactor::Impl {
+ public:
+  Impl(MPI_Comm given, const SparseMatrix& share, const DistributedOptions& wanted)
+      : comm(given), options(wanted) {
+    ask([&] {
+      requireSameOptions();
+      beginStage(comm, options, "assembling");
+      A = assemble(comm, share);
+      made = factorised(comm, A, options);
+      report = made.backend->report();
+      report.reason = made.reason;
+      report.processes = comm.size();
+      report.threads = options.threads;
+      report.unknowns = static_cast<std::int64_t>(A.n);
+      report.entriesOfA = A.positions;
+      report.messageBytes = comm.sum(comm.bytesSent());
+    });
+  }
+
+  // Errors that the processes have agreed on come through; any other one would leave processes
+  // waiting for ever.
+  template <class Work>
+  auto ask(const Work& work) const -> decltype(work()) {
+    comm.beginCall();
+    try {
+      return work();
+    } catch (...) {
+      if (!comm.agreed()) comm.endRun(std::current_exception());
+      throw;
+    }
+  }
+
+  void countMessages() const { report.messageBytes = comm.sum(comm.bytesSent()); }
+
+  const Communicator comm;
+  const DistributedOptions options;
+  Assembled A;
+  Made made;
+  mutable DistributedReport report;
+
+ private:
+  void requireSameOptions() const {
+    const std::int64_t mine[] = {static_cast<std::int64_t>(options.engine),
+                                 static_cast<std::int64_t>(options.route)};
+    std::int64_t firsts[] = {mine[0], mine[1]};
+    comm.broadcast(0, firsts, 2);
+    comm.together([&] {
+      if (std::equal(mine, mine + 2, firsts)) return;
+      throw Error(ErrorKind::Usage, "engine or route are not those that rank 0 asks for");
+    });
+  }
+};
+
+DistributedFactor::DistributedFactor(MPI_Comm comm, const SparseMatrix& share,
+                                     const DistributedOptions& options)
+    : impl_(std::make_unique<Impl>(comm, share, options)) {}
+DistributedFactor::~DistributedFactor() = default;
+DistributedFactor::DistributedFactor(DistributedFactor&&) noexcept = default;
+DistributedFactor& DistributedFactor::operator=(DistributedFactor&&) noexcept = default;
+
+size_t DistributedFactor::rows() const {
+  return impl_->A.n;
+}
+
+std::vector<double> DistributedFactor::variances() const {
+  const Impl& f = *impl_;
+  return f.ask([&] {
+    beginStage(f.comm, f.options, "inverting");
+    const StopWatch clock;
+    std::vector<double> diagonal = f.comm.together([&] { return std::vector<double>(f.A.n); });
+    const InverseCheck check = f.made.backend->variances(diagonal.data());
+    f.report.secondsInverse = f.comm.largest(clock.seconds());
+    f.report.identityResidual = check.identityResidual;
+    f.report.relativeErrorEstimate = check.relativeErrorEstimate;
+    f.report.uncertainVariances = check.uncertainVariances;
+    f.report.firstUncertain = check.firstUncertain;
+    f.report.conditionEstimate = check.condition;
+    f.countMessages();
+    if (!(check.relativeErrorEstimate <= kLargestRelativeError)) f.comm.fail(singular(f.A.source));
+    return diagonal;
+  });
+}
+
+std::vector<double> DistributedFactor::covariance(const std::vector<std::int64_t>& rows,
+                                                  const std::vector<std::int64_t>& cols) const {
+  const Impl& f = *impl_;
+  return f.ask([&] {
+    f.comm.together([&] {
+      if (rows.size() != cols.size()) {
+        throw Error(ErrorKind::Unfit, "there are " + std::to_string(rows.size()) + " rows and " +
+                                          std::to_string(cols.size()) + " columns");
+      }
+      for (const auto* indices : {&rows, &cols}) {
+        for (const std::int64_t i : *indices) {
+          if (i >= 0 && static_cast<size_t>(i) < f.A.n) continue;
+          throw Error(ErrorKind::Unfit, "index " + std::to_string(i) +
+                                            " is none of the rows 0 to " +
+                                            std::to_string(f.A.n - 1) + " of " + f.A.source);
+        }
+      }
+    });
+    if (f.comm.largest(static_cast<std::int64_t>(rows.size())) !=
+        f.comm.least(static_cast<std::int64_t>(rows.size()))) {
+      f.comm.fail(Error(ErrorKind::Unfit, "the processes ask for different numbers of entries"));
+    }
+    beginStage(f.comm, f.options, "inverting");
+    std::vector<double> values = f.comm.together([&] { return std::vector<double>(rows.size()); });
+    f.made.backend->covariance(rows.data(), cols.data(), rows.size(), values.data());
+    f.countMessages();
+    return values;
+  });
+}
+
+std::vector<double> DistributedFactor::solve(const std::vector<double>& b) const {
+  const Impl& f = *impl_;
+  return f.ask([&] {
+    f.comm.together([&] {
+      if (b.size() != f.A.n) {
+        throw Error(ErrorKind::Unfit, "the right-hand side has " + std::to_string(b.size()) +
+                                          " entries; " + f.A.source + " needs " +
+                                          std::to_string(f.A.n));
+      }
+      const auto bad =
+          std::find_if_not(b.begin(), b.end(), [](double v) { return std::isfinite(v); });
+      if (bad == b.end()) return;
+      const auto row = static_cast<size_t>(bad - b.begin());
+      throw Error(
+          ErrorKind::Unfit,
+          "entry " + position(f.A.indexBase, row, 0) + " of the right-hand side is not finite",
+          static_cast<std::int64_t>(row));
+    });
+    beginStage(f.comm, f.options, "solving");
+    std::vector<double> x = b, best, left, size;
+    f.comm.together([&] {
+      best.resize(f.A.n);
+      left.resize(f.A.n);
+      size.resize(f.A.n);
+    });
+    f.comm.broadcast(0, x);
+    const std::vector<double> right = x;
+    double least = std::numeric_limits<double>::infinity();
+    f.made.backend->solve(x.data(), false);
+    for (int round = 0;; ++round) {
+      residual(f.comm, f.A, x.data(), right.data(), left.data(), size.data());
+      double backward = 0.0;
+      for (size_t i = 0; i < f.A.n; ++i) {
+        if (left[i] == 0.0) continue;
+        const double share = std::abs(left[i]) / size[i];
+        if (!(share <= backward)) backward = share;  // also where it is none
+      }
+      if (!(backward < least)) break;
+      const bool slow = backward > 0.5 * least;
+      least = backward;
+      best = x;
+      if (least <= kGoodBackwardError || slow || round == kMostRefinements) break;
+      f.made.backend->solve(left.data(), false);
+      for (size_t i = 0; i < f.A.n; ++i) x[i] += left[i];
+    }
+    f.report.backwardError = least;
+    f.countMessages();
+    const bool finite =
+        std::all_of(best.begin(), best.end(), [](double v) { return std::isfinite(v); });
+    if (!std::isfinite(least) || !finite) {
+      f.comm.fail(Error(ErrorKind::Unfit,
+                        "the solution overflows the range of a double; scale the right-hand side"));
+    }
+    if (least > kLargestRelativeError) f.comm.fail(singular(f.A.source));
+    return best;
+  });
+}
+
+double DistributedFactor::logDeterminant() const {
+  return impl_->made.backend->logDeterminant();
+}
+
+int DistributedFactor::determinantSign() const {
+  return impl_->made.backend->determinantSign();
+}
+
+DistributedReport DistributedFactor::report() const {
+  return impl_->report;
+}
+
+}  // namespace zeph
