@@ -4,6 +4,7 @@
 #include <cmath>
 #include <memory>
 #include <mutex>
+#include <utility>
 
 #include "kernels/panel_storage.h"
 #include "sparse/inverse/panel_inverter.h"
@@ -112,7 +113,11 @@ class Inversion {
         path.push_back(g);
         used += static_cast<size_t>(s_.panelSize(g));
       }
-      thread.inverter->invertGroup(g, panels_ + s_.panelStart[g]);
+      if (s_.isKept(g)) {
+        std::copy_n(panels_ + s_.panelStart[g], s_.panelSize(g), inverse_[g]);
+      } else {
+        thread.inverter->invertGroup(g, panels_ + s_.panelStart[g]);
+      }
       if (read_) read_(g, inverse_[g]);
       const double done = kWorkRatio * frontWork(s_, g);
       if (meter_ != nullptr) meter_->add(done);
@@ -194,19 +199,10 @@ class IdentitySums {
     }
   }
 
-  /// The largest deviation from 1, and the root of the sum of their squares.
-  double largestResidual(double* norm) {
+  /// Of the rows of L, once all groups have been read.
+  std::vector<double> sums() && {
     for (size_t p = 0; p < passedOn_.size(); ++p) own_[s_.rows[p]] += passedOn_[p];
-    double largest = 0.0;
-    double squares = 0.0;
-    for (const double sum : own_) {
-      const double deviation = std::fabs(sum - 1.0);
-      if (std::isnan(deviation)) return deviation;
-      largest = std::max(largest, deviation);
-      squares += deviation * deviation;
-    }
-    if (norm != nullptr) *norm = std::sqrt(squares);
-    return largest;
+    return std::move(own_);
   }
 
  private:
@@ -215,6 +211,21 @@ class IdentitySums {
   std::vector<double> own_;
   std::vector<double> passedOn_;
 };
+
+/// Fills the diagonal and returns the identity's sums of the rows of L.
+std::vector<double> readVariances(const Symbolic& symbolic, const PlacedEntries& entries,
+                                  const double* panels, double* diagonal, kernels::Team& team,
+                                  Meter* meter) {
+  IdentitySums sums(symbolic, entries);
+  const PanelReader read = [&](Index g, const double* z) {
+    const Offset height = symbolic.height(g);
+    const Index* const original = symbolic.permutation.data() + symbolic.firstColumn[g];
+    for (Index c = 0; c < symbolic.width(g); ++c) diagonal[original[c]] = z[c * (height + 1)];
+    sums.read(g, z);
+  };
+  selectedInverse(symbolic, panels, nullptr, read, team, meter);
+  return std::move(sums).sums();
+}
 
 }  // namespace
 
@@ -239,15 +250,23 @@ void selectedInverse(const Symbolic& symbolic, const double* panels, double* z, 
 
 double variances(const Symbolic& symbolic, const PlacedEntries& entries, const double* panels,
                  double* diagonal, kernels::Team& team, Meter* meter, double* norm) {
-  IdentitySums sums(symbolic, entries);
-  const PanelReader read = [&](Index g, const double* z) {
-    const Offset height = symbolic.height(g);
-    const Index* const original = symbolic.permutation.data() + symbolic.firstColumn[g];
-    for (Index c = 0; c < symbolic.width(g); ++c) diagonal[original[c]] = z[c * (height + 1)];
-    sums.read(g, z);
-  };
-  selectedInverse(symbolic, panels, nullptr, read, team, meter);
-  return sums.largestResidual(norm);
+  double largest = 0.0;
+  double squares = 0.0;
+  for (const double sum : readVariances(symbolic, entries, panels, diagonal, team, meter)) {
+    const double deviation = std::fabs(sum - 1.0);
+    if (std::isnan(deviation)) return deviation;
+    largest = std::max(largest, deviation);
+    squares += deviation * deviation;
+  }
+  if (norm != nullptr) *norm = std::sqrt(squares);
+  return largest;
+}
+
+void variances(const Symbolic& symbolic, const PlacedEntries& entries, const double* panels,
+               double* diagonal, double* sums, kernels::Team& team, Meter* meter) {
+  const std::vector<double> ofRows =
+      readVariances(symbolic, entries, panels, diagonal, team, meter);
+  for (size_t k = 0; k < ofRows.size(); ++k) sums[symbolic.permutation[k]] = ofRows[k];
 }
 
 double inverseWork(const Symbolic& symbolic, const std::vector<bool>* wanted) {

@@ -25,6 +25,9 @@ using PanelReader = std::function<void(Index group, const double* z)>;
 /// @param read    gets each panel; may throw
 /// @param meter   gets the work done, as from `inverseWork`; may be null
 ///
+/// Where columns are kept, their panel holds their square of Z itself, both triangles, instead of a
+/// factor: the rest follows from it.
+///
 /// The bits of a panel depend on nothing but the factor. Throws std::bad_alloc and what `read` and
 /// the team's poll throw. Cost: about twice the operations of the factorisation; memory
 /// `inverseMemory`.
@@ -42,6 +45,11 @@ void selectedInverse(const Symbolic& symbolic, const double* panels, double* z, 
 /// their squares.
 double variances(const Symbolic& symbolic, const PlacedEntries& entries, const double* panels,
                  double* diagonal, kernels::Team& team, Meter* meter, double* norm = nullptr);
+
+/// The same with the sums themselves, sums[i] = sum over k of a(i, k) A^-1(k, i): where columns are
+/// kept, those of their rows lack the terms of entries that are not in this matrix.
+void variances(const Symbolic& symbolic, const PlacedEntries& entries, const double* panels,
+               double* diagonal, double* sums, kernels::Team& team, Meter* meter);
 
 /// What the meter shows when all panels, or those wanted, are done.
 double inverseWork(const Symbolic& symbolic, const std::vector<bool>* wanted);

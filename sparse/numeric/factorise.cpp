@@ -105,8 +105,9 @@ class Factoriser {
       if (stays) used += updateSize(s, g);
       most.stacks = std::max(most.stacks, used);
       // Whole cache lines.
-      const size_t scratch =
-          kernels::frontScratch(static_cast<size_t>(s.height(g)), static_cast<size_t>(s.width(g)));
+      const size_t scratch = s.isKept(g) ? 0
+                                         : kernels::frontScratch(static_cast<size_t>(s.height(g)),
+                                                                 static_cast<size_t>(s.width(g)));
       most.scratch = std::max(most.scratch, (scratch + 7) / 8 * 8);
       forEachChild(s, g, [&](Index child) {
         if (child >= first) used -= updateSize(s, child);
@@ -174,6 +175,7 @@ class Factoriser {
     const auto h = static_cast<size_t>(s_.height(g));
     const auto w = static_cast<size_t>(width);
     assembleShared(g, 0, width, team);
+    if (s_.isKept(g)) return;
     const bool passesOn = updateSize(s_, g) != 0;
     const size_t done =
         kernels::frontCholesky(h, w, panel(g), h, passesOn ? update_[g] : nullptr, scratch, team);

@@ -17,6 +17,9 @@ namespace korin::sparse {
 /// @param team      the threads to use; the bits of the result do not depend on them
 /// @param meter     gets the work done, altogether the sum of frontWork; may be null
 ///
+/// Of kept columns the lower triangle of the panel becomes the Schur complement of the others in
+/// `entries`: those of the kept ones less what eliminating the others takes.
+///
 /// Returns -1, or the row of the matrix, in its own numbers, whose pivot is the first one that is
 /// not a positive finite number; the panels are then undefined. Throws std::bad_alloc and what the
 /// team's poll throws. Cost: symbolic.operations multiplications and additions; memory beyond the

@@ -30,7 +30,7 @@ class BlockSolver {
   /// x = L^-1 x in the factor's numbers.
   void forward(Sides x, std::vector<double>& room) const {
     Offset read = 0;
-    for (Index g = 0; g < s_.groups(); ++g) {
+    for (Index g = 0; g < eliminated(); ++g) {
       checkpoint(g, x.count, read);
       const auto h = static_cast<size_t>(s_.height(g));
       const Index width = s_.width(g);
@@ -54,7 +54,7 @@ class BlockSolver {
   /// x = L^-T x.
   void backward(Sides x, std::vector<double>& room) const {
     Offset read = 0;
-    for (Index g = s_.groups(); g-- > 0;) {
+    for (Index g = eliminated(); g-- > 0;) {
       checkpoint(g, x.count, read);
       const auto h = static_cast<size_t>(s_.height(g));
       const Index width = s_.width(g);
@@ -76,6 +76,8 @@ class BlockSolver {
   }
 
  private:
+  Index eliminated() const { return s_.groups() - (s_.kept > 0 ? 1 : 0); }
+
   /// Looks whether to stop after so many entries of panels and right-hand sides.
   void checkpoint(Index g, Index count, Offset& read) const {
     read += s_.panelSize(g) * count;
@@ -113,6 +115,23 @@ void solve(const Symbolic& symbolic, const double* panels, Index count, double* 
   });
 }
 
+void solveForward(const Symbolic& symbolic, const double* panels, Index count, double* x,
+                  kernels::Team& team) {
+  const auto n = static_cast<size_t>(symbolic.n);
+  const BlockSolver solver(symbolic, panels, team);
+  forBlocks(count, team, [&](Index first, Index together) {
+    const std::vector<double> given(x + static_cast<size_t>(first) * n,
+                                    x + static_cast<size_t>(first + together) * n);
+    std::vector<double> room(solver.room(together));
+    const Sides sides{together, x + static_cast<size_t>(first) * n, n};
+    for (Index s = 0; s < together; ++s) {
+      const double* const from = given.data() + static_cast<size_t>(s) * n;
+      for (size_t k = 0; k < n; ++k) sides.row(s)[k] = from[symbolic.permutation[k]];
+    }
+    solver.forward(sides, room);
+  });
+}
+
 void solveTransposed(const Symbolic& symbolic, const double* panels, Index count, double* x,
                      kernels::Team& team) {
   const auto n = static_cast<size_t>(symbolic.n);
@@ -133,6 +152,7 @@ void solveTransposed(const Symbolic& symbolic, const double* panels, Index count
 double logDeterminant(const Symbolic& symbolic, const double* panels) {
   double sum = 0.0;
   for (Index g = 0; g < symbolic.groups(); ++g) {
+    if (symbolic.isKept(g)) continue;
     const Offset height = symbolic.height(g);
     for (Index c = 0; c < symbolic.width(g); ++c) {
       sum += std::log(panels[symbolic.panelStart[g] + c * (height + 1)]);

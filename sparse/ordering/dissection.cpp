@@ -46,13 +46,24 @@ Domain sideOf(const Domain& whole, const std::vector<Side>& sides, Side side,
   return result;
 }
 
+/// The graph without its last `kept` nodes, which count as the separator of depth 0.
+Domain withoutKept(const Graph& graph, Index kept, std::vector<Index>& depth,
+                   std::vector<Index>& place) {
+  Domain whole{graph, std::vector<Index>(graph.weight.size()), 0};
+  std::iota(whole.node.begin(), whole.node.end(), Index{0});
+  if (kept == 0) return whole;
+  std::vector<Side> sides(graph.weight.size(), Side::Left);
+  std::fill(sides.end() - kept, sides.end(), Side::Separator);
+  std::fill(depth.end() - kept, depth.end(), 0);
+  return sideOf(whole, sides, Side::Left, place);
+}
+
 /// The depth of the separator that each node belongs to; -1 for the nodes of no separator.
-std::vector<Index> separatorDepths(const Graph& graph) {
+std::vector<Index> separatorDepths(const Graph& graph, Index kept) {
   const auto n = static_cast<std::size_t>(graph.nodes());
   std::vector<Index> depth(n, -1), place(n);
   std::vector<Domain> waiting;
-  waiting.push_back({graph, std::vector<Index>(n), 0});
-  std::iota(waiting.back().node.begin(), waiting.back().node.end(), Index{0});
+  waiting.push_back(withoutKept(graph, kept, depth, place));
   while (!waiting.empty()) {
     const Domain domain = std::move(waiting.back());
     waiting.pop_back();
@@ -73,10 +84,10 @@ std::vector<Index> separatorDepths(const Graph& graph) {
 
 }  // namespace
 
-std::vector<Index> nestedDissection(const Graph& graph) {
+std::vector<Index> nestedDissection(const Graph& graph, Index kept) {
   if (!canDissect(graph)) throw std::bad_alloc();
-  if (graph.neighbour.empty()) return minimumDegree(graph);
-  std::vector<Index> stage = separatorDepths(graph);
+  if (graph.neighbour.empty()) return minimumDegree(graph);  // all in their own order
+  std::vector<Index> stage = separatorDepths(graph, kept);
   const Index deepest = *std::max_element(stage.begin(), stage.end());
   for (Index& s : stage) s = s < 0 ? 0 : deepest - s + 1;
   return minimumDegreeByStages(graph, stage);

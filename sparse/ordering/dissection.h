@@ -18,8 +18,9 @@ inline constexpr Index kLeastDissected = 1500;
 /// the separators around a part, orders the parts and the nodes of the separators of one level
 /// (Ashcraft, Liu, 1998, "Robust ordering of sparse matrices using multisection"). The same graph
 /// gives the same order every time. std::bad_alloc if memory runs out or if the graph has more
-/// edges than `canDissect` takes.
-std::vector<Index> nestedDissection(const Graph& graph);
+/// edges than `canDissect` takes. The last `kept` nodes come last; the others are dissected without
+/// them.
+std::vector<Index> nestedDissection(const Graph& graph, Index kept = 0);
 
 }  // namespace korin::sparse
 

@@ -38,10 +38,15 @@ bool dissectionMayPay(const Graph& graph, const Prediction& predicted);
 /// Orders the graph; `Given` is not for graphs but for unknowns (see analyse) and not accepted
 /// here. Automatic keeps the order with fewer predicted operations of the one or two that it tried.
 /// std::bad_alloc as the libraries below.
-OrderedGraph orderGraph(const Graph& graph, Ordering ordering);
+///
+/// The last `kept` nodes come last and are not eliminated: in the tree they are a chain, as if all
+/// of them were neighbours, and the prediction leaves them out. Minimum degree counts them among
+/// the neighbours of the others.
+OrderedGraph orderGraph(const Graph& graph, Ordering ordering, Index kept = 0);
 
 /// The same for an order that is there already.
-OrderedGraph withOrder(const Graph& graph, Ordering ordering, std::vector<Index> order);
+OrderedGraph withOrder(const Graph& graph, Ordering ordering, std::vector<Index> order,
+                       Index kept = 0);
 
 }  // namespace korin::sparse
 

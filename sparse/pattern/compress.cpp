@@ -109,9 +109,11 @@ bool sameClosedNeighbourhood(const Graph& graph, Index a, Index b) {
   }
 }
 
-/// For each node the first node with the same closed neighbourhood; empty if all differ.
-std::vector<Index> firstAlike(const Graph& graph) {
+/// For each node the first node with the same closed neighbourhood; empty if all differ. The last
+/// `kept` nodes are like no other.
+std::vector<Index> firstAlike(const Graph& graph, Index kept) {
   const Index nodes = graph.nodes();
+  const Index last = nodes - kept;
   std::vector<std::uint64_t> hash(static_cast<std::size_t>(nodes));
   for (Index k = 0; k < nodes; ++k) {
     std::uint64_t sum = scramble(static_cast<std::uint64_t>(k));
@@ -121,12 +123,13 @@ std::vector<Index> firstAlike(const Graph& graph) {
     hash[k] = sum;
   }
   std::vector<Index> alike;
-  for (Index k = 0; k < nodes; ++k) {
+  for (Index k = 0; k < last; ++k) {
     if (!alike.empty() && alike[k] != k) continue;
     for (Offset p = graph.start[k + 1]; p-- > graph.start[k];) {
       const Index other = graph.neighbour[p];
       if (other < k) break;
-      if (hash[other] != hash[k] || !sameClosedNeighbourhood(graph, k, other)) continue;
+      if (other >= last || hash[other] != hash[k] || !sameClosedNeighbourhood(graph, k, other))
+        continue;
       if (alike.empty()) {
         alike.resize(static_cast<std::size_t>(nodes));
         std::iota(alike.begin(), alike.end(), Index{0});
@@ -166,7 +169,7 @@ Graph quotient(const Graph& graph, const std::vector<Index>& alike, std::vector<
 
 }  // namespace
 
-CompressedGraph compress(const ColumnsView& lower, Compression compression) {
+CompressedGraph compress(const ColumnsView& lower, Compression compression, Index kept) {
   const Index n = lower.cols;
   std::vector<Index> first;
   if (compression == Compression::None) {
@@ -175,7 +178,7 @@ CompressedGraph compress(const ColumnsView& lower, Compression compression) {
   } else {
     const std::vector<unsigned char> starts = runStarts(lower);
     for (Index j = 0; j < n; ++j) {
-      if (starts[j] != 0) first.push_back(j);
+      if (starts[j] != 0 || j >= n - kept) first.push_back(j);
     }
     first.push_back(n);
   }
@@ -183,7 +186,7 @@ CompressedGraph compress(const ColumnsView& lower, Compression compression) {
   result.graph = graphOfRuns(lower, first);
   result.member.resize(static_cast<std::size_t>(n));
   std::vector<Index> alike;
-  if (compression == Compression::All) alike = firstAlike(result.graph);
+  if (compression == Compression::All) alike = firstAlike(result.graph, kept);
   if (alike.empty()) {
     std::iota(result.member.begin(), result.member.end(), Index{0});
     result.memberStart = std::move(first);

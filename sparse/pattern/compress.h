@@ -31,7 +31,9 @@ struct CompressedGraph {
 /// each column with the one before it, the others by hashing neighbourhoods; hits are compared
 /// entry by entry. (After Ashcraft 1995, "Compressed graphs and the minimum degree algorithm".) Not
 /// checked: the order of the rows.
-CompressedGraph compress(const ColumnsView& lower, Compression compression);
+///
+/// Each of the last `kept` unknowns gets a node of its own; these are the last nodes.
+CompressedGraph compress(const ColumnsView& lower, Compression compression, Index kept = 0);
 
 }  // namespace korin::sparse
 

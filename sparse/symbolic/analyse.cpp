@@ -110,16 +110,18 @@ Symbolic analyse(const ColumnsView& lower, const AnalysisOptions& options) {
   const Clock::time_point begin = Clock::now();
   Symbolic s;
   s.n = lower.cols;
+  s.kept = options.kept;
   CompressedGraph compressed;
   OrderedGraph ordered;
   if (options.ordering == Ordering::Given) {
+    if (s.kept > 0) throw std::invalid_argument("Kept unknowns cannot be given an order.");
     std::vector<Index> order = checkedPermutation(options.permutation, s.n);
     compressed = compress(lower, Compression::None);
     ordered = withOrder(compressed.graph, Ordering::Given, std::move(order));
   } else {
     const bool natural = options.ordering == Ordering::Natural;
-    compressed = compress(lower, natural ? Compression::Runs : Compression::All);
-    ordered = orderGraph(compressed.graph, options.ordering);
+    compressed = compress(lower, natural ? Compression::Runs : Compression::All, s.kept);
+    ordered = orderGraph(compressed.graph, options.ordering, s.kept);
   }
   s.secondsOrdering = std::chrono::duration<double>(Clock::now() - begin).count();
   const Graph& graph = compressed.graph;
@@ -130,7 +132,7 @@ Symbolic analyse(const ColumnsView& lower, const AnalysisOptions& options) {
 
   std::vector<Index> weight(ordered.order.size());
   for (std::size_t k = 0; k < weight.size(); ++k) weight[k] = graph.weight[ordered.order[k]];
-  const Grouping grouping = groupNodes(ordered.tree, weight);
+  const Grouping grouping = groupNodes(ordered.tree, weight, s.kept);
   layOut(compressed, ordered, grouping, s);
   fillRows(graph, ordered, grouping, s);
   findParentPlaces(s);

@@ -11,6 +11,10 @@ struct AnalysisOptions {
   Ordering ordering = Ordering::Automatic;
   /// For Ordering::Given: permutation[k] is the unknown to eliminate as the k-th, n of them.
   const Index* permutation = nullptr;
+  /// The last so many unknowns are not eliminated. They become the last group, a square without
+  /// rows below it, as if all of them were neighbours: what `factorise` leaves there is what
+  /// eliminating the others adds to them. Not with Ordering::Given.
+  Index kept = 0;
 };
 
 /// The structure of the Cholesky factor of a symmetric matrix from the pattern of its lower
@@ -22,8 +26,8 @@ struct AnalysisOptions {
 /// a node if the order moved them together stay apart there.
 ///
 /// Cost: ordering, and O(entries of A + rows of all groups) but for sorting children of the tree.
-/// Throws std::invalid_argument, naming the entry at fault, if a given permutation is none;
-/// std::bad_alloc. Not checked: the order of the rows.
+/// Throws std::invalid_argument, naming the entry at fault, if a given permutation is none, or
+/// comes with kept unknowns; std::bad_alloc. Not checked: the order of the rows.
 Symbolic analyse(const ColumnsView& lower, const AnalysisOptions& options = {});
 
 /// What factorisation will take, in bytes.

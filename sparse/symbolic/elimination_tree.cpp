@@ -148,10 +148,10 @@ EliminationTree eliminationTree(const Graph& graph, const std::vector<Index>& or
   return tree;
 }
 
-Prediction predict(const Graph& graph, const std::vector<Index>& order,
-                   const EliminationTree& tree) {
+Prediction predict(const Graph& graph, const std::vector<Index>& order, const EliminationTree& tree,
+                   Index count) {
   Prediction sum;
-  for (std::size_t k = 0; k < order.size(); ++k) {
+  for (Index k = 0; k < count; ++k) {
     const Offset height = tree.height[k], weight = graph.weight[order[k]];
     sum.entries += weight * height - weight * (weight - 1) / 2;
     // The squares of height, height - 1, …, weight of them.

@@ -35,9 +35,9 @@ std::vector<Index> inverseOrder(const std::vector<Index>& order);
 /// algorithm to compute row and column counts for sparse Cholesky factorization"), with weights.
 EliminationTree eliminationTree(const Graph& graph, const std::vector<Index>& order);
 
-/// What the columns of all nodes add up to. O(nodes).
-Prediction predict(const Graph& graph, const std::vector<Index>& order,
-                   const EliminationTree& tree);
+/// What the columns of the first `count` nodes in the order add up to. O(nodes).
+Prediction predict(const Graph& graph, const std::vector<Index>& order, const EliminationTree& tree,
+                   Index count);
 
 }  // namespace korin::sparse
 

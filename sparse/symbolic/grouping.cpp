@@ -42,8 +42,12 @@ bool zerosArePaid(Offset width, Offset below, Offset zeros) {
 /// rows below are the group's.
 class Merger {
  public:
-  Merger(const EliminationTree& tree, const std::vector<Index>& weight)
-      : parent_(tree.parent), width_(weight), below_(weight.size()), zeros_(weight.size(), 0) {
+  Merger(const EliminationTree& tree, const std::vector<Index>& weight, Index kept)
+      : parent_(tree.parent),
+        firstKept_(static_cast<Index>(weight.size()) - kept),
+        width_(weight),
+        below_(weight.size()),
+        zeros_(weight.size(), 0) {
     for (std::size_t k = 0; k < weight.size(); ++k) below_[k] = tree.height[k] - weight[k];
   }
 
@@ -82,6 +86,7 @@ class Merger {
   }
 
   bool merges(Index child, Index parent) {
+    if (child < firstKept_ && parent >= firstKept_) return false;
     const Offset added = newZeros(child, parent);
     const Offset zeros = zeros_[child] + zeros_[parent] + added;
     const Index width = width_[child] + width_[parent];
@@ -92,6 +97,7 @@ class Merger {
   }
 
   const std::vector<Index>& parent_;
+  const Index firstKept_;
   std::vector<Index> width_, below_;
   std::vector<Offset> zeros_;
 };
@@ -139,9 +145,9 @@ std::vector<Index> postorderOfLeastStack(const std::vector<Index>& parent,
 
 }  // namespace
 
-Grouping groupNodes(const EliminationTree& tree, const std::vector<Index>& weight) {
+Grouping groupNodes(const EliminationTree& tree, const std::vector<Index>& weight, Index kept) {
   const std::size_t n = weight.size();
-  Merger merger(tree, weight);
+  Merger merger(tree, weight, kept);
   std::vector<Index> top = merger.run();
 
   // Groups by ascending tops, with their tree; then in postorder.

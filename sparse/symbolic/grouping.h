@@ -38,7 +38,10 @@ struct Grouping {
 /// child, not only the one next to its parent, since the order within a subtree is free). The
 /// children of a group are ordered such that the updates waiting at one time are least (Liu 1986).
 /// `weight[k]` is the number of unknowns of the node at place k. O(nodes) but for sorting children.
-Grouping groupNodes(const EliminationTree& tree, const std::vector<Index>& weight);
+///
+/// The last `kept` nodes, a chain in the tree whose columns are full, become the last group, which
+/// no other node joins.
+Grouping groupNodes(const EliminationTree& tree, const std::vector<Index>& weight, Index kept = 0);
 
 }  // namespace korin::sparse
 

@@ -19,6 +19,7 @@ constexpr double kPerRow = 40.0;
 double frontWork(const Symbolic& symbolic, Index g) {
   const double w = symbolic.width(g);
   const double h = symbolic.height(g);
+  if (symbolic.isKept(g)) return w * h + kPerFront + kPerRow * h;
   return w * (h * h - h * w + w * w / 3.0) + kPerFront + kPerRow * h;
 }
 

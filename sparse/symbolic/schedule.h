@@ -19,7 +19,8 @@ struct Schedule {
   int tasks() const { return static_cast<int>(first.size()) - 1; }
 };
 
-/// Estimated time of a group's front, in operations of the dense kernels.
+/// Estimated time of a group's front, in operations of the dense kernels. A kept group is only
+/// assembled.
 double frontWork(const Symbolic& symbolic, Index g);
 
 /// For one thread each tree is a task, small ones together. Throws std::bad_alloc.

@@ -19,6 +19,8 @@ namespace korin::sparse {
 /// a group all occur among its parent's rows.
 struct Symbolic {
   Index n = 0;
+  /// The last so many columns are not eliminated and form the last group; 0 where all are.
+  Index kept = 0;
   /// permutation[k] is the row and column of A that became row and column k.
   std::vector<Index> permutation;
   std::vector<Index> firstColumn{0};
@@ -40,7 +42,7 @@ struct Symbolic {
   double secondsOrdering = 0.0;
   /// Unknowns with equal neighbourhoods counted once: the nodes that were ordered.
   Index compressedNodes = 0;
-  /// Entries of L without the zeros that groups store.
+  /// Entries of L without the zeros that groups store. Here as below without the kept columns.
   Offset entries = 0;
   /// Sum over the columns of their squared lengths in L, zeros that groups store left out:
   /// multiplications and additions of the factorisation.
@@ -50,6 +52,7 @@ struct Symbolic {
   Index width(Index g) const { return firstColumn[g + 1] - firstColumn[g]; }
   Index height(Index g) const { return static_cast<Index>(rowStart[g + 1] - rowStart[g]); }
   Index below(Index g) const { return height(g) - width(g); }
+  bool isKept(Index g) const { return kept > 0 && g + 1 == groups(); }
   const Index* rowsOf(Index g) const { return rows.data() + rowStart[g]; }
   Offset panelSize(Index g) const { return Offset{height(g)} * width(g); }
   /// Values that all panels hold.
