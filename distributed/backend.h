@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
 
 #include "distributed/assembly.h"
 #include "distributed/communication.h"
@@ -37,6 +38,12 @@ class DistributedBackend {
 /// when the caller wants to stop.
 void beginStage(const Communicator& comm, const DistributedOptions& options, const char* stage,
                 double share = 0.0);
+
+/// Throws Error(Memory) where this process cannot take `bytes`, by the limit of the options or,
+/// where they have none, because all processes of its machine together have less. `what` completes
+/// "its part of ...". Not collective: to be called within Communicator::together.
+void requireRoom(const Communicator& comm, const DistributedOptions& options,
+                 const std::string& what, double bytes);
 
 /// Our own Cholesky engine, for a symmetric A with a positive diagonal. Error(NotPositiveDefinite)
 /// with its row where it breaks down. The references outlive the backend.

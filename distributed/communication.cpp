@@ -7,6 +7,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "distributed/scratch_folder.h"
+
 namespace zeph::distributed {
 namespace {
 
@@ -61,6 +63,10 @@ Communicator::Communicator(MPI_Comm comm) {
   MPI_Comm_dup(comm, &comm_);
   MPI_Comm_rank(comm_, &rank_);
   MPI_Comm_size(comm_, &size_);
+  MPI_Comm machine = MPI_COMM_NULL;
+  MPI_Comm_split_type(comm_, MPI_COMM_TYPE_SHARED, 0, MPI_INFO_NULL, &machine);
+  MPI_Comm_size(machine, &here_);
+  MPI_Comm_free(&machine);
 }
 
 Communicator::~Communicator() {
@@ -178,8 +184,12 @@ std::int64_t Communicator::sum(std::int64_t value) const {
   return value;
 }
 
+void Communicator::largest(double* data, size_t count) const {
+  reduce(data, count, MPI_DOUBLE, MPI_MAX);
+}
+
 double Communicator::largest(double value) const {
-  reduce(&value, 1, MPI_DOUBLE, MPI_MAX);
+  largest(&value, 1);
   return value;
 }
 
@@ -212,6 +222,7 @@ void Communicator::agree(const std::exception_ptr& failure) const {
 
 void Communicator::endRun(const std::exception_ptr& failure) const {
   const Caught mine = caught(failure);
+  ScratchFolder::removeAll();
   std::fprintf(stderr, "zeph: rank %d: %s; all processes end\n", rank_, mine.sentence.c_str());
   MPI_Abort(comm_, exitCode(mine.kind));
   std::abort();

@@ -28,6 +28,8 @@ class Communicator {
   int rank() const { return rank_; }
   int size() const { return size_; }
   bool first() const { return rank_ == 0; }
+  /// Processes on this process's machine, itself among them.
+  int here() const { return here_; }
   MPI_Comm raw() const { return comm_; }
 
   template <class T>
@@ -86,6 +88,7 @@ class Communicator {
   double sum(double value) const;
   std::int64_t sum(std::int64_t value) const;
   double largest(double value) const;
+  void largest(double* data, std::size_t count) const;
   std::int64_t largest(std::int64_t value) const;
   std::int64_t least(std::int64_t value) const;
 
@@ -153,7 +156,7 @@ class Communicator {
   void reduce(T* data, std::size_t count, MPI_Datatype type, MPI_Op op) const;
 
   MPI_Comm comm_ = MPI_COMM_NULL;
-  int rank_ = 0, size_ = 1;
+  int rank_ = 0, size_ = 1, here_ = 1;
   mutable double sent_ = 0.0;
   mutable bool agreed_ = false;
 };

@@ -9,6 +9,8 @@
 #include "distributed/assembly.h"
 #include "distributed/backend.h"
 #include "distributed/communication.h"
+#include "kernels/processor.h"
+#include "zeph/checks/memory.h"
 #include "zeph/factor.h"
 #include "zeph/factor/trust.h"
 #include "zeph/factor/watch.h"
@@ -41,6 +43,19 @@ void beginStage(const Communicator& comm, const DistributedOptions& options, con
     if (!comm.first() || !options.progress || options.progress(stage, share)) return;
     throw Error(ErrorKind::Cancelled, "stopped on request while " + std::string(stage));
   });
+}
+
+void requireRoom(const Communicator& comm, const DistributedOptions& options,
+                 const std::string& what, double bytes) {
+  if (options.memoryLimit > 0.0) {
+    requireBytes("the part of one process in " + what, bytes, options.memoryLimit);
+  } else if (comm.here() == 1) {
+    requireBytes("the part of one process in " + what, bytes, 0.0);
+  } else {
+    requireBytes(
+        "the parts of the " + std::to_string(comm.here()) + " processes of one machine in " + what,
+        bytes * comm.here(), 0.0);
+  }
 }
 
 }  // namespace distributed
@@ -112,6 +127,9 @@ class DistributedFactor::Impl {
  public:
   Impl(MPI_Comm given, const SparseMatrix& share, const DistributedOptions& wanted)
       : comm(given), options(wanted) {
+    if (options.threads <= 0) {
+      options.threads = std::max(1, korin::kernels::availableProcessors() / comm.here());
+    }
     ask([&] {
       requireSameOptions();
       beginStage(comm, options, "assembling");
@@ -143,7 +161,7 @@ class DistributedFactor::Impl {
   void countMessages() const { report.messageBytes = comm.sum(comm.bytesSent()); }
 
   const Communicator comm;
-  const DistributedOptions options;
+  DistributedOptions options;
   Assembled A;
   Made made;
   mutable DistributedReport report;

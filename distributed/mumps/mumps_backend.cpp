@@ -1,12 +1,296 @@
-#include <dmumps_c.h>
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <numeric>
+#include <utility>
+#include <vector>
 
 #include "distributed/backend.h"
+#include "distributed/condition.h"
+#include "distributed/mumps/instance.h"
+#include "zeph/factor.h"
+#include "zeph/factor/trust.h"
+#include "zeph/factor/watch.h"
 
 namespace zeph::distributed {
+namespace {
 
-std::unique_ptr<DistributedBackend> makeMumpsBackend(const Communicator&, const Assembled&, bool,
-                                                     const DistributedOptions&) {
-  throw Error(ErrorKind::Usage, "the engine on MUMPS is not built");
+using std::size_t;
+
+constexpr double kEpsilon = std::numeric_limits<double>::epsilon();
+constexpr double kMega = 1e6;
+// Of entries that LU computes, the error beside the largest of their column is a small multiple of
+// the condition number times ε.
+constexpr double kLuSafety = 4.0;
+
+// Entries of an inverse that are asked for, each once, column after column.
+class Wanted {
+ public:
+  explicit Wanted(size_t n) : starts_(n + 1, 1) {}
+
+  // `places` are (column, row) in any order, with duplicates.
+  void set(std::vector<std::pair<std::uint32_t, std::uint32_t>> places) {
+    std::sort(places.begin(), places.end());
+    places.erase(std::unique(places.begin(), places.end()), places.end());
+    rows_.clear();
+    std::fill(starts_.begin(), starts_.end(), 0);
+    for (const auto& [col, row] : places) {
+      rows_.push_back(static_cast<MUMPS_INT>(row) + 1);
+      ++starts_[col + 1];
+    }
+    starts_[0] = 1;
+    std::partial_sum(starts_.begin(), starts_.end(), starts_.begin());
+    values_.assign(places.size(), 0.0);
+  }
+
+  double at(size_t row, size_t col) const {
+    const auto begin = rows_.begin() + (starts_[col] - 1),
+               end = rows_.begin() + (starts_[col + 1] - 1);
+    const auto found = std::lower_bound(begin, end, static_cast<MUMPS_INT>(row) + 1);
+    return values_[static_cast<size_t>(found - rows_.begin())];
+  }
+
+  std::vector<MUMPS_INT> starts_, rows_;
+  std::vector<double> values_;
+};
+
+class MumpsBackend : public DistributedBackend {
+ public:
+  MumpsBackend(const Communicator& comm, const Assembled& A, bool definite,
+               const DistributedOptions& options)
+      : comm_(comm),
+        A_(A),
+        definite_(definite),
+        options_(options),
+        mumps_(comm,
+               definite        ? Form::Definite
+               : A.symmetric() ? Form::Symmetric
+                               : Form::Unsymmetric,
+               A.source, options) {
+    analyse();
+    factorise();
+  }
+
+  DistributedReport report() const override { return report_; }
+  InverseCheck variances(double* diagonal) const override;
+  void covariance(const std::int64_t* rows, const std::int64_t* cols, size_t count,
+                  double* values) const override;
+  void solve(double* x, bool transposed) const override;
+  double logDeterminant() const override {
+    return std::log(std::abs(mumps_.realGlobal(12))) + mumps_.global(34) * std::log(2.0);
+  }
+  int determinantSign() const override { return mumps_.realGlobal(12) < 0.0 ? -1 : 1; }
+
+ private:
+  void analyse();
+  void factorise();
+  void invert(Wanted& wanted) const;
+  InverseCheck judge(const std::vector<Entry>& whole, const Wanted& z) const;
+
+  const Communicator& comm_;
+  const Assembled& A_;
+  const bool definite_;
+  const DistributedOptions& options_;
+  mutable Instance mumps_;  // its solves change parameters
+  double condition_ = 0.0;
+  DistributedReport report_;
+};
+
+void MumpsBackend::analyse() {
+  beginStage(comm_, options_, "ordering");
+  const StopWatch clock;
+  // MUMPS wants arrays even where there is nothing in them.
+  std::vector<MUMPS_INT> rows, cols;
+  comm_.together([&] {
+    rows.reserve(A_.entries.size() + 1);
+    cols.reserve(A_.entries.size() + 1);
+    for (const Entry& e : A_.entries) {
+      rows.push_back(static_cast<MUMPS_INT>(e.row) + 1);
+      cols.push_back(static_cast<MUMPS_INT>(e.col) + 1);
+    }
+  });
+  mumps_.control(18) = 3;  // entries are distributed
+  mumps_.control(28) = 1;  // ordered on one process, so that results do not depend on chance
+  mumps_.control(33) = 1;  // the determinant too
+  if (!definite_) {
+    mumps_.control(13) = 1;  // so that zero pivots are seen in the last block as well
+    mumps_.control(24) = 1;
+  }
+  mumps_->n = static_cast<MUMPS_INT>(A_.n);
+  mumps_->nnz_loc = static_cast<MUMPS_INT8>(A_.entries.size());
+  mumps_->irn_loc = rows.data();
+  mumps_->jcn_loc = cols.data();
+  mumps_.run(Phase::Analyse);
+  report_.secondsOrdering = comm_.largest(clock.seconds());
+
+  const bool files = !options_.scratchFolder.empty();
+  comm_.together([&] {
+    const MUMPS_INT predicted = std::max<MUMPS_INT>(1, mumps_.local(files ? 17 : 15));
+    requireRoom(comm_, options_, "the factor of " + A_.source, kMega * predicted);
+  });
+  if (files) mumps_.useFiles(options_.scratchFolder);
+
+  beginStage(comm_, options_, "factorising");
+  const StopWatch numbers;
+  std::vector<double> values;
+  comm_.together([&] {
+    values.reserve(A_.entries.size() + 1);
+    for (const Entry& e : A_.entries) values.push_back(e.value);
+  });
+  mumps_->a_loc = values.data();
+  mumps_.run(Phase::Factorise);
+  mumps_->irn_loc = mumps_->jcn_loc = nullptr;
+  mumps_->a_loc = nullptr;
+  report_.secondsFactorisation = comm_.largest(numbers.seconds());
+}
+
+void MumpsBackend::factorise() {
+  const MUMPS_INT negative = mumps_.global(12), null = mumps_.global(28);
+  if (definite_ && negative > 0) {
+    comm_.fail(Error(ErrorKind::NotPositiveDefinite,
+                     A_.source + " is not positive definite: " + std::to_string(negative) +
+                         " of its pivots are negative; if it is meant to be indefinite, use LU "
+                         "(--lu)"));
+  }
+  if (null > 0 || mumps_.realGlobal(12) == 0.0) comm_.fail(singular(A_.source));
+  report_.engine = Engine::Mumps;
+  report_.route = definite_ ? Route::Cholesky : Route::Lu;
+  report_.entriesOfL = static_cast<std::int64_t>(Instance::counted(mumps_.global(29)));
+  report_.operations = mumps_.realGlobal(2) + mumps_.realGlobal(3);
+  report_.bytes = kMega * mumps_.global(21);
+  const double mine = mumps_.realLocal(2) + mumps_.realLocal(3);
+  const double all = comm_.sum(mine);
+  report_.balance = all > 0.0 ? comm_.largest(mine) * comm_.size() / all : 1.0;
+  beginStage(comm_, options_, "estimating the condition");
+  condition_ = estimateCondition(comm_, A_, *this);
+  if (!(condition_ < kWorthlessCondition)) comm_.fail(singular(A_.source));
+  report_.conditionEstimate = condition_;
+}
+
+void MumpsBackend::solve(double* x, bool transposed) const {
+  mumps_.control(9) = transposed && !A_.symmetric() ? 0 : 1;
+  mumps_->nrhs = 1;
+  mumps_->lrhs = static_cast<MUMPS_INT>(A_.n);
+  if (comm_.first()) mumps_->rhs = x;  // elsewhere it must never have been set
+  mumps_.run(Phase::Solve);
+  comm_.broadcast(0, x, A_.n);
+}
+
+// Fills in values on the first process, which alone has wanted entries.
+void MumpsBackend::invert(Wanted& wanted) const {
+  mumps_.control(30) = 1;
+  mumps_->nrhs = static_cast<MUMPS_INT>(A_.n);
+  mumps_->lrhs = static_cast<MUMPS_INT>(A_.n);
+  mumps_->nz_rhs = static_cast<MUMPS_INT>(wanted.rows_.size());
+  if (comm_.first()) {
+    mumps_->irhs_ptr = wanted.starts_.data();
+    mumps_->irhs_sparse = wanted.rows_.data();
+    mumps_->rhs_sparse = wanted.values_.data();
+  }
+  mumps_.run(Phase::Solve);
+  mumps_->irhs_ptr = mumps_->irhs_sparse = nullptr;
+  mumps_->rhs_sparse = nullptr;
+  mumps_.control(30) = 0;
+}
+
+// From Σ a(j,k) z(k,j), which is 1. `whole` has all of A.
+InverseCheck MumpsBackend::judge(const std::vector<Entry>& whole, const Wanted& z) const {
+  std::vector<double> sum(A_.n, 0.0), product(A_.n, 0.0), largest(A_.n, 0.0);
+  for (const Entry& e : whole) {
+    const double across = A_.symmetric() ? z.at(e.row, e.col) : z.at(e.col, e.row);
+    sum[e.row] += e.value * across;
+    const double sizes = std::abs(e.value * across);
+    largest[e.row] = std::max(largest[e.row], sizes);
+    if (e.row == e.col) {
+      product[e.row] = e.value * across;
+    } else if (A_.symmetric()) {
+      sum[e.col] += e.value * across;
+      largest[e.col] = std::max(largest[e.col], sizes);
+    }
+  }
+  InverseCheck check;
+  check.condition = condition_;
+  double residuals = 0.0, products = 0.0;
+  for (size_t j = 0; j < A_.n; ++j) {
+    const double r = sum[j] - 1.0;
+    check.identityResidual = std::max(check.identityResidual, std::abs(r));
+    residuals += r * r;
+    products += product[j] * product[j];
+  }
+  if (definite_) {
+    check.relativeErrorEstimate = relativeErrorEstimate(std::sqrt(residuals), std::sqrt(products));
+    return check;
+  }
+  check.relativeErrorEstimate = std::max(kLuSafety * condition_ * kEpsilon, check.identityResidual);
+  for (size_t j = 0; j < A_.n; ++j) {
+    const double certain = check.relativeErrorEstimate * largest[j];
+    if (std::abs(product[j]) * kLargestRelativeError > certain || product[j] == 0.0) continue;
+    if (check.uncertainVariances++ == 0) check.firstUncertain = static_cast<std::int64_t>(j);
+  }
+  return check;
+}
+
+InverseCheck MumpsBackend::variances(double* diagonal) const {
+  const std::vector<Entry> whole = comm_.gather(0, A_.entries);
+  Wanted wanted(A_.n);
+  comm_.together([&] {
+    if (!comm_.first()) return;
+    std::vector<std::pair<std::uint32_t, std::uint32_t>> places;
+    places.reserve(whole.size() + A_.n);
+    for (std::uint32_t j = 0; j < A_.n; ++j) places.emplace_back(j, j);
+    for (const Entry& e : whole) {
+      if (A_.symmetric()) {
+        places.emplace_back(e.col, e.row);
+      } else {
+        places.emplace_back(e.row, e.col);
+      }
+    }
+    wanted.set(std::move(places));
+  });
+  invert(wanted);
+  InverseCheck check;
+  bool finite = true;
+  if (comm_.first()) {
+    for (size_t j = 0; j < A_.n; ++j) {
+      diagonal[j] = wanted.at(j, j);
+      finite = finite && std::isfinite(diagonal[j]);
+    }
+    check = judge(whole, wanted);
+  }
+  comm_.broadcast(0, diagonal, A_.n);
+  comm_.broadcast(0, &check, 1);
+  comm_.broadcast(0, &finite, 1);
+  if (!finite) comm_.fail(singular(A_.source));
+  return check;
+}
+
+void MumpsBackend::covariance(const std::int64_t* rows, const std::int64_t* cols, size_t count,
+                              double* values) const {
+  if (count == 0) return;
+  Wanted wanted(A_.n);
+  comm_.together([&] {
+    if (!comm_.first()) return;
+    std::vector<std::pair<std::uint32_t, std::uint32_t>> places;
+    for (size_t k = 0; k < count; ++k) {
+      places.emplace_back(static_cast<std::uint32_t>(cols[k]), static_cast<std::uint32_t>(rows[k]));
+    }
+    wanted.set(std::move(places));
+  });
+  invert(wanted);
+  if (comm_.first()) {
+    for (size_t k = 0; k < count; ++k) {
+      values[k] = wanted.at(static_cast<size_t>(rows[k]), static_cast<size_t>(cols[k]));
+    }
+  }
+  comm_.broadcast(0, values, count);
+}
+
+}  // namespace
+
+std::unique_ptr<DistributedBackend> makeMumpsBackend(const Communicator& comm, const Assembled& A,
+                                                     bool definite,
+                                                     const DistributedOptions& options) {
+  return std::make_unique<MumpsBackend>(comm, A, definite, options);
 }
 
 }  // namespace zeph::distributed

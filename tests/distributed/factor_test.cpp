@@ -1,0 +1,346 @@
+#include "distributed/distributed_factor.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <limits>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "zeph/factor.h"
+
+namespace zeph {
+namespace {
+
+int rankOf() {
+  int rank = 0;
+  MPI_Comm_rank(MPI_COMM_WORLD, &rank);
+  return rank;
+}
+int processes() {
+  int size = 1;
+  MPI_Comm_size(MPI_COMM_WORLD, &size);
+  return size;
+}
+
+struct Case {
+  const char* name;
+  SparseMatrix A;  // the same on all processes
+};
+
+// Neighbours in a grid of three sizes, as a network of differences with weights, held by a few
+// unknowns. `parts` unconnected copies; `coupling` unknowns a node.
+SparseMatrix network(std::uint32_t nx, std::uint32_t ny, std::uint32_t nz, std::uint32_t parts,
+                     std::uint32_t unknowns, bool both, unsigned seed) {
+  std::mt19937 chance(seed);
+  std::uniform_real_distribution<double> weight(0.1, 4.0);
+  SparseMatrix A;
+  const std::uint32_t nodes = nx * ny * nz;
+  A.rows = A.cols = static_cast<std::size_t>(nodes) * parts * unknowns;
+  A.symmetry = both ? Symmetry::General : Symmetry::Symmetric;
+  const auto add = [&](std::uint32_t i, std::uint32_t j, double value) {
+    A.entries.push_back({std::max(i, j), std::min(i, j), value});
+    if (both && i != j) A.entries.push_back({std::min(i, j), std::max(i, j), value});
+  };
+  for (std::uint32_t part = 0; part < parts; ++part) {
+    const auto join = [&](std::uint32_t a, std::uint32_t b) {
+      for (std::uint32_t u = 0; u < unknowns; ++u) {
+        const std::uint32_t i = (part * nodes + a) * unknowns + u;
+        const std::uint32_t j = (part * nodes + b) * unknowns + (u + a) % unknowns;
+        const double w = weight(chance);
+        add(i, i, w);
+        add(j, j, w);
+        add(i, j, -w);
+      }
+    };
+    for (std::uint32_t k = 0; k < nodes; ++k) {
+      if (k % nx + 1 < nx) join(k, k + 1);
+      if (k / nx % ny + 1 < ny) join(k, k + nx);
+      if (k / (nx * ny) + 1 < nz) join(k, k + nx * ny);
+      if (k % 7 == 0) {
+        for (std::uint32_t u = 0; u < unknowns; ++u) {
+          add((part * nodes + k) * unknowns + u, (part * nodes + k) * unknowns + u, 0.5);
+        }
+      }
+    }
+  }
+  return A;
+}
+
+// A drive with loops: a chain of poses of three unknowns, and edges across.
+SparseMatrix poseGraph(std::uint32_t poses) {
+  SparseMatrix A = network(poses, 1, 1, 1, 3, false, 5);
+  std::mt19937 chance(6);
+  for (std::uint32_t k = 0; k < poses / 3; ++k) {
+    const auto i = static_cast<std::uint32_t>(chance() % A.rows);
+    const auto j = static_cast<std::uint32_t>(chance() % A.rows);
+    if (i == j) continue;
+    A.entries.push_back({i, i, 1.0});
+    A.entries.push_back({j, j, 1.0});
+    A.entries.push_back({std::max(i, j), std::min(i, j), -0.5});
+  }
+  return A;
+}
+
+SparseMatrix unsymmetric(std::uint32_t n, bool indefinite) {
+  std::mt19937 chance(n);
+  std::uniform_real_distribution<double> value(-1.0, 1.0);
+  SparseMatrix A;
+  A.rows = A.cols = n;
+  A.symmetry = indefinite ? Symmetry::Symmetric : Symmetry::General;
+  for (std::uint32_t k = 0; k < n; ++k) A.entries.push_back({k, k, k % 3 == 0 ? -4.0 : 5.0});
+  A.entries.push_back({1, 0, 0.5});
+  if (!indefinite) A.entries.push_back({0, 1, 0.25});
+  for (std::uint32_t k = 0; k < 3 * n; ++k) {
+    auto i = static_cast<std::uint32_t>(chance() % n), j = static_cast<std::uint32_t>(chance() % n);
+    if (indefinite && i < j) std::swap(i, j);
+    if (i != j) A.entries.push_back({i, j, value(chance)});
+  }
+  return A;
+}
+
+std::vector<Case> definiteCases() {
+  std::vector<Case> cases;
+  cases.push_back({"one unknown", network(1, 1, 1, 1, 1, false, 0)});
+  cases.push_back({"two unknowns", network(2, 1, 1, 1, 1, true, 0)});
+  cases.push_back({"three unknowns", network(3, 1, 1, 1, 1, false, 0)});
+  cases.push_back({"unconnected", network(1, 1, 1, 9, 2, false, 1)});
+  cases.push_back({"parts", network(6, 5, 1, 7, 1, true, 2)});
+  cases.push_back({"levelling", network(31, 17, 1, 1, 1, false, 3)});
+  cases.push_back({"grid", network(9, 8, 7, 1, 1, true, 4)});
+  cases.push_back({"poses", poseGraph(150)});
+  return cases;
+}
+
+// What chance gives to this process: every entry to one, now and then in two halves to two; some
+// processes get nothing.
+SparseMatrix shareOf(const SparseMatrix& A, unsigned seed) {
+  SparseMatrix share = A;
+  share.entries.clear();
+  std::mt19937 chance(seed);
+  const auto owners = 1 + chance() % static_cast<unsigned>(processes());
+  for (const Entry& e : A.entries) {
+    const auto owner = static_cast<int>(chance() % owners),
+               other = static_cast<int>(chance() % owners);
+    if (chance() % 4 != 0) {
+      if (owner == rankOf()) share.entries.push_back(e);
+      continue;
+    }
+    for (const int half : {owner, other}) {
+      if (half == rankOf()) share.entries.push_back({e.row, e.col, 0.5 * e.value});
+    }
+  }
+  return share;
+}
+
+void expectSame(const std::vector<double>& got, const std::vector<double>& want, double tolerance) {
+  ASSERT_EQ(got.size(), want.size());
+  double size = 0.0;
+  for (const double v : want) size = std::max(size, std::abs(v));
+  for (std::size_t i = 0; i < got.size(); ++i) {
+    EXPECT_NEAR(got[i], want[i], tolerance * size) << i;
+  }
+}
+
+void compareWithMemory(const SparseMatrix& A, const DistributedOptions& options, Engine engine,
+                       Route route, unsigned seed) {
+  const Factor reference(A);
+  const DistributedFactor f(MPI_COMM_WORLD, shareOf(A, seed), options);
+  expectSame(f.variances(), reference.variances(), 1e-11);
+  std::vector<double> b(A.rows);
+  std::mt19937 chance(seed);
+  for (double& v : b) v = static_cast<double>(chance() % 2001) - 1000.0;
+  expectSame(f.solve(b), reference.solve(b), 1e-11);
+  EXPECT_NEAR(f.logDeterminant(), reference.logDeterminant(), 1e-9);
+  EXPECT_EQ(f.determinantSign(), reference.determinantSign());
+  std::vector<std::int64_t> rows, cols;
+  for (std::size_t k = 0; k < std::min<std::size_t>(A.entries.size(), 50); ++k) {
+    const Entry& e = A.entries[A.entries.size() - 1 - k];
+    rows.push_back(e.row);
+    cols.push_back(e.col);
+  }
+  expectSame(f.covariance(rows, cols), reference.covariance(rows, cols), 1e-11);
+  const DistributedReport r = f.report();
+  EXPECT_EQ(r.engine, engine);
+  EXPECT_EQ(r.route, route);
+  EXPECT_EQ(r.processes, processes());
+  EXPECT_EQ(r.entriesOfA, reference.report().entriesOfA);
+  EXPECT_LT(r.backwardError, 1e-14);
+  EXPECT_LT(r.relativeErrorEstimate, 1e-9);
+  EXPECT_GE(r.balance, 1.0 - 1e-12);
+}
+
+TEST(DistributedFactor, GivesWhatTheFactorInMemoryGives) {
+  unsigned seed = 0;
+  for (const Case& c : definiteCases()) {
+    SCOPED_TRACE(c.name);
+    DistributedOptions options;
+    options.engine = Engine::Mumps;
+    compareWithMemory(c.A, options, Engine::Mumps, Route::Cholesky, ++seed);
+  }
+}
+
+TEST(DistributedFactor, TakesGeneralMatricesByMumps) {
+  for (const std::uint32_t n : {2u, 3u, 40u, 300u}) {
+    for (const bool indefinite : {false, true}) {
+      SCOPED_TRACE(std::to_string(n) + (indefinite ? " indefinite" : " unsymmetric"));
+      compareWithMemory(unsymmetric(n, indefinite), {}, Engine::Mumps, Route::Lu, n);
+    }
+  }
+}
+
+// The kind and the sentence of what all processes throw alike.
+std::string thrown(const SparseMatrix& share, const DistributedOptions& options = {}) {
+  try {
+    const DistributedFactor f(MPI_COMM_WORLD, share, options);
+    f.variances();
+  } catch (const Error& e) {
+    std::string mine = std::to_string(exitCode(e.kind())) + " " + e.what();
+    std::vector<char> first(mine.size() + 1, ' ');
+    std::copy(mine.begin(), mine.end(), first.begin());
+    MPI_Bcast(first.data(), static_cast<int>(mine.size()), MPI_CHAR, 0, MPI_COMM_WORLD);
+    EXPECT_EQ(std::string(first.data(), mine.size()), mine);
+    return mine;
+  }
+  return {};
+}
+
+TEST(DistributedFactor, OneFailureIsThatOfAllProcesses) {
+  const SparseMatrix A = network(5, 4, 1, 1, 1, true, 1);
+  const int last = processes() - 1;
+  const std::string who = last == 0 ? "" : "rank " + std::to_string(last) + ": ";
+  DistributedOptions mumps;
+  mumps.engine = Engine::Mumps;
+  struct Fault {
+    std::function<void(SparseMatrix&, DistributedOptions&)> spoil;  // on the last process alone
+    std::string sentence;                                           // begins like this
+  };
+  const Fault faults[] = {
+      {[](SparseMatrix& share, DistributedOptions&) {
+         share.entries.push_back({99, 0, 1.0});
+       },
+       "4 " + who + "entry "},
+      {[](SparseMatrix& share, DistributedOptions&) {
+         share.entries.push_back({1, 0, std::numeric_limits<double>::quiet_NaN()});
+       },
+       "4 " + who + "the value of entry (1, 0)"},
+      {[](SparseMatrix& share, DistributedOptions&) {
+         for (int k = 0; k < 2; ++k) share.entries.push_back({1, 1, 1.5e308});
+       },
+       "4 the sum of the entries at (1, 1) of the matrix is inf"},
+      {[](SparseMatrix& share, DistributedOptions&) { share.cols = 7; },
+       "4 " + who + "the matrix is 20 x 7"},
+      {[](SparseMatrix&, DistributedOptions& options) { options.memoryLimit = 1e3; },
+       "8 " + who + "the part of one process in the factor of the matrix would take"},
+      {[](SparseMatrix&, DistributedOptions& options) { options.scratchFolder = "/nowhere"; },
+       "7 " + who + "no scratch files can be written in /nowhere: No such file or directory"},
+      {[](SparseMatrix& share, DistributedOptions&) {
+         share.entries.push_back({1, 0, -9.0});
+       },
+       "0"},
+  };
+  for (const Fault& fault : faults) {
+    SparseMatrix share = shareOf(A, 3);
+    DistributedOptions options = mumps;
+    if (rankOf() == last) fault.spoil(share, options);
+    const std::string sentence = thrown(share, options);
+    if (fault.sentence == "0") {
+      EXPECT_EQ(sentence, "");  // no longer symmetric, and factorised as what it is
+    } else {
+      EXPECT_EQ(sentence.substr(0, fault.sentence.size()), fault.sentence);
+    }
+  }
+}
+
+TEST(DistributedFactor, RefusesWhatHasNoAnswer) {
+  DistributedOptions mumps, cholesky;
+  mumps.engine = Engine::Mumps;
+  cholesky.engine = Engine::Mumps;
+  cholesky.route = Route::Cholesky;
+  const auto kind = [](const std::string& sentence) { return sentence.substr(0, 1); };
+  SparseMatrix held = network(6, 6, 2, 1, 1, true, 2), loose = held;
+  for (Entry& e : loose.entries) {
+    if (e.row == e.col) e.value = 0.0;
+  }
+  for (const Entry& e : held.entries) {
+    if (e.row != e.col) loose.entries.push_back({e.row, e.row, -e.value});
+  }
+  EXPECT_EQ(kind(thrown(shareOf(loose, 1), mumps)), "6");  // rows that add up to zero
+  held.entries.push_back({40, 40, -50.0});
+  held.entries.push_back({41, 41, 50.0});
+  EXPECT_EQ(kind(thrown(shareOf(held, 2), cholesky)), "5");
+  EXPECT_EQ(thrown(shareOf(held, 2), mumps), "");
+  held.entries.push_back({40, 40, 60.0});
+  held.entries.push_back({41, 40, -30.0});  // indefinite behind a positive diagonal
+  held.entries.push_back({40, 41, -30.0});
+  EXPECT_EQ(kind(thrown(shareOf(held, 2), cholesky)), "5");
+  EXPECT_EQ(thrown(shareOf(held, 2), mumps), "");
+
+  SparseMatrix half = network(6, 6, 1, 1, 1, false, 2);
+  half.symmetry = Symmetry::General;
+  const std::string sentence = thrown(shareOf(half, 4));
+  EXPECT_NE(sentence.find("in the lower triangle"), std::string::npos) << sentence;
+  SparseMatrix zero = half;
+  zero.triangular = true;
+  for (Entry& e : zero.entries) {
+    if (e.row == 4 || e.col == 4) e.value = 0.0;
+  }
+  EXPECT_EQ(kind(thrown(shareOf(zero, 4))), "6");
+
+  // Hilbert's matrix: its inverse exists, no digit of it is known.
+  SparseMatrix hilbert;
+  hilbert.rows = hilbert.cols = 14;
+  for (std::uint32_t i = 0; i < 14; ++i) {
+    for (std::uint32_t j = 0; j < 14; ++j) hilbert.entries.push_back({i, j, 1.0 / (i + j + 1.0)});
+  }
+  EXPECT_NE(thrown(shareOf(hilbert, 1), mumps), "");
+}
+
+TEST(DistributedFactor, StopsOnRequestAndRefusesWrongArguments) {
+  const SparseMatrix A = network(5, 4, 1, 1, 1, false, 1);
+  DistributedOptions options;
+  options.engine = Engine::Mumps;
+  options.progress = [](const char* stage, double) { return std::string(stage) != "factorising"; };
+  const std::string prefix = processes() == 1 ? "130 " : "130 rank 0: ";
+  EXPECT_EQ(thrown(shareOf(A, 1), options), prefix + "stopped on request while factorising");
+  options.progress = {};
+  const DistributedFactor f(MPI_COMM_WORLD, shareOf(A, 1), options);
+  EXPECT_THROW(f.solve({1.0}), Error);
+  std::vector<double> b(A.rows, 1.0);
+  if (rankOf() == processes() - 1) b[3] = std::numeric_limits<double>::infinity();
+  EXPECT_THROW(f.solve(b), Error);
+  EXPECT_THROW(f.covariance({0}, {20}), Error);
+  EXPECT_THROW(f.covariance({0}, {}), Error);
+  EXPECT_EQ(f.covariance({}, {}).size(), 0u);
+  expectSame(f.solve(std::vector<double>(A.rows, 1.0)),
+             Factor(A).solve(std::vector<double>(A.rows, 1.0)), 1e-12);
+}
+
+TEST(DistributedFactor, KeepsItsFactorInFilesThatDoNotStay) {
+  namespace fs = std::filesystem;
+  const fs::path folder = fs::temp_directory_path() / "zeph-distributed-test";
+  if (rankOf() == 0) fs::create_directories(folder);
+  MPI_Barrier(MPI_COMM_WORLD);
+  const SparseMatrix A = network(15, 15, 4, 1, 1, false, 1);
+  DistributedOptions options;
+  options.engine = Engine::Mumps;
+  options.scratchFolder = folder.string();
+  compareWithMemory(A, options, Engine::Mumps, Route::Cholesky, 1);
+  {
+    const DistributedFactor f(MPI_COMM_WORLD, shareOf(A, 2), options);
+    EXPECT_FALSE(fs::is_empty(folder));
+  }
+  MPI_Barrier(MPI_COMM_WORLD);
+  EXPECT_TRUE(fs::is_empty(folder));
+  MPI_Barrier(MPI_COMM_WORLD);
+  if (rankOf() == 0) fs::remove_all(folder);
+}
+
+}  // namespace
+}  // namespace zeph
