@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdlib>
+#include <limits>
 #include <memory>
 #include <new>
 
@@ -24,16 +25,17 @@ inline constexpr std::size_t kLargePanels = std::size_t{1} << 21;
 
 inline constexpr std::size_t kHugePage = std::size_t{1} << 21;
 
-/// Bytes that `rawPanels` asks the system for.
+/// Bytes that `rawPanels` asks the system for; more than any system grants where they cannot be
+/// counted.
 inline std::size_t panelBytes(std::size_t count) {
+  constexpr std::size_t kMost = std::numeric_limits<std::ptrdiff_t>::max();
+  if (count > (kMost - kHugePage) / sizeof(double)) return kMost;
   const std::size_t bytes = count * sizeof(double);
   return bytes >= kLargePanels ? bytes + kHugePage : bytes + 1;
 }
 
 /// `count` uninitialised doubles. Throws std::bad_alloc.
 inline PanelStorage rawPanels(std::size_t count) {
-  const std::size_t bytes = count * sizeof(double);
-  const bool large = bytes >= kLargePanels;
   // A huge page more than needed, not to be touched, so that one can begin within the block; what
   // does not fill a last one lies in small pages. The block is freed as large as that, which the
   // GNU C library takes as a hint to keep so much freed memory for the next call instead of giving
@@ -41,6 +43,8 @@ inline PanelStorage rawPanels(std::size_t count) {
   std::size_t space = panelBytes(count);
   void* const block = std::malloc(space);
   if (block == nullptr) throw std::bad_alloc();
+  const std::size_t bytes = count * sizeof(double);
+  const bool large = bytes >= kLargePanels;
   void* start = block;
   if (large) {
     std::align(kHugePage, bytes, start, space);
@@ -52,7 +56,7 @@ inline PanelStorage rawPanels(std::size_t count) {
 
 /// `count` zeros. Throws std::bad_alloc.
 inline PanelStorage zeroPanels(std::size_t count) {
-  if (count * sizeof(double) >= kLargePanels) {
+  if (panelBytes(count) >= kLargePanels) {
     PanelStorage storage = rawPanels(count);
     std::fill_n(storage.get(), count, 0.0);
     return storage;

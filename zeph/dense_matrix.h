@@ -2,15 +2,23 @@
 #define ZEPH_DENSE_MATRIX_H
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <vector>
+
+#include "zeph/error.h"
 
 namespace zeph {
 
 /// Dense matrix, column after column: entry (r, c) is values[r + c * rows].
 struct DenseMatrix {
-  /// A matrix of zeros.
+  /// A matrix of zeros. Throws Error(Memory) where its bytes cannot be counted.
   static DenseMatrix zeros(std::size_t rowCount, std::size_t colCount) {
+    constexpr std::size_t kMost = SIZE_MAX / sizeof(double);
+    if (colCount > 0 && rowCount > kMost / colCount) {
+      throw Error(ErrorKind::Memory, "a dense matrix of " + std::to_string(rowCount) + " x " +
+                                         std::to_string(colCount) + " is beyond any memory");
+    }
     DenseMatrix m;
     m.rows = rowCount;
     m.cols = colCount;

@@ -44,6 +44,7 @@ def broken(name, value):
     (broken("indptr", GOOD.indptr[:-1]), ValueError, "rise from 0"),
     (broken("indptr", GOOD.indptr + 1), ValueError, "rise from 0"),
     (broken("data", GOOD.data[:-1]), ValueError, "rise from 0"),
+    (sparse.coo_matrix(([1.0], ([0], [0])), shape=(2**31, 2**31)), ValueError, "2147483648 x .*largest"),
 ])
 def test_matrices_that_do_not_fit(A, kind, said):
     for ask in (zeph.factorize, zeph.plan) if kind is not zeph.SingularMatrixError else (zeph.factorize,):
@@ -76,6 +77,7 @@ with tempfile.NamedTemporaryFile("w", suffix=".g2o") as file:
     (lambda: F.sample(1, -1), ValueError, "seed is -1"),
     (lambda: F.sample(1.5, 1), TypeError, "count must be an integer"),
     (lambda: F.sample(2**50, 1), MemoryError, "memory"),
+    (lambda: F.sample(2**64, 1), MemoryError, "18446744073709551616 samples of 8"),
     (lambda: zeph.factorize(arrow(300_000), ordering="natural"), MemoryError, "of memory; .* available"),
     (lambda: F.trace_inverse_times(np.ones((2, 2))), ValueError, "needs 8 x 8"),
     (lambda: zeph.factorize([[0.0, 2.0], [2.0, 0.0]]).logdet(), ValueError, "negative"),

@@ -9,6 +9,8 @@ from scipy import sparse
 
 from zeph import _core
 
+LARGEST_SIZE = 2**31 - 1
+
 
 def doubles(values: Any, name: str) -> npt.NDArray[np.float64]:
     """A float64 array in column-major order; not copied if it is one."""
@@ -55,6 +57,8 @@ def compressed(A: Any, name: str) -> Any:
             raise ValueError(f"{name} has {A.ndim} dimensions; a matrix has two")
         A = sparse.csc_matrix(A.astype(np.float64, copy=False))
     require_real(A.dtype, name)
+    if max(A.shape) > LARGEST_SIZE:  # before SciPy takes memory for so many columns
+        raise ValueError(f"{name} is {_times(A.shape)}; the largest size is {LARGEST_SIZE}")
     if A.format not in ("csc", "csr"):
         A = A.tocsc()
     require_indices(A, name)

@@ -267,6 +267,8 @@ class Factor:
         columns, start = _arrays.scalar(count, "count"), _arrays.scalar(seed, "seed")
         if columns < 0:
             raise ValueError(f"count is {columns}; it must not be negative")
+        if columns * self.shape[0] >= 2**60:
+            raise MemoryError(f"{columns} samples of {self.shape[0]} values are beyond any memory")
         if not 0 <= start < 2**64:
             raise ValueError(f"seed is {start}; it must be from 0 to 2**64 - 1")
         with _progress.closing(self._callback):

@@ -1,6 +1,7 @@
 #include "sparse/symbolic/elimination_tree.h"
 
 #include <cstddef>
+#include <cstdint>
 
 namespace korin::sparse {
 namespace {
@@ -101,24 +102,28 @@ class Tops {
 
 /// Row i of the factor is a subtree of the tree, rooted in i. Each of its leaves adds the weight of
 /// i to the columns from there up; where two such paths meet, and above i, it is taken off again.
+/// What is taken off may exceed 2^31 before the sums, which do not, are complete: unsigned numbers
+/// wrap round and come back.
 std::vector<Index> heights(const Renamed& graph, const std::vector<Index>& parent) {
   const std::size_t n = parent.size();
   const std::vector<Index> postorder = anyPostorder(parent);
   // The first place in the postorder of a node's subtree.
-  std::vector<Index> first(n, kNone), height(n, 0);
+  std::vector<Index> first(n, kNone);
+  std::vector<std::uint32_t> height(n, 0);
+  const auto weightOf = [&](Index k) { return static_cast<std::uint32_t>(graph.weight[k]); };
   for (std::size_t k = 0; k < n; ++k) {
     Index at = postorder[k];
-    if (first[at] == kNone) height[at] = graph.weight[at];  // a leaf of the tree
+    if (first[at] == kNone) height[at] = weightOf(at);  // a leaf of the tree
     for (; at != kNone && first[at] == kNone; at = parent[at]) first[at] = static_cast<Index>(k);
   }
   // Of each row's subtree: the leaf found last, and the place from which on a column is a new one.
   std::vector<Index> lastLeaf(n, kNone), lastFirst(n, kNone);
   Tops tops(n);
   for (const Index j : postorder) {
-    if (parent[j] != kNone) height[parent[j]] -= graph.weight[j];
+    if (parent[j] != kNone) height[parent[j]] -= weightOf(j);
     graph.forNeighbours(j, [&](Index i) {
       if (i < j || first[j] <= lastFirst[i]) return;
-      const Index weight = graph.weight[i];
+      const std::uint32_t weight = weightOf(i);
       height[j] += weight;
       if (lastLeaf[i] != kNone) height[tops.topOf(lastLeaf[i])] -= weight;
       lastFirst[i] = first[j];
@@ -129,7 +134,7 @@ std::vector<Index> heights(const Renamed& graph, const std::vector<Index>& paren
   for (std::size_t k = 0; k < n; ++k) {
     if (parent[k] != kNone) height[parent[k]] += height[k];
   }
-  return height;
+  return {height.begin(), height.end()};
 }
 
 }  // namespace

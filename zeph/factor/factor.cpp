@@ -273,6 +273,11 @@ void Factor::solve(const double* b, double* x, size_t count) const {
   impl_->ask([&](const Backend& f, Watch& watch) {
     requireArray(b, "the right-hand side");
     requireArray(x, "the solution");
+    if (count > SIZE_MAX / sizeof(double) / rows()) {
+      throw Error(ErrorKind::Memory, "the solutions for " + std::to_string(count) +
+                                         " right-hand sides of " + std::to_string(rows()) +
+                                         " rows are beyond any memory");
+    }
     impl_->requireFiniteRight(b, count);
     if (x != b) std::copy_n(b, rows() * count, x);
     const double error = f.solve(count, x, watch);
@@ -291,7 +296,7 @@ std::vector<double> Factor::solve(const std::vector<double>& b) const {
 
 DenseMatrix Factor::solve(const DenseMatrix& B) const {
   return guarded(impl_->source, [&] {
-    if (B.rows != rows() || B.values.size() != B.rows * B.cols) {
+    if (B.rows != rows() || B.values.size() / rows() != B.cols || B.values.size() % rows() != 0) {
       throw Error(ErrorKind::Unfit, "the right-hand side is " + std::to_string(B.rows) + " x " +
                                         std::to_string(B.cols) + "; " + impl_->source + " needs " +
                                         std::to_string(rows()) + " rows");

@@ -37,6 +37,13 @@ CholeskyFactor lowerFactor(const SparseMatrix& A, const Options& options) {
     }
     if (input.unusableDiagonal >= 0) throw noFactor(A, input.unusableDiagonal);
     CholeskyBackend factorised(std::move(input), options, watch);
+    const std::int64_t entries = factorised.predicted().entriesOfL;
+    if (entries > static_cast<std::int64_t>(kLargestSize)) {
+      throw Error(ErrorKind::Unfit, "the factor of " + A.source + " has " +
+                                        std::to_string(entries) +
+                                        " entries; a matrix to be written has no more than " +
+                                        std::to_string(kLargestSize));
+    }
     try {
       factorised.factorise(A, watch);
     } catch (const Error& e) {

@@ -3,6 +3,7 @@
 
 #include "sparse/pattern/assembly.h"
 #include "zeph/checks/guarded.h"
+#include "zeph/checks/memory.h"
 #include "zeph/error.h"
 #include "zeph/factor.h"
 #include "zeph/factor/design.h"
@@ -61,6 +62,11 @@ SparseMatrix normalEquations(const SparseMatrix& J, const std::vector<double>& w
   return guarded(J.source, [&] {
     requireDesign(J);
     requireWeights(J, weights);
+    // A size costs its author nothing: columns without entries are held as well.
+    requireBytes("the normal matrix of " + J.source,
+                 static_cast<double>(J.cols) * (sizeof(Offset) + sizeof(double) + sizeof(Index)) +
+                     static_cast<double>(J.entries.size()) * 2 * (sizeof(double) + sizeof(Index)),
+                 0.0);
     const Columns byCol = compressed(J, false), byRow = compressed(J, true);
     SparseMatrix N;
     N.source = "the normal matrix of " + J.source;

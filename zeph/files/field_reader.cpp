@@ -143,8 +143,9 @@ std::uint64_t FieldReader::index(const std::string& word, const char* what) cons
     result = NumberScanner::Result::TooLarge;
   }
   if (result == NumberScanner::Result::TooLarge || index >= kLargestSize) {
-    throw error(std::string("the ") + what + " index is larger than " +
-                std::to_string(kLargestSize - 1) + ", the most that is supported");
+    throw error(std::string("the ") + what + " index \"" + word.substr(0, 40) +
+                "\" is larger than " + std::to_string(kLargestSize - 1) +
+                ", the most that is supported");
   }
   return index;
 }

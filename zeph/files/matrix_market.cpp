@@ -110,10 +110,11 @@ void readSizes(LineReader& in, Header& h) {
   for (std::uint64_t* size : {&rows, &cols, &h.entries}) {
     if (size == &h.entries && !h.coordinate) continue;
     const Result result = scan.index(*size);
-    if (result == Result::TooLarge ||
-        (result == Result::Ok && *size > kLargestSize && size != &h.entries)) {
-      throw in.error("the size " + quoted(scan.word()) + " is larger than " +
-                     std::to_string(kLargestSize) + ", the most that is supported");
+    const std::uint64_t most = size == &h.entries ? UINT64_MAX : kLargestSize;
+    if (result == Result::TooLarge || (result == Result::Ok && *size > most)) {
+      const std::string text = result == Result::Ok ? std::to_string(*size) : quoted(scan.word());
+      throw in.error("the size " + text + " is larger than " + std::to_string(most) +
+                     ", the most that is supported");
     }
     if (result != Result::Ok) {
       throw in.error("expected " + wanted + ", found " + quoted(line.substr(0, 60)));

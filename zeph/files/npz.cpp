@@ -28,6 +28,7 @@ constexpr size_t kEndRecord = 22, kLongestComment = 65535, kCentralHeader = 46, 
 constexpr std::uint32_t kEndSignature = 0x06054b50, kCentralSignature = 0x02014b50,
                         kLocalSignature = 0x04034b50, kZip64 = 0xffffffff;
 constexpr std::uint64_t kLargestRatio = 1040;  // deflate does not get beyond 1032 to one
+constexpr std::int64_t kLargestOffset = kLargestSize;
 constexpr unsigned kStored = 0, kDeflated = 8, kEncrypted = 1;
 
 /// The bytes of a file whose reads cannot leave it.
@@ -381,6 +382,7 @@ class SparseArrays {
     const size_t length = data.shape()[1];
     for (size_t d = 0; d < offsets.count(); ++d) {
       const std::int64_t offset = offsets.integer(d);
+      if (offset > kLargestOffset || offset < -kLargestOffset) continue;
       for (size_t j = 0; j < std::min(length, m_.cols); ++j) {
         const std::int64_t row = static_cast<std::int64_t>(j) - offset;
         if (row < 0 || static_cast<size_t>(row) >= m_.rows) continue;

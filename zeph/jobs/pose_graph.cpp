@@ -11,6 +11,7 @@
 #include "zeph/error.h"
 #include "zeph/factor/watch.h"
 #include "zeph/jobs/pose_motion.h"
+#include "zeph/matrix/requirements.h"
 
 namespace zeph {
 namespace {
@@ -132,6 +133,7 @@ class NormalSystem {
     H.source = "the normal matrix of " + g.source;
     H.symmetry = Symmetry::Symmetric;
     H.rows = H.cols = static_cast<size_t>(unknowns);
+    requireSizes(H.source, H.rows, H.cols);
     right.resize(H.rows);
     diagonal_.resize(H.rows);
     linearise(g, watch);

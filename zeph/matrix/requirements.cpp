@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "zeph/error.h"
@@ -38,12 +39,15 @@ void requireFinite(const SparseMatrix& m) {
   }
 }
 
+void requireSizes(const std::string& source, std::size_t rows, std::size_t cols) {
+  if (std::max(rows, cols) <= kLargestSize) return;
+  throw Error(ErrorKind::Unfit, source + " is " + std::to_string(rows) + " x " +
+                                    std::to_string(cols) + "; the largest size is " +
+                                    std::to_string(kLargestSize));
+}
+
 void requireForm(const SparseMatrix& m) {
-  if (m.rows > kLargestSize || m.cols > kLargestSize) {
-    throw Error(ErrorKind::Unfit, m.source + " is " + std::to_string(m.rows) + " x " +
-                                      std::to_string(m.cols) + "; the largest size is " +
-                                      std::to_string(kLargestSize));
-  }
+  requireSizes(m.source, m.rows, m.cols);
   const bool general = m.symmetry == Symmetry::General;
   if (!general && m.rows != m.cols) {
     throw Error(ErrorKind::Unfit, m.source + " is said to be symmetric or skew-symmetric but is " +

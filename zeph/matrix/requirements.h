@@ -22,6 +22,9 @@ void requireSquare(const SparseMatrix& m);
 /// Throws Error(Unfit) naming the first entry that is NaN or infinite.
 void requireFinite(const SparseMatrix& m);
 
+/// Throws Error(Unfit) beyond kLargestSize rows or columns.
+void requireSizes(const std::string& source, std::size_t rows, std::size_t cols);
+
 /// Throws Error(Unfit) unless the sizes can be counted, all indices are below rows and cols, and a
 /// symmetric form is square with all entries in one triangle: what the readers and factories
 /// guarantee, for matrices that were filled by hand.

@@ -2,10 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+#include <new>
 #include <numeric>
 #include <random>
 #include <stdexcept>
 
+#include "kernels/panel_storage.h"
+#include "sparse/inverse/selected_inverse.h"
 #include "sparse/symbolic/placement.h"
 #include "tests/sparse/symbolic/symbolic_model.h"
 
@@ -134,6 +138,42 @@ TEST(Analyse, MergesColumnsWhereThatCostsFewZeros) {
   EXPECT_LT(s.groups(), 40);
   EXPECT_LT(s.storage(), 4 * s.entries);
   EXPECT_EQ(analyse(makeLower("dense", 3, random).view()).groups(), 1);
+}
+
+/// Nodes that stand for many unknowns reach the largest order without its memory.
+TEST(Analyse, CountsFactorsOfTheLargestOrder) {
+  constexpr Index kLargest = std::numeric_limits<Index>::max();
+  // Five leaves below a node, all tied to a last one that is nearly everything.
+  Graph star;
+  star.weight = {1, 1, 1, 1, 1, 1, kLargest - 6};
+  for (Index k = 0; k < 7; ++k) {
+    for (Index other = 0; other < 7; ++other) {
+      if (other != k && (std::max(k, other) > 4)) star.neighbour.push_back(other);
+    }
+    star.start.push_back(static_cast<Offset>(star.neighbour.size()));
+  }
+  const OrderedGraph ordered = withOrder(star, Ordering::Given, {0, 1, 2, 3, 4, 5, 6});
+  const Offset n = kLargest, last = n - 6;
+  EXPECT_EQ(ordered.predicted.entries, 5 * (last + 2) + last + 1 + last * (last + 1) / 2);
+  const auto cube = static_cast<double>(n) * static_cast<double>(n) * static_cast<double>(n);
+  EXPECT_NEAR(ordered.predicted.operations, cube / 3, 1e-6 * cube);
+
+  Symbolic s;
+  s.n = kLargest;
+  s.firstColumn = {0, kLargest};
+  s.rowStart = {0, n};
+  s.panelStart = {0, n * n};
+  s.parent = {-1};
+  s.firstDescendant = {0};
+  const auto bytes = 8.0 * static_cast<double>(n) * static_cast<double>(n);
+  EXPECT_GT(bytes, 0x1p63);
+  EXPECT_EQ(predictMemory(s).panels, bytes);
+  EXPECT_GE(inverseMemory(s, 1), 0x1p62);
+  EXPECT_GE(kernels::panelBytes(static_cast<std::size_t>(n * n)), std::size_t{1} << 62);
+  for (const std::size_t count : {std::size_t{1} << 61, (std::size_t{1} << 61) + 1}) {
+    EXPECT_THROW(kernels::rawPanels(count), std::bad_alloc);
+    EXPECT_THROW(kernels::zeroPanels(count), std::bad_alloc);
+  }
 }
 
 /// Anything quadratic or recursive in the unknowns would not come back from these.
