@@ -25,11 +25,12 @@ inline constexpr std::size_t kLargePanels = std::size_t{1} << 21;
 
 inline constexpr std::size_t kHugePage = std::size_t{1} << 21;
 
-/// Bytes that `rawPanels` asks the system for; more than any system grants where they cannot be
-/// counted.
+/// What `panelBytes` says of blocks whose bytes cannot be counted: more than any system grants.
+inline constexpr std::size_t kCountlessBytes = std::numeric_limits<std::ptrdiff_t>::max();
+
+/// Bytes that `rawPanels` asks the system for.
 inline std::size_t panelBytes(std::size_t count) {
-  constexpr std::size_t kMost = std::numeric_limits<std::ptrdiff_t>::max();
-  if (count > (kMost - kHugePage) / sizeof(double)) return kMost;
+  if (count > (kCountlessBytes - kHugePage) / sizeof(double)) return kCountlessBytes;
   const std::size_t bytes = count * sizeof(double);
   return bytes >= kLargePanels ? bytes + kHugePage : bytes + 1;
 }
@@ -41,6 +42,7 @@ inline PanelStorage rawPanels(std::size_t count) {
   // GNU C library takes as a hint to keep so much freed memory for the next call instead of giving
   // it back to the system page by page.
   std::size_t space = panelBytes(count);
+  if (space == kCountlessBytes) throw std::bad_alloc();
   void* const block = std::malloc(space);
   if (block == nullptr) throw std::bad_alloc();
   const std::size_t bytes = count * sizeof(double);
