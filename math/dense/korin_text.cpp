@@ -91,6 +91,7 @@ class Scanner {
 
   // Reads elements row by row; false at the first that is missing.
   bool readElements(ZtMatrix& target) {
+    if (target.cols == 0) return true;  // a text may claim any number of rows
     for (ZtSize r = 0; r < target.rows; ++r) {
       for (ZtSize c = 0; c < target.cols; ++c) {
         int consumed = 0;
