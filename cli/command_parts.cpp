@@ -86,6 +86,14 @@ void addMemory(CLI::App* command, Files& files) {
       ->type_name("SIZE");
 }
 
+void addFactorMemory(CLI::App* command, Files& files) {
+  addMemory(command, files);
+  command
+      ->add_option("--scratch", files.scratch,
+                   "folder on a disk, for a file that holds a Cholesky factor too large for memory")
+      ->type_name("DIR");
+}
+
 void addRoutes(CLI::App* command, RouteFlags& flags) {
   CLI::Option* cholesky =
       command->add_flag("--cholesky", flags.cholesky, "A is symmetric positive definite");
@@ -166,6 +174,7 @@ DenseMatrix loadDense(const Files& files, const std::string& path, const Console
 Options shownOn(const Console& console, const Files& files) {
   Options options;
   options.memoryLimit = bytesOf(files.memory);
+  options.scratchFolder = files.scratch;
   options.progress = [&console, last = std::string()](const char* stage, double share) mutable {
     console.checkpoint();
     if (last != stage) console.stage(stage);
@@ -184,6 +193,11 @@ void requirePlanned(const SparseMatrix& A, Route route, Options options) {
     requireBytes("factorising " + A.source, r.bytes, options.memoryLimit);
 }
 
+std::string scratchText(const Report& r) {
+  if (r.scratchBytes == 0.0) return "";
+  return " and a scratch file of " + memoryText(r.scratchBytes);
+}
+
 void tellReport(const Report& r, Console& console) {
   const bool known = r.route == Route::Cholesky;
   JsonObject report;
@@ -192,6 +206,7 @@ void tellReport(const Report& r, Console& console) {
   report.add("unknowns", r.unknowns).add("groups", r.groups).add("threads", r.threads);
   report.add("entries_of_a", r.entriesOfA).add("entries_of_l", r.entriesOfL);
   report.add("operations", r.operations).add("bytes", r.bytes);
+  report.add("scratch_bytes", r.scratchBytes);
   report.add("seconds_ordering", r.secondsOrdering).add("seconds_analysis", r.secondsAnalysis);
   report.add("seconds_factorisation", r.secondsFactorisation);
   report.add("seconds_inverse", r.secondsInverse);
@@ -204,10 +219,11 @@ void tellReport(const Report& r, Console& console) {
   char line[256];
   std::snprintf(line, sizeof line,
                 "%lld unknowns in %lld groups, ordered by %s; %lld entries of A, %lld of the "
-                "factor; %.3g operations; %.3g MB; %d threads",
+                "factor; %.3g operations; %.3g MB%s; %d threads",
                 static_cast<long long>(r.unknowns), static_cast<long long>(r.groups),
                 known ? name(r.ordering) : "the LU library", static_cast<long long>(r.entriesOfA),
-                static_cast<long long>(r.entriesOfL), r.operations, r.bytes / 1e6, r.threads);
+                static_cast<long long>(r.entriesOfL), r.operations, r.bytes / 1e6,
+                scratchText(r).c_str(), r.threads);
   console.detail(line);
   std::snprintf(line, sizeof line,
                 "ordering %.3f s, analysis %.3f s, factorisation %.3f s, inverse %.3f s",

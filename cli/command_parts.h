@@ -26,6 +26,7 @@ struct Files {
   std::string name;
   std::string format = "auto";
   std::string memory;
+  std::string scratch;
   bool oneBased = false;
   bool force = false;
 };
@@ -57,6 +58,9 @@ void addOutput(CLI::App* command, Files& files, const char* help);
 void addForce(CLI::App* command, Files& files);
 void addInput(CLI::App* command, Files& files);
 void addMemory(CLI::App* command, Files& files);
+
+/// Memory, and the folder for a factor that exceeds it.
+void addFactorMemory(CLI::App* command, Files& files);
 
 struct RouteFlags {
   bool cholesky = false;
@@ -116,6 +120,9 @@ Options shownOn(const Console& console, const Files& files);
 /// Where the user has set a limit to memory: throws Error(Memory) unless a factor by another engine
 /// than ours, which is as large, stays below it.
 void requirePlanned(const SparseMatrix& A, Route route, Options options);
+
+/// " and a scratch file of 1.5 GB", or nothing.
+std::string scratchText(const Report& report);
 
 /// The report of a factorisation: among the figures, and told where --verbose asks for it.
 void tellReport(const Report& report, Console& console);

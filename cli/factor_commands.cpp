@@ -46,7 +46,7 @@ void addEngine(CLI::App* command, Engine& o, bool comparison) {
                    "row a line")
       ->type_name("auto|amd|nested-dissection|natural|FILE");
   addInput(command, o);
-  addMemory(command, o);
+  addFactorMemory(command, o);
   if (!comparison) return;
   addEngineChoice(command, o.engine);
 }
@@ -367,7 +367,7 @@ int printPlan(const Engine& o, Console& console) {
   std::printf("entries of A:     %lld\n", static_cast<long long>(r.entriesOfA));
   std::printf("entries of L:     %lld\n", static_cast<long long>(r.entriesOfL));
   std::printf("operations:       %.3g\n", r.operations);
-  std::printf("memory:           %.3g MB\n", r.bytes / 1e6);
+  std::printf("memory:           %.3g MB%s\n", r.bytes / 1e6, scratchText(r).c_str());
   std::printf("threads:          %d\n", r.threads);
   std::printf("factorisation:    about %.1g s\n", r.secondsFactorisation);
   std::printf("inverse:          about %.1g s\n", r.secondsInverse);

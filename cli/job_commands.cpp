@@ -201,7 +201,7 @@ void declareAdjust(Application& z) {
                    "everything on one page for a browser: figures, tests, charts, sortable tables")
       ->type_name("OUT.html");
   addInput(command, *options);
-  addMemory(command, *options);
+  addFactorMemory(command, *options);
 }
 
 void declarePoseGraph(Application& z) {
@@ -219,7 +219,7 @@ void declarePoseGraph(Application& z) {
   command->add_option("--pairs", options->pairs, "ids of poses whose cross-covariance is wanted")
       ->type_name("I,J");
   command->add_option("--plot", options->plot, "a picture")->type_name("OUT.svg");
-  addMemory(command, *options);
+  addFactorMemory(command, *options);
 }
 
 void declareDemo(Application& z) {
@@ -242,7 +242,7 @@ void declareDemo(Application& z) {
                    "folder for estimates.csv, network.svg and report.html")
       ->type_name("DIR")
       ->capture_default_str();
-  addMemory(command, *options);
+  addFactorMemory(command, *options);
 }
 
 }  // namespace zeph

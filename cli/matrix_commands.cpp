@@ -167,7 +167,7 @@ void declareFactor(Application& z) {
       ->type_name("FILE");
   addEngineChoice(command, options->engine);
   addInput(command, *options);
-  addMemory(command, *options);
+  addFactorMemory(command, *options);
 }
 
 void declarePattern(Application& z) {

@@ -113,6 +113,7 @@ py::dict toDict(const zeph::Report& r) {
   d["entries_of_l"] = r.entriesOfL;
   d["operations"] = r.operations;
   d["bytes"] = r.bytes;
+  d["scratch_bytes"] = r.scratchBytes;
   d["seconds_ordering"] = r.secondsOrdering;
   d["seconds_analysis"] = r.secondsAnalysis;
   d["seconds_factorisation"] = r.secondsFactorisation;
@@ -128,7 +129,8 @@ py::dict toDict(const zeph::Report& r) {
 }
 
 zeph::Options toOptions(const std::string& method, const std::string& ordering,
-                        const Longs& permutation, int threads, const py::object& progress) {
+                        const Longs& permutation, int threads, const py::object& progress,
+                        double memoryLimit, const std::string& scratchFolder) {
   zeph::Options options;
   options.route = method == "cholesky" ? zeph::Route::Cholesky
                   : method == "lu"     ? zeph::Route::Lu
@@ -136,6 +138,8 @@ zeph::Options toOptions(const std::string& method, const std::string& ordering,
   options.ordering = kOrderings.at(ordering);
   options.permutation.assign(permutation.data(), permutation.data() + permutation.size());
   options.threads = threads;
+  options.memoryLimit = memoryLimit;
+  options.scratchFolder = scratchFolder;
   // Shared: options are copied and dropped without the interpreter's lock, under which alone Python
   // counts its references. The caller's copy lives longest, and ends under the lock.
   const auto callback = std::make_shared<const py::object>(progress);

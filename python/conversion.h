@@ -30,7 +30,8 @@ pybind11::dict toDict(const zeph::Report& report);
 /// Options whose progress looks for signals, Ctrl-C above all, and then asks `progress` (None or a
 /// callable of stage and share; False stops).
 zeph::Options toOptions(const std::string& method, const std::string& ordering,
-                        const Longs& permutation, int threads, const pybind11::object& progress);
+                        const Longs& permutation, int threads, const pybind11::object& progress,
+                        double memoryLimit, const std::string& scratchFolder);
 
 /// Sets the Python exception for e.
 void raise(const zeph::Error& e);

@@ -16,7 +16,7 @@ enum class ErrorKind {
   Unfit,                ///< a matrix or an argument of the wrong shape or form for the operation
   NotPositiveDefinite,  ///< the Cholesky factorisation broke down
   Singular,             ///< the matrix has no inverse to working precision
-  Output,               ///< a result that cannot be written
+  Output,               ///< a result or a scratch file that cannot be written
   Memory,               ///< not enough memory
   Cancelled             ///< the caller asked to stop
 };

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <string>
 #include <vector>
 
 namespace zeph {
@@ -50,6 +51,14 @@ struct Options {
   /// call returns left out; 0 for what the machine has. A need above it is predicted and refused
   /// with Error(Memory) before the memory is taken.
   double memoryLimit = 0.0;
+
+  /// A folder on a disk, for a Cholesky factor that does not fit into memory: where it, together
+  /// with what factorising or inverting takes beside it, is predicted to exceed the limit above or
+  /// what the machine or a control group has, its panels go into a file there. The file has no
+  /// name and is gone with the factor or the process, however that ends; its room is reserved
+  /// before the work, or refused with Error(Output). Results keep their bits; the time depends on
+  /// the disk. Empty: never. Not for LU.
+  std::string scratchFolder;
 };
 
 }  // namespace zeph

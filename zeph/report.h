@@ -18,7 +18,8 @@ struct Report {
   std::int64_t entriesOfA = 0;        ///< positions of the whole matrix, both triangles
   std::int64_t entriesOfL = 0;        ///< of the Cholesky factor, or of L and U together
   double operations = 0.0;            ///< multiplications and additions of the factorisation
-  double bytes = 0.0;                 ///< that the factor takes; calls take more for their time
+  double bytes = 0.0;                 ///< of memory that the factor takes; calls take more
+  double scratchBytes = 0.0;          ///< of the file that holds its panels, if there is one
   double secondsOrdering = 0.0;       ///< wall time, as all that follow
   double secondsAnalysis = 0.0;       ///< assembly and symbolic work, ordering left out
   double secondsFactorisation = 0.0;  ///< of the last factorisation or refactorisation

@@ -1,8 +1,9 @@
 /** @file
     The public library for C and for other languages. Functions never throw and never print: 0 is
     success, other values are the exit statuses of the zeph command: 2 wrong usage, 3 malformed
-    input, 4 matrix or argument unfit, 5 not positive definite, 6 singular, 8 out of memory, 130
-   stopped on request. After a failure zeph_last_error() tells what happened.
+    input, 4 matrix or argument unfit, 5 not positive definite, 6 singular, 7 a scratch file
+    that cannot be kept, 8 out of memory, 130 stopped on request. After a failure zeph_last_error()
+   tells what happened.
 
     Indices are zero-based. A null pointer where an array is needed is status 2; the lengths of
     arrays are not checked. Functions on a const factor may be called from several threads at once.
@@ -27,6 +28,8 @@ typedef struct {
   int ordering; /**< 0 automatic, 1 minimum degree, 2 nested dissection, 3 natural, 4 permutation */
   int threads;  /**< 0 all processors */
   const int64_t* permutation; /**< for ordering 4: row permutation[k] is eliminated as the k-th */
+  double memory_limit; /**< bytes that the factor and a call may take; 0 what the machine has */
+  const char* scratch_folder; /**< on a disk, for a Cholesky factor too large for that; or null */
 } zeph_options;
 
 /** What a factor is and what it took. */
@@ -38,7 +41,7 @@ typedef struct {
   int64_t entries_of_a;         /**< positions of the whole matrix, both triangles */
   int64_t entries_of_l;         /**< of the Cholesky factor, or of L and U together */
   double operations;            /**< multiplications and additions of the factorisation */
-  double bytes;                 /**< that the factor takes */
+  double bytes;                 /**< of memory that the factor takes */
   double seconds_ordering;      /**< wall time, as all that follow */
   double seconds_analysis;      /**< assembly and symbolic work, ordering left out */
   double seconds_factorisation; /**< of the last factorisation or refactorisation */
@@ -51,6 +54,7 @@ typedef struct {
   int64_t uncertain_variances;    /**< entries by LU that cancel to nearly nothing, left out of the
                                        estimate: no digit of them is certain */
   int64_t first_uncertain;        /**< the row of the first of them, or -1 */
+  double scratch_bytes;           /**< of the file that holds the factor, if there is one */
 } zeph_report;
 
 /** Factorises the n x n matrix in compressed columns: column c has the entries from col_starts[c]

@@ -8,7 +8,7 @@ import numpy as np
 import numpy.typing as npt
 
 from zeph import _arrays, _core, _progress
-from zeph._factor import Factor, _options
+from zeph._factor import Factor, Scratch, _options
 
 Doubles = npt.NDArray[np.float64]
 
@@ -70,6 +70,8 @@ def least_squares(
     ordering: Any = "auto",
     threads: int = 0,
     progress: _progress.Progress = None,
+    memory_limit: float = 0.0,
+    scratch: Scratch = None,
 ) -> Adjustment:
     """Adjust observations y = J x + errors by least squares.
 
@@ -81,7 +83,7 @@ def least_squares(
         Observations.
     sigma : float or array_like, shape (m,), optional
         Their standard deviations; 1 if left out.
-    ordering, threads, progress
+    ordering, threads, progress, memory_limit, scratch
         As for `factorize`.
 
     Returns
@@ -99,7 +101,7 @@ def least_squares(
     (array([0.333, 0.333, 0.333]), 1)
     """
     callback = _progress.callback(progress)
-    options = _options("auto", ordering, threads, callback)
+    options = _options("auto", ordering, threads, callback, memory_limit, scratch)
     observations = _vector(y, "y")
     sigmas = np.empty(0) if sigma is None else np.atleast_1d(_vector(sigma, "sigma"))
     is_array = type(J).__name__.endswith("_array")

@@ -15,7 +15,7 @@ class Matrix:
 class Options:
     def __init__(
         self, method: str, ordering: str, permutation: Integers, threads: int,
-        progress: Optional[Callable[[str, float], Any]], /,
+        progress: Optional[Callable[[str, float], Any]], memory_limit: float, scratch: str, /,
     ) -> None: ...
 
 class Factor:

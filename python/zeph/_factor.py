@@ -13,6 +13,7 @@ from zeph import _arrays, _core, _progress
 METHODS = ("auto", "cholesky", "lu")
 ORDERINGS = ("auto", "amd", "nested_dissection", "natural")
 
+Scratch = Union[str, "os.PathLike[str]", None]
 Doubles = npt.NDArray[np.float64]
 
 
@@ -28,7 +29,8 @@ class Report:
     entries_of_a: int  #: positions of the whole matrix, both triangles
     entries_of_l: int  #: of the Cholesky factor, or of L and U together
     operations: float  #: multiplications and additions of the factorisation
-    bytes: float  #: that the factor takes
+    bytes: float  #: of memory that the factor takes
+    scratch_bytes: float  #: of the file that holds its panels, if there is one
     seconds_ordering: float  #: wall time, as all that follow
     seconds_analysis: float  #: assembly and symbolic work, ordering left out
     seconds_factorisation: float  #: of the last factorisation or refactorisation
@@ -68,9 +70,11 @@ class Factor:
         ordering: Any = "auto",
         threads: int = 0,
         progress: _progress.Progress = None,
+        memory_limit: float = 0.0,
+        scratch: Scratch = None,
     ) -> None:
         callback = _progress.callback(progress)
-        options = _options(method, ordering, threads, callback)
+        options = _options(method, ordering, threads, callback, memory_limit, scratch)
         is_array = type(A).__name__.endswith("_array")
         A = _arrays.compressed(A, "A")
         with _progress.closing(callback):
@@ -323,6 +327,8 @@ def factorize(
     ordering: Any = "auto",
     threads: int = 0,
     progress: _progress.Progress = None,
+    memory_limit: float = 0.0,
+    scratch: Scratch = None,
 ) -> Factor:
     """Factorise a square sparse matrix.
 
@@ -340,6 +346,12 @@ def factorize(
     progress : bool or callable, optional
         True draws a bar. A function is called with the stage and the share of it that is done,
         from 0 to 1, and returns False to stop, which raises zeph.Error.
+    memory_limit : float
+        Bytes that the factor may take together with what a call takes beside it; more is refused
+        with MemoryError before it is taken. 0 for what the machine or the container has.
+    scratch : str or path, optional
+        A folder on a disk. A Cholesky factor that is predicted not to fit into memory lies in a
+        file there, which has no name and is gone with the factor. Results keep their bits.
 
     Returns
     -------
@@ -355,7 +367,15 @@ def factorize(
     >>> F.variances()[:3].round(4)
     array([0.2679, 0.2872, 0.2886])
     """
-    return Factor(A, method=method, ordering=ordering, threads=threads, progress=progress)
+    return Factor(
+        A,
+        method=method,
+        ordering=ordering,
+        threads=threads,
+        progress=progress,
+        memory_limit=memory_limit,
+        scratch=scratch,
+    )
 
 
 def solve(A: Any, b: Any, **options: Any) -> Doubles:
@@ -403,7 +423,15 @@ def logdet(A: Any, **options: Any) -> float:
     return Factor(A, **options).logdet()
 
 
-def plan(A: Any, *, method: str = "auto", ordering: Any = "auto", threads: int = 0) -> Report:
+def plan(
+    A: Any,
+    *,
+    method: str = "auto",
+    ordering: Any = "auto",
+    threads: int = 0,
+    memory_limit: float = 0.0,
+    scratch: Scratch = None,
+) -> Report:
     """What `factorize` would take, as a `Report` of predictions: nothing is factorised.
 
     Examples
@@ -412,7 +440,8 @@ def plan(A: Any, *, method: str = "auto", ordering: Any = "auto", threads: int =
     3
     """
     matrix = _arrays.core_matrix(_arrays.compressed(A, "A"))
-    return Report(**_core.plan(matrix, _options(method, ordering, threads, None)))
+    options = _options(method, ordering, threads, None, memory_limit, scratch)
+    return Report(**_core.plan(matrix, options))
 
 
 def read(path: Union[str, "os.PathLike[str]"]) -> Any:
@@ -439,7 +468,14 @@ def write(path: Union[str, "os.PathLike[str]"], A: Any) -> None:
     _core.write(os.fspath(path), _arrays.core_matrix(_arrays.compressed(A, "A")))
 
 
-def _options(method: str, ordering: Any, threads: int, callback: Any) -> _core.Options:
+def _options(
+    method: str,
+    ordering: Any,
+    threads: int,
+    callback: Any,
+    memory_limit: float = 0.0,
+    scratch: Scratch = None,
+) -> _core.Options:
     if method not in METHODS:
         raise ValueError(f"method is {method!r}; it must be one of {', '.join(METHODS)}")
     permutation = np.empty(0, dtype=np.int64)
@@ -452,4 +488,8 @@ def _options(method: str, ordering: Any, threads: int, callback: Any) -> _core.O
     count = _arrays.scalar(threads, "threads")
     if not 0 <= count < 2**31:
         raise ValueError(f"threads is {count}; it must be a number of threads, or 0 for all")
-    return _core.Options(method, ordering, permutation, count, callback)
+    limit = float(memory_limit)
+    if not limit >= 0.0:
+        raise ValueError(f"memory_limit is {memory_limit}; it must be bytes, or 0 for no limit")
+    folder = "" if scratch is None else os.fspath(scratch)
+    return _core.Options(method, ordering, permutation, count, callback, limit, folder)

@@ -7,7 +7,7 @@ import numpy as np
 import numpy.typing as npt
 
 from zeph import _arrays, _core, _progress
-from zeph._factor import _options
+from zeph._factor import Scratch, _options
 
 Doubles = npt.NDArray[np.float64]
 
@@ -146,6 +146,8 @@ def pose_graph(
     ordering: Any = "auto",
     threads: int = 0,
     progress: _progress.Progress = None,
+    memory_limit: float = 0.0,
+    scratch: Scratch = None,
 ) -> PoseGraph:
     """Read a pose graph and move its poses to where the sum of e' Omega e is least.
 
@@ -158,7 +160,7 @@ def pose_graph(
         0 leaves the poses where they are.
     tolerance : float
         It is done when a step promises less than this share of the cost.
-    ordering, threads, progress
+    ordering, threads, progress, memory_limit, scratch
         As for `factorize`.
 
     Returns
@@ -193,8 +195,13 @@ def pose_graph(
     if not float(tolerance) >= 0.0:
         raise ValueError(f"tolerance is {tolerance}; it must not be negative")
     callback = _progress.callback(progress)
-    settings = {"ordering": ordering, "threads": threads}
-    options = _options("cholesky", ordering, threads, callback)
+    settings = {
+        "ordering": ordering,
+        "threads": threads,
+        "memory_limit": memory_limit,
+        "scratch": scratch,
+    }
+    options = _options("cholesky", callback=callback, **settings)
     with _progress.closing(callback):
         core = _core.PoseGraph(os.fspath(path), options, limit, float(tolerance))
     return PoseGraph(core, settings, callback)

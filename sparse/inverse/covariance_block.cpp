@@ -22,7 +22,7 @@ constexpr double kLargestTable = 3.2e7;
 class PathColumns {
  public:
   /// `positions` are rows of L, ascending.
-  PathColumns(const Symbolic& symbolic, const double* panels, std::vector<Index> positions)
+  PathColumns(const Symbolic& symbolic, const FactorPanels& panels, std::vector<Index> positions)
       : s_(symbolic),
         panels_(panels),
         positions_(std::move(positions)),
@@ -75,7 +75,7 @@ class PathColumns {
       const auto h = static_cast<size_t>(s_.height(g));
       const Index width = s_.width(g);
       const auto below = static_cast<size_t>(s_.below(g));
-      const double* const panel = panels_ + s_.panelStart[g];
+      const double* const panel = panels_.of(s_, g);
       const Sides own = active.from(static_cast<size_t>(start_[g]));
       solveSquare(panel, h, width, own);
       if (below == 0) continue;
@@ -94,7 +94,7 @@ class PathColumns {
   }
 
   const Symbolic& s_;
-  const double* const panels_;
+  const FactorPanels panels_;
   const std::vector<Index> positions_;
   /// Where the columns of a group on a path stand in the table; -1 for the others.
   std::vector<Index> start_;
@@ -120,8 +120,8 @@ std::vector<Index> eliminationOrder(const Symbolic& s, Index count, const Index*
 }
 
 /// Rows and columns `indices` of A^-1 by solving for the columns in blocks.
-void covarianceBySolving(const Symbolic& s, const double* panels, Index count, const Index* indices,
-                         double* block, kernels::Team& team) {
+void covarianceBySolving(const Symbolic& s, const FactorPanels& panels, Index count,
+                         const Index* indices, double* block, kernels::Team& team) {
   const auto n = static_cast<size_t>(s.n);
   const Index together = kTogether * std::max(1, team.threads());
   std::vector<double> x;
@@ -143,7 +143,7 @@ void covarianceBySolving(const Symbolic& s, const double* panels, Index count, c
 
 }  // namespace
 
-void covarianceBlock(const Symbolic& symbolic, const double* panels, Index count,
+void covarianceBlock(const Symbolic& symbolic, const FactorPanels& panels, Index count,
                      const Index* indices, double* block, kernels::Team& team) {
   std::vector<Index> positions;
   const std::vector<Index> order = eliminationOrder(symbolic, count, indices, positions);

@@ -42,7 +42,7 @@ size_t pathRoom(const Symbolic& s, Index first, Index last, const std::vector<bo
 
 class Inversion {
  public:
-  Inversion(const Symbolic& symbolic, const double* panels, double* kept,
+  Inversion(const Symbolic& symbolic, const FactorPanels& panels, double* kept,
             const std::vector<bool>* wanted, const PanelReader& read, kernels::Team& team,
             Meter* meter)
       : s_(symbolic),
@@ -114,11 +114,13 @@ class Inversion {
         used += static_cast<size_t>(s_.panelSize(g));
       }
       if (s_.isKept(g)) {
-        std::copy_n(panels_ + s_.panelStart[g], s_.panelSize(g), inverse_[g]);
+        std::copy_n(panels_.of(s_, g), s_.panelSize(g), inverse_[g]);
       } else {
-        thread.inverter->invertGroup(g, panels_ + s_.panelStart[g]);
+        thread.inverter->invertGroup(g, panels_.of(s_, g));
       }
       if (read_) read_(g, inverse_[g]);
+      // A few paths are not worth reading what lies between them.
+      if (wanted_ == nullptr) panels_.passedBackward(s_, g);
       const double done = kWorkRatio * frontWork(s_, g);
       if (meter_ != nullptr) meter_->add(done);
       sinceCheckpoint += done;
@@ -155,7 +157,7 @@ class Inversion {
   }
 
   const Symbolic& s_;
-  const double* const panels_;
+  const FactorPanels panels_;
   double* const kept_;
   const std::vector<bool>* const wanted_;
   const PanelReader& read_;
@@ -214,7 +216,7 @@ class IdentitySums {
 
 /// Fills the diagonal and returns the identity's sums of the rows of L.
 std::vector<double> readVariances(const Symbolic& symbolic, const PlacedEntries& entries,
-                                  const double* panels, double* diagonal, kernels::Team& team,
+                                  const FactorPanels& panels, double* diagonal, kernels::Team& team,
                                   Meter* meter) {
   IdentitySums sums(symbolic, entries);
   const PanelReader read = [&](Index g, const double* z) {
@@ -229,7 +231,7 @@ std::vector<double> readVariances(const Symbolic& symbolic, const PlacedEntries&
 
 }  // namespace
 
-void selectedInverse(const Symbolic& symbolic, const double* panels,
+void selectedInverse(const Symbolic& symbolic, const FactorPanels& panels,
                      const std::vector<bool>* wanted, const PanelReader& read, kernels::Team& team,
                      Meter* meter) {
   if (wanted == nullptr) {
@@ -242,13 +244,13 @@ void selectedInverse(const Symbolic& symbolic, const double* panels,
   Inversion(symbolic, panels, nullptr, &closed, read, team, meter).run();
 }
 
-void selectedInverse(const Symbolic& symbolic, const double* panels, double* z, kernels::Team& team,
-                     Meter* meter) {
+void selectedInverse(const Symbolic& symbolic, const FactorPanels& panels, double* z,
+                     kernels::Team& team, Meter* meter) {
   const PanelReader nobody;
   Inversion(symbolic, panels, z, nullptr, nobody, team, meter).run();
 }
 
-double variances(const Symbolic& symbolic, const PlacedEntries& entries, const double* panels,
+double variances(const Symbolic& symbolic, const PlacedEntries& entries, const FactorPanels& panels,
                  double* diagonal, kernels::Team& team, Meter* meter, double* norm) {
   double largest = 0.0;
   double squares = 0.0;
@@ -262,7 +264,7 @@ double variances(const Symbolic& symbolic, const PlacedEntries& entries, const d
   return largest;
 }
 
-void variances(const Symbolic& symbolic, const PlacedEntries& entries, const double* panels,
+void variances(const Symbolic& symbolic, const PlacedEntries& entries, const FactorPanels& panels,
                double* diagonal, double* sums, kernels::Team& team, Meter* meter) {
   const std::vector<double> ofRows =
       readVariances(symbolic, entries, panels, diagonal, team, meter);

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "kernels/team.h"
+#include "sparse/numeric/factor_panels.h"
 #include "sparse/numeric/meter.h"
 #include "sparse/symbolic/symbolic.h"
 
@@ -31,24 +32,24 @@ using PanelReader = std::function<void(Index group, const double* z)>;
 /// The bits of a panel depend on nothing but the factor. Throws std::bad_alloc and what `read` and
 /// the team's poll throw. Cost: about twice the operations of the factorisation; memory
 /// `inverseMemory`.
-void selectedInverse(const Symbolic& symbolic, const double* panels,
+void selectedInverse(const Symbolic& symbolic, const FactorPanels& panels,
                      const std::vector<bool>* wanted, const PanelReader& read, kernels::Team& team,
                      Meter* meter);
 
 /// The same with all panels left in z, symbolic.storage() doubles.
-void selectedInverse(const Symbolic& symbolic, const double* panels, double* z, kernels::Team& team,
-                     Meter* meter);
+void selectedInverse(const Symbolic& symbolic, const FactorPanels& panels, double* z,
+                     kernels::Team& team, Meter* meter);
 
 /// diagonal[i] = A^-1(i, i) for all i. Returns the largest |sum over k of a(i, k) A^-1(k, i) - 1|:
 /// the sums need only entries that lie on the pattern, and miss 1 by about the relative error of
 /// the variances. NaN when one is. `norm`, where given and none is, becomes the root of the sum of
 /// their squares.
-double variances(const Symbolic& symbolic, const PlacedEntries& entries, const double* panels,
+double variances(const Symbolic& symbolic, const PlacedEntries& entries, const FactorPanels& panels,
                  double* diagonal, kernels::Team& team, Meter* meter, double* norm = nullptr);
 
 /// The same with the sums themselves, sums[i] = sum over k of a(i, k) A^-1(k, i): where columns are
 /// kept, those of their rows lack the terms of entries that are not in this matrix.
-void variances(const Symbolic& symbolic, const PlacedEntries& entries, const double* panels,
+void variances(const Symbolic& symbolic, const PlacedEntries& entries, const FactorPanels& panels,
                double* diagonal, double* sums, kernels::Team& team, Meter* meter);
 
 /// What the meter shows when all panels, or those wanted, are done.

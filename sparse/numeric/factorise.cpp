@@ -29,6 +29,11 @@ size_t square(Index order) {
   return static_cast<size_t>(order) * static_cast<size_t>(order);
 }
 
+/// Doubles up to the end of a cache line.
+size_t wholeLines(size_t count) {
+  return (count + 7) / 8 * 8;
+}
+
 bool isLeaf(const Symbolic& s, Index g) {
   return s.firstDescendant[g] == g;
 }
@@ -42,7 +47,9 @@ size_t updateSize(const Symbolic& s, Index g) {
 struct FrontRoom {
   size_t stacks = 0;
   size_t scratch = 0;
-  size_t sum() const { return stacks + scratch; }
+  /// For the panel at work, where panels are stored elsewhere.
+  size_t panel = 0;
+  size_t sum() const { return stacks + scratch + panel; }
 };
 
 /// Scratch, and update matrices of one thread's fronts. Those of neighbouring levels of the tree
@@ -51,14 +58,16 @@ struct FrontRoom {
 struct Stacks {
   kernels::PanelStorage memory;
   size_t room = 0;
+  size_t panelEnd = 0;
   size_t scratchEnd = 0;
   std::array<size_t, 2> used{};
 
-  double* scratch() const { return memory.get(); }
+  double* scratch() const { return memory.get() + panelEnd; }
 
   void reserve(const FrontRoom& wanted) {
     used = {};
-    scratchEnd = wanted.scratch;
+    panelEnd = wanted.panel;
+    scratchEnd = panelEnd + wanted.scratch;
     if (room >= wanted.sum()) return;
     memory.reset();
     room = 0;
@@ -75,11 +84,14 @@ struct Stacks {
 
 class Factoriser {
  public:
+  /// With panels in memory, or with a store and what it has stored.
   Factoriser(const Symbolic& symbolic, const PlacedEntries& entries, double* panels,
-             kernels::Team& team, Meter* meter)
+             const PanelStore& store, const double* stored, kernels::Team& team, Meter* meter)
       : s_(symbolic),
         entries_(entries),
         panels_(panels),
+        store_(store),
+        stored_(stored),
         team_(team),
         meter_(meter),
         schedule_(makeSchedule(symbolic, team.threads())),
@@ -97,18 +109,19 @@ class Factoriser {
   }
 
   /// Most doubles that a task's fronts leave on both stacks, and those of their scratch.
-  static FrontRoom roomFor(const Symbolic& s, Index first, Index last) {
+  static FrontRoom roomFor(const Symbolic& s, Index first, Index last, bool stored) {
     size_t used = 0;
     FrontRoom most;
     for (Index g = first; g < last; ++g) {
       const bool stays = s.parent[g] >= 0 && s.parent[g] < last;
       if (stays) used += updateSize(s, g);
       most.stacks = std::max(most.stacks, used);
-      // Whole cache lines.
       const size_t scratch = s.isKept(g) ? 0
                                          : kernels::frontScratch(static_cast<size_t>(s.height(g)),
                                                                  static_cast<size_t>(s.width(g)));
-      most.scratch = std::max(most.scratch, (scratch + 7) / 8 * 8);
+      most.scratch = std::max(most.scratch, wholeLines(scratch));
+      if (stored)
+        most.panel = std::max(most.panel, wholeLines(static_cast<size_t>(s.panelSize(g))));
       forEachChild(s, g, [&](Index child) {
         if (child >= first) used -= updateSize(s, child);
       });
@@ -125,18 +138,18 @@ class Factoriser {
   }
 
  private:
-  double* panel(Index g) const { return panels_ + s_.panelStart[g]; }
-
   void work(int task, Stacks& stacks) {
     const Index first = schedule_.first[task];
     const Index last = schedule_.first[task + 1];
-    stacks.reserve(roomFor(s_, first, last));
+    stacks.reserve(roomFor(s_, first, last, panels_ == nullptr));
     double sinceCheckpoint = 0.0;
     for (Index g = first; g < last; ++g) {
       // The first failure in the order of elimination is the one to tell, whoever finds one first.
       if (s_.firstColumn[g] > failedColumn_.load(std::memory_order_relaxed)) return;
       makeRoom(g, last, stacks);
-      front(g, stacks.scratch());
+      double* const panel = panels_ != nullptr ? panels_ + s_.panelStart[g] : stacks.memory.get();
+      front(g, panel, stacks.scratch());
+      if (panels_ == nullptr) store_(g, panel);
       releaseChildren(g, first, stacks);
       const double done = frontWork(s_, g);
       if (meter_ != nullptr) meter_->add(done);
@@ -169,26 +182,26 @@ class Factoriser {
     });
   }
 
-  void front(Index g, double* scratch) {
+  void front(Index g, double* panel, double* scratch) {
     kernels::Team* const team = frontWork(s_, g) > kSharedFront ? &team_ : nullptr;
     const Index width = s_.width(g);
     const auto h = static_cast<size_t>(s_.height(g));
     const auto w = static_cast<size_t>(width);
-    assembleShared(g, 0, width, team);
+    assembleShared(g, panel, 0, width, team);
     if (s_.isKept(g)) return;
     const bool passesOn = updateSize(s_, g) != 0;
     const size_t done =
-        kernels::frontCholesky(h, w, panel(g), h, passesOn ? update_[g] : nullptr, scratch, team);
+        kernels::frontCholesky(h, w, panel, h, passesOn ? update_[g] : nullptr, scratch, team);
     if (done < w) return reportFailure(s_.firstColumn[g] + static_cast<Index>(done));
-    if (passesOn) assembleShared(g, width, s_.height(g), team);
+    if (passesOn) assembleShared(g, panel, width, s_.height(g), team);
   }
 
-  void assembleShared(Index g, Index first, Index last, kernels::Team* team) {
-    if (team == nullptr) return assemble(g, first, last);
+  void assembleShared(Index g, double* panel, Index first, Index last, kernels::Team* team) {
+    if (team == nullptr) return assemble(g, panel, first, last);
     const int pieces = (last - first + kSharedColumns - 1) / kSharedColumns;
     team->forEach(pieces, [&](int piece) {
       const Index begin = first + piece * kSharedColumns;
-      assemble(g, begin, std::min(begin + kSharedColumns, last));
+      assemble(g, panel, begin, std::min(begin + kSharedColumns, last));
     });
   }
 
@@ -200,12 +213,12 @@ class Factoriser {
 
   /// Columns begin .. end-1 of a front, all its own or all below: its own get the matrix's entries,
   /// all of them the children's update matrices.
-  void assemble(Index g, Index begin, Index end) {
+  void assemble(Index g, double* panel, Index begin, Index end) {
     const Index width = s_.width(g);
     const Index height = s_.height(g);
     const Index below = height - width;
     for (Index c = begin; c < std::min(end, width); ++c) {
-      double* const column = panel(g) + static_cast<size_t>(c) * static_cast<size_t>(height);
+      double* const column = panel + static_cast<size_t>(c) * static_cast<size_t>(height);
       std::fill_n(column, height, 0.0);
       const Offset own = s_.firstColumn[g] + c;
       for (Offset p = entries_.start[own]; p < entries_.start[own + 1]; ++p) {
@@ -213,8 +226,8 @@ class Factoriser {
       }
     }
     if (isLeaf(s_, g)) return;
-    const Target target{panel(g), update_[g], static_cast<size_t>(height),
-                        static_cast<size_t>(below), width};
+    const Target target{panel, update_[g], static_cast<size_t>(height), static_cast<size_t>(below),
+                        width};
     forEachChild(s_, g, [&](Index child) {
       const Index count = s_.below(child);
       const Index* const place = s_.parentPlace.data() + s_.rowStart[child] + s_.width(child);
@@ -273,7 +286,7 @@ class Factoriser {
     alignas(64) double piece[kLeafColumns * (kLeafColumns + kLeafRows)];
     const auto stride = static_cast<size_t>(s_.height(leaf));
     const auto inner = static_cast<size_t>(s_.width(leaf));
-    const double* const l21 = panel(leaf) + inner;
+    const double* const l21 = stored_ + s_.panelStart[leaf] + inner;
     const Index count = s_.below(leaf);
     for (Index j = first; j < last; j += kLeafColumns) {
       const Index columns = std::min(kLeafColumns, last - j);
@@ -298,7 +311,10 @@ class Factoriser {
 
   const Symbolic& s_;
   const PlacedEntries& entries_;
+  /// Null where panels are stored elsewhere.
   double* const panels_;
+  const PanelStore& store_;
+  const double* const stored_;
   kernels::Team& team_;
   Meter* const meter_;
   const Schedule schedule_;
@@ -315,10 +331,16 @@ class Factoriser {
 
 Index factorise(const Symbolic& symbolic, const PlacedEntries& entries, double* panels,
                 kernels::Team& team, Meter* meter) {
-  return Factoriser(symbolic, entries, panels, team, meter).run();
+  const PanelStore nobody;
+  return Factoriser(symbolic, entries, panels, nobody, panels, team, meter).run();
 }
 
-double frontMemory(const Symbolic& symbolic, int threads) {
+Index factorise(const Symbolic& symbolic, const PlacedEntries& entries, const PanelStore& store,
+                const double* stored, kernels::Team& team, Meter* meter) {
+  return Factoriser(symbolic, entries, nullptr, store, stored, team, meter).run();
+}
+
+double frontMemory(const Symbolic& symbolic, int threads, bool stored) {
   const Schedule schedule = makeSchedule(symbolic, threads);
   size_t stacks = 0;
   double waiting = 0.0;
@@ -326,7 +348,7 @@ double frontMemory(const Symbolic& symbolic, int threads) {
   for (int t = 0; t < schedule.tasks(); ++t) {
     const Index first = schedule.first[t];
     const Index last = schedule.first[t + 1];
-    stacks = std::max(stacks, Factoriser::roomFor(symbolic, first, last).sum());
+    stacks = std::max(stacks, Factoriser::roomFor(symbolic, first, last, stored).sum());
     for (Index g = first; g < last; ++g) {
       if (symbolic.parent[g] >= last) waiting += static_cast<double>(updateSize(symbolic, g));
       mostWaiting = std::max(mostWaiting, waiting);

@@ -1,6 +1,8 @@
 #ifndef ZEPH_SPARSE_NUMERIC_FACTORISE_H
 #define ZEPH_SPARSE_NUMERIC_FACTORISE_H
 
+#include <functional>
+
 #include "kernels/team.h"
 #include "sparse/numeric/meter.h"
 #include "sparse/symbolic/schedule.h"
@@ -27,9 +29,19 @@ namespace korin::sparse {
 Index factorise(const Symbolic& symbolic, const PlacedEntries& entries, double* panels,
                 kernels::Team& team, Meter* meter);
 
+/// Takes the complete panel of a group. Called on any thread of the team, for different groups at
+/// once.
+using PanelStore = std::function<void(Index group, const double* panel)>;
+
+/// The same for panels that do not stay in memory: `store` puts each where it is then found in
+/// `stored`, laid out like the panels above. Leaves are read again, up to the panel of their
+/// parent. Throws what `store` throws as well.
+Index factorise(const Symbolic& symbolic, const PlacedEntries& entries, const PanelStore& store,
+                const double* stored, kernels::Team& team, Meter* meter);
+
 /// Bytes that `factorise` needs at most beyond the panels: the fronts' update matrices that wait
-/// for their parents.
-double frontMemory(const Symbolic& symbolic, int threads);
+/// for their parents, and where panels are stored elsewhere those at work.
+double frontMemory(const Symbolic& symbolic, int threads, bool stored = false);
 
 }  // namespace korin::sparse
 

@@ -17,7 +17,7 @@ constexpr Offset kEntriesPerCheckpoint = 10'000'000;
 /// The panels and what a block of right-hand sides needs beside itself.
 class BlockSolver {
  public:
-  BlockSolver(const Symbolic& symbolic, const double* panels, kernels::Team& team)
+  BlockSolver(const Symbolic& symbolic, const FactorPanels& panels, kernels::Team& team)
       : s_(symbolic), panels_(panels), team_(team), below_(0) {
     for (Index g = 0; g < s_.groups(); ++g) below_ = std::max(below_, s_.below(g));
   }
@@ -35,14 +35,18 @@ class BlockSolver {
       const auto h = static_cast<size_t>(s_.height(g));
       const Index width = s_.width(g);
       const Index below = s_.below(g);
-      const double* const panel = panels_ + s_.panelStart[g];
+      const double* const panel = panels_.of(s_, g);
       const Sides own = x.from(static_cast<size_t>(s_.firstColumn[g]));
       solveSquare(panel, h, width, own);
-      if (below == 0) continue;
+      if (below == 0) {
+        panels_.passedForward(s_, g);
+        continue;
+      }
       const Index* const rows = s_.rowsOf(g) + width;
       const Sides part{x.count, room.data(), static_cast<size_t>(below)};
       std::fill_n(room.begin(), static_cast<size_t>(x.count) * part.stride, 0.0);
       subtractForward(own, part.stride, static_cast<size_t>(width), panel + width, h, part);
+      panels_.passedForward(s_, g);
       for (Index s = 0; s < x.count; ++s) {
         double* const v = x.row(s);
         const double* const sum = part.row(s);
@@ -59,7 +63,7 @@ class BlockSolver {
       const auto h = static_cast<size_t>(s_.height(g));
       const Index width = s_.width(g);
       const Index below = s_.below(g);
-      const double* const panel = panels_ + s_.panelStart[g];
+      const double* const panel = panels_.of(s_, g);
       const Sides own = x.from(static_cast<size_t>(s_.firstColumn[g]));
       if (below != 0) {
         const Index* const rows = s_.rowsOf(g) + width;
@@ -72,6 +76,7 @@ class BlockSolver {
         subtractBackward(part, part.stride, static_cast<size_t>(width), panel + width, h, own);
       }
       solveSquareTransposed(panel, h, width, own);
+      panels_.passedBackward(s_, g);
     }
   }
 
@@ -87,14 +92,14 @@ class BlockSolver {
   }
 
   const Symbolic& s_;
-  const double* const panels_;
+  const FactorPanels panels_;
   kernels::Team& team_;
   Index below_;
 };
 
 }  // namespace
 
-void solve(const Symbolic& symbolic, const double* panels, Index count, double* x,
+void solve(const Symbolic& symbolic, const FactorPanels& panels, Index count, double* x,
            kernels::Team& team) {
   const auto n = static_cast<size_t>(symbolic.n);
   const BlockSolver solver(symbolic, panels, team);
@@ -115,7 +120,7 @@ void solve(const Symbolic& symbolic, const double* panels, Index count, double* 
   });
 }
 
-void solveForward(const Symbolic& symbolic, const double* panels, Index count, double* x,
+void solveForward(const Symbolic& symbolic, const FactorPanels& panels, Index count, double* x,
                   kernels::Team& team) {
   const auto n = static_cast<size_t>(symbolic.n);
   const BlockSolver solver(symbolic, panels, team);
@@ -132,7 +137,7 @@ void solveForward(const Symbolic& symbolic, const double* panels, Index count, d
   });
 }
 
-void solveTransposed(const Symbolic& symbolic, const double* panels, Index count, double* x,
+void solveTransposed(const Symbolic& symbolic, const FactorPanels& panels, Index count, double* x,
                      kernels::Team& team) {
   const auto n = static_cast<size_t>(symbolic.n);
   const BlockSolver solver(symbolic, panels, team);
@@ -149,14 +154,15 @@ void solveTransposed(const Symbolic& symbolic, const double* panels, Index count
   });
 }
 
-double logDeterminant(const Symbolic& symbolic, const double* panels) {
+double logDeterminant(const Symbolic& symbolic, const FactorPanels& panels) {
   double sum = 0.0;
   for (Index g = 0; g < symbolic.groups(); ++g) {
     if (symbolic.isKept(g)) continue;
     const Offset height = symbolic.height(g);
     for (Index c = 0; c < symbolic.width(g); ++c) {
-      sum += std::log(panels[symbolic.panelStart[g] + c * (height + 1)]);
+      sum += std::log(panels.of(symbolic, g)[c * (height + 1)]);
     }
+    panels.passedForward(symbolic, g);
   }
   return 2.0 * sum;
 }

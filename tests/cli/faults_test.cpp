@@ -252,6 +252,26 @@ TEST_F(ZephUnderFaults, FailingDisksLeaveTheOldResult) {
   std::printf("%d faults\n", faults);
 }
 
+TEST_F(ZephUnderFaults, ScratchFilesLeaveNothing) {
+  const Job job{"variances A.mtx -o o.csv --threads 1 --memory 300K --scratch .", {"o.csv"}};
+  const auto further = [](long n) { return 2 * n + 1; };
+  int faults = 0;
+  for (const bool nameless : {true, false}) {
+    const auto strike = [&](const char* function, std::vector<int> errors, std::vector<int> ends) {
+      const int found = strikeEach(job, {function, 0, 0, nameless}, errors, further, ends);
+      EXPECT_GT(found, 0) << function;
+      faults += found;
+    };
+    strike("fallocate", {ENOSPC, EDQUOT, EIO, EFBIG, ENOSPC + kLasting}, {7});
+    strike("fallocate", {EOPNOTSUPP, EINTR}, {});
+    strike("pwrite", {EIO, ENOSPC}, {7});
+    strike("pwrite", {-SIGKILL}, {128 + SIGKILL});
+    strike("pwrite", kStops, {130});
+    strike("open", {EACCES, EMFILE}, {7, 3});
+  }
+  std::printf("%d faults\n", faults);
+}
+
 TEST_F(ZephUnderFaults, FailingMemoryIsSaid) {
   const auto further = [](long n) { return n + 7 + n / 4; };
   int faults = 0;

@@ -99,6 +99,13 @@ ssize_t write(int file, const void* bytes, size_t count) {
   }
   return syscall(SYS_write, file, bytes, count);
 }
+ssize_t pwrite(int file, const void* bytes, size_t count, off_t at) {
+  return strikes("pwrite") ? -1 : syscall(SYS_pwrite64, file, bytes, count, at);
+}
+int fallocate(int file, int mode, off_t at, off_t count) {
+  return strikes("fallocate") ? -1
+                              : static_cast<int>(syscall(SYS_fallocate, file, mode, at, count));
+}
 ssize_t read(int file, void* bytes, size_t count) {
   return strikes("read") ? -1 : syscall(SYS_read, file, bytes, count);
 }

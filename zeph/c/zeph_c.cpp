@@ -76,6 +76,11 @@ zeph::Options optionsOf(const zeph_options* o, std::size_t n) {
     throw zeph::Error(zeph::ErrorKind::Usage, "the number of threads is negative");
   }
   options.threads = o->threads;
+  if (!(o->memory_limit >= 0.0)) {
+    throw zeph::Error(zeph::ErrorKind::Usage, "the limit of memory is negative or no number");
+  }
+  options.memoryLimit = o->memory_limit;
+  if (o->scratch_folder != nullptr) options.scratchFolder = o->scratch_folder;
   if (options.ordering != zeph::Ordering::Given) return options;
   require(o->permutation, "the permutation");
   options.permutation.assign(o->permutation, o->permutation + n);
@@ -186,7 +191,8 @@ int zeph_factor_report(const zeph_factor* f, zeph_report* report) {
                r.relativeErrorEstimate,
                r.backwardError,
                r.uncertainVariances,
-               r.firstUncertain};
+               r.firstUncertain,
+               r.scratchBytes};
   });
 }
 

@@ -114,6 +114,11 @@ void requireRoomForBlas(const std::string& what) {
                                      amount(left) + "; raise it");
 }
 
+bool fitsMemory(double bytes, double limit, double held) {
+  if (limit > 0.0 && bytes + held > limit) return false;
+  return bytes <= kAlwaysGranted || bytes <= availableMemory();
+}
+
 void requireBytes(const std::string& what, double bytes, double limit, double held) {
   if (limit > 0.0 && bytes + held > limit) {
     throw Error(ErrorKind::Memory, what + " would take " + amount(bytes + held) +

@@ -26,6 +26,10 @@ std::string memoryText(double bytes);
 /// there is no such limit. `what` as above.
 void requireRoomForBlas(const std::string& what);
 
+/// Whether `bytes` are available, and, with limit > 0, within the limit together with those `held`
+/// already.
+bool fitsMemory(double bytes, double limit, double held = 0.0);
+
 /// Throws Error(Memory) that names both figures unless `bytes` are available, and, with limit > 0,
 /// within the limit together with those `held` already. `what` completes "... would take N GB of
 /// memory", such as "factorising A.mtx".

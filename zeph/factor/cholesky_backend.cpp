@@ -5,8 +5,10 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <mutex>
 #include <numeric>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 #include "kernels/processor.h"
@@ -19,6 +21,7 @@
 #include "zeph/error.h"
 #include "zeph/factor.h"
 #include "zeph/factor/inverse_norm.h"
+#include "zeph/factor/scratch_file.h"
 #include "zeph/factor/trust.h"
 #include "zeph/matrix/requirements.h"
 
@@ -117,6 +120,7 @@ double expectedRate() {
 
 CholeskyBackend::CholeskyBackend(SymmetricInput input, const Options& options, Watch& watch)
     : options_(options), input_(std::move(input)) {
+  if (!options.scratchFolder.empty()) requireScratchFolder(options.scratchFolder);
   watch.begin("ordering", 0.0);
   const StopWatch clock;
   const std::vector<Index> permutation =
@@ -136,6 +140,15 @@ CholeskyBackend::CholeskyBackend(SymmetricInput input, const Options& options, W
   for (Index k = 0; k < symbolic_.n; ++k) placeOfRow_[symbolic_.permutation[k]] = k;
   secondsOrdering_ = symbolic_.secondsOrdering;
   secondsAnalysis_ = clock.seconds() - secondsOrdering_;
+  inFile_ = goesIntoFile();
+}
+
+bool CholeskyBackend::goesIntoFile() const {
+  if (options_.scratchFolder.empty()) return false;
+  const double numbers = numberBytes();
+  const double beside = std::max(sparse::frontMemory(symbolic_, threads()),
+                                 sparse::inverseMemory(symbolic_, threads()));
+  return !fitsMemory(numbers + beside, options_.memoryLimit, bytes() - numbers);
 }
 
 int CholeskyBackend::threads() const {
@@ -153,7 +166,10 @@ void CholeskyBackend::fill(const double* values, size_t step, Symmetric symmetri
   std::vector<double>& a = entries_.value;
   a.resize(entries_.position.size());
   // The panels, which have room for all of A and no numbers to lose, take the other triangle.
-  double* upper = symmetric == Symmetric::Checked ? panels_.get() : nullptr;
+  std::vector<double> room(symmetric == Symmetric::Checked && inFile_ ? a.size() : 0);
+  double* const upper = symmetric != Symmetric::Checked ? nullptr
+                        : inFile_                       ? room.data()
+                                                        : panels_.get();
   const std::string against = sumValues(input_, columns, values, step, a.data(), upper);
   if (!against.empty()) {
     throw Error(ErrorKind::Unfit, against + "; the Cholesky route needs a symmetric matrix");
@@ -184,11 +200,18 @@ void CholeskyBackend::factorise(const double* values, size_t step, Symmetric sym
                                 Watch& watch) {
   const StopWatch clock;
   const auto storage = static_cast<size_t>(symbolic_.storage());
-  const double update = sparse::frontMemory(symbolic_, threads());
-  const double own =
-      panels_ ? 0.0 : sizeof(double) * static_cast<double>(storage + entries_.position.size());
-  requireBytes("factorising " + input_.source, own + update, options_.memoryLimit, bytes() - own);
-  if (!panels_) panels_ = korin::kernels::rawPanels(storage);
+  const double update = sparse::frontMemory(symbolic_, threads(), inFile_);
+  const double own = hasPanels() ? 0.0 : numberBytes();
+  const bool besideFile = inFile_ && symmetric == Symmetric::Checked;
+  const double upper = besideFile ? sizeof(double) * double(entries_.position.size()) : 0.0;
+  const char* const how = inFile_ ? " with its factor in a scratch file" : "";
+  requireRoom("factorising " + input_.source + how, own + update + upper, bytes() - own);
+  if (inFile_ && !file_) {
+    file_ = makeScratchFile(options_.scratchFolder, storage, "the factor of " + input_.source,
+                            watch.poll());
+  } else if (!hasPanels()) {
+    panels_ = korin::kernels::rawPanels(storage);
+  }
   fill(values, step, symmetric);
   double work = 0.0;
   for (Index g = 0; g < symbolic_.groups(); ++g) work += sparse::frontWork(symbolic_, g);
@@ -196,25 +219,50 @@ void CholeskyBackend::factorise(const double* values, size_t step, Symmetric sym
   Index failed = -1;
   {
     korin::kernels::Team team(threads(), watch.poll());
-    failed = sparse::factorise(symbolic_, entries_, panels_.get(), team, watch.meter());
+    failed = factoriseInto(team, watch.meter());
   }
   if (failed >= 0) throw notPositiveDefinite(input_.source, input_.indexBase, failed);
-  smallestPivotShare_ = smallestPivotShare();
   condition_ = 0.0;
   if (!(smallestPivotShare_ > kSingularPivotShare)) throw singular(input_.source);
   secondsFactorisation_ = clock.seconds();
 }
 
-// The least l(k,k)² / a(k,k): what elimination leaves of a diagonal entry.
-double CholeskyBackend::smallestPivotShare() const {
+// The engine's factorisation, after which the smallest pivot share is known too.
+Index CholeskyBackend::factoriseInto(korin::kernels::Team& team, sparse::Meter* meter) {
+  smallestPivotShare_ = 1.0;
+  if (!inFile_) {
+    const Index failed = sparse::factorise(symbolic_, entries_, panels_.get(), team, meter);
+    if (failed >= 0) return failed;
+    for (Index g = 0; g < symbolic_.groups(); ++g) {
+      const double share = smallestPivotShare(g, &panels_[symbolic_.panelStart[g]]);
+      smallestPivotShare_ = std::min(smallestPivotShare_, share);
+    }
+    return failed;
+  }
+  file_->clear();
+  std::mutex mutex;
+  const sparse::PanelStore store = [&](Index g, const double* panel) {
+    file_->write(static_cast<size_t>(symbolic_.panelStart[g]), panel,
+                 static_cast<size_t>(symbolic_.panelSize(g)));
+    const double share = smallestPivotShare(g, panel);
+    const std::lock_guard<std::mutex> lock(mutex);
+    smallestPivotShare_ = std::min(smallestPivotShare_, share);
+  };
+  try {
+    return sparse::factorise(symbolic_, entries_, store, file_->values(), team, meter);
+  } catch (const std::system_error& e) {
+    throwScratchError(options_.scratchFolder, e.code().value());
+  }
+}
+
+// The least l(k,k)² / a(k,k) of a group: what elimination leaves of a diagonal entry.
+double CholeskyBackend::smallestPivotShare(Index g, const double* panel) const {
   double least = 1.0;
-  for (Index g = 0; g < symbolic_.groups(); ++g) {
-    for (Index c = symbolic_.firstColumn[g]; c < symbolic_.firstColumn[g + 1]; ++c) {
-      const Index own = c - symbolic_.firstColumn[g];
-      const double l = panels_[symbolic_.panelStart[g] + Offset{own} * symbolic_.height(g) + own];
-      for (Offset p = entries_.start[c]; p < entries_.start[c + 1]; ++p) {
-        if (entries_.position[p] == own) least = std::min(least, l * l / entries_.value[p]);
-      }
+  for (Index c = symbolic_.firstColumn[g]; c < symbolic_.firstColumn[g + 1]; ++c) {
+    const Index own = c - symbolic_.firstColumn[g];
+    const double l = panel[Offset{own} * (symbolic_.height(g) + 1)];
+    for (Offset p = entries_.start[c]; p < entries_.start[c + 1]; ++p) {
+      if (entries_.position[p] == own) least = std::min(least, l * l / entries_.value[p]);
     }
   }
   return least;
@@ -234,14 +282,28 @@ Report CholeskyBackend::report() const {
 
 double CholeskyBackend::bytes() const {
   const sparse::MemoryPrediction memory = sparse::predictMemory(symbolic_);
-  return memory.panels + memory.structure +
-         static_cast<double>(entries_.position.size()) * (sizeof(double) + sizeof(Index)) +
+  return numberBytes() + memory.structure +
+         static_cast<double>(entries_.position.size()) * sizeof(Index) +
          static_cast<double>(symbolic_.n) * (sizeof(Offset) + sizeof(Index)) +
          static_cast<double>(input_.slots.bytes());
 }
 
-void CholeskyBackend::requireRoom(const std::string& what, double beside) const {
-  requireBytes(what, beside, options_.memoryLimit, bytes());
+double CholeskyBackend::numberBytes() const {
+  const double values = sizeof(double) * static_cast<double>(entries_.position.size());
+  return values + (inFile_ ? 0.0 : panelBytes());
+}
+
+void CholeskyBackend::requireRoom(const std::string& what, double beside, double held) const {
+  try {
+    requireBytes(what, beside, options_.memoryLimit, held);
+  } catch (const Error& e) {
+    const bool helps = options_.scratchFolder.empty() &&
+                       fitsMemory(beside - panelBytes(), options_.memoryLimit, held);
+    if (!helps) throw;
+    throw Error(e.kind(), std::string(e.what()) +
+                              "; given a folder on a disk (--scratch, Options::scratchFolder), " +
+                              memoryText(panelBytes()) + " of that go into a file");
+  }
 }
 
 Report CholeskyBackend::predicted() const {
@@ -255,6 +317,7 @@ Report CholeskyBackend::predicted() const {
   r.entriesOfL = symbolic_.entries;
   r.operations = symbolic_.operations;
   r.bytes = bytes();
+  r.scratchBytes = inFile_ ? panelBytes() : 0.0;
   r.secondsOrdering = secondsOrdering_;
   r.secondsAnalysis = secondsAnalysis_;
   r.threads = threads();
@@ -311,7 +374,7 @@ double CholeskyBackend::solveAndRefine(size_t count, double* x, korin::kernels::
   const auto n = static_cast<size_t>(symbolic_.n);
   const std::vector<double> b(x, x + count * n);
   std::vector<double> r(count * n), error(count);
-  sparse::solve(symbolic_, panels_.get(), static_cast<Index>(count), x, team);
+  sparse::solve(symbolic_, factor(), static_cast<Index>(count), x, team);
   team.forEach(static_cast<int>(count), [&](int k) {
     const size_t at = static_cast<size_t>(k) * n;
     error[k] = residual(b.data() + at, x + at, r.data() + at);
@@ -325,7 +388,7 @@ double CholeskyBackend::solveAndRefine(size_t count, double* x, korin::kernels::
     for (size_t k = 0; k < poor.size(); ++k) {
       std::copy_n(r.data() + poor[k] * n, n, better.data() + k * n);
     }
-    sparse::solve(symbolic_, panels_.get(), static_cast<Index>(poor.size()), better.data(), team);
+    sparse::solve(symbolic_, factor(), static_cast<Index>(poor.size()), better.data(), team);
     std::vector<unsigned char> again(poor.size());
     team.forEach(static_cast<int>(poor.size()), [&](int k) {
       const size_t from = poor[k] * n;
@@ -383,7 +446,7 @@ InverseCheck CholeskyBackend::variances(double* diagonal, Watch& watch) const {
   double residualNorm = std::numeric_limits<double>::quiet_NaN();
   {
     korin::kernels::Team team(threads(), watch.poll());
-    check.identityResidual = sparse::variances(symbolic_, entries_, panels_.get(), diagonal, team,
+    check.identityResidual = sparse::variances(symbolic_, entries_, factor(), diagonal, team,
                                                watch.meter(), &residualNorm);
   }
   check.relativeErrorEstimate = judge(residualNorm, [&](Index i) { return diagonal[i]; });
@@ -468,7 +531,7 @@ void CholeskyBackend::selectedInverse(std::int64_t* colStarts, std::int64_t* row
   const korin::kernels::PanelStorage z = korin::kernels::rawPanels(storage);
   {
     korin::kernels::Team team(threads(), watch.poll());
-    sparse::selectedInverse(symbolic_, panels_.get(), z.get(), team, watch.meter());
+    sparse::selectedInverse(symbolic_, factor(), z.get(), team, watch.meter());
   }
   judge(residualNorm(z.get()), [&](Index i) {
     const Index k = placeOfRow_[i], g = symbolic_.groupOf[k];
@@ -484,7 +547,7 @@ void CholeskyBackend::selectedInverse(std::int64_t* colStarts, std::int64_t* row
 
 double CholeskyBackend::logDeterminant() const {
   const double exponents = std::accumulate(exponent_.begin(), exponent_.end(), 0.0);
-  return sparse::logDeterminant(symbolic_, panels_.get()) - 2.0 * exponents * std::log(2.0);
+  return sparse::logDeterminant(symbolic_, factor()) - 2.0 * exponents * std::log(2.0);
 }
 
 void CholeskyBackend::colour(size_t count, double* x, Watch& watch) const {
@@ -494,7 +557,7 @@ void CholeskyBackend::colour(size_t count, double* x, Watch& watch) const {
   for (size_t first = 0; first < count; first += kColumnsAtOnce) {
     const size_t some = std::min(kColumnsAtOnce, count - first);
     double* block = x + first * static_cast<size_t>(symbolic_.n);
-    sparse::solveTransposed(symbolic_, panels_.get(), static_cast<Index>(some), block, team);
+    sparse::solveTransposed(symbolic_, factor(), static_cast<Index>(some), block, team);
     scaleRows(some, block);
   }
 }
@@ -515,16 +578,18 @@ SparseMatrix CholeskyBackend::lower(std::vector<std::uint32_t>& permutation, Wat
     return static_cast<std::uint32_t>(natural ? symbolic_.permutation[k] : k);
   };
   L.entries.reserve(static_cast<size_t>(symbolic_.entries));
+  const sparse::FactorPanels panels = factor();
   for (Index g = 0; g < symbolic_.groups(); ++g) {
     const Index* rows = symbolic_.rowsOf(g);
     for (Index c = 0; c < symbolic_.width(g); ++c) {
-      const double* column = &panels_[symbolic_.panelStart[g] + Offset{c} * symbolic_.height(g)];
+      const double* column = panels.of(symbolic_, g) + Offset{c} * symbolic_.height(g);
       for (Index k = c; k < symbolic_.height(g); ++k) {
         if (column[k] == 0.0) continue;  // also what joins columns of unlike patterns
         const double value = std::ldexp(column[k], -exponent(symbolic_.permutation[rows[k]]));
         L.entries.push_back({number(rows[k]), number(rows[c]), value});
       }
     }
+    panels.passedForward(symbolic_, g);
   }
   return L;
 }
@@ -550,7 +615,7 @@ double CholeskyBackend::estimateCondition(Watch& watch) const {
   }
   const auto apply = [&](const double* b, double* x) {
     for (size_t i = 0; i < n; ++i) x[i] = b[i] * unit[i];
-    sparse::solve(symbolic_, panels_.get(), 1, x, team);
+    sparse::solve(symbolic_, factor(), 1, x, team);
     for (size_t i = 0; i < n; ++i) x[i] *= unit[i];
   };
   condition_ = *std::max_element(norm.begin(), norm.end()) * inverseNorm(n, apply, apply);

@@ -6,8 +6,10 @@
 #include <memory>
 #include <vector>
 
+#include "kernels/panel_file.h"
 #include "kernels/panel_storage.h"
 #include "kernels/team.h"
+#include "sparse/numeric/factor_panels.h"
 #include "sparse/symbolic/symbolic.h"
 #include "zeph/factor.h"
 #include "zeph/factor/backend.h"
@@ -57,10 +59,23 @@ class CholeskyBackend final : public Backend {
   using Offset = korin::sparse::Offset;
 
   int threads() const;
-  /// What the factor takes, with its numbers.
+  /// The panels with their numbers.
+  double panelBytes() const { return sizeof(double) * static_cast<double>(symbolic_.storage()); }
+  /// What the factor takes of memory, with its numbers.
   double bytes() const;
-  /// Throws Error(Memory) unless there is room for what a call takes beside the factor.
-  void requireRoom(const std::string& what, double beside) const;
+  /// What a factorisation takes of memory beside the structure, without the update matrices.
+  double numberBytes() const;
+  /// Whether the panels do not fit into memory, and may go into a file.
+  bool goesIntoFile() const;
+  /// Throws Error(Memory) unless there is room for what a call takes beside the `held` bytes.
+  void requireRoom(const std::string& what, double beside, double held) const;
+  void requireRoom(const std::string& what, double beside) const {
+    requireRoom(what, beside, bytes());
+  }
+  bool hasPanels() const { return panels_ || file_; }
+  korin::sparse::FactorPanels factor() const {
+    return file_ ? korin::sparse::FactorPanels(*file_) : korin::sparse::FactorPanels(panels_.get());
+  }
   int exponent(std::int64_t i) const { return exponent_.empty() ? 0 : exponent_[i]; }
   void scaleRows(std::size_t count, double* x) const;
   double residual(const double* b, const double* x, double* r) const;
@@ -68,7 +83,8 @@ class CholeskyBackend final : public Backend {
   enum class Symmetric { Known, Checked };
   void factorise(const double* values, std::size_t step, Symmetric symmetric, Watch& watch);
   void fill(const double* values, std::size_t step, Symmetric symmetric);
-  double smallestPivotShare() const;
+  Index factoriseInto(korin::kernels::Team& team, korin::sparse::Meter* meter);
+  double smallestPivotShare(Index g, const double* panel) const;
   void requireTrust(Watch& watch) const;
   double residualNorm(const double* z) const;
 
@@ -109,7 +125,10 @@ class CholeskyBackend final : public Backend {
   /// The scaled matrix for the panels.
   korin::sparse::PlacedEntries entries_;
   std::vector<int> exponent_;
+  /// The panels are in one of these.
   korin::kernels::PanelStorage panels_;
+  std::unique_ptr<korin::kernels::PanelFile> file_;
+  bool inFile_ = false;
   double smallestPivotShare_ = 1.0;
   double secondsOrdering_ = 0.0, secondsAnalysis_ = 0.0, secondsFactorisation_ = 0.0;
   /// 0 until estimated.

@@ -111,8 +111,7 @@ void CholeskyBackend::covarianceBlock(const std::int64_t* indices, size_t count,
   watch.begin("inverting along paths", 0.0);
   std::vector<Index> own(indices, indices + count);
   korin::kernels::Team team(threads(), watch.poll());
-  sparse::covarianceBlock(symbolic_, panels_.get(), static_cast<Index>(count), own.data(), block,
-                          team);
+  sparse::covarianceBlock(symbolic_, factor(), static_cast<Index>(count), own.data(), block, team);
   for (size_t j = 0; j < count; ++j) {
     for (size_t i = 0; i < count; ++i) {
       block[i + j * count] = unscaled(block[i + j * count], indices[i], indices[j]);
@@ -172,7 +171,7 @@ void CholeskyBackend::covariance(const std::int64_t* rows, const std::int64_t* c
       for (size_t j = 0; j < some; ++j) {
         x[static_cast<size_t>(symbolic_.permutation[columns.places[first + j]]) + j * n] = 1.0;
       }
-      sparse::solve(symbolic_, panels_.get(), static_cast<Index>(some), x.data(), team);
+      sparse::solve(symbolic_, factor(), static_cast<Index>(some), x.data(), team);
       for (size_t j = 0; j < some; ++j) {
         const Index col = symbolic_.permutation[columns.places[first + j]];
         for (const Request* r : ofColumn[first + j]) {
@@ -196,7 +195,7 @@ void CholeskyBackend::covariance(const std::int64_t* rows, const std::int64_t* c
     };
     watch.begin("inverting", panels);
     korin::kernels::Team team(threads(), watch.poll());
-    sparse::selectedInverse(symbolic_, panels_.get(), &wanted, read, team, watch.meter());
+    sparse::selectedInverse(symbolic_, factor(), &wanted, read, team, watch.meter());
   };
 
   std::vector<Request> all = onPattern;
