@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "sparse/ordering/libraries.h"
+#include "sparse/ordering/part.h"
 
 namespace korin::sparse {
 namespace {
@@ -15,42 +16,16 @@ namespace {
 /// bounds the depth, too.
 constexpr double kLargestSide = 0.9;
 
-/// Some nodes of the graph that is dissected, with the edges among them.
+/// A part of the graph that is dissected, and how many separators it lies between.
 struct Domain {
-  Graph graph;
-  std::vector<Index> node;
+  Part part;
   Index depth;
 };
 
-/// The nodes of one side. `place` is scratch for the domain's nodes.
-Domain sideOf(const Domain& whole, const std::vector<Side>& sides, Side side,
-              std::vector<Index>& place) {
-  Domain result{{}, {}, whole.depth + 1};
-  const Graph& graph = whole.graph;
-  Graph& part = result.graph;
-  for (Index k = 0; k < graph.nodes(); ++k) {
-    if (sides[k] != side) continue;
-    place[k] = part.nodes();
-    part.weight.push_back(graph.weight[k]);
-    result.node.push_back(whole.node[k]);
-  }
-  part.start.reserve(part.weight.size() + 1);
-  for (Index k = 0; k < graph.nodes(); ++k) {
-    if (sides[k] != side) continue;
-    for (Offset p = graph.start[k]; p < graph.start[k + 1]; ++p) {
-      const Index other = graph.neighbour[p];
-      if (sides[other] == side) part.neighbour.push_back(place[other]);
-    }
-    part.start.push_back(static_cast<Offset>(part.neighbour.size()));
-  }
-  return result;
-}
-
 /// The graph without its last `kept` nodes, which count as the separator of depth 0.
-Domain withoutKept(const Graph& graph, Index kept, std::vector<Index>& depth,
-                   std::vector<Index>& place) {
-  Domain whole{graph, std::vector<Index>(graph.weight.size()), 0};
-  std::iota(whole.node.begin(), whole.node.end(), Index{0});
+Part withoutKept(const Graph& graph, Index kept, std::vector<Index>& depth,
+                 std::vector<Index>& place) {
+  Part whole = wholeOf(graph);
   if (kept == 0) return whole;
   std::vector<Side> sides(graph.weight.size(), Side::Left);
   std::fill(sides.end() - kept, sides.end(), Side::Separator);
@@ -63,21 +38,21 @@ std::vector<Index> separatorDepths(const Graph& graph, Index kept) {
   const auto n = static_cast<std::size_t>(graph.nodes());
   std::vector<Index> depth(n, -1), place(n);
   std::vector<Domain> waiting;
-  waiting.push_back(withoutKept(graph, kept, depth, place));
+  waiting.push_back({withoutKept(graph, kept, depth, place), 0});
   while (!waiting.empty()) {
-    const Domain domain = std::move(waiting.back());
+    const auto [part, level] = std::move(waiting.back());
     waiting.pop_back();
-    if (domain.graph.nodes() < kLeastDissected || domain.graph.neighbour.empty()) continue;
-    const std::vector<Side> sides = separate(domain.graph);
-    Domain left = sideOf(domain, sides, Side::Left, place);
-    Domain right = sideOf(domain, sides, Side::Right, place);
+    if (part.graph.nodes() < kLeastDissected || part.graph.neighbour.empty()) continue;
+    const std::vector<Side> sides = separate(part.graph);
+    Part left = sideOf(part, sides, Side::Left, place);
+    Part right = sideOf(part, sides, Side::Right, place);
     const Index larger = std::max(left.graph.nodes(), right.graph.nodes());
-    if (larger > kLargestSide * domain.graph.nodes()) continue;
-    for (Index k = 0; k < domain.graph.nodes(); ++k) {
-      if (sides[k] == Side::Separator) depth[domain.node[k]] = domain.depth;
+    if (larger > kLargestSide * part.graph.nodes()) continue;
+    for (Index k = 0; k < part.graph.nodes(); ++k) {
+      if (sides[k] == Side::Separator) depth[part.node[k]] = level;
     }
-    waiting.push_back(std::move(left));
-    waiting.push_back(std::move(right));
+    waiting.push_back({std::move(left), level + 1});
+    waiting.push_back({std::move(right), level + 1});
   }
   return depth;
 }

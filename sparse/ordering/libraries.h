@@ -29,7 +29,11 @@ enum class Side : int { Left = 0, Right = 1, Separator = 2 };
 /// `canDissect` takes.
 std::vector<Side> separate(const Graph& graph);
 
-/// Whether the integers of the two functions above count the graph's edges.
+/// Two halves, Left with about `share` of the weight, such that few edges lead from one to the
+/// other (METIS 5 as above). As for `separate`.
+std::vector<Side> bisect(const Graph& graph, double share);
+
+/// Whether the integers of the functions above count the graph's edges.
 bool canDissect(const Graph& graph);
 
 /// The versions of AMD and METIS that this was compiled with.

@@ -3,7 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <bitset>
+#include <random>
+#include <string>
 
+#include "sparse/ordering/domains.h"
 #include "sparse/pattern/assembly.h"
 #include "sparse/pattern/compress.h"
 
@@ -56,6 +60,74 @@ TEST(Ordering, DissectsSpaceAndLeavesThePlaneToMinimumDegree) {
       std::vector<Index> sorted = other.order;
       std::sort(sorted.begin(), sorted.end());
       for (Index k = 0; k < graph.nodes(); ++k) ASSERT_EQ(sorted[k], k);
+    }
+  }
+}
+
+TEST(Domains, AreBalancedAndMeetInASmallInterfaceOnly) {
+  const struct {
+    Graph graph;
+    Index domains;
+    double most;  // of the nodes, in the interface
+  } cases[] = {{grid(60, 60, 1, 1), 2, 0.02},  {grid(60, 60, 1, 2), 3, 0.04},
+               {grid(60, 60, 1, 1), 8, 0.08},  {grid(14, 14, 14, 1), 4, 0.17},
+               {grid(500, 1, 1, 1), 5, 0.009}, {grid(3, 1, 1, 1), 8, 1.0},
+               {grid(1, 1, 1, 4), 2, 0.0},     {Graph(), 3, 0.0}};
+  for (const auto& [graph, domains, most] : cases) {
+    SCOPED_TRACE(std::to_string(graph.nodes()) + " nodes, " + std::to_string(domains));
+    const std::vector<Index> domain = cutIntoDomains(graph, domains);
+    EXPECT_EQ(domain, cutIntoDomains(graph, domains)) << "not the same twice";
+    ASSERT_EQ(domain.size(), graph.weight.size());
+    std::vector<Index> count(static_cast<std::size_t>(domains) + 1);
+    for (Index k = 0; k < graph.nodes(); ++k) {
+      ASSERT_LT(domain[k], domains);
+      ++count[domain[k] + 1];
+      for (Offset p = graph.start[k]; p < graph.start[k + 1] && domain[k] >= 0; ++p) {
+        const Index other = domain[graph.neighbour[p]];
+        ASSERT_TRUE(other == kInterface || other == domain[k]);
+      }
+    }
+    EXPECT_LE(count[0], most * graph.nodes());
+    if (graph.nodes() < 100) continue;
+    const auto [least, largest] = std::minmax_element(count.begin() + 1, count.end());
+    EXPECT_LT(*largest, 1.15 * *least);
+  }
+}
+
+TEST(Domains, HalvesAreSeparatedByAMinimumCover) {
+  std::mt19937 random(5);
+  for (int round = 0; round < 300; ++round) {
+    // Up to seven nodes on the left, which are all covers that there are by subsets.
+    const Index left = 1 + static_cast<Index>(random() % 7), nodes = left + 1 + left;
+    std::vector<unsigned> of(static_cast<std::size_t>(nodes), 0);
+    Graph graph;
+    graph.weight.assign(of.size(), 1);
+    std::vector<std::vector<Index>> lists(of.size());
+    for (Index i = 0; i < left; ++i) {
+      for (Index j = left; j < nodes; ++j) {
+        if (random() % 4 != 0) continue;
+        lists[i].push_back(j), lists[j].push_back(i);
+        of[j] |= 1U << i;
+      }
+    }
+    for (const auto& list : lists) {
+      graph.neighbour.insert(graph.neighbour.end(), list.begin(), list.end());
+      graph.start.push_back(static_cast<Offset>(graph.neighbour.size()));
+    }
+    std::vector<Side> sides(of.size(), Side::Right);
+    std::fill_n(sides.begin(), left, Side::Left);
+    separateHalves(graph, sides);
+    long least = nodes;
+    for (unsigned taken = 0; taken < 1U << left; ++taken) {
+      long size = std::bitset<8>(taken).count();
+      for (const unsigned ends : of) size += (ends & ~taken) != 0 ? 1 : 0;
+      least = std::min(least, size);
+    }
+    EXPECT_EQ(std::count(sides.begin(), sides.end(), Side::Separator), least);
+    for (Index i = 0; i < left; ++i) {
+      for (const Index j : lists[i]) {
+        ASSERT_TRUE(sides[i] == Side::Separator || sides[j] == Side::Separator);
+      }
     }
   }
 }

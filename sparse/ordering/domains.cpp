@@ -1,0 +1,177 @@
+#include "sparse/ordering/domains.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <new>
+#include <numeric>
+#include <utility>
+
+#include "sparse/ordering/part.h"
+
+namespace korin::sparse {
+namespace {
+
+constexpr Index kNone = -1;
+/// A cut that leaves more than this share of the nodes on one side gains too little.
+constexpr double kLargestSide = 0.9;
+
+/// A largest set of edges between the two halves without a common end.
+class Matching {
+ public:
+  Matching(const Graph& graph, const std::vector<Side>& sides)
+      : graph_(graph),
+        sides_(sides),
+        partner_(sides.size(), kNone),
+        level_(sides.size()),
+        next_(sides.size()) {
+    for (Index k = 0; k < graph.nodes(); ++k) {
+      if (sides[k] == Side::Left && hasCutEdge(k)) left_.push_back(k);
+    }
+    while (findLevels()) {
+      for (const Index k : left_) next_[k] = graph.start[k];
+      for (const Index k : left_) {
+        if (partner_[k] == kNone) augment(k);
+      }
+    }
+  }
+
+  /// Calls use(node) for a smallest set of nodes with an end of every edge: those on the left that
+  /// no alternating path from a node without partner reaches, and those on the right that one does.
+  template <class Use>
+  void forCover(Use use) const {
+    for (const Index k : left_) {
+      if (level_[k] == kNone) {
+        use(k);
+      } else {
+        forCutEdges(k, use);
+      }
+    }
+  }
+
+ private:
+  template <class Use>
+  void forCutEdges(Index k, Use use) const {
+    for (Offset p = graph_.start[k]; p < graph_.start[k + 1]; ++p) {
+      if (sides_[graph_.neighbour[p]] == Side::Right) use(graph_.neighbour[p]);
+    }
+  }
+
+  bool hasCutEdge(Index k) const {
+    bool found = false;
+    forCutEdges(k, [&](Index) { found = true; });
+    return found;
+  }
+
+  /// Levels of alternating paths from the nodes without partner; whether one ends in another such.
+  bool findLevels() {
+    bool found = false;
+    std::vector<Index> reached;
+    for (const Index k : left_) {
+      level_[k] = partner_[k] == kNone ? 0 : kNone;
+      if (level_[k] == 0) reached.push_back(k);
+    }
+    for (std::size_t i = 0; i < reached.size(); ++i) {
+      const Index k = reached[i];
+      forCutEdges(k, [&](Index other) {
+        const Index beyond = partner_[other];
+        if (beyond == kNone) {
+          found = true;
+        } else if (level_[beyond] == kNone) {
+          level_[beyond] = level_[k] + 1;
+          reached.push_back(beyond);
+        }
+      });
+    }
+    return found;
+  }
+
+  /// Searches a path from this node on along ascending levels and changes partners on it.
+  void augment(Index from) {
+    std::vector<Index> path{from};
+    while (!path.empty()) {
+      const Index k = path.back();
+      if (next_[k] == graph_.start[k + 1]) {
+        path.pop_back();
+        continue;
+      }
+      const Index other = graph_.neighbour[next_[k]++];
+      if (sides_[other] != Side::Right) continue;
+      const Index beyond = partner_[other];
+      if (beyond == kNone) {
+        for (const Index node : path) {
+          partner_[node] = graph_.neighbour[next_[node] - 1];
+          partner_[partner_[node]] = node;
+        }
+        return;
+      }
+      if (level_[beyond] == level_[k] + 1) path.push_back(beyond);
+    }
+  }
+
+  const Graph& graph_;
+  const std::vector<Side>& sides_;
+  std::vector<Index> left_;
+  std::vector<Index> partner_;
+  std::vector<Index> level_;
+  std::vector<Offset> next_;
+};
+
+/// Halves without a thought to edges, of which there are none.
+std::vector<Side> splitWeight(const Graph& graph, double share) {
+  const double all = std::accumulate(graph.weight.begin(), graph.weight.end(), 0.0);
+  std::vector<Side> sides(graph.weight.size(), Side::Right);
+  double before = 0.0;
+  for (std::size_t k = 0; k < sides.size() && before < share * all; ++k) {
+    sides[k] = Side::Left;
+    before += graph.weight[k];
+  }
+  return sides;
+}
+
+/// A part of the graph for the domains first .. first+count-1.
+struct Task {
+  Part part;
+  Index first;
+  Index count;
+};
+
+}  // namespace
+
+void separateHalves(const Graph& graph, std::vector<Side>& sides) {
+  std::vector<Index> cover;
+  Matching(graph, sides).forCover([&](Index k) { cover.push_back(k); });
+  for (const Index k : cover) sides[k] = Side::Separator;
+}
+
+std::vector<Index> cutIntoDomains(const Graph& graph, Index domains) {
+  if (!canDissect(graph)) throw std::bad_alloc();
+  std::vector<Index> domainOf(graph.weight.size(), kInterface), place(graph.weight.size());
+  std::vector<Task> waiting;
+  waiting.push_back({wholeOf(graph), 0, domains});
+  while (!waiting.empty()) {
+    const Task task = std::move(waiting.back());
+    waiting.pop_back();
+    const Part& part = task.part;
+    const Index nodes = part.graph.nodes();
+    const Index left = task.count / 2;
+    std::vector<Side> sides(part.node.size(), Side::Left);
+    if (task.count > 1 && nodes > 1) {
+      const double share = static_cast<double>(left) / task.count;
+      sides =
+          part.graph.neighbour.empty() ? splitWeight(part.graph, share) : bisect(part.graph, share);
+      separateHalves(part.graph, sides);
+    }
+    const auto onLeft = std::count(sides.begin(), sides.end(), Side::Left);
+    const auto onRight = std::count(sides.begin(), sides.end(), Side::Right);
+    if (static_cast<double>(std::max(onLeft, onRight)) >= kLargestSide * nodes) {
+      for (const Index node : part.node) domainOf[node] = task.first;
+      continue;
+    }
+    waiting.push_back({sideOf(part, sides, Side::Left, place), task.first, left});
+    waiting.push_back(
+        {sideOf(part, sides, Side::Right, place), task.first + left, task.count - left});
+  }
+  return domainOf;
+}
+
+}  // namespace korin::sparse

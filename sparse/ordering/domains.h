@@ -1,0 +1,33 @@
+// A graph cut into domains that touch each other only through an interface.
+#ifndef ZEPH_SPARSE_ORDERING_DOMAINS_H
+#define ZEPH_SPARSE_ORDERING_DOMAINS_H
+
+#include <vector>
+
+#include "sparse/ordering/libraries.h"
+#include "sparse/pattern/graph.h"
+
+namespace korin::sparse {
+
+/// What a node of no domain has in place of its domain's number.
+inline constexpr Index kInterface = -1;
+
+/// For each node its domain, 0 .. domains-1, or kInterface: no edge joins two domains. The domains
+/// have about the same weight, and the interface is small: halves with few edges between them are
+/// found again and again, and each cut leaves the fewest nodes that have an end of each of its
+/// edges (a minimum vertex cover: König, 1931; by the matching of Hopcroft and Karp, 1973).
+///
+/// A graph that falls apart needs no interface. Where a cut would leave one side nearly everything,
+/// as in a dense matrix, what would have been cut is one domain and others stay empty; so they do
+/// where there are fewer nodes than domains. The same graph gives the same domains every time.
+/// Throws std::bad_alloc, also for a graph with more edges than `canDissect` takes. Cost: that of
+/// the bisections, O(edges log(domains)), and matchings on the edges that are cut.
+std::vector<Index> cutIntoDomains(const Graph& graph, Index domains);
+
+/// A smallest set of nodes with an end of every edge between Left and Right becomes Separator;
+/// there is none on either side before. O(edges between the sides · √nodes).
+void separateHalves(const Graph& graph, std::vector<Side>& sides);
+
+}  // namespace korin::sparse
+
+#endif
