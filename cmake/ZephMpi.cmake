@@ -6,12 +6,13 @@ endif()
 set(MPI_CXX_SKIP_MPICXX ON)
 find_package(MPI ${required} QUIET COMPONENTS CXX)
 find_package(MUMPS ${required} QUIET)
+find_library(ZEPH_SCALAPACK NAMES scalapack-openmpi scalapack ${required})
 set(ZEPH_MPI_FOUND OFF)
-if(MPI_CXX_FOUND AND MUMPS_FOUND)
+if(MPI_CXX_FOUND AND MUMPS_FOUND AND ZEPH_SCALAPACK)
   set(ZEPH_MPI_FOUND ON)
 else()
-  message(STATUS "Without the distributed component: MPI or the parallel MUMPS is missing "
-                 "(Debian: libopenmpi-dev libmumps-dev)")
+  message(STATUS "Without the distributed component: MPI, the parallel MUMPS or ScaLAPACK is missing "
+                 "(Debian: libopenmpi-dev libmumps-dev libscalapack-openmpi-dev)")
 endif()
 
 # For tests: processes that may outnumber the processors, as root in a container, without looking for

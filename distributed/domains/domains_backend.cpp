@@ -1,10 +1,472 @@
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <memory>
+#include <string>
+#include <utility>
+
 #include "distributed/backend.h"
+#include "distributed/domains/boundaries.h"
+#include "distributed/domains/domain.h"
+#include "distributed/domains/interface.h"
+#include "distributed/domains/partition.h"
+#include "sparse/pattern/assembly.h"
+#include "zeph/checks/memory.h"
+#include "zeph/factor.h"
+#include "zeph/factor/inverse_norm.h"
+#include "zeph/factor/symmetric_input.h"
+#include "zeph/factor/trust.h"
+#include "zeph/factor/watch.h"
+#include "zeph/matrix/requirements.h"
 
 namespace zeph::distributed {
+namespace {
 
-std::unique_ptr<DistributedBackend> makeDomainsBackend(const Communicator&, const Assembled&,
-                                                       const DistributedOptions&) {
-  throw Error(ErrorKind::Usage, "the engine of domains is not built");
+namespace sparse = korin::sparse;
+using sparse::Index;
+using sparse::Offset;
+using std::size_t;
+using Vector = std::vector<double>;
+
+// An entry of S = D A D between two unknowns of the interface, as places there.
+struct InterfaceEntry {
+  std::int64_t row, col;
+  double value;
+};
+
+// Processes that run on this one's machine.
+int processesHere(const Communicator& comm) {
+  MPI_Comm here = MPI_COMM_NULL;
+  MPI_Comm_split_type(comm.raw(), MPI_COMM_TYPE_SHARED, 0, MPI_INFO_NULL, &here);
+  int count = 1;
+  MPI_Comm_size(here, &count);
+  MPI_Comm_free(&here);
+  return count;
+}
+
+/// A scaled as CholeskyBackend scales it, cut into a domain for each process and the interface
+/// between them.
+class DomainsBackend final : public DistributedBackend {
+ public:
+  DomainsBackend(const Communicator& comm, const Assembled& A, const DistributedOptions& options);
+
+  DistributedReport report() const override { return report_; }
+  InverseCheck variances(double* diagonal) const override;
+  void covariance(const std::int64_t* rows, const std::int64_t* cols, size_t count,
+                  double* values) const override;
+  void solve(double* x, bool transposed) const override;
+  double logDeterminant() const override { return logDeterminant_; }
+  int determinantSign() const override { return 1; }
+
+ private:
+  struct Request {
+    Offset place;
+    size_t answer;
+  };
+
+  void readDiagonal();
+  void distribute();
+  void requireRoom(const std::string& what, double beside) const;
+  void factorise();
+  void judgePivots() const;
+  void reportFactor(double secondsOrdering, double secondsFactorisation);
+  void requireInverse() const;
+  void requireTrust() const;
+  double estimateCondition() const;
+  void scaleRows(double* x) const;
+  void solveScaled(double* x) const;
+  Vector interfaceSums(const Vector& ofDomain) const;
+  Index localOf(std::int64_t i) const;
+  Vector onPattern(const std::int64_t* rows, const std::int64_t* cols, size_t count,
+                   std::vector<unsigned char>& known) const;
+
+  int exponent(size_t i) const { return exponent_.empty() ? 0 : exponent_[i]; }
+  const std::vector<std::int32_t>& boundary() const { return boundaries_->mine(); }
+
+  const Communicator& comm_;
+  const Assembled& A_;
+  const DistributedOptions& options_;
+  const int here_;
+  Partition partition_;
+  /// Exponents of D; empty where it is the identity.
+  std::vector<int> exponent_;
+  /// Of S.
+  Vector diagonal_;
+  /// The unknowns of this process's interior, ascending.
+  std::vector<std::int32_t> interior_;
+  std::vector<InterfaceEntry> interfaceEntries_;
+  std::unique_ptr<Domain> domain_;
+  std::unique_ptr<Boundaries> boundaries_;
+  std::unique_ptr<Interface> interface_;
+  double logDeterminant_ = 0.0;
+  DistributedReport report_;
+  double smallestPivotShare_ = 1.0;
+  /// Whether the interface's inverse is there and each domain has its square of it.
+  mutable bool inverted_ = false;
+  /// 0 until estimated.
+  mutable double condition_ = 0.0;
+};
+
+DomainsBackend::DomainsBackend(const Communicator& comm, const Assembled& A,
+                               const DistributedOptions& options)
+    : comm_(comm), A_(A), options_(options), here_(processesHere(comm)) {
+  beginStage(comm, options, "ordering");
+  StopWatch clock;
+  partition_ = partition(comm, A);
+  readDiagonal();
+  distribute();
+  const double secondsOrdering = comm.largest(clock.seconds());
+  beginStage(comm, options, "factorising");
+  clock = StopWatch();
+  requireRoom("factorising " + A.source,
+              domain_->bytes() + domain_->factorisationBytes() +
+                  0.5 * Interface::bytes(partition_.interfaceSize(), comm.size()));
+  factorise();
+  reportFactor(secondsOrdering, comm.largest(clock.seconds()));
+}
+
+void DomainsBackend::readDiagonal() {
+  diagonal_ = comm_.together([&] { return Vector(A_.n, 0.0); });
+  for (const Entry& e : A_.entries) {
+    if (e.row == e.col) diagonal_[e.row] = e.value;
+  }
+  comm_.sum(diagonal_.data(), A_.n);
+  comm_.together([&] { exponent_ = scalingExponents(diagonal_); });
+  for (size_t i = 0; i < A_.n; ++i) diagonal_[i] = std::ldexp(diagonal_[i], 2 * exponent(i));
+}
+
+// Every entry goes to the process with an end of it in its interior, or to where it belongs in the
+// interface. They come by ascending columns and rows, whoever had them.
+void DomainsBackend::distribute() {
+  interface_ = std::make_unique<Interface>(comm_, partition_.interfaceSize());
+  const auto& domainOf = partition_.domainOf;
+  const auto& place = partition_.placeInInterface;
+  auto to = comm_.together([&] {
+    std::vector<std::vector<Entry>> parts(static_cast<size_t>(comm_.size()));
+    for (Entry e : A_.entries) {
+      e.value = std::ldexp(e.value, exponent(e.row) + exponent(e.col));
+      int owner = std::max(domainOf[e.row], domainOf[e.col]);
+      if (owner < 0) owner = interface_->owner(place[e.row], place[e.col]);
+      parts[static_cast<size_t>(owner)].push_back(e);
+    }
+    return parts;
+  });
+  std::vector<Entry> entries = comm_.exchange(to);
+  to.clear();
+
+  std::vector<std::int32_t> mine;
+  std::vector<Index> row, col;
+  Vector value;
+  comm_.together([&] {
+    std::vector<Index> local(A_.n, -1);
+    for (size_t i = 0; i < A_.n; ++i) {
+      if (domainOf[i] != comm_.rank()) continue;
+      local[i] = static_cast<Index>(interior_.size());
+      interior_.push_back(static_cast<std::int32_t>(i));
+    }
+    for (const Entry& e : entries) {
+      if (domainOf[e.row] == domainOf[e.col]) continue;
+      mine.push_back(domainOf[e.row] < 0 ? place[e.row] : place[e.col]);
+    }
+    std::sort(mine.begin(), mine.end());
+    mine.erase(std::unique(mine.begin(), mine.end()), mine.end());
+    for (size_t b = 0; b < mine.size(); ++b) {
+      local[partition_.interfaceUnknowns[mine[b]]] = static_cast<Index>(interior_.size() + b);
+    }
+    for (const Entry& e : entries) {
+      if (domainOf[e.row] < 0 && domainOf[e.col] < 0) {
+        interfaceEntries_.push_back({place[e.row], place[e.col], e.value});
+      } else {
+        row.push_back(local[e.row]);
+        col.push_back(local[e.col]);
+        value.push_back(e.value);
+      }
+    }
+    entries = {};
+    const auto n = static_cast<Index>(interior_.size() + mine.size());
+    domain_ = std::make_unique<Domain>(
+        sparse::assembleTriplets(n, n, row.data(), col.data(), value.data(), value.size(),
+                                 sparse::Part::OneTriangle),
+        static_cast<Index>(mine.size()), std::max(1, options_.threads));
+  });
+  boundaries_ = std::make_unique<Boundaries>(comm_, std::move(mine));
+}
+
+// Throws on all processes unless each has room beside what it holds.
+void DomainsBackend::requireRoom(const std::string& what, double beside) const {
+  comm_.together([&] {
+    const double strips = comm_.size() > 1 ? boundaries_->bytes() : 0.0;
+    const double held = report_.bytes;
+    const double limit =
+        options_.memoryLimit > 0.0 ? options_.memoryLimit : held + availableMemory() / here_;
+    requireBytes(what + " on one of " + std::to_string(comm_.size()) + " processes",
+                 beside + strips, limit, held);
+  });
+}
+
+void DomainsBackend::factorise() {
+  comm_.together([&] {
+    const Index failed = domain_->factorise();
+    if (failed >= 0) throw notPositiveDefinite(A_.source, A_.indexBase, interior_[failed]);
+  });
+  for (const InterfaceEntry& e : interfaceEntries_) interface_->add(e.row, e.col, e.value);
+  boundaries_->addSchur(*domain_, *interface_);
+  const std::int64_t failed = interface_->factorise();
+  if (failed >= 0) {
+    comm_.fail(notPositiveDefinite(A_.source, A_.indexBase,
+                                   partition_.interfaceUnknowns[static_cast<size_t>(failed)]));
+  }
+  smallestPivotShare_ = domain_->smallestPivotShare();
+  double logs = domain_->logDeterminant();
+  interface_->forDiagonal([&](std::int64_t i, double l) {
+    const auto unknown = static_cast<size_t>(partition_.interfaceUnknowns[static_cast<size_t>(i)]);
+    smallestPivotShare_ = std::min(smallestPivotShare_, l * l / diagonal_[unknown]);
+    logs += 2.0 * std::log(l);
+  });
+  smallestPivotShare_ = -comm_.largest(-smallestPivotShare_);
+  if (!(smallestPivotShare_ > kSingularPivotShare)) comm_.fail(singular(A_.source));
+  double exponents = 0.0;
+  for (const int e : exponent_) exponents += e;
+  logDeterminant_ = comm_.sum(logs) - 2.0 * exponents * std::log(2.0);
+}
+
+void DomainsBackend::reportFactor(double secondsOrdering, double secondsFactorisation) {
+  report_.engine = Engine::Domains;
+  report_.route = Route::Cholesky;
+  report_.secondsOrdering = secondsOrdering;
+  report_.secondsFactorisation = secondsFactorisation;
+  report_.interfaceUnknowns = partition_.interfaceSize();
+  const std::int64_t m = report_.interfaceUnknowns;
+  report_.entriesOfL = comm_.sum(domain_->entriesOfL()) + m * (m + 1) / 2;
+  const auto order = static_cast<double>(m);
+  const double ofInterface = order * (order + 1.0) * (2.0 * order + 1.0) / 6.0;
+  const double mine = domain_->operations() + ofInterface / comm_.size();
+  report_.operations = comm_.sum(mine);
+  report_.balance =
+      report_.operations > 0.0 ? comm_.largest(mine) * comm_.size() / report_.operations : 1.0;
+  report_.bytes =
+      comm_.largest(domain_->bytes() + 0.5 * Interface::bytes(m, comm_.size()) +
+                    static_cast<double>(A_.n) * (sizeof(double) + 2 * sizeof(std::int32_t)));
+}
+
+void DomainsBackend::requireInverse() const {
+  requireRoom("inverting " + A_.source,
+              domain_->inverseBytes() +
+                  (inverted_ ? 0.0 : 0.5 * Interface::bytes(interface_->order(), comm_.size())));
+  if (inverted_) return;
+  interface_->invert();
+  boundaries_->takeInverse(*interface_, *domain_);
+  inverted_ = true;
+}
+
+// The identity's sums in the rows of the interface, from those of the domains' boundaries.
+Vector DomainsBackend::interfaceSums(const Vector& ofDomain) const {
+  Vector sums = comm_.together([&] { return Vector(partition_.interfaceUnknowns.size(), 0.0); });
+  for (size_t b = 0; b < boundary().size(); ++b) {
+    sums[boundary()[b]] = ofDomain[interior_.size() + b];
+  }
+  for (const InterfaceEntry& e : interfaceEntries_) {
+    const double product = e.value * interface_->inverse(e.row, e.col);
+    sums[e.row] += product;
+    if (e.row != e.col) sums[e.col] += product;
+  }
+  comm_.sum(sums.data(), sums.size());
+  return sums;
+}
+
+InverseCheck DomainsBackend::variances(double* diagonal) const {
+  requireInverse();
+  Vector own, sums;
+  comm_.together([&] {
+    own.resize(interior_.size() + boundary().size());
+    sums.resize(own.size());
+    domain_->variances(own.data(), sums.data());
+  });
+  std::fill_n(diagonal, A_.n, 0.0);
+  for (size_t k = 0; k < interior_.size(); ++k) diagonal[interior_[k]] = own[k];
+  for (std::int64_t i = 0; i < interface_->order(); ++i) {
+    if (!interface_->hasRow(i) || !interface_->hasCol(i)) continue;
+    diagonal[partition_.interfaceUnknowns[static_cast<size_t>(i)]] = interface_->inverse(i, i);
+  }
+  comm_.sum(diagonal, A_.n);
+
+  // The rows of the interface are counted once, on the first process.
+  Vector rows = interfaceSums(sums);
+  if (!comm_.first()) rows.clear();
+  rows.insert(rows.end(), sums.begin(),
+              sums.begin() + static_cast<std::ptrdiff_t>(interior_.size()));
+  double largest = 0.0, squares = 0.0;
+  for (const double sum : rows) {
+    const double deviation = std::abs(sum - 1.0);
+    if (!(deviation <= largest)) largest = deviation;
+    squares += deviation * deviation;
+  }
+  InverseCheck check;
+  const double norm = std::sqrt(comm_.sum(squares));
+  check.identityResidual = comm_.largest(largest);
+  if (std::isnan(norm)) check.identityResidual = norm;
+  double products = 0.0;
+  for (size_t i = 0; i < A_.n; ++i) {
+    const double product = diagonal_[i] * diagonal[i];
+    products += product * product;
+    check.condition += product;
+  }
+  check.relativeErrorEstimate = relativeErrorEstimate(norm, std::sqrt(products));
+  if (!(check.relativeErrorEstimate <= kLargestRelativeError)) return check;
+  for (size_t i = 0; i < A_.n; ++i) {
+    diagonal[i] = std::ldexp(diagonal[i], 2 * exponent(i));
+    if (std::isfinite(diagonal[i])) continue;
+    comm_.fail(Error(ErrorKind::Unfit,
+                     "entry " + position(A_.indexBase, i, i) + " of the inverse of " + A_.source +
+                         " overflows; scale the equations",
+                     static_cast<std::int64_t>(i)));
+  }
+  return check;
+}
+
+// Of this process's domain, or -1.
+Index DomainsBackend::localOf(std::int64_t i) const {
+  const auto unknown = static_cast<size_t>(i);
+  const bool inside = partition_.domainOf[unknown] == comm_.rank();
+  const std::vector<std::int32_t>& list = inside ? interior_ : boundary();
+  const std::int32_t wanted =
+      inside ? static_cast<std::int32_t>(i) : partition_.placeInInterface[unknown];
+  const auto at = std::lower_bound(list.begin(), list.end(), wanted);
+  if (at == list.end() || *at != wanted) return -1;
+  return static_cast<Index>((at - list.begin()) +
+                            (inside ? 0 : static_cast<std::ptrdiff_t>(interior_.size())));
+}
+
+// Entries of S⁻¹ that this process has, and which those are; zero elsewhere.
+Vector DomainsBackend::onPattern(const std::int64_t* rows, const std::int64_t* cols, size_t count,
+                                 std::vector<unsigned char>& known) const {
+  Vector values(count, 0.0);
+  std::vector<Request> requests;
+  for (size_t k = 0; k < count; ++k) {
+    const auto i = static_cast<size_t>(rows[k]), j = static_cast<size_t>(cols[k]);
+    const int domain = std::max(partition_.domainOf[i], partition_.domainOf[j]);
+    if (domain == comm_.rank()) {
+      const Index low = localOf(rows[k]), high = localOf(cols[k]);
+      const Offset place = low < 0 || high < 0 ? -1 : domain_->placeInPanels(low, high);
+      if (place >= 0) requests.push_back({place, k});
+    } else if (domain < 0) {
+      const auto [low, high] =
+          std::minmax(partition_.placeInInterface[i], partition_.placeInInterface[j]);
+      if (!interface_->hasRow(high) || !interface_->hasCol(low)) continue;
+      values[k] = interface_->inverse(high, low);
+      known[k] = 1;
+    }
+  }
+  std::sort(requests.begin(), requests.end(),
+            [](const Request& a, const Request& b) { return a.place < b.place; });
+  std::vector<Offset> places;
+  for (const Request& r : requests) places.push_back(r.place);
+  const Vector found = domain_->entriesOfInverse(places);
+  for (size_t k = 0; k < requests.size(); ++k) {
+    values[requests[k].answer] = found[k];
+    known[requests[k].answer] = 1;
+  }
+  return values;
+}
+
+void DomainsBackend::covariance(const std::int64_t* rows, const std::int64_t* cols, size_t count,
+                                double* values) const {
+  requireTrust();
+  requireInverse();
+  Vector found;
+  std::vector<std::int64_t> missing;
+  comm_.together([&] {
+    std::vector<unsigned char> known(count, 0);
+    found = onPattern(rows, cols, count, known);
+    missing.assign(known.begin(), known.end());
+  });
+  comm_.sum(found.data(), count);
+  comm_.sum(missing.data(), count);
+  for (size_t k = 0; k < count; ++k) {
+    if (missing[k] == 0) {
+      comm_.fail(Error(
+          ErrorKind::Unfit,
+          "entry " +
+              position(A_.indexBase, static_cast<size_t>(rows[k]), static_cast<size_t>(cols[k])) +
+              " is not on the pattern of " + A_.source +
+              ", where the engine \"domains\" has the inverse; take the engine "
+              "\"mumps\", or solve for it",
+          rows[k]));
+    }
+    values[k] = std::ldexp(
+        found[k], exponent(static_cast<size_t>(rows[k])) + exponent(static_cast<size_t>(cols[k])));
+  }
+}
+
+void DomainsBackend::scaleRows(double* x) const {
+  for (size_t i = 0; i < exponent_.size(); ++i) x[i] = std::ldexp(x[i], exponent_[i]);
+}
+
+// x = S⁻¹ x: the domains' interiors forward, the interface, the interiors backward.
+void DomainsBackend::solveScaled(double* x) const {
+  Vector own, right, between;
+  comm_.together([&] {
+    own.assign(interior_.size() + boundary().size(), 0.0);
+    right.resize(boundary().size());
+    between.resize(partition_.interfaceUnknowns.size());
+    for (size_t k = 0; k < interior_.size(); ++k) own[k] = x[interior_[k]];
+    domain_->eliminate(own.data(), right.data());
+  });
+  for (size_t b = 0; b < right.size(); ++b) between[boundary()[b]] = right[b];
+  comm_.sum(between.data(), between.size());
+  for (size_t i = 0; i < between.size(); ++i) between[i] += x[partition_.interfaceUnknowns[i]];
+  interface_->solve(between.data());
+  comm_.together([&] {
+    for (size_t b = 0; b < right.size(); ++b) right[b] = between[boundary()[b]];
+    domain_->substitute(own.data(), right.data());
+  });
+  std::fill_n(x, A_.n, 0.0);
+  for (size_t k = 0; k < interior_.size(); ++k) x[interior_[k]] = own[k];
+  comm_.sum(x, A_.n);
+  for (size_t i = 0; i < between.size(); ++i) x[partition_.interfaceUnknowns[i]] = between[i];
+}
+
+void DomainsBackend::solve(double* x, bool) const {
+  requireTrust();
+  scaleRows(x);
+  solveScaled(x);
+  scaleRows(x);
+}
+
+// Of S scaled further, to a diagonal of ones, so that the norms do not depend on units.
+double DomainsBackend::estimateCondition() const {
+  Vector norm, unit;
+  comm_.together([&] {
+    norm.assign(A_.n, 0.0);
+    for (const double d : diagonal_) unit.push_back(std::sqrt(d));
+  });
+  for (const Entry& e : A_.entries) {
+    const double value = std::ldexp(e.value, exponent(e.row) + exponent(e.col));
+    const double size = std::abs(value) / (unit[e.row] * unit[e.col]);
+    norm[e.row] += size;
+    if (e.row != e.col) norm[e.col] += size;
+  }
+  comm_.sum(norm.data(), A_.n);
+  const auto apply = [&](const double* b, double* x) {
+    for (size_t i = 0; i < A_.n; ++i) x[i] = b[i] * unit[i];
+    solveScaled(x);
+    for (size_t i = 0; i < A_.n; ++i) x[i] *= unit[i];
+  };
+  return *std::max_element(norm.begin(), norm.end()) * inverseNorm(A_.n, apply, apply);
+}
+
+// Before results that come without a check of their own.
+void DomainsBackend::requireTrust() const {
+  if (smallestPivotShare_ > kHarmlessPivotShare) return;
+  if (condition_ == 0.0) condition_ = estimateCondition();
+  if (!(condition_ < kWorthlessCondition)) comm_.fail(singular(A_.source));
+}
+
+}  // namespace
+
+std::unique_ptr<DistributedBackend> makeDomainsBackend(const Communicator& comm, const Assembled& A,
+                                                       const DistributedOptions& options) {
+  return std::make_unique<DomainsBackend>(comm, A, options);
 }
 
 }  // namespace zeph::distributed

@@ -1,0 +1,43 @@
+#ifndef ZEPH_DISTRIBUTED_DOMAINS_BOUNDARIES_H
+#define ZEPH_DISTRIBUTED_DOMAINS_BOUNDARIES_H
+
+#include <cstdint>
+#include <vector>
+
+#include "distributed/communication.h"
+#include "distributed/domains/domain.h"
+#include "distributed/domains/interface.h"
+
+namespace zeph::distributed {
+
+/// What the domains and the interface have to tell each other: squares of the boundaries, spread
+/// over the processes as the interface is. Both sides know which entries come in which order, so
+/// that values travel without indices; large squares go in strips of columns.
+class Boundaries {
+ public:
+  /// `mine`: of this process's boundary the unknowns' places in the interface, ascending.
+  /// Collective, as all that follows.
+  Boundaries(const Communicator& comm, std::vector<std::int32_t> mine);
+
+  /// Adds the domains' Schur complements to the interface, in the order of the processes.
+  void addSchur(const Domain& domain, Interface& interface) const;
+  /// Gives every domain its square of the interface's inverse.
+  void takeInverse(const Interface& interface, Domain& domain) const;
+  /// Bytes of the strips that a process sends and receives at one time.
+  double bytes() const;
+
+  const std::vector<std::int32_t>& mine() const { return mine_; }
+
+ private:
+  std::vector<std::int64_t> strips(std::int64_t order) const;
+
+  const Communicator& comm_;
+  std::vector<std::int32_t> mine_;
+  /// Those of process p are all_[start_[p]] .. all_[start_[p+1]-1].
+  std::vector<std::int32_t> all_;
+  std::vector<std::int64_t> start_;
+};
+
+}  // namespace zeph::distributed
+
+#endif

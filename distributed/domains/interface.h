@@ -1,0 +1,81 @@
+#ifndef ZEPH_DISTRIBUTED_DOMAINS_INTERFACE_H
+#define ZEPH_DISTRIBUTED_DOMAINS_INTERFACE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "distributed/communication.h"
+
+namespace zeph::distributed {
+
+/// The matrix S of the unknowns between the domains, dense, symmetric positive definite, spread
+/// over all processes in square blocks that go round their grid (ScaLAPACK: Blackford et al.,
+/// 1997). Only the lower triangle counts: rows i >= columns j. The BLAS below runs on one thread
+/// here.
+///
+/// The constructor, the destructor and all that computes are collective. Nothing happens where
+/// there are no unknowns.
+class Interface {
+ public:
+  /// S = 0. Throws Error(Memory) on all processes where the part of one has 2³¹ entries, more than
+  /// ScaLAPACK counts, or there is no memory for it.
+  Interface(const Communicator& comm, std::int64_t order);
+  ~Interface();
+  Interface(const Interface&) = delete;
+  Interface& operator=(const Interface&) = delete;
+
+  std::int64_t order() const { return order_; }
+  /// Bytes that a process holds at most of S and as much again of its inverse.
+  static double bytes(std::int64_t order, int processes);
+
+  /// The process that has the entry.
+  int owner(std::int64_t i, std::int64_t j) const { return rowOwner(i) * gridCols_ + colOwner(j); }
+  int rowOwner(std::int64_t i) const { return static_cast<int>(i / kBlock % gridRows_); }
+  int colOwner(std::int64_t j) const { return static_cast<int>(j / kBlock % gridCols_); }
+  bool hasRow(std::int64_t i) const { return rowOwner(i) == gridRow_; }
+  bool hasCol(std::int64_t j) const { return colOwner(j) == gridCol_; }
+
+  /// Adds to an entry of this process, before factorise().
+  void add(std::int64_t i, std::int64_t j, double value) { factor_[place(i, j)] += value; }
+
+  /// S = L Lᵀ. Returns -1, or the first unknown without a positive pivot.
+  std::int64_t factorise();
+  /// Calls use(i, l) for the entries of L's diagonal that this process has.
+  template <class Use>
+  void forDiagonal(const Use& use) const {
+    for (std::int64_t i = 0; i < order_; ++i) {
+      if (hasRow(i) && hasCol(i)) use(i, factor_[place(i, i)]);
+    }
+  }
+  /// x = S⁻¹ x for a whole vector, the same on all processes before and after.
+  void solve(double* x) const;
+  /// Makes S⁻¹, unless it is there.
+  void invert();
+  /// An entry of S⁻¹ that this process has, after invert().
+  double inverse(std::int64_t i, std::int64_t j) const { return inverse_[place(i, j)]; }
+
+ private:
+  /// Rows and columns of a block: deep enough for products at full rate, small enough that every
+  /// process soon has some.
+  static constexpr int kBlock = 64;
+
+  std::size_t place(std::int64_t i, std::int64_t j) const {
+    const std::int64_t row = i / (kBlock * gridRows_) * kBlock + i % kBlock;
+    const std::int64_t col = j / (kBlock * gridCols_) * kBlock + j % kBlock;
+    return static_cast<std::size_t>(col) * static_cast<std::size_t>(stride_) +
+           static_cast<std::size_t>(row);
+  }
+
+  const Communicator& comm_;
+  std::int64_t order_;
+  int gridRows_ = 1, gridCols_ = 1, gridRow_ = 0, gridCol_ = 0;
+  int system_ = -1, context_ = -1;
+  int stride_ = 1;
+  int descriptor_[9] = {};
+  std::vector<double> factor_, inverse_;
+};
+
+}  // namespace zeph::distributed
+
+#endif

@@ -1,0 +1,187 @@
+// The engine of domains against zeph::Factor on one process, for matrices of every shape.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "distributed/communication.h"
+#include "distributed/distributed_factor.h"
+#include "tests/sparse/symbolic/symbolic_model.h"
+#include "zeph/factor.h"
+
+namespace zeph::distributed {
+namespace {
+
+using korin::sparse::Columns;
+using korin::sparse::Index;
+using korin::sparse::Offset;
+using korin::sparse::testing::kShapes;
+using korin::sparse::testing::makeLower;
+using std::size_t;
+
+const DistributedOptions kDomains = [] {
+  DistributedOptions options;
+  options.engine = Engine::Domains;
+  return options;
+}();
+
+// Whole on the rank of the process `only`, by chance on any where that is -1.
+SparseMatrix shareOf(const SparseMatrix& A, int only, unsigned seed) {
+  const Communicator comm(MPI_COMM_WORLD);
+  SparseMatrix share = A;
+  share.entries.clear();
+  std::mt19937 chance(seed);
+  for (const Entry& e : A.entries) {
+    const auto drawn = static_cast<int>(chance() % static_cast<unsigned>(comm.size()));
+    if ((only < 0 ? drawn : only % comm.size()) == comm.rank()) share.entries.push_back(e);
+  }
+  return share;
+}
+
+SparseMatrix matrixOf(const Columns& lower) {
+  SparseMatrix A;
+  A.rows = A.cols = static_cast<size_t>(lower.cols);
+  A.symmetry = Symmetry::Symmetric;
+  A.source = "A";
+  for (Index j = 0; j < lower.cols; ++j) {
+    for (Offset p = lower.start[j]; p < lower.start[j + 1]; ++p) {
+      A.entries.push_back({static_cast<std::uint32_t>(lower.row[p]), static_cast<std::uint32_t>(j),
+                           lower.value[p]});
+    }
+  }
+  return A;
+}
+
+// Five-point Laplacian of a square, made definite.
+SparseMatrix grid(std::uint32_t side) {
+  SparseMatrix A;
+  A.rows = A.cols = size_t{side} * side;
+  A.symmetry = Symmetry::Symmetric;
+  A.source = "grid";
+  for (std::uint32_t i = 0; i < A.rows; ++i) {
+    A.entries.push_back({i, i, 4.01});
+    if (i % side > 0) A.entries.push_back({i, i - 1, -1.0 + 1e-3 * (i % 5)});
+    if (i >= side) A.entries.push_back({i, i - side, -1.0});
+  }
+  return A;
+}
+
+void expectLikeFactor(const SparseMatrix& A, const DistributedFactor& f) {
+  const Factor known(A);
+  const size_t n = A.rows;
+  const std::vector<double> variances = f.variances(), expected = known.variances();
+  ASSERT_EQ(variances.size(), n);
+  for (size_t i = 0; i < n; ++i) ASSERT_NEAR(variances[i], expected[i], 1e-12 * expected[i]);
+  EXPECT_LT(f.report().identityResidual, 1e-11);
+  EXPECT_LT(f.report().relativeErrorEstimate, 1e-10);
+  EXPECT_NEAR(f.logDeterminant(), known.logDeterminant(),
+              1e-12 * (1.0 + std::abs(known.logDeterminant())));
+  EXPECT_EQ(f.determinantSign(), 1);
+  std::vector<std::int64_t> rows, cols;
+  for (const Entry& e : A.entries) rows.push_back(e.row), cols.push_back(e.col);
+  const std::vector<double> z = f.covariance(rows, cols), model = known.covariance(rows, cols);
+  for (size_t k = 0; k < z.size(); ++k) {
+    const double scale = std::sqrt(expected[static_cast<size_t>(rows[k])]) *
+                         std::sqrt(expected[static_cast<size_t>(cols[k])]);
+    ASSERT_NEAR(z[k], model[k], 1e-12 * scale) << rows[k] << ", " << cols[k];
+  }
+  std::vector<double> b(n);
+  for (size_t i = 0; i < n; ++i) b[i] = static_cast<double>(i % 13) - 6.0;
+  const std::vector<double> x = f.solve(b), y = known.solve(b);
+  const double size = std::abs(*std::max_element(
+      y.begin(), y.end(), [](double p, double q) { return std::abs(p) < std::abs(q); }));
+  for (size_t i = 0; i < n; ++i) ASSERT_NEAR(x[i], y[i], 1e-11 * size);
+}
+
+TEST(Domains, AgreeWithOneProcessOnEveryShape) {
+  std::mt19937 random(11);
+  for (int round = 0; round < 60; ++round) {
+    const std::string shape = kShapes[1 + random() % (kShapes.size() - 2)];
+    const SparseMatrix A =
+        matrixOf(makeLower(shape, 1 + static_cast<Index>(random() % 90), random));
+    SCOPED_TRACE(shape + " of order " + std::to_string(A.rows) + ", round " +
+                 std::to_string(round));
+    const int only = round % 3 - 1;
+    const DistributedFactor f(MPI_COMM_WORLD, shareOf(A, only, unsigned(round)), kDomains);
+    expectLikeFactor(A, f);
+  }
+}
+
+TEST(Domains, GiveTheSameBitsForEveryDivisionAndNumberOfThreads) {
+  const Communicator comm(MPI_COMM_WORLD);
+  const SparseMatrix A = grid(90);
+  std::vector<double> variances, x;
+  const std::vector<double> b(A.rows, 1.0);
+  for (const int threads : {1, 3}) {
+    DistributedOptions options = kDomains;
+    options.threads = threads;
+    const DistributedFactor f(MPI_COMM_WORLD, shareOf(A, threads - 2, 1), options);
+    if (threads == 1) {
+      expectLikeFactor(A, f);
+      variances = f.variances();
+      x = f.solve(b);
+      const DistributedReport r = f.report();
+      EXPECT_EQ(r.engine, Engine::Domains);
+      EXPECT_EQ(r.interfaceUnknowns > 0, comm.size() > 1);
+      EXPECT_LT(r.interfaceUnknowns, 90 * comm.size());
+      EXPECT_GE(r.balance, 1.0);
+      EXPECT_LT(r.balance, 1.5);
+    } else {
+      EXPECT_EQ(variances, f.variances());
+      EXPECT_EQ(x, f.solve(b));
+    }
+  }
+}
+
+TEST(Domains, RefuseOnAllProcessesAlike) {
+  const auto kindOf = [](const SparseMatrix& A, const DistributedOptions& options) {
+    try {
+      DistributedFactor(MPI_COMM_WORLD, shareOf(A, -1, 3), options).variances();
+    } catch (const Error& e) {
+      return std::string(e.what());
+    }
+    return std::string();
+  };
+  // Indefinite by one entry far from or in the interface, singular, too large.
+  for (std::uint32_t row = 0; row < 900; row += 149) {
+    SparseMatrix A = grid(30);
+    for (Entry& e : A.entries) {
+      if (e.row == row && e.col == row) e.value = 1e-3;
+    }
+    EXPECT_NE(kindOf(A, kDomains).find("not positive definite"), std::string::npos) << row;
+  }
+  SparseMatrix floating = grid(30);
+  std::vector<double> sum(floating.rows, 0.0);
+  for (const Entry& e : floating.entries) {
+    if (e.row != e.col) sum[e.row] -= e.value, sum[e.col] -= e.value;
+  }
+  for (Entry& e : floating.entries) {
+    if (e.row == e.col) e.value = sum[e.row];
+  }
+  const std::string said = kindOf(floating, kDomains);
+  EXPECT_TRUE(said.find("singular") != std::string::npos ||
+              said.find("not positive definite") != std::string::npos)
+      << said;
+  DistributedOptions small = kDomains;
+  small.memoryLimit = 1e4;
+  EXPECT_NE(kindOf(grid(30), small).find("more than the limit of"), std::string::npos);
+}
+
+TEST(Domains, ScaleExtremeUnitsAndRefuseEntriesOffThePattern) {
+  SparseMatrix A = grid(20);
+  for (Entry& e : A.entries) {
+    e.value = std::ldexp(e.value, (e.row % 2 == 0 ? 300 : -310) + (e.col % 2 == 0 ? 300 : -310));
+  }
+  const DistributedFactor f(MPI_COMM_WORLD, shareOf(A, -1, 3), kDomains);
+  const Factor known(A);
+  const std::vector<double> variances = f.variances(), expected = known.variances();
+  for (size_t i = 0; i < A.rows; ++i) EXPECT_NEAR(variances[i] / expected[i], 1.0, 1e-12);
+  EXPECT_NEAR(f.logDeterminant() / known.logDeterminant(), 1.0, 1e-12);
+  EXPECT_THROW(f.covariance({0}, {399}), Error);
+}
+
+}  // namespace
+}  // namespace zeph::distributed
