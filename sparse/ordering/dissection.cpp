@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "sparse/ordering/libraries.h"
-#include "sparse/ordering/part.h"
+#include "sparse/ordering/subgraph.h"
 
 namespace korin::sparse {
 namespace {
@@ -18,14 +18,14 @@ constexpr double kLargestSide = 0.9;
 
 /// A part of the graph that is dissected, and how many separators it lies between.
 struct Domain {
-  Part part;
+  Subgraph part;
   Index depth;
 };
 
 /// The graph without its last `kept` nodes, which count as the separator of depth 0.
-Part withoutKept(const Graph& graph, Index kept, std::vector<Index>& depth,
-                 std::vector<Index>& place) {
-  Part whole = wholeOf(graph);
+Subgraph withoutKept(const Graph& graph, Index kept, std::vector<Index>& depth,
+                     std::vector<Index>& place) {
+  Subgraph whole = wholeOf(graph);
   if (kept == 0) return whole;
   std::vector<Side> sides(graph.weight.size(), Side::Left);
   std::fill(sides.end() - kept, sides.end(), Side::Separator);
@@ -38,14 +38,14 @@ std::vector<Index> separatorDepths(const Graph& graph, Index kept) {
   const auto n = static_cast<std::size_t>(graph.nodes());
   std::vector<Index> depth(n, -1), place(n);
   std::vector<Domain> waiting;
-  waiting.push_back({withoutKept(graph, kept, depth, place), 0});
+  waiting.push_back({withoutKept(graph, kept, depth, place), kept > 0 ? 1 : 0});
   while (!waiting.empty()) {
     const auto [part, level] = std::move(waiting.back());
     waiting.pop_back();
     if (part.graph.nodes() < kLeastDissected || part.graph.neighbour.empty()) continue;
     const std::vector<Side> sides = separate(part.graph);
-    Part left = sideOf(part, sides, Side::Left, place);
-    Part right = sideOf(part, sides, Side::Right, place);
+    Subgraph left = sideOf(part, sides, Side::Left, place);
+    Subgraph right = sideOf(part, sides, Side::Right, place);
     const Index larger = std::max(left.graph.nodes(), right.graph.nodes());
     if (larger > kLargestSide * part.graph.nodes()) continue;
     for (Index k = 0; k < part.graph.nodes(); ++k) {

@@ -6,7 +6,7 @@
 #include <numeric>
 #include <utility>
 
-#include "sparse/ordering/part.h"
+#include "sparse/ordering/subgraph.h"
 
 namespace korin::sparse {
 namespace {
@@ -128,9 +128,19 @@ std::vector<Side> splitWeight(const Graph& graph, double share) {
   return sides;
 }
 
+/// Two sides, Left for `left` of `count` domains, and what separates them.
+std::vector<Side> cut(const Graph& graph, Index left, Index count) {
+  const double share = static_cast<double>(left) / count;
+  if (graph.neighbour.empty()) return splitWeight(graph, share);
+  if (2 * left == count) return separate(graph, Balance::Tight);
+  std::vector<Side> sides = bisect(graph, share);
+  separateHalves(graph, sides);
+  return sides;
+}
+
 /// A part of the graph for the domains first .. first+count-1.
 struct Task {
-  Part part;
+  Subgraph part;
   Index first;
   Index count;
 };
@@ -151,16 +161,11 @@ std::vector<Index> cutIntoDomains(const Graph& graph, Index domains) {
   while (!waiting.empty()) {
     const Task task = std::move(waiting.back());
     waiting.pop_back();
-    const Part& part = task.part;
+    const Subgraph& part = task.part;
     const Index nodes = part.graph.nodes();
     const Index left = task.count / 2;
     std::vector<Side> sides(part.node.size(), Side::Left);
-    if (task.count > 1 && nodes > 1) {
-      const double share = static_cast<double>(left) / task.count;
-      sides =
-          part.graph.neighbour.empty() ? splitWeight(part.graph, share) : bisect(part.graph, share);
-      separateHalves(part.graph, sides);
-    }
+    if (task.count > 1 && nodes > 1) sides = cut(part.graph, left, task.count);
     const auto onLeft = std::count(sides.begin(), sides.end(), Side::Left);
     const auto onRight = std::count(sides.begin(), sides.end(), Side::Right);
     if (static_cast<double>(std::max(onLeft, onRight)) >= kLargestSide * nodes) {

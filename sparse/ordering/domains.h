@@ -13,9 +13,11 @@ namespace korin::sparse {
 inline constexpr Index kInterface = -1;
 
 /// For each node its domain, 0 .. domains-1, or kInterface: no edge joins two domains. The domains
-/// have about the same weight, and the interface is small: halves with few edges between them are
-/// found again and again, and each cut leaves the fewest nodes that have an end of each of its
-/// edges (a minimum vertex cover: König, 1931; by the matching of Hopcroft and Karp, 1973).
+/// have about the same weight, and the interface is small: it consists of separators (as of
+/// `separate`) that halve the graph again and again. Where an odd number of domains asks for
+/// unequal parts, they are parts with few edges between them, less the fewest nodes that have an
+/// end of each of those (a minimum vertex cover: König, 1931; by the matching of Hopcroft and Karp,
+/// 1973).
 ///
 /// A graph that falls apart needs no interface. Where a cut would leave one side nearly everything,
 /// as in a dense matrix, what would have been cut is one domain and others stay empty; so they do

@@ -20,6 +20,10 @@ std::vector<Index> minimumDegree(const Graph& graph);
 /// than `canDissect` takes.
 std::vector<Index> minimumDegreeByStages(const Graph& graph, const std::vector<Index>& stage);
 
+/// How far the sides of a separator may differ: as much as makes orders good, or little, so that
+/// they are the same work for two.
+enum class Balance { Loose, Tight };
+
 /// Which side of a separator a node is on.
 enum class Side : int { Left = 0, Right = 1, Separator = 2 };
 
@@ -27,7 +31,7 @@ enum class Side : int { Left = 0, Right = 1, Separator = 2 };
 /// other (METIS 5: Karypis, Kumar 1998), for each node. Seeded, so that the same graph gives the
 /// same sides every time. std::bad_alloc if memory runs out. The graph has edges, and no more than
 /// `canDissect` takes.
-std::vector<Side> separate(const Graph& graph);
+std::vector<Side> separate(const Graph& graph, Balance balance = Balance::Loose);
 
 /// Two halves, Left with about `share` of the weight, such that few edges lead from one to the
 /// other (METIS 5 as above). As for `separate`.

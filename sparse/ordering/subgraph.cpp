@@ -1,18 +1,18 @@
-#include "sparse/ordering/part.h"
+#include "sparse/ordering/subgraph.h"
 
 #include <numeric>
 
 namespace korin::sparse {
 
-Part wholeOf(const Graph& graph) {
-  Part whole{graph, std::vector<Index>(graph.weight.size())};
+Subgraph wholeOf(const Graph& graph) {
+  Subgraph whole{graph, std::vector<Index>(graph.weight.size())};
   std::iota(whole.node.begin(), whole.node.end(), Index{0});
   return whole;
 }
 
-Part sideOf(const Part& whole, const std::vector<Side>& sides, Side side,
-            std::vector<Index>& place) {
-  Part result;
+Subgraph sideOf(const Subgraph& whole, const std::vector<Side>& sides, Side side,
+                std::vector<Index>& place) {
+  Subgraph result;
   const Graph& graph = whole.graph;
   Graph& part = result.graph;
   for (Index k = 0; k < graph.nodes(); ++k) {
