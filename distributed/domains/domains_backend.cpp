@@ -6,14 +6,13 @@
 #include <utility>
 
 #include "distributed/backend.h"
+#include "distributed/condition.h"
 #include "distributed/domains/boundaries.h"
 #include "distributed/domains/domain.h"
 #include "distributed/domains/interface.h"
 #include "distributed/domains/partition.h"
 #include "sparse/pattern/assembly.h"
-#include "zeph/checks/memory.h"
 #include "zeph/factor.h"
-#include "zeph/factor/inverse_norm.h"
 #include "zeph/factor/symmetric_input.h"
 #include "zeph/factor/trust.h"
 #include "zeph/factor/watch.h"
@@ -33,16 +32,6 @@ struct InterfaceEntry {
   std::int64_t row, col;
   double value;
 };
-
-// Processes that run on this one's machine.
-int processesHere(const Communicator& comm) {
-  MPI_Comm here = MPI_COMM_NULL;
-  MPI_Comm_split_type(comm.raw(), MPI_COMM_TYPE_SHARED, 0, MPI_INFO_NULL, &here);
-  int count = 1;
-  MPI_Comm_size(here, &count);
-  MPI_Comm_free(&here);
-  return count;
-}
 
 /// A scaled as CholeskyBackend scales it, cut into a domain for each process and the interface
 /// between them.
@@ -68,11 +57,9 @@ class DomainsBackend final : public DistributedBackend {
   void distribute();
   void requireRoom(const std::string& what, double beside) const;
   void factorise();
-  void judgePivots() const;
   void reportFactor(double secondsOrdering, double secondsFactorisation);
   void requireInverse() const;
   void requireTrust() const;
-  double estimateCondition() const;
   void scaleRows(double* x) const;
   void solveScaled(double* x) const;
   Vector interfaceSums(const Vector& ofDomain) const;
@@ -86,7 +73,6 @@ class DomainsBackend final : public DistributedBackend {
   const Communicator& comm_;
   const Assembled& A_;
   const DistributedOptions& options_;
-  const int here_;
   Partition partition_;
   /// Exponents of D; empty where it is the identity.
   std::vector<int> exponent_;
@@ -103,13 +89,13 @@ class DomainsBackend final : public DistributedBackend {
   double smallestPivotShare_ = 1.0;
   /// Whether the interface's inverse is there and each domain has its square of it.
   mutable bool inverted_ = false;
-  /// 0 until estimated.
-  mutable double condition_ = 0.0;
+  /// 0 where the pivots leave no doubt.
+  double condition_ = 0.0;
 };
 
 DomainsBackend::DomainsBackend(const Communicator& comm, const Assembled& A,
                                const DistributedOptions& options)
-    : comm_(comm), A_(A), options_(options), here_(processesHere(comm)) {
+    : comm_(comm), A_(A), options_(options) {
   beginStage(comm, options, "ordering");
   StopWatch clock;
   partition_ = partition(comm, A);
@@ -118,10 +104,13 @@ DomainsBackend::DomainsBackend(const Communicator& comm, const Assembled& A,
   const double secondsOrdering = comm.largest(clock.seconds());
   beginStage(comm, options, "factorising");
   clock = StopWatch();
-  requireRoom("factorising " + A.source,
+  requireRoom("the factor of " + A.source,
               domain_->bytes() + domain_->factorisationBytes() +
                   0.5 * Interface::bytes(partition_.interfaceSize(), comm.size()));
   factorise();
+  if (!(smallestPivotShare_ > kHarmlessPivotShare)) {
+    condition_ = estimateCondition(comm, A, *this);
+  }
   reportFactor(secondsOrdering, comm.largest(clock.seconds()));
 }
 
@@ -194,14 +183,10 @@ void DomainsBackend::distribute() {
 
 // Throws on all processes unless each has room beside what it holds.
 void DomainsBackend::requireRoom(const std::string& what, double beside) const {
-  comm_.together([&] {
-    const double strips = comm_.size() > 1 ? boundaries_->bytes() : 0.0;
-    const double held = report_.bytes;
-    const double limit =
-        options_.memoryLimit > 0.0 ? options_.memoryLimit : held + availableMemory() / here_;
-    requireBytes(what + " on one of " + std::to_string(comm_.size()) + " processes",
-                 beside + strips, limit, held);
-  });
+  // What is held already counts against the limit that was asked for, and the machine has less.
+  const double held = options_.memoryLimit > 0.0 ? report_.bytes : 0.0;
+  const double strips = comm_.size() > 1 ? boundaries_->bytes() : 0.0;
+  comm_.together([&] { distributed::requireRoom(comm_, options_, what, held + beside + strips); });
 }
 
 void DomainsBackend::factorise() {
@@ -250,7 +235,7 @@ void DomainsBackend::reportFactor(double secondsOrdering, double secondsFactoris
 }
 
 void DomainsBackend::requireInverse() const {
-  requireRoom("inverting " + A_.source,
+  requireRoom("the inverse of " + A_.source,
               domain_->inverseBytes() +
                   (inverted_ ? 0.0 : 0.5 * Interface::bytes(interface_->order(), comm_.size())));
   if (inverted_) return;
@@ -360,6 +345,7 @@ Vector DomainsBackend::onPattern(const std::int64_t* rows, const std::int64_t* c
   std::sort(requests.begin(), requests.end(),
             [](const Request& a, const Request& b) { return a.place < b.place; });
   std::vector<Offset> places;
+  places.reserve(requests.size());
   for (const Request& r : requests) places.push_back(r.place);
   const Vector found = domain_->entriesOfInverse(places);
   for (size_t k = 0; k < requests.size(); ++k) {
@@ -433,32 +419,8 @@ void DomainsBackend::solve(double* x, bool) const {
   scaleRows(x);
 }
 
-// Of S scaled further, to a diagonal of ones, so that the norms do not depend on units.
-double DomainsBackend::estimateCondition() const {
-  Vector norm, unit;
-  comm_.together([&] {
-    norm.assign(A_.n, 0.0);
-    for (const double d : diagonal_) unit.push_back(std::sqrt(d));
-  });
-  for (const Entry& e : A_.entries) {
-    const double value = std::ldexp(e.value, exponent(e.row) + exponent(e.col));
-    const double size = std::abs(value) / (unit[e.row] * unit[e.col]);
-    norm[e.row] += size;
-    if (e.row != e.col) norm[e.col] += size;
-  }
-  comm_.sum(norm.data(), A_.n);
-  const auto apply = [&](const double* b, double* x) {
-    for (size_t i = 0; i < A_.n; ++i) x[i] = b[i] * unit[i];
-    solveScaled(x);
-    for (size_t i = 0; i < A_.n; ++i) x[i] *= unit[i];
-  };
-  return *std::max_element(norm.begin(), norm.end()) * inverseNorm(A_.n, apply, apply);
-}
-
 // Before results that come without a check of their own.
 void DomainsBackend::requireTrust() const {
-  if (smallestPivotShare_ > kHarmlessPivotShare) return;
-  if (condition_ == 0.0) condition_ = estimateCondition();
   if (!(condition_ < kWorthlessCondition)) comm_.fail(singular(A_.source));
 }
 
