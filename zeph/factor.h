@@ -124,6 +124,8 @@ class ZEPH_API Factor {
 inline constexpr double kLargestRelativeError = 1e-2;
 
 /// What Factor(A, options) would take: A is checked, ordered and analysed, nothing is factorised.
+/// The seconds of factorisation and inverse are predicted from the structure, at rates usual for
+/// the processor's level; no file is read for them.
 ZEPH_API Report plan(const SparseMatrix& A, const Options& options = {});
 
 /// Jᵀ W J of a design matrix J (any shape) and the weights of its rows, as a symmetric matrix with

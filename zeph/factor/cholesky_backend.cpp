@@ -11,7 +11,6 @@
 #include <system_error>
 #include <utility>
 
-#include "kernels/processor.h"
 #include "sparse/inverse/selected_inverse.h"
 #include "sparse/numeric/factorise.h"
 #include "sparse/numeric/solve.h"
@@ -101,19 +100,6 @@ void returnFreeMemory() {
 #ifdef __GLIBC__
   malloc_trim(0);
 #endif
-}
-
-// Operations a second that a core does on panels, for predictions: the order of magnitude.
-double expectedRate() {
-  switch (korin::kernels::processorLevel()) {
-    case korin::kernels::ProcessorLevel::Avx512:
-      return 1.5e10;
-    case korin::kernels::ProcessorLevel::Avx2:
-      return 8e9;
-    case korin::kernels::ProcessorLevel::Baseline:
-      break;
-  }
-  return 2e9;
 }
 
 }  // namespace
@@ -288,6 +274,11 @@ double CholeskyBackend::bytes() const {
          static_cast<double>(input_.slots.bytes());
 }
 
+// What bytes() is with the panels there or in memory.
+double CholeskyBackend::bytesWith(bool inFile) const {
+  return bytes() + (inFile_ ? panelBytes() : 0.0) - (inFile ? panelBytes() : 0.0);
+}
+
 double CholeskyBackend::numberBytes() const {
   const double values = sizeof(double) * static_cast<double>(entries_.position.size());
   return values + (inFile_ ? 0.0 : panelBytes());
@@ -306,6 +297,14 @@ void CholeskyBackend::requireRoom(const std::string& what, double beside, double
   }
 }
 
+double CholeskyBackend::bytesToFactorise(bool inFile) const {
+  return bytesWith(inFile) + sparse::frontMemory(symbolic_, threads(), inFile);
+}
+
+double CholeskyBackend::bytesToInvert(bool inFile) const {
+  return bytesWith(inFile) + sparse::inverseMemory(symbolic_, threads());
+}
+
 Report CholeskyBackend::predicted() const {
   Report r;
   r.route = Route::Cholesky;
@@ -321,8 +320,6 @@ Report CholeskyBackend::predicted() const {
   r.secondsOrdering = secondsOrdering_;
   r.secondsAnalysis = secondsAnalysis_;
   r.threads = threads();
-  r.secondsFactorisation = symbolic_.operations / expectedRate() / r.threads;
-  r.secondsInverse = 2.0 * r.secondsFactorisation;
   return r;
 }
 

@@ -28,8 +28,24 @@ class CholeskyBackend final : public Backend {
   /// with the row, Error(Singular) where a pivot has no digit left.
   void factorise(const SparseMatrix& A, Watch& watch);
 
-  /// What factorise() takes, and the variances after it.
+  /// What is known of the factor without its numbers; no times but those of the analysis.
   Report predicted() const;
+
+  /// Bytes of memory that factorise() and variances() need with all that the factor holds, its
+  /// panels in memory or in a scratch file: what they are refused by.
+  double bytesToFactorise(bool inFile) const;
+  double bytesToInvert(bool inFile) const;
+  /// Of the panels with their numbers.
+  double panelBytes() const { return sizeof(double) * static_cast<double>(symbolic_.storage()); }
+
+  /// The structure of the factor.
+  const korin::sparse::Symbolic& symbolic() const { return symbolic_; }
+
+  /// Gives up the numbers, if any, and their memory until the next factorise().
+  void releaseNumbers() {
+    panels_ = {};
+    file_ = {};
+  }
 
   /// Why the route was taken.
   void setReason(std::string reason) { reason_ = std::move(reason); }
@@ -59,10 +75,9 @@ class CholeskyBackend final : public Backend {
   using Offset = korin::sparse::Offset;
 
   int threads() const;
-  /// The panels with their numbers.
-  double panelBytes() const { return sizeof(double) * static_cast<double>(symbolic_.storage()); }
   /// What the factor takes of memory, with its numbers.
   double bytes() const;
+  double bytesWith(bool inFile) const;
   /// What a factorisation takes of memory beside the structure, without the update matrices.
   double numberBytes() const;
   /// Whether the panels do not fit into memory, and may go into a file.

@@ -15,8 +15,10 @@
 #include "zeph/factor/first_route.h"
 #include "zeph/factor/lu_backend.h"
 #include "zeph/factor/normal_numbers.h"
+#include "zeph/factor/plan_structure.h"
 #include "zeph/factor/trust.h"
 #include "zeph/matrix/requirements.h"
+#include "zeph/plan/run_plan.h"
 
 namespace zeph {
 namespace {
@@ -510,20 +512,25 @@ Report Factor::report() const {
   });
 }
 
+std::unique_ptr<CholeskyBackend> plannedStructure(const SparseMatrix& A, const Options& options,
+                                                  Report& report) {
+  requireFactorable(A);
+  Watch watch(options);
+  std::string against = "as asked";
+  std::unique_ptr<CholeskyBackend> factor;
+  if (!asksForLu(options)) factor = analysed(A, options, watch, against);
+  if (factor != nullptr) {
+    report = factor->predicted();
+    return factor;
+  }
+  report.route = options.route == Route::LuSolves ? Route::LuSolves : Route::Lu;
+  report.reason = against;
+  report.unknowns = report.groups = static_cast<std::int64_t>(A.rows);
+  return nullptr;
+}
+
 Report plan(const SparseMatrix& A, const Options& options) {
-  return guarded(A.source, [&] {
-    requireFactorable(A);
-    Watch watch(options);
-    std::string against = "as asked";
-    std::unique_ptr<CholeskyBackend> factor;
-    if (!asksForLu(options)) factor = analysed(A, options, watch, against);
-    if (factor != nullptr) return factor->predicted();
-    Report r;  // what LU takes is known only when it is done
-    r.route = options.route == Route::LuSolves ? Route::LuSolves : Route::Lu;
-    r.reason = against;
-    r.unknowns = r.groups = static_cast<std::int64_t>(A.rows);
-    return r;
-  });
+  return planRun(A, options, defaultCostModel(korin::kernels::processorLevel())).report;
 }
 
 }  // namespace zeph

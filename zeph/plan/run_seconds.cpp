@@ -1,0 +1,131 @@
+#include "zeph/plan/run_seconds.h"
+
+#include <algorithm>
+#include <functional>
+#include <limits>
+#include <queue>
+#include <utility>
+#include <vector>
+
+#include "sparse/symbolic/schedule.h"
+
+namespace zeph {
+namespace {
+
+using korin::kernels::Direction;
+using korin::kernels::TaskForest;
+using korin::sparse::Index;
+
+/// Fronts of more work than this are shared, as in the engine.
+constexpr double kSharedFront = 8e6;
+/// What of such a front's time threads can share.
+constexpr double kShared = 0.95;
+
+/// Time of a task: of what its thread does alone, and of fronts that others may join in.
+struct Task {
+  double alone = 0.0;
+  double shared = 0.0;
+};
+
+/// How much faster a front is worked on by m threads.
+double speed(double m) {
+  return 1.0 / (1.0 - kShared + kShared / m);
+}
+
+/// Plays the forest through.
+class Play {
+ public:
+  Play(const TaskForest& forest, std::vector<Task> tasks, int threads)
+      : forest_(forest),
+        tasks_(std::move(tasks)),
+        threads_(threads),
+        ready_([&forest](int a, int b) {
+          return std::make_pair(forest.priority[a], -a) < std::make_pair(forest.priority[b], -b);
+        }) {}
+
+  double seconds(Direction direction) {
+    const int count = static_cast<int>(tasks_.size());
+    waiting_.assign(tasks_.size(), 0);
+    next_.assign(tasks_.size(), {});
+    for (int t = 0; t < count; ++t) {
+      const int parent = forest_.parent[t];
+      if (parent < 0) continue;
+      const auto [before, after] = direction == Direction::ChildrenFirst
+                                       ? std::make_pair(t, parent)
+                                       : std::make_pair(parent, t);
+      ++waiting_[after];
+      next_[before].push_back(after);
+    }
+    for (int t = 0; t < count; ++t) {
+      if (waiting_[t] == 0) ready_.push(t);
+    }
+    double time = 0.0;
+    while (!ready_.empty() || !running_.empty()) time += advance();
+    return time;
+  }
+
+ private:
+  /// To the next moment at which a task, or its part that nobody joins in, is done.
+  double advance() {
+    while (!ready_.empty() && static_cast<int>(running_.size()) < threads_) {
+      running_.push_back(ready_.top());
+      ready_.pop();
+    }
+    const auto joined = std::count_if(running_.begin(), running_.end(),
+                                      [this](int t) { return tasks_[t].alone <= 0.0; });
+    const double idle = threads_ - static_cast<double>(running_.size());
+    const double fast = joined > 0 ? speed(1.0 + idle / static_cast<double>(joined)) : 1.0;
+    double step = std::numeric_limits<double>::infinity();
+    for (const int t : running_) {
+      step = std::min(step, tasks_[t].alone > 0.0 ? tasks_[t].alone : tasks_[t].shared / fast);
+    }
+    std::vector<int> still;
+    for (const int t : running_) {
+      Task& task = tasks_[t];
+      double& part = task.alone > 0.0 ? task.alone : task.shared;
+      const double left = part - step * (task.alone > 0.0 ? 1.0 : fast);
+      // What rounding leaves is nothing.
+      part = left > 1e-12 * step ? left : 0.0;
+      if (task.alone > 0.0 || task.shared > 0.0) {
+        still.push_back(t);
+        continue;
+      }
+      for (const int after : next_[t]) {
+        if (--waiting_[after] == 0) ready_.push(after);
+      }
+    }
+    running_ = std::move(still);
+    return step;
+  }
+
+  const TaskForest& forest_;
+  std::vector<Task> tasks_;
+  const int threads_;
+  std::priority_queue<int, std::vector<int>, std::function<bool(int, int)>> ready_;
+  std::vector<int> running_, waiting_;
+  std::vector<std::vector<int>> next_;
+};
+
+}  // namespace
+
+StageSeconds runSeconds(const CostModel& model, const korin::sparse::Symbolic& symbolic,
+                        double entriesGiven, int threads) {
+  const korin::sparse::Schedule schedule = korin::sparse::makeSchedule(symbolic, threads);
+  std::vector<Task> factor(static_cast<std::size_t>(schedule.tasks())), inverse(factor);
+  const double slowed = threads > 1 ? model.sharing : 1.0;
+  for (int t = 0; t < schedule.tasks(); ++t) {
+    for (Index g = schedule.first[t]; g < schedule.first[t + 1]; ++g) {
+      const StageSeconds own = frontSeconds(model, symbolic, g);
+      const bool joined = threads > 1 && korin::sparse::frontWork(symbolic, g) > kSharedFront;
+      (joined ? factor[t].shared : factor[t].alone) += slowed * own.factor;
+      (joined ? inverse[t].shared : inverse[t].alone) += slowed * own.inverse;
+    }
+  }
+  const StageSeconds common = commonSeconds(model, symbolic, entriesGiven, threads);
+  return {common.factor +
+              Play(schedule.forest, std::move(factor), threads).seconds(Direction::ChildrenFirst),
+          common.inverse +
+              Play(schedule.forest, std::move(inverse), threads).seconds(Direction::ParentsFirst)};
+}
+
+}  // namespace zeph
