@@ -132,6 +132,7 @@ Application::Application()
   declareSelectedInverse(*this);
   declareLogDeterminant(*this);
   declarePlan(*this);
+  declareCalibrate(*this);
   declareAdjust(*this);
   declarePoseGraph(*this);
   declareCheck(*this);

@@ -13,6 +13,7 @@ void declareCovariance(Application& z);
 void declareSelectedInverse(Application& z);
 void declareLogDeterminant(Application& z);
 void declarePlan(Application& z);
+void declareCalibrate(Application& z);
 void declareAdjust(Application& z);
 void declarePoseGraph(Application& z);
 void declareCheck(Application& z);

@@ -9,6 +9,7 @@
 
 #include "cli/command_parts.h"
 #include "cli/commands.h"
+#include "cli/plan_commands.h"
 #include "zeph/factor.h"
 #include "zeph/factor/first_route.h"
 #include "zeph/factor/normal_numbers.h"
@@ -354,24 +355,16 @@ int printLogDeterminant(const Engine& o, Console& console) {
   return 0;
 }
 
-int printPlan(const Engine& o, Console& console) {
-  const Report r = plan(load(o, console, o), optionsOf(o, console));
-  tellReport(r, console);
-  console.finish();
-  if (console.manner.json) return 0;
-  std::printf("route:            %s (%s)\n", name(r.route), r.reason.c_str());
-  std::printf("unknowns:         %lld in %lld groups\n", static_cast<long long>(r.unknowns),
-              static_cast<long long>(r.groups));
-  if (r.route != Route::Cholesky) return 0;  // the rest is known only when LU is done
-  std::printf("ordering:         %s\n", name(r.ordering));
-  std::printf("entries of A:     %lld\n", static_cast<long long>(r.entriesOfA));
-  std::printf("entries of L:     %lld\n", static_cast<long long>(r.entriesOfL));
-  std::printf("operations:       %.3g\n", r.operations);
-  std::printf("memory:           %.3g MB%s\n", r.bytes / 1e6, scratchText(r).c_str());
-  std::printf("threads:          %d\n", r.threads);
-  std::printf("factorisation:    about %.1g s\n", r.secondsFactorisation);
-  std::printf("inverse:          about %.1g s\n", r.secondsInverse);
-  return 0;
+struct Plan : Engine, PlanWishes {};
+
+int writePlan(const Engine& engine, Console& console) {
+  const auto& o = static_cast<const Plan&>(engine);
+  PlanWishes wishes = o;
+  wishes.memory = bytesOf(o.Files::memory);
+  // A limit is what the plan is held against, not one for reading A.
+  Engine unlimited = o;
+  unlimited.Files::memory.clear();
+  return printPlan(load(unlimited, console, o), optionsOf(o, console), wishes, console);
 }
 
 CLI::App* declareOnFactor(Application& z, const char* command, const char* summary,
@@ -443,8 +436,21 @@ void declareLogDeterminant(Application& z) {
 }
 
 void declarePlan(Application& z) {
-  declareOnFactor(z, "plan", "What factorising A would take, without doing it", "  zeph plan A.mtx",
-                  std::make_shared<Engine>(), printPlan);
+  auto options = std::make_shared<Plan>();
+  CLI::App* command = declareOnFactor(
+      z, "plan", "What factorising and inverting A would take, without doing it",
+      "  zeph plan A.mtx\n"
+      "  zeph plan A.mtx --processes 8 --memory 16G    on 8 processes of 16 GB each",
+      options, writePlan);
+  command->get_option("--memory")
+      ->description("memory of a process, to say whether that is enough");
+  command->add_option("--processes", options->processes, "processes that share the work, by MPI")
+      ->check(wholeNumber(1, 1000000))
+      ->type_name("P");
+  command
+      ->add_option("--calibration", options->calibration,
+                   "file of zeph calibrate, instead of the one in the user's cache folder")
+      ->type_name("FILE");
 }
 
 }  // namespace zeph

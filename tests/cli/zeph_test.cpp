@@ -368,12 +368,41 @@ TEST_F(ZephProgram, PipesLinksTerminalsAndFullDisks) {
   }
 }
 
+TEST_F(ZephProgram, PlansFitTheMemoryThatIsAllowedAndPassOverBrokenCalibrations) {
+  write("A.mtx", kSymmetric2);
+  std::filesystem::create_directories(path("cache/zeph"));
+  write("cache/zeph/calibration.txt", "zeph calibration 1\nsharing 1\n");
+  setenv("XDG_CACHE_HOME", path("cache").c_str(), 1);
+  const Outcome text = run("plan A.mtx --memory 500 --processes 3");
+  EXPECT_NE(text.err.find("calibration.txt is passed over: it is no calibration"),
+            std::string::npos)
+      << text.err;
+  for (const char* line : {"fits:             no, ", "rates:            usual for ", "too much",
+                           "with a scratch file", "domains, processes: 3", "MUMPS, processes: 3"}) {
+    EXPECT_NE(text.out.find(line), std::string::npos) << line << text.out;
+  }
+  const std::string json = run("plan A.mtx --memory 1G --processes 3 --json").out;
+  for (const char* part : {"\"peak\":", "\"limit\":1e+09,\"fits\":true", "\"in_memory\":{",
+                           "\"domains\":{", "\"interface_unknowns\":", "\"mumps\":{"}) {
+    EXPECT_NE(json.find(part), std::string::npos) << part << json;
+  }
+  EXPECT_EQ(run("plan A.mtx --calibration A.mtx").status, 3);
+  EXPECT_EQ(run("calibrate --show").status, 3);
+  EXPECT_EQ(run("calibrate --reset").status, 0);
+  EXPECT_FALSE(std::filesystem::exists(path("cache/zeph/calibration.txt")));
+  EXPECT_EQ(run("calibrate --show").status, 3);
+  EXPECT_EQ(run("calibrate --reset").status, 0);
+  EXPECT_EQ(run("plan A.mtx").err, "");
+  unsetenv("XDG_CACHE_HOME");
+}
+
 TEST_F(ZephProgram, HelpIsEverywhereAndShowsExamples) {
   write("A.mtx", kSymmetric2);
   EXPECT_NE(run("plan A.mtx").out.find("entries of L:     3\n"), std::string::npos);
-  for (const char* command : {"", "variances", "solve", "covariance", "selinv", "logdet", "plan",
-                              "check", "convert", "adjust", "pose-graph", "factor", "pattern",
-                              "multiply", "export", "demo", "version", "doctor", "help"}) {
+  for (const char* command :
+       {"",          "variances", "solve",   "covariance", "selinv",     "logdet", "plan",
+        "calibrate", "check",     "convert", "adjust",     "pose-graph", "factor", "pattern",
+        "multiply",  "export",    "demo",    "version",    "doctor",     "help"}) {
     const Outcome result = run(std::string(command) + " --help");
     EXPECT_EQ(result.status, 0);
     const bool general = *command == '\0' || std::strcmp(command, "help") == 0;
