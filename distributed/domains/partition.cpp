@@ -1,5 +1,6 @@
 #include "distributed/domains/partition.h"
 
+#include <cmath>
 #include <numeric>
 
 #include "sparse/ordering/domains.h"
@@ -37,9 +38,21 @@ sparse::Columns gatherPattern(const Communicator& comm, const Assembled& A) {
   return lower;
 }
 
+// Unknowns count as much as those of their domains in another cut, those between domains as one.
+void weigh(sparse::CompressedGraph& graph, const Partition& before,
+           const std::vector<double>& share) {
+  for (size_t node = 0; node < graph.graph.weight.size(); ++node) {
+    const std::int32_t domain = before.domainOf[graph.member[graph.memberStart[node]]];
+    if (domain < 0) continue;
+    Index& weight = graph.graph.weight[node];
+    weight = static_cast<Index>(std::lround(weight * share[static_cast<size_t>(domain)]));
+  }
+}
+
 }  // namespace
 
-Partition partition(const Communicator& comm, const Assembled& A) {
+Partition partition(const Communicator& comm, const Assembled& A, const Partition* before,
+                    const std::vector<double>& share) {
   Partition result;
   result.domainOf =
       comm.together([&] { return std::vector<std::int32_t>(comm.size() > 1 ? 0 : A.n, 0); });
@@ -48,8 +61,8 @@ Partition partition(const Communicator& comm, const Assembled& A) {
     comm.together([&] {
       result.domainOf.resize(A.n);
       if (!comm.first()) return;
-      const sparse::CompressedGraph compressed =
-          sparse::compress(lower.view(), sparse::Compression::All);
+      sparse::CompressedGraph compressed = sparse::compress(lower.view(), sparse::Compression::All);
+      if (before != nullptr) weigh(compressed, *before, share);
       const std::vector<Index> domain = sparse::cutIntoDomains(compressed.graph, comm.size());
       for (size_t node = 0; node < domain.size(); ++node) {
         for (Index m = compressed.memberStart[node]; m < compressed.memberStart[node + 1]; ++m) {

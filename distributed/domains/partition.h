@@ -23,7 +23,14 @@ struct Partition {
 /// Cuts A's graph into a domain for each process, on rank 0, which for that time holds the pattern
 /// of all of A and three times as much for the graph. Unknowns with equal neighbourhoods stay
 /// together. Throws the same Error on all processes.
-Partition partition(const Communicator& comm, const Assembled& A);
+///
+/// The domains have about the same number of unknowns or, where `before` is another cut, of
+/// unknowns times the `share` of a domain there, 1 to kMostShare, which matters on rank 0 only.
+Partition partition(const Communicator& comm, const Assembled& A, const Partition* before = nullptr,
+                    const std::vector<double>& share = {});
+
+/// Sums of weights have to stay below 2³¹.
+inline constexpr double kMostShare = 16.0;
 
 }  // namespace zeph::distributed
 

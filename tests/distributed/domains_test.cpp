@@ -136,6 +136,36 @@ TEST(Domains, GiveTheSameBitsForEveryDivisionAndNumberOfThreads) {
   }
 }
 
+TEST(Domains, AreCutAnewWhereUnknownsAreUnlikeWork) {
+  // A cube of nodes with three unknowns each, and as long a path behind it.
+  SparseMatrix A;
+  const std::uint32_t side = 14, nodes = side * side * side;
+  A.rows = A.cols = size_t{6} * nodes;
+  A.symmetry = Symmetry::Symmetric;
+  A.source = "cube and path";
+  for (std::uint32_t i = 0; i < A.rows; ++i) {
+    A.entries.push_back({i, i, 30.0});
+    if (i >= 3 * nodes) {
+      A.entries.push_back({i, i - 1, -1.0});
+      continue;
+    }
+    std::vector<std::uint32_t> others{i / 3};
+    for (std::uint32_t step = 1; step < nodes; step *= side) {
+      if (i / 3 / step % side > 0) others.push_back(i / 3 - step);
+    }
+    for (const std::uint32_t other : others) {
+      for (std::uint32_t k = 3 * other; k < std::min(i, 3 * other + 3); ++k) {
+        A.entries.push_back({i, k, -1.0});
+      }
+    }
+  }
+  const DistributedFactor f(MPI_COMM_WORLD, shareOf(A, -1, 5), kDomains);
+  expectLikeFactor(A, f);
+  // On two processes one had nearly all of the work at first.
+  const Communicator comm(MPI_COMM_WORLD);
+  EXPECT_LT(f.report().balance, comm.size() == 2 ? 1.3 : 2.0);
+}
+
 TEST(Domains, RefuseOnAllProcessesAlike) {
   const auto kindOf = [](const SparseMatrix& A, const DistributedOptions& options) {
     try {
