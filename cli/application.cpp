@@ -28,6 +28,7 @@ constexpr const char* kFooter =
     "  zeph variances A.mtx -o variances.csv\n"
     "  zeph solve A.mtx b.mtx -o x.mtx\n"
     "  zeph adjust J.mtx y.mtx --sigma s.mtx -o x.csv\n"
+    "  mpirun -n 4 zeph variances A.mtx\n"
     "  zeph help variances";
 
 // Letters to insert, remove, replace or swap with their neighbour on the way from a to b.
@@ -137,6 +138,7 @@ Application::Application()
   declarePoseGraph(*this);
   declareCheck(*this);
   declareConvert(*this);
+  declareSplit(*this);
   declareFactor(*this);
   declarePattern(*this);
   declareMultiply(*this);

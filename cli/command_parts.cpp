@@ -4,11 +4,14 @@
 #include <cmath>
 #include <cstdio>
 #include <map>
+#include <optional>
+#include <vector>
 
 #include "zeph/checks/memory.h"
 #include "zeph/factor.h"
 #include "zeph/factor/first_route.h"
 #include "zeph/files/number_text.h"
+#include "zeph/files/parts.h"
 
 namespace zeph {
 namespace {
@@ -94,15 +97,33 @@ void addFactorMemory(CLI::App* command, Files& files) {
       ->type_name("DIR");
 }
 
-void addRoutes(CLI::App* command, RouteFlags& flags) {
+void addRoutes(CLI::App* command, RouteFlags& flags, bool solves) {
   CLI::Option* cholesky =
       command->add_flag("--cholesky", flags.cholesky, "A is symmetric positive definite");
-  command->add_flag("--lu", flags.lu, "A is any non-singular matrix")->excludes(cholesky);
+  CLI::Option* lu = command->add_flag("--lu", flags.lu, "A is any non-singular matrix");
+  lu->excludes(cholesky);
+  if (!solves) return;
+  // Options by their names are looked for in functions that end the program where memory runs out.
+  command
+      ->add_flag("--lu-solves", flags.luSolves,
+                 "sparse LU with one solve for every entry (slow; for comparison)")
+      ->excludes(cholesky)
+      ->excludes(lu);
 }
 
 void addEngineChoice(CLI::App* command, std::string& engine) {
   command->add_option("--engine", engine, "cholmod: by CHOLMOD, for comparison")
       ->check(CLI::IsMember({"zeph", "cholmod"}));
+}
+
+void addAllEngines(CLI::App* command, std::string& engine, bool cholmod) {
+  std::vector<std::string> engines = {"zeph", "domains", "mumps"};
+  std::string help = "domains, mumps: over the processes of mpirun";
+  if (cholmod) {
+    engines.insert(engines.begin() + 1, "cholmod");
+    help += "; cholmod: by CHOLMOD, for comparison";
+  }
+  command->add_option("--engine", engine, help)->check(CLI::IsMember(engines));
 }
 
 void addForms(CLI::App* command, FormFlags& flags) {
@@ -159,7 +180,9 @@ ReadOptions readOptions(const Files& files, const Console& console) {
 
 SparseMatrix load(const Files& files, const Console& console, const FormFlags& form) {
   console.begin("reading");
-  SparseMatrix A = readSparse(files.first, readOptions(files, console));
+  const std::optional<PartName> part = partName(files.first);
+  SparseMatrix A = part ? readParts(*part, 1, 1, readOptions(files, console))
+                        : readSparse(files.first, readOptions(files, console));
   form.declare(A);
   return A;
 }

@@ -74,8 +74,11 @@ struct RouteFlags {
   }
 };
 
-void addRoutes(CLI::App* command, RouteFlags& flags);
+/// `solves`: with LuSolves.
+void addRoutes(CLI::App* command, RouteFlags& flags, bool solves = false);
 void addEngineChoice(CLI::App* command, std::string& engine);
+/// The same with those of the distributed component.
+void addAllEngines(CLI::App* command, std::string& engine, bool cholmod);
 
 /// What the user says of A where its file does not.
 struct FormFlags {

@@ -18,6 +18,7 @@ void declareAdjust(Application& z);
 void declarePoseGraph(Application& z);
 void declareCheck(Application& z);
 void declareConvert(Application& z);
+void declareSplit(Application& z);
 void declareFactor(Application& z);
 void declarePattern(Application& z);
 void declareMultiply(Application& z);

@@ -25,6 +25,7 @@ constexpr const char* kYellow = "\033[1;33m";
 constexpr const char* kPlain = "\033[0m";
 
 Progress* interrupted = nullptr;
+volatile sig_atomic_t muted = 0;  // another process says it
 
 volatile sig_atomic_t unread = 0;  // a pipe that was written to has lost its reader
 
@@ -38,6 +39,7 @@ extern "C" void onInterrupt(int) {
   // A factorisation cannot be interrupted from outside, so the process ends here, unless a file is
   // being written: then the next write stops the work and the file's owner removes it.
   if (AtomicFile::temporariesInUse() != 0) return;
+  if (muted != 0) ::_exit(exitCode(ErrorKind::Cancelled));
   for (const char* piece : {"\nzeph: ", stopSentence(), "\n"}) {
     [[maybe_unused]] const auto written = ::write(STDERR_FILENO, piece, std::strlen(piece));
   }
@@ -82,13 +84,13 @@ Console::~Console() {
 }
 
 void Console::start() {
-  if (terminal_ && !manner.quiet) display_ = std::thread([this] { show(); });
+  if (terminal_ && !manner.quiet && !manner.mute) display_ = std::thread([this] { show(); });
 }
 
 void Console::stage(const char* name) const {
   const std::lock_guard lock(mutex_);
   const Clock::time_point now = Clock::now();
-  if (manner.verbose && !stage_.empty()) {
+  if (manner.verbose && !manner.mute && !stage_.empty()) {
     const double seconds = std::chrono::duration<double>(now - stageStart_).count();
     std::fprintf(stderr, "%szeph: %s took %.3f s\n", shown_ ? kClearLine : "", stage_.c_str(),
                  seconds);
@@ -106,6 +108,7 @@ void Console::share(double done) const {
 }
 
 void Console::say(const char* colour, const char* word, const std::string& sentence) const {
+  if (manner.mute) return;
   const std::lock_guard lock(mutex_);
   const bool painted = coloured_ && *colour != '\0';
   std::fprintf(stderr, "%s%szeph:%s%s %s\n", shown_ ? kClearLine : "", painted ? colour : "", word,
@@ -174,8 +177,9 @@ void Console::show() {
   }
 }
 
-void stopCleanlyOnInterrupt(Progress& progress) {
+void stopCleanlyOnInterrupt(Progress& progress, bool mute) {
   interrupted = &progress;
+  muted = mute ? 1 : 0;
   struct sigaction action = {};
   action.sa_handler = onInterrupt;
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {

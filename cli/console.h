@@ -18,6 +18,7 @@ struct Manner {
   bool quiet = false;    ///< no progress and no notes; warnings stay
   bool verbose = false;  ///< notes on how a result came about
   bool json = false;     ///< figures as one JSON object
+  bool mute = false;     ///< nothing at all: one of several processes, of which the first speaks
 };
 
 /// Shows the current stage on standard error once the work has taken a second, when standard error
@@ -71,8 +72,9 @@ class Console : public Progress {
 
 /// From now on Ctrl-C, a termination request and a closed terminal stop the program with status 130
 /// and leave no half-written file, unless the program was started with that signal ignored. Writing
-/// to a pipe that nobody reads fails from now on instead of ending the program at once.
-void stopCleanlyOnInterrupt(Progress& progress);
+/// to a pipe that nobody reads fails from now on instead of ending the program at once. With `mute`
+/// it stops without a word.
+void stopCleanlyOnInterrupt(Progress& progress, bool mute = false);
 
 /// What a stopped program says of its results.
 const char* stopSentence();

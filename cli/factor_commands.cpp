@@ -4,17 +4,22 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <limits>
+#include <optional>
+#include <utility>
 #include <vector>
 
 #include "cli/command_parts.h"
 #include "cli/commands.h"
 #include "cli/plan_commands.h"
+#include "cli/processes.h"
 #include "zeph/factor.h"
 #include "zeph/factor/first_route.h"
 #include "zeph/factor/normal_numbers.h"
 #include "zeph/files/line_reader.h"
 #include "zeph/files/number_text.h"
+#include "zeph/files/parts.h"
 #include "zeph/general/solve.h"
 #include "zeph/general/variances.h"
 #include "zeph/matrix/requirements.h"
@@ -22,8 +27,6 @@
 namespace zeph {
 namespace {
 
-/// From this estimated relative error on, results come with a warning.
-constexpr double kDoubtfulError = 1e-6;
 constexpr int kDigits = 17;  // enough to tell any two doubles apart
 
 struct Engine : Files, RouteFlags, FormFlags {
@@ -36,7 +39,10 @@ struct Engine : Files, RouteFlags, FormFlags {
   bool cholmod() const { return engine == "cholmod" || luSolves; }
 };
 
-void addEngine(CLI::App* command, Engine& o, bool comparison) {
+// Commands that can be spread over processes, and whether CHOLMOD has them too.
+enum class Engines { Ours, Distributed, All };
+
+void addEngine(CLI::App* command, Engine& o, Engines engines) {
   addForms(command, o);
   command->add_option("--threads", o.threads, "threads to use; 0 for all processors")
       ->check(wholeNumber(0, 4096))
@@ -48,8 +54,8 @@ void addEngine(CLI::App* command, Engine& o, bool comparison) {
       ->type_name("auto|amd|nested-dissection|natural|FILE");
   addInput(command, o);
   addFactorMemory(command, o);
-  if (!comparison) return;
-  addEngineChoice(command, o.engine);
+  if (engines == Engines::Ours) return;
+  addAllEngines(command, o.engine, engines == Engines::All);
 }
 
 std::vector<std::int64_t> readPermutation(const std::string& path) {
@@ -111,17 +117,28 @@ std::vector<double> diagonalOf(const SparseMatrix& A) {
   return diagonal;
 }
 
+// What of a matrix its judges speak of.
+struct Judged {
+  const std::string& source;
+  std::size_t indexBase;
+  std::vector<double> diagonal;
+};
+
+Judged judged(const SparseMatrix& A) {
+  return {A.source, A.indexBase, diagonalOf(A)};
+}
+
 // The unknown of which value(i) is largest, as A counts it.
 template <class Value>
-std::size_t weakest(const SparseMatrix& A, const Value& value) {
+std::size_t weakest(const Judged& A, const Value& value) {
   std::size_t best = 0;
-  for (std::size_t i = 1; i < A.rows; ++i) {
+  for (std::size_t i = 1; i < A.diagonal.size(); ++i) {
     if (value(i) > value(best)) best = i;
   }
   return best + A.indexBase;
 }
 
-void warnOfError(const SparseMatrix& A, const char* what, double estimate, std::size_t unknown,
+void warnOfError(const Judged& A, const char* what, double estimate, std::size_t unknown,
                  const Console& console) {
   char line[160];
   std::snprintf(line, sizeof line,
@@ -132,42 +149,50 @@ void warnOfError(const SparseMatrix& A, const char* what, double estimate, std::
 
 // Variances say themselves which of them stands on the weakest feet: a(i,i) z(i,i) is how much
 // larger it is than if all other unknowns were known.
-void judgeVariances(const Factor& f, const std::vector<double>& d, const SparseMatrix& A,
-                    Console& console) {
-  const double estimate = f.report().relativeErrorEstimate;
+void judgeVariances(double estimate, std::int64_t uncertain, std::int64_t firstUncertain,
+                    const std::vector<double>& d, const Judged& A, Console& console) {
   char line[96];
   std::snprintf(line, sizeof line, "estimated relative error of the variances: at most %.1g",
                 estimate);
   console.note(line);
-  if (const Report r = f.report(); r.uncertainVariances > 0) {
-    console.warning(std::to_string(r.uncertainVariances) + " of the " + std::to_string(d.size()) +
+  if (uncertain > 0) {
+    console.warning(std::to_string(uncertain) + " of the " + std::to_string(d.size()) +
                     " entries cancel to nearly nothing, the first of them that of unknown " +
-                    std::to_string(static_cast<std::size_t>(r.firstUncertain) + A.indexBase) +
+                    std::to_string(static_cast<std::size_t>(firstUncertain) + A.indexBase) +
                     " of " + A.source + ": no digit of these is certain");
   }
-  if (!(estimate > kDoubtfulError)) return;
-  const std::vector<double> diagonal = diagonalOf(A);
-  const std::size_t i = weakest(A, [&](std::size_t k) { return std::abs(diagonal[k] * d[k]); });
+  if (!(estimate > kDoubtfulRelativeError)) return;
+  const std::size_t i = weakest(A, [&](std::size_t k) { return std::abs(A.diagonal[k] * d[k]); });
   warnOfError(A, "variances", estimate, i, console);
 }
 
-// A right-hand side of random signs moves the unknowns most that are determined least.
-void judgeSolution(const Factor& f, const SparseMatrix& A, Console& console) {
-  const double estimate = f.estimateCondition() * std::numeric_limits<double>::epsilon();
+double sizeOf(double diagonal) {
+  return diagonal != 0.0 ? std::sqrt(std::abs(diagonal)) : 1.0;
+}
+
+// A right-hand side of random signs moves the unknowns most that are determined least. `moved` is
+// asked for where the condition makes the solution doubtful.
+void judgeSolution(double condition, const Judged& A,
+                   const std::function<std::vector<double>()>& moved, Console& console) {
+  const double estimate = condition * std::numeric_limits<double>::epsilon();
   console.figures.add("relative_error_estimate", estimate);
-  if (!(estimate > kDoubtfulError)) return;
-  std::vector<double> size = diagonalOf(A), signs(A.rows);
-  NormalNumbers numbers(1);
-  for (std::size_t i = 0; i < A.rows; ++i) {
-    size[i] = size[i] != 0.0 ? std::sqrt(std::abs(size[i])) : 1.0;
-    signs[i] = std::copysign(size[i], numbers.next());
-  }
-  const std::vector<double> moved = f.solve(signs);
-  const std::size_t i = weakest(A, [&](std::size_t k) { return std::abs(moved[k]) * size[k]; });
+  if (!(estimate > kDoubtfulRelativeError)) return;
+  const std::vector<double> x = moved();
+  const std::size_t i =
+      weakest(A, [&](std::size_t k) { return std::abs(x[k]) * sizeOf(A.diagonal[k]); });
   warnOfError(A, "solution", estimate, i, console);
 }
 
-void warnOfNegative(const std::vector<double>& d, const SparseMatrix& A, Console& console) {
+std::vector<double> randomSigns(const std::vector<double>& diagonal) {
+  std::vector<double> signs(diagonal.size());
+  NormalNumbers numbers(1);
+  for (std::size_t i = 0; i < signs.size(); ++i) {
+    signs[i] = std::copysign(sizeOf(diagonal[i]), numbers.next());
+  }
+  return signs;
+}
+
+void warnOfNegative(const std::vector<double>& d, const Judged& A, Console& console) {
   const auto negative = [](double v) { return v < 0.0; };
   const auto first = std::find_if(d.begin(), d.end(), negative);
   if (first == d.end()) return;
@@ -229,7 +254,114 @@ void readPairs(const std::string& path, std::vector<std::int64_t>& rows,
   }
 }
 
+void requireRightFor(const SparseMatrix& A, const DenseMatrix& B) {
+  requireSquare(A);
+  if (B.rows == A.rows) return;
+  throw Error(ErrorKind::Unfit, "the right-hand side " + B.source + " is " +
+                                    std::to_string(B.rows) + " x " + std::to_string(B.cols) + "; " +
+                                    A.source + " needs " + std::to_string(A.rows) +
+                                    " rows and at least one column");
+}
+
+void giveVariances(const Engine& o, const std::vector<double>& d, Console& console) {
+  console.begin("writing");
+  if (inFigures(o, console)) {
+    console.figures.add("variances", d);
+  } else {
+    writeVector(o.output, d.data(), d.size());
+  }
+}
+
+void giveSolution(const Engine& o, const DenseMatrix& X, double residual, Console& console) {
+  console.begin("writing");
+  console.figures.add("relative_residual", residual);
+  if (inFigures(o, console)) {
+    console.figures.add("solution", X);
+  } else {
+    writeDense(o.output, X);
+  }
+  char line[96];
+  std::snprintf(line, sizeof line, "relative residual |AX-B| / (|A||X|+|B|) = %.3g", residual);
+  console.note(line);
+}
+
+int giveLogDeterminant(double logarithm, int sign, Console& console) {
+  console.figures.add("log_abs_determinant", logarithm).add("sign", sign);
+  console.finish();
+  if (console.manner.json) return 0;
+  std::string text;
+  appendShortest(text, logarithm);
+  std::printf("%s,%d\n", text.c_str(), sign);
+  return 0;
+}
+
+// All processes work on it: because there are several, or because the engine is one of theirs.
+bool spreads(const Engine& o) {
+  return processes().count > 1 || isDistributedEngine(o.engine);
+}
+
+// The answer, with the route told; nothing on the processes that say nothing.
+std::optional<DistributedAnswer> asked(DistributedTask task, const Engine& o, Console& console) {
+  DistributedQuestion q;
+  q.task = task;
+  q.engine = o.engine;
+  q.route = o.cholesky ? 1 : o.lu ? 2 : 0;
+  q.threads = o.threads;
+  q.memory = bytesOf(o.memory);
+  q.scratch = o.scratch;
+  q.read = [&](int rank, int count, bool& whole) {
+    if (o.cholmod()) {
+      throw Error(ErrorKind::Usage, "CHOLMOD, and one solve for every entry, are for one process");
+    }
+    if (o.ordering != "auto") {
+      throw Error(ErrorKind::Usage, "--ordering is for one process; leave it out, or mpirun");
+    }
+    if (!o.scratch.empty() && o.engine != "mumps") {
+      throw Error(ErrorKind::Usage, "--scratch is for one process, or with --engine mumps");
+    }
+    const std::optional<PartName> part = partName(o.first);
+    if (rank == 0) {
+      if (task != DistributedTask::LogDeterminant) requireMatrixOutput(o, {o.first, o.second});
+      whole = !part;
+      if (whole) return load(o, console, o);
+    } else if (!part) {
+      return SparseMatrix();
+    }
+    SparseMatrix A = readParts(*part, static_cast<std::size_t>(rank) + 1,
+                               static_cast<std::size_t>(count), readOptions(o, console));
+    if (!A.entries.empty()) o.declare(A);
+    return A;
+  };
+  if (task == DistributedTask::Solve) {
+    q.readRight = [&](const SparseMatrix& A) {
+      DenseMatrix B = loadDense(o, o.second, console);
+      requireRightFor(A, B);
+      return B;
+    };
+  }
+  std::optional<DistributedAnswer> answer = askProcesses(q, console);
+  if (answer) {
+    console.note(std::string("route: ") + name(static_cast<Route>(answer->figures.route)) + " (" +
+                 answer->reason + "), by the engine " + answer->engine + " on " +
+                 std::to_string(answer->figures.processes) +
+                 (answer->figures.processes == 1 ? " process" : " processes"));
+    tellReport(*answer, console);
+  }
+  return answer;
+}
+
 int writeVariances(const Engine& o, Console& console) {
+  if (spreads(o)) {
+    const auto answer = asked(DistributedTask::Variances, o, console);
+    if (!answer) return 0;
+    const Judged A{answer->source, answer->indexBase, answer->diagonal};
+    const zeph_distributed_answer& r = answer->figures;
+    judgeVariances(r.relative_error_estimate, r.uncertain_variances, r.first_uncertain,
+                   answer->values, A, console);
+    warnOfNegative(answer->values, A, console);
+    giveVariances(o, answer->values, console);
+    return 0;
+  }
   requireMatrixOutput(o, {o.first});
   SparseMatrix A = load(o, console, o);
   std::vector<double> d;
@@ -240,20 +372,30 @@ int writeVariances(const Engine& o, Console& console) {
   } else {
     const Factor f = factorOf(A, o, console);
     d = f.variances();
-    judgeVariances(f, d, A, console);
-    warnOfNegative(d, A, console);
-    tellReport(f.report(), console);
+    const Report r = f.report();
+    judgeVariances(r.relativeErrorEstimate, r.uncertainVariances, r.firstUncertain, d, judged(A),
+                   console);
+    warnOfNegative(d, judged(A), console);
+    tellReport(r, console);
   }
-  console.begin("writing");
-  if (inFigures(o, console)) {
-    console.figures.add("variances", d);
-  } else {
-    writeVector(o.output, d.data(), d.size());
-  }
+  giveVariances(o, d, console);
   return 0;
 }
 
 int writeSolution(const Engine& o, Console& console) {
+  if (spreads(o)) {
+    auto answer = asked(DistributedTask::Solve, o, console);
+    if (!answer) return 0;
+    const Judged A{answer->source, answer->indexBase, answer->diagonal};
+    judgeSolution(
+        answer->figures.condition_estimate, A, [&] { return answer->moved; }, console);
+    DenseMatrix X;
+    X.rows = A.diagonal.size();
+    X.cols = answer->values.size() / X.rows;
+    X.values = std::move(answer->values);
+    giveSolution(o, X, answer->figures.relative_residual, console);
+    return 0;
+  }
   requireMatrixOutput(o, {o.first, o.second});
   SparseMatrix A = load(o, console, o);
   DenseMatrix B = loadDense(o, o.second, console);
@@ -265,29 +407,16 @@ int writeSolution(const Engine& o, Console& console) {
     X = std::move(result.X);
     residual = result.relativeResidual;
   } else {
-    requireSquare(A);
-    if (B.rows != A.rows) {
-      throw Error(ErrorKind::Unfit, "the right-hand side " + B.source + " is " +
-                                        std::to_string(B.rows) + " x " + std::to_string(B.cols) +
-                                        "; " + A.source + " needs " + std::to_string(A.rows) +
-                                        " rows and at least one column");
-    }
+    requireRightFor(A, B);
     const Factor f = factorOf(A, o, console);
-    judgeSolution(f, A, console);
+    const Judged all = judged(A);
+    judgeSolution(
+        f.estimateCondition(), all, [&] { return f.solve(randomSigns(all.diagonal)); }, console);
     X = f.solve(B);
     residual = relativeResidual(A, X, B);
     tellReport(f.report(), console);
   }
-  console.begin("writing");
-  console.figures.add("relative_residual", residual);
-  if (inFigures(o, console)) {
-    console.figures.add("solution", X);
-  } else {
-    writeDense(o.output, X);
-  }
-  char line[96];
-  std::snprintf(line, sizeof line, "relative residual |AX-B| / (|A||X|+|B|) = %.3g", residual);
-  console.note(line);
+  giveSolution(o, X, residual, console);
   return 0;
 }
 
@@ -344,15 +473,14 @@ int writeSelectedInverse(const Engine& o, Console& console) {
 }
 
 int printLogDeterminant(const Engine& o, Console& console) {
+  if (spreads(o)) {
+    const auto answer = asked(DistributedTask::LogDeterminant, o, console);
+    if (!answer) return 0;
+    return giveLogDeterminant(answer->figures.log_determinant, answer->figures.sign, console);
+  }
   const Factor f = factorOf(load(o, console, o), o, console);
   tellReport(f.report(), console);
-  console.figures.add("log_abs_determinant", f.logDeterminant()).add("sign", f.determinantSign());
-  console.finish();
-  if (console.manner.json) return 0;
-  std::string text;
-  appendShortest(text, f.logDeterminant());
-  std::printf("%s,%d\n", text.c_str(), f.determinantSign());
-  return 0;
+  return giveLogDeterminant(f.logDeterminant(), f.determinantSign(), console);
 }
 
 struct Plan : Engine, PlanWishes {};
@@ -369,11 +497,11 @@ int writePlan(const Engine& engine, Console& console) {
 
 CLI::App* declareOnFactor(Application& z, const char* command, const char* summary,
                           const char* examples, const std::shared_ptr<Engine>& options,
-                          int (*work)(const Engine&, Console&), bool comparison = false) {
+                          int (*work)(const Engine&, Console&), Engines engines = Engines::Ours) {
   CLI::App* declared = declare(z, command, summary, examples, options, work);
   declared->add_option("A", options->first, "square matrix")->required()->type_name("A.mtx");
-  addRoutes(declared, *options);
-  addEngine(declared, *options, comparison);
+  addRoutes(declared, *options, std::string(command) == "variances");
+  addEngine(declared, *options, engines);
   return declared;
 }
 
@@ -384,14 +512,10 @@ void declareVariances(Application& z) {
   CLI::App* command = declareOnFactor(
       z, "variances", "The diagonal of the inverse of A",
       "  zeph variances A.mtx                 lines index,value on standard output\n"
-      "  zeph variances A.mtx -o d.mtx --lu   a Matrix Market array, by sparse LU",
-      options, writeVariances, true);
+      "  zeph variances A.mtx -o d.mtx --lu   a Matrix Market array, by sparse LU\n"
+      "  mpirun -n 4 zeph variances A.mtx     by four processes",
+      options, writeVariances, Engines::All);
   addOutput(command, *options, "lines index,value, or a Matrix Market array (.mtx)");
-  command
-      ->add_flag("--lu-solves", options->luSolves,
-                 "sparse LU with one solve for every entry (slow; for comparison)")
-      ->excludes("--cholesky")
-      ->excludes("--lu");
 }
 
 void declareSolve(Application& z) {
@@ -400,7 +524,7 @@ void declareSolve(Application& z) {
       declareOnFactor(z, "solve", "Solve A X = B for one or several right-hand sides",
                       "  zeph solve A.mtx b.mtx -o x.mtx\n"
                       "  zeph solve A.mtx B.mtx --cholesky > X.mtx",
-                      options, writeSolution, true);
+                      options, writeSolution, Engines::All);
   command->add_option("B", options->second, "right-hand sides, one a column")
       ->required()
       ->type_name("B.mtx");
@@ -432,7 +556,7 @@ void declareSelectedInverse(Application& z) {
 void declareLogDeterminant(Application& z) {
   declareOnFactor(z, "logdet", "The logarithm of |det A|, and the sign of det A",
                   "  zeph logdet A.mtx    one line: logarithm,sign", std::make_shared<Engine>(),
-                  printLogDeterminant);
+                  printLogDeterminant, Engines::Distributed);
 }
 
 void declarePlan(Application& z) {

@@ -1,9 +1,13 @@
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
+#include <initializer_list>
 #include <iostream>
 #include <new>
+#include <string>
 
 #include "cli/application.h"
+#include "cli/processes.h"
 #include "zeph/error.h"
 
 namespace {
@@ -22,7 +26,7 @@ int flushed(const zeph::Console& console, int status) {
 int run(zeph::Application& z) {
   zeph::Console& console = z.console;
   console.start();
-  zeph::stopCleanlyOnInterrupt(console);
+  zeph::stopCleanlyOnInterrupt(console, console.manner.mute);
   const auto failed = [&](int status, const char* sentence) {
     zeph::endIfUnread();
     console.finish();
@@ -32,7 +36,8 @@ int run(zeph::Application& z) {
   try {
     const int status = z.action();
     console.finish();
-    if (console.manner.json) std::printf("%s\n", console.figures.text().c_str());
+    if (console.manner.json && !console.manner.mute)
+      std::printf("%s\n", console.figures.text().c_str());
     return flushed(console, status);
   } catch (const zeph::Error& error) {
     const bool stopped = error.kind() == zeph::ErrorKind::Cancelled;
@@ -40,14 +45,34 @@ int run(zeph::Application& z) {
   }
 }
 
+// Commands that processes share; and those that the first process answers alone.
+bool isOneOf(const CLI::App& app, std::initializer_list<const char*> names) {
+  const std::string name = app.get_subcommands().front()->get_name();
+  return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+// Of several processes one speaks, and ends with the exit status of all: the end of another one
+// would have mpirun end the first before it has spoken.
 int parseAndRun(int argc, char** argv) {
   zeph::Application z;
+  const zeph::Processes all = zeph::processes();
+  z.console.manner.mute = !all.first();
   try {
     z.app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
+    if (!all.first()) return 0;
     if (error.get_exit_code() == 0) return flushed(z.console, z.app.exit(error));  // --help
     z.console.error(explanation(z, error, argc, argv));
     return exitCode(zeph::ErrorKind::Usage);
+  }
+  if (all.count > 1 && !isOneOf(z.app, {"variances", "solve", "logdet"})) {
+    if (!all.first()) return 0;
+    if (!isOneOf(z.app, {"help", "version"})) {
+      z.console.error(z.app.get_subcommands().front()->get_name() +
+                      " is for one process; run it without mpirun (variances, solve and logdet "
+                      "share their work)");
+      return exitCode(zeph::ErrorKind::Usage);
+    }
   }
   return run(z);
 }

@@ -1,5 +1,6 @@
 // Commands on matrices as they stand: checks, conversions, products, factors.
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <utility>
@@ -9,6 +10,7 @@
 #include "cli/commands.h"
 #include "zeph/checks/matrix_check.h"
 #include "zeph/files/mat_export.h"
+#include "zeph/files/parts.h"
 #include "zeph/general/cholmod_factor.h"
 #include "zeph/general/inverse_set.h"
 #include "zeph/matrix/multiply.h"
@@ -21,6 +23,7 @@ namespace {
 struct Formed : Files, FormFlags {
   std::string engine = "zeph";
   bool dense = false;
+  int parts = 0;
 };
 
 void addSize(const SparseMatrix& m, JsonObject& figures) {
@@ -101,6 +104,35 @@ int writeProduct(const Files& o, Console& console) {
   return 0;
 }
 
+// "folder/A.csv.gz" is cut into "folder/A.1of4.mtx" and so on.
+PartName partsOf(const Formed& o) {
+  namespace fs = std::filesystem;
+  fs::path name = o.first;
+  if (hasEnding(name.string(), ".gz")) name.replace_extension();
+  name.replace_extension();
+  if (!o.second.empty()) name = fs::path(o.second) / name.filename();
+  return {name.string(), ".mtx", 1, static_cast<std::size_t>(o.parts)};
+}
+
+int writeSplit(const Formed& o, Console& console) {
+  if (o.first == "-") {
+    throw Error(ErrorKind::Usage, "the parts are named after the matrix; give a file instead of -");
+  }
+  const PartName parts = partsOf(o);
+  for (std::size_t k = 1; k <= parts.parts; ++k) requireOutput(o, parts.path(k), {o.first});
+  const SparseMatrix A = load(o, console, o);
+  console.begin("writing");
+  addSize(A, console.figures);
+  writeParts(parts, A);
+  std::vector<std::string> names;
+  for (std::size_t k = 1; k <= parts.parts; ++k) names.push_back(parts.path(k));
+  console.figures.add("parts", names);
+  console.note("written: " + names.front() + (names.size() > 1 ? " to " + names.back() : "") +
+               "; any of these names stands for the whole matrix, as in mpirun -n " +
+               std::to_string(parts.parts) + " zeph variances " + names.front());
+  return 0;
+}
+
 int writeExport(const Formed& o, Console& console) {
   requireOutput(o, o.second, {o.first});
   console.begin("reading");
@@ -145,6 +177,26 @@ void declareConvert(Application& z) {
   command->add_option("to", options->second, "the same matrix")
       ->required()
       ->type_name("B.csv|B.mtx");
+  addForce(command, *options);
+  addInput(command, *options);
+}
+
+void declareSplit(Application& z) {
+  auto options = std::make_shared<Formed>();
+  CLI::App* command =
+      declare(z, "split", "Cut a matrix into files that processes read side by side",
+              "  zeph split A.mtx --parts 4              A.1of4.mtx to A.4of4.mtx\n"
+              "  mpirun -n 4 zeph variances A.1of4.mtx   each process reads one of them",
+              options, writeSplit);
+  command->add_option("A", options->first, "matrix")->required()->type_name("A.mtx");
+  command->add_option("--parts", options->parts, "how many files")
+      ->required()
+      ->check(wholeNumber(1, 100000))
+      ->type_name("N");
+  command
+      ->add_option("-o,--output", options->second, "their folder; that of the matrix if not given")
+      ->type_name("DIR");
+  addForms(command, *options);
   addForce(command, *options);
   addInput(command, *options);
 }

@@ -203,7 +203,7 @@ std::int64_t Communicator::least(std::int64_t value) const {
   return value;
 }
 
-void Communicator::agree(const std::exception_ptr& failure) const {
+void Communicator::agree(const std::exception_ptr& failure, Naming naming) const {
   const auto from = static_cast<int>(least(failure ? rank_ : size_));
   if (from == size_) return;
   Caught mine;
@@ -216,7 +216,8 @@ void Communicator::agree(const std::exception_ptr& failure) const {
   const bool everywhere = least(same ? 1 : 0) == 1;
   agreed_ = true;
   if (failure && !mine.isError) std::rethrow_exception(failure);
-  if (!everywhere) theirs.sentence = "rank " + std::to_string(from) + ": " + theirs.sentence;
+  if (!everywhere && naming == Naming::Rank)
+    theirs.sentence = "rank " + std::to_string(from) + ": " + theirs.sentence;
   throw Error(static_cast<ErrorKind>(plain[0]), theirs.sentence, plain[1]);
 }
 

@@ -92,11 +92,14 @@ class Communicator {
   std::int64_t largest(std::int64_t value) const;
   std::int64_t least(std::int64_t value) const;
 
+  /// Whether a sentence begins with the rank on which it arose.
+  enum class Naming { Rank, None };
+
   /// Runs work() here, in which nothing is communicated. Where it throws on any process, all of
   /// them throw: the Error of the lowest such rank, with the rank in front of the sentence unless
   /// all processes say the same. What is no Error becomes one, but on the process that threw it.
   template <class Work>
-  auto together(const Work& work) const -> decltype(work()) {
+  auto together(const Work& work, Naming naming = Naming::Rank) const -> decltype(work()) {
     std::exception_ptr failure;
     if constexpr (std::is_void_v<decltype(work())>) {
       try {
@@ -104,7 +107,7 @@ class Communicator {
       } catch (...) {
         failure = std::current_exception();
       }
-      agree(failure);
+      agree(failure, naming);
     } else {
       decltype(work()) result{};
       try {
@@ -112,13 +115,13 @@ class Communicator {
       } catch (...) {
         failure = std::current_exception();
       }
-      agree(failure);
+      agree(failure, naming);
       return result;
     }
   }
 
   /// The same for a failure that was caught; returns where all are null.
-  void agree(const std::exception_ptr& failure) const;
+  void agree(const std::exception_ptr& failure, Naming naming = Naming::Rank) const;
 
   /// Marks the beginning of a call from outside: agreed() is false until the processes fail
   /// together.

@@ -9,6 +9,8 @@
 #include "distributed/assembly.h"
 #include "distributed/backend.h"
 #include "distributed/communication.h"
+#include "distributed/condition.h"
+#include "distributed/factor_parts.h"
 #include "kernels/processor.h"
 #include "zeph/checks/memory.h"
 #include "zeph/factor.h"
@@ -65,6 +67,8 @@ namespace {
 // Refinement stops here, or where it gains less than half.
 constexpr double kGoodBackwardError = 8.0 * std::numeric_limits<double>::epsilon();
 constexpr int kMostRefinements = 5;
+// The engine of domains is on its way.
+constexpr bool kHaveDomains = false;
 
 // In front of a Cholesky factorisation, why there can be none; empty where nothing is known.
 std::string againstCholesky(const Assembled& A) {
@@ -83,11 +87,15 @@ Made byCholesky(const Communicator& comm, const Assembled& A, const DistributedO
   const bool asked = options.route == Route::Cholesky;
   const std::string reason =
       asked ? "as asked" : A.source + " is symmetric with a positive diagonal";
-  if (options.engine == Engine::Mumps) return {makeMumpsBackend(comm, A, true, options), reason};
+  const bool mumps =
+      options.engine == Engine::Mumps || (options.engine == Engine::Automatic && !kHaveDomains);
+  if (mumps) return {makeMumpsBackend(comm, A, true, options), reason};
   return {makeDomainsBackend(comm, A, options), reason};
 }
 
-Made factorised(const Communicator& comm, const Assembled& A, const DistributedOptions& options) {
+// `firm`: as FactorParts::make has it.
+Made factorised(const Communicator& comm, const Assembled& A, const DistributedOptions& options,
+                bool firm) {
   if (options.route == Route::Lu || options.route == Route::LuSolves) {
     if (options.engine == Engine::Domains) {
       comm.fail(Error(ErrorKind::Unfit,
@@ -102,7 +110,8 @@ Made factorised(const Communicator& comm, const Assembled& A, const DistributedO
       return byCholesky(comm, A, options);
     } catch (const Error& e) {
       const bool goesOn = e.kind() == ErrorKind::NotPositiveDefinite &&
-                          options.route == Route::Automatic && options.engine != Engine::Domains;
+                          options.route == Route::Automatic && options.engine != Engine::Domains &&
+                          !firm;
       if (!goesOn) throw;
       against = "its Cholesky factorisation broke down";
       if (e.row() >= 0) {
@@ -125,7 +134,7 @@ Made factorised(const Communicator& comm, const Assembled& A, const DistributedO
 
 class DistributedFactor::Impl {
  public:
-  Impl(MPI_Comm given, const SparseMatrix& share, const DistributedOptions& wanted)
+  Impl(MPI_Comm given, const SparseMatrix& share, const DistributedOptions& wanted, bool firm)
       : comm(given), options(wanted) {
     if (options.threads <= 0) {
       options.threads = std::max(1, korin::kernels::availableProcessors() / comm.here());
@@ -134,7 +143,7 @@ class DistributedFactor::Impl {
       requireSameOptions();
       beginStage(comm, options, "assembling");
       A = assemble(comm, share);
-      made = factorised(comm, A, options);
+      made = factorised(comm, A, options, firm);
       report = made.backend->report();
       report.reason = made.reason;
       report.processes = comm.size();
@@ -181,7 +190,8 @@ class DistributedFactor::Impl {
 
 DistributedFactor::DistributedFactor(MPI_Comm comm, const SparseMatrix& share,
                                      const DistributedOptions& options)
-    : impl_(std::make_unique<Impl>(comm, share, options)) {}
+    : impl_(std::make_unique<Impl>(comm, share, options, false)) {}
+DistributedFactor::DistributedFactor(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
 DistributedFactor::~DistributedFactor() = default;
 DistributedFactor::DistributedFactor(DistributedFactor&&) noexcept = default;
 DistributedFactor& DistributedFactor::operator=(DistributedFactor&&) noexcept = default;
@@ -202,7 +212,7 @@ std::vector<double> DistributedFactor::variances() const {
     f.report.relativeErrorEstimate = check.relativeErrorEstimate;
     f.report.uncertainVariances = check.uncertainVariances;
     f.report.firstUncertain = check.firstUncertain;
-    f.report.conditionEstimate = check.condition;
+    if (check.condition > 0.0) f.report.conditionEstimate = check.condition;
     f.countMessages();
     if (!(check.relativeErrorEstimate <= kLargestRelativeError)) f.comm.fail(singular(f.A.source));
     return diagonal;
@@ -305,8 +315,40 @@ int DistributedFactor::determinantSign() const {
   return impl_->made.backend->determinantSign();
 }
 
+double DistributedFactor::estimateCondition() const {
+  const Impl& f = *impl_;
+  return f.ask([&] {
+    if (f.report.conditionEstimate == 0.0) {
+      f.report.conditionEstimate = distributed::estimateCondition(f.comm, f.A, *f.made.backend);
+    }
+    return f.report.conditionEstimate;
+  });
+}
+
 DistributedReport DistributedFactor::report() const {
   return impl_->report;
 }
+
+namespace distributed {
+
+DistributedFactor FactorParts::make(MPI_Comm comm, const SparseMatrix& share,
+                                    const DistributedOptions& options, bool firm) {
+  return DistributedFactor(std::make_unique<DistributedFactor::Impl>(comm, share, options, firm));
+}
+
+FactorParts FactorParts::of(const DistributedFactor& f) {
+  return {f.impl_->comm, f.impl_->A};
+}
+
+ErrorKind errorKind(int status) {
+  for (const ErrorKind kind :
+       {ErrorKind::Usage, ErrorKind::Input, ErrorKind::NotPositiveDefinite, ErrorKind::Singular,
+        ErrorKind::Output, ErrorKind::Memory, ErrorKind::Cancelled}) {
+    if (exitCode(kind) == status) return kind;
+  }
+  return ErrorKind::Unfit;
+}
+
+}  // namespace distributed
 
 }  // namespace zeph

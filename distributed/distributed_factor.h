@@ -15,6 +15,10 @@
 
 namespace zeph {
 
+namespace distributed {
+struct FactorParts;
+}
+
 /// Who factorises a matrix that is spread over processes.
 enum class Engine {
   Automatic,  ///< Domains for symmetric positive definite matrices, Mumps for all others
@@ -123,11 +127,16 @@ class ZEPH_API DistributedFactor {
   /// The sign of det A: 1 or -1.
   int determinantSign() const;
 
+  /// Estimate of the condition number as of Factor::estimateCondition(): some ten solves.
+  double estimateCondition() const;
+
   /// What the factor is and what it took. Not collective.
   DistributedReport report() const;
 
  private:
+  friend struct distributed::FactorParts;
   class Impl;
+  explicit DistributedFactor(std::unique_ptr<Impl> impl);
   std::unique_ptr<Impl> impl_;
 };
 

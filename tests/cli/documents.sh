@@ -49,7 +49,7 @@ expect "a file for an option" "$(echo 'a file.mtx')" "$(bash_offers zeph adjust 
 expect "words" "cholmod" "$(bash_offers zeph solve A.mtx --engine c)"
 expect "words or a file" "amd auto a file.mtx" "$(bash_offers zeph plan --ordering a)"
 expect "a number" "" "$(bash_offers zeph plan --threads '')"
-if has fish; then expect "words in fish" "zeph cholmod" "$(fish_offers 'zeph solve --engine ')"; fi
+if has fish; then expect "words in fish" "zeph cholmod domains mumps" "$(fish_offers 'zeph solve --engine ')"; fi
 for shell in bash fish zsh; do
   file=zeph.$shell
   [ $shell = zsh ] && file=_zeph

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <span>
 #include <system_error>
 #include <utility>
 
@@ -186,7 +187,8 @@ void AtomicFile::rename() {
   forgetName();
 }
 
-void AtomicFile::commitAll(std::initializer_list<AtomicFile*> files) {
+void AtomicFile::commitAll(AtomicFile* const* list, std::size_t count) {
+  const std::span files(list, count);
   // What is written in place cannot be taken back, and so comes last.
   for (const bool inPlace : {false, true}) {
     for (AtomicFile* file : files) {

@@ -1,6 +1,7 @@
 #ifndef ZEPH_FILES_ATOMIC_FILE_H
 #define ZEPH_FILES_ATOMIC_FILE_H
 
+#include <cstddef>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -42,7 +43,10 @@ class AtomicFile {
   /// Gives several files their names together, and leaves out null pointers: only when everything
   /// of all of them is written, standard output too, does the first one take the place of an older
   /// file.
-  static void commitAll(std::initializer_list<AtomicFile*> files);
+  static void commitAll(std::initializer_list<AtomicFile*> files) {
+    commitAll(files.begin(), files.size());
+  }
+  static void commitAll(AtomicFile* const* files, std::size_t count);
 
   /// The name that was given.
   const std::string& path() const { return path_; }
