@@ -85,10 +85,23 @@ if(TARGET zeph_solver)
     DEPENDS "libzeph-solver${generation} ${exactly}" "libzttypes${generation} ${exactly}"
             libsuitesparse-dev libmetis-dev)
 endif()
+if(TARGET zeph_distributed)
+  zeph_debian_package(zeph_distributed libzeph-distributed${generation} libs
+    "sparse direct solver with variances - several processes"
+    "Spreads factors over the processes of MPI, and computes their solutions,\nvariances and determinants there; mpirun zeph loads it."
+    DEPENDS "libzeph${generation} ${exactly}" openmpi-bin)
+  zeph_debian_package(zeph_distributed_dev libzeph-distributed-dev libdevel
+    "sparse direct solver with variances - several processes, development files"
+    "Headers for C++17, CMake package and pkg-config file of libzeph-distributed."
+    DEPENDS "libzeph-distributed${generation} ${exactly}" "libzeph-dev ${exactly}" libopenmpi-dev)
+endif()
 zeph_debian_package(tools zeph math
   "sparse linear systems and variances on the command line"
   "Solves sparse linear systems, computes variances and covariances, adjusts\nobservations by least squares and optimises pose graphs, from Matrix Market\nand CSV files."
   DEPENDS "libzttypes${generation} ${exactly}")
+if(TARGET zeph_distributed)
+  set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS libzeph-distributed${generation})
+endif()
 if(TARGET zeph_python)
   math(EXPR next "${ZEPH_PYTHON_MINOR} + 1")
   zeph_debian_package(python python3-zeph python

@@ -82,6 +82,17 @@ if(TARGET zeph_public)
     PKG_CONFIG_LIBS -lzeph)
 endif()
 
+if(TARGET zeph_distributed)
+  zeph_install_package(zeph_distributed
+    TARGETS zeph_distributed
+    NAMESPACE zeph
+    INCLUDE_DIR ${CMAKE_INSTALL_INCLUDEDIR}/zeph_distributed
+    HEADERS
+      distributed/distributed_factor.h
+    DEPENDS "MPI COMPONENTS CXX" zeph
+    PKG_CONFIG_LIBS -lzeph_distributed -lzeph)
+endif()
+
 # What both libraries call on their own behalf.
 zeph_install_licence(zttypes zttypes)
 if(NOT TARGET zeph_solver)

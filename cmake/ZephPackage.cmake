@@ -15,7 +15,8 @@ endfunction()
 #   INCLUDE_DIR dir             where its headers begin; they keep their folders below it
 #   HEADERS header...           relative to the repository root
 #   DEPENDS package...          what find_package(NAME) has to find first
-#   PKG_CONFIG_LIBS flag...)    what a program links, as linker flags
+#   PKG_CONFIG_LIBS flag...     what a program links, as linker flags
+#   NAMESPACE name)             of its targets; NAME where none is given
 #
 # Gives find_package(NAME) with NAME::target, also from the build tree (-DNAME_DIR=<build folder>),
 # and `pkg-config NAME`. What programs need at run time belongs to the install component NAME, what
@@ -23,11 +24,14 @@ endfunction()
 # is in one package; another package whose targets link it depends on that one. EXPORT_NAME is a
 # target's name there.
 function(zeph_install_package name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "INCLUDE_DIR" "TARGETS;HEADERS;DEPENDS;PKG_CONFIG_LIBS")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "INCLUDE_DIR;NAMESPACE" "TARGETS;HEADERS;DEPENDS;PKG_CONFIG_LIBS")
   if(arg_UNPARSED_ARGUMENTS)
     message(FATAL_ERROR "zeph_install_package: what is ${arg_UNPARSED_ARGUMENTS}?")
   endif()
 
+  if(NOT arg_NAMESPACE)
+    set(arg_NAMESPACE ${name})
+  endif()
   set_target_properties(${arg_TARGETS} PROPERTIES INSTALL_RPATH "$ORIGIN")
   foreach(target IN LISTS arg_TARGETS)
     set(run_time ${name})
@@ -48,9 +52,9 @@ function(zeph_install_package name)
   zeph_install_licence(${name}_dev ${name})
 
   set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/${name})
-  install(EXPORT ${name}_targets NAMESPACE ${name}:: DESTINATION ${package_dir}
+  install(EXPORT ${name}_targets NAMESPACE ${arg_NAMESPACE}:: DESTINATION ${package_dir}
           COMPONENT ${name}_dev)
-  export(EXPORT ${name}_targets NAMESPACE ${name}:: FILE ${PROJECT_BINARY_DIR}/${name}_targets.cmake)
+  export(EXPORT ${name}_targets NAMESPACE ${arg_NAMESPACE}:: FILE ${PROJECT_BINARY_DIR}/${name}_targets.cmake)
   list(TRANSFORM arg_DEPENDS REPLACE "(.+)" "find_dependency(\\1)")
   list(JOIN arg_DEPENDS "\n" dependencies)
   configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/package-config.cmake.in

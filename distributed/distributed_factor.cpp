@@ -67,8 +67,6 @@ namespace {
 // Refinement stops here, or where it gains less than half.
 constexpr double kGoodBackwardError = 8.0 * std::numeric_limits<double>::epsilon();
 constexpr int kMostRefinements = 5;
-// The engine of domains is on its way.
-constexpr bool kHaveDomains = false;
 
 // In front of a Cholesky factorisation, why there can be none; empty where nothing is known.
 std::string againstCholesky(const Assembled& A) {
@@ -87,9 +85,7 @@ Made byCholesky(const Communicator& comm, const Assembled& A, const DistributedO
   const bool asked = options.route == Route::Cholesky;
   const std::string reason =
       asked ? "as asked" : A.source + " is symmetric with a positive diagonal";
-  const bool mumps =
-      options.engine == Engine::Mumps || (options.engine == Engine::Automatic && !kHaveDomains);
-  if (mumps) return {makeMumpsBackend(comm, A, true, options), reason};
+  if (options.engine == Engine::Mumps) return {makeMumpsBackend(comm, A, true, options), reason};
   return {makeDomainsBackend(comm, A, options), reason};
 }
 
