@@ -273,6 +273,9 @@ void giveVariances(const Engine& o, const std::vector<double>& d, Console& conso
 }
 
 void giveSolution(const Engine& o, const DenseMatrix& X, double residual, Console& console) {
+  char line[96];
+  std::snprintf(line, sizeof line, "relative residual |AX-B| / (|A||X|+|B|) = %.3g", residual);
+  const std::string said = line;  // memory may fail before the file stands, not after
   console.begin("writing");
   console.figures.add("relative_residual", residual);
   if (inFigures(o, console)) {
@@ -280,9 +283,7 @@ void giveSolution(const Engine& o, const DenseMatrix& X, double residual, Consol
   } else {
     writeDense(o.output, X);
   }
-  char line[96];
-  std::snprintf(line, sizeof line, "relative residual |AX-B| / (|A||X|+|B|) = %.3g", residual);
-  console.note(line);
+  console.note(said);
 }
 
 int giveLogDeterminant(double logarithm, int sign, Console& console) {

@@ -60,10 +60,12 @@ int writeAdjusted(const AdjustOptions& o, Console& console) {
   if (inFigures(o, console)) {
     console.figures.add("values", result.x).add("standard_deviations", result.sigma);
   }
+  tellReport(result.factor->report(), console);
+  // Memory may fail before the files stand, not after.
+  const std::vector<std::string> said = summary(result, J.indexBase);
   writeAdjustment({inFigures(o, console) ? "/dev/null" : o.output, o.residuals, o.report}, result,
                   aboutReport(o, J.indexBase));
-  tellReport(result.factor->report(), console);
-  for (const std::string& line : summary(result, J.indexBase)) console.note(line);
+  for (const std::string& line : said) console.note(line);
   return 0;
 }
 
