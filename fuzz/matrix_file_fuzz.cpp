@@ -22,6 +22,9 @@ bool equal(const zeph::SparseMatrix& a, const zeph::SparseMatrix& b) {
   return true;
 }
 
+// A short list may claim as large a matrix as it is allowed to.
+constexpr double kMemoryLimit = 1e8;
+
 std::string scratch(const char* ending) {
   return "/dev/shm/zeph-fuzz-" + std::to_string(getpid()) + ending;
 }
@@ -31,7 +34,8 @@ std::string scratch(const char* ending) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const bool nonFinite = size > 0 && data[0] % 2 == 1;
   const MemoryFile file(data + (size > 0 ? 1 : 0), size > 0 ? size - 1 : 0);
-  const zeph::ReadOptions options{nonFinite};
+  zeph::ReadOptions options{nonFinite};
+  options.memoryLimit = kMemoryLimit;
   for (const char* ending : {".mtx", ".csv"}) {
     // The ending decides, so the file gets a name that has one.
     const std::string in = scratch(ending), out = scratch(".again.mtx");

@@ -106,9 +106,10 @@ DenseMatrix readDense(const std::string& path, const ReadOptions& options) {
     switch (formOf(in, path, options, Wanted::Dense)) {
       case FileFormat::Npz:
         if (isNpy(in.head())) return readNpy(in.rest(options.memoryLimit), in.path(), options);
-        return toDense(readNpz(in.rest(options.memoryLimit), in.path(), options));
+        return toDense(readNpz(in.rest(options.memoryLimit), in.path(), options),
+                       options.memoryLimit);
       case FileFormat::RutherfordBoeing:
-        return toDense(readRutherfordBoeing(in, options));
+        return toDense(readRutherfordBoeing(in, options), options.memoryLimit);
       case FileFormat::Csv:
       case FileFormat::List:
         return readNumberTable(in, options);

@@ -291,7 +291,7 @@ void readDenseArray(LineReader& in, const Header& h, const ReadOptions& options,
   if (in.fileBytes() != 0 && h.entries > in.fileBytes()) {
     readArray(in, h, options, [](std::size_t, std::size_t, double) {});
   }
-  dense = toDense(describe(in.path(), h));
+  dense = toDense(describe(in.path(), h), options.memoryLimit);
   const double mirrorSign = h.symmetry == Symmetry::SkewSymmetric ? -1.0 : 1.0;
   readArray(in, h, options, [&](std::size_t row, std::size_t col, double value) {
     dense(row, col) = value;
@@ -350,7 +350,8 @@ bool readMatrixMarketAsStored(LineReader& in, SparseMatrix& sparse, DenseMatrix&
 DenseMatrix readMatrixMarketDense(LineReader& in, const ReadOptions& options) {
   SparseMatrix sparse;
   DenseMatrix dense;
-  if (!readMatrixMarketAsStored(in, sparse, dense, options)) return toDense(sparse);
+  if (!readMatrixMarketAsStored(in, sparse, dense, options))
+    return toDense(sparse, options.memoryLimit);
   return dense;
 }
 

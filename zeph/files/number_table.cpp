@@ -82,7 +82,9 @@ bool startsWithTriplets(const LineReader& in) {
 
 DenseMatrix readNumberTable(LineReader& in, const ReadOptions& options) {
   const bool list = options.format == FileFormat::List;
-  if (!list && startsWithTriplets(in)) return toDense(readTripletCsv(in, options));
+  if (!list && startsWithTriplets(in)) {
+    return toDense(readTripletCsv(in, options), options.memoryLimit);
+  }
   FieldReader fields(in, options);
   std::vector<double> values, rows;
   std::size_t cols = 0;

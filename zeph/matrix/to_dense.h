@@ -7,8 +7,8 @@
 namespace zeph {
 
 /// All entries of m, symmetric forms completed, duplicates summed.
-/// Throws Error(Memory) where rows x cols does not fit into memory.
-DenseMatrix toDense(const SparseMatrix& m);
+/// Throws Error(Memory) where rows x cols is more than memoryLimit bytes, or than there are.
+DenseMatrix toDense(const SparseMatrix& m, double memoryLimit = 0.0);
 
 }  // namespace zeph
 

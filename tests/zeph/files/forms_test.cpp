@@ -148,6 +148,9 @@ TEST_F(FormsTest, whatIsNoMatrixIsNamed) {
   EXPECT_LT(bomb.size(), 10000u);
   expectError([&] { zeph::readSparse(file, {.memoryLimit = 1e6}); },
               "8 reading bomb.gz would take 1.05 MB of memory, more than the limit of 1 MB");
+  const std::string wide = write("wide.csv", "0,200000,1\n");
+  expectError([&] { zeph::readDense(wide, {.memoryLimit = 1e6}); },
+              "8 a dense matrix of 1 x 200001 from wide.csv would take 1.6 MB of memory");
   expectError([&] { zeph::readDense(write("b.csv", "0,1\n2,1\n")); },
               "3 the indices of b.csv are not 0 to 1, each of them once, as 2 shows");
   expectError([&] { zeph::readDense(write("b.txt", "1 2\n3\n")); },
