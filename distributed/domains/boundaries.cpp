@@ -12,20 +12,10 @@ using std::size_t;
 // Values that a process sends, or gets, at one time: some megabytes.
 constexpr double kStripValues = double{1 << 22};
 
-// Calls use(column, row) for the lower triangle of a boundary's square, as places in the boundary,
-// in the columns first <= j < end of the interface.
-template <class Use>
-void forSquare(const std::int32_t* boundary, size_t count, std::int64_t first, std::int64_t end,
-               const Use& use) {
-  const auto from = std::lower_bound(boundary, boundary + count, first) - boundary;
-  for (auto c = static_cast<size_t>(from); c < count && boundary[c] < end; ++c) {
-    for (size_t r = c; r < count; ++r) use(c, r);
-  }
-}
-
 }  // namespace
 
-Boundaries::Boundaries(const Communicator& comm, std::vector<std::int32_t> mine)
+Boundaries::Boundaries(const Communicator& comm, const Interface& interface,
+                       std::vector<std::int32_t> mine)
     : comm_(comm), mine_(std::move(mine)), start_(static_cast<size_t>(comm.size()) + 1, 0) {
   std::vector<std::int64_t> counts =
       comm.gather(0, std::vector<std::int64_t>{static_cast<std::int64_t>(mine_.size())});
@@ -33,6 +23,44 @@ Boundaries::Boundaries(const Communicator& comm, std::vector<std::int32_t> mine)
   std::partial_sum(counts.begin(), counts.end(), start_.begin() + 1);
   all_ = comm.gather(0, mine_);
   comm.broadcast(0, all_);
+  comm.together([&] {
+    for (const std::int32_t i : mine_) rowOwner_.push_back(interface.rowOwner(i));
+    for (const std::int32_t i : all_) {
+      const std::int64_t row = interface.hasRow(i) ? interface.localRow(i) : -1;
+      localRow_.push_back(static_cast<std::int32_t>(row));
+    }
+  });
+}
+
+// Calls use(row, column, owner) for the lower triangle of this process's square, by places in the
+// boundary, in the columns first <= j < end of the interface.
+template <class Use>
+void Boundaries::forMine(const Interface& interface, std::int64_t first, std::int64_t end,
+                         const Use& use) const {
+  const auto begin = std::lower_bound(mine_.begin(), mine_.end(), first) - mine_.begin();
+  for (auto c = static_cast<size_t>(begin); c < mine_.size() && mine_[c] < end; ++c) {
+    const int colOwner = interface.colOwner(mine_[c]);
+    for (size_t r = c; r < mine_.size(); ++r) {
+      use(static_cast<Domain::Index>(r), static_cast<Domain::Index>(c),
+          static_cast<size_t>(interface.ownerAt(rowOwner_[r], colOwner)));
+    }
+  }
+}
+
+// Calls use(local row, local column) in the same order for those entries of process p's square
+// that this process has of the interface.
+template <class Use>
+void Boundaries::forOwned(const Interface& interface, size_t p, std::int64_t first,
+                          std::int64_t end, const Use& use) const {
+  const auto begin = all_.begin() + start_[p], last = all_.begin() + start_[p + 1];
+  for (auto c = std::lower_bound(begin, last, first); c < last && *c < end; ++c) {
+    if (!interface.hasCol(*c)) continue;
+    const std::int64_t column = interface.localCol(*c);
+    for (auto row = localRow_.begin() + (c - all_.begin()); row < localRow_.begin() + start_[p + 1];
+         ++row) {
+      if (*row >= 0) use(*row, column);
+    }
+  }
 }
 
 double Boundaries::bytes() const {
@@ -61,21 +89,17 @@ void Boundaries::addSchur(const Domain& domain, Interface& interface) const {
   for (size_t s = 0; s + 1 < strip.size(); ++s) {
     auto to = comm_.together([&] {
       std::vector<std::vector<double>> parts(static_cast<size_t>(comm_.size()));
-      forSquare(mine_.data(), mine_.size(), strip[s], strip[s + 1], [&](size_t c, size_t r) {
-        parts[static_cast<size_t>(interface.owner(mine_[r], mine_[c]))].push_back(
-            domain.schur(static_cast<Domain::Index>(r), static_cast<Domain::Index>(c)));
+      forMine(interface, strip[s], strip[s + 1], [&](Domain::Index r, Domain::Index c, size_t p) {
+        parts[p].push_back(domain.schur(r, c));
       });
       return parts;
     });
     const std::vector<double> came = comm_.exchange(to);
     const double* next = came.data();
     for (size_t p = 0; p + 1 < start_.size(); ++p) {
-      const std::int32_t* const boundary = all_.data() + start_[p];
-      forSquare(boundary, static_cast<size_t>(start_[p + 1] - start_[p]), strip[s], strip[s + 1],
-                [&](size_t c, size_t r) {
-                  if (!interface.hasCol(boundary[c]) || !interface.hasRow(boundary[r])) return;
-                  interface.add(boundary[r], boundary[c], *next++);
-                });
+      forOwned(interface, p, strip[s], strip[s + 1], [&](std::int64_t row, std::int64_t column) {
+        interface.column(column)[row] += *next++;
+      });
     }
   }
 }
@@ -86,28 +110,20 @@ void Boundaries::takeInverse(const Interface& interface, Domain& domain) const {
     auto to = comm_.together([&] {
       std::vector<std::vector<double>> parts(static_cast<size_t>(comm_.size()));
       for (size_t p = 0; p < parts.size(); ++p) {
-        const std::int32_t* const boundary = all_.data() + start_[p];
-        forSquare(boundary, static_cast<size_t>(start_[p + 1] - start_[p]), strip[s], strip[s + 1],
-                  [&](size_t c, size_t r) {
-                    if (!interface.hasCol(boundary[c]) || !interface.hasRow(boundary[r])) return;
-                    parts[p].push_back(interface.inverse(boundary[r], boundary[c]));
-                  });
+        forOwned(interface, p, strip[s], strip[s + 1], [&](std::int64_t row, std::int64_t column) {
+          parts[p].push_back(interface.inverseColumn(column)[row]);
+        });
       }
       return parts;
     });
     const std::vector<double> came = comm_.exchange(to);
     // They came in the order of the senders: first how many of each, then each to its place.
     std::vector<size_t> next(static_cast<size_t>(comm_.size()) + 1, 0);
-    const auto forMine = [&](const auto& use) {
-      forSquare(mine_.data(), mine_.size(), strip[s], strip[s + 1], [&](size_t c, size_t r) {
-        use(c, r, static_cast<size_t>(interface.owner(mine_[r], mine_[c])));
-      });
-    };
-    forMine([&](size_t, size_t, size_t owner) { ++next[owner + 1]; });
+    forMine(interface, strip[s], strip[s + 1],
+            [&](Domain::Index, Domain::Index, size_t p) { ++next[p + 1]; });
     std::partial_sum(next.begin(), next.end(), next.begin());
-    forMine([&](size_t c, size_t r, size_t owner) {
-      domain.setInverse(static_cast<Domain::Index>(r), static_cast<Domain::Index>(c),
-                        came[next[owner]++]);
+    forMine(interface, strip[s], strip[s + 1], [&](Domain::Index r, Domain::Index c, size_t p) {
+      domain.setInverse(r, c, came[next[p]++]);
     });
   }
 }

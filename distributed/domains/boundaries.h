@@ -17,7 +17,7 @@ class Boundaries {
  public:
   /// `mine`: of this process's boundary the unknowns' places in the interface, ascending.
   /// Collective, as all that follows.
-  Boundaries(const Communicator& comm, std::vector<std::int32_t> mine);
+  Boundaries(const Communicator& comm, const Interface& interface, std::vector<std::int32_t> mine);
 
   /// Adds the domains' Schur complements to the interface, in the order of the processes.
   void addSchur(const Domain& domain, Interface& interface) const;
@@ -30,11 +30,21 @@ class Boundaries {
 
  private:
   std::vector<std::int64_t> strips(std::int64_t order) const;
+  template <class Use>
+  void forMine(const Interface& interface, std::int64_t first, std::int64_t end,
+               const Use& use) const;
+  template <class Use>
+  void forOwned(const Interface& interface, std::size_t p, std::int64_t first, std::int64_t end,
+                const Use& use) const;
 
   const Communicator& comm_;
   std::vector<std::int32_t> mine_;
+  /// Which row of the grid of processes has the interface's rows of mine_.
+  std::vector<std::int32_t> rowOwner_;
   /// Those of process p are all_[start_[p]] .. all_[start_[p+1]-1].
   std::vector<std::int32_t> all_;
+  /// Places of their rows in what this process has of the interface, -1 where others have them.
+  std::vector<std::int32_t> localRow_;
   std::vector<std::int64_t> start_;
 };
 

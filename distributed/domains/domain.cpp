@@ -70,11 +70,11 @@ double Domain::logDeterminant() const {
 void Domain::eliminate(double* x, double* right) const {
   Team team(threads_);
   sparse::solveForward(symbolic_, panels_.get(), 1, x, team);
-  for (Index b = 0; b < boundary(); ++b) right[b] = x[placeOfRow_[interior() + b]];
+  for (Index b = 0; b < boundary(); ++b) right[b] = x[interior() + b];
 }
 
 void Domain::substitute(double* x, const double* boundary) const {
-  for (Index b = 0; b < symbolic_.kept; ++b) x[placeOfRow_[interior() + b]] = boundary[b];
+  for (Index b = 0; b < symbolic_.kept; ++b) x[interior() + b] = boundary[b];
   Team team(threads_);
   sparse::solveTransposed(symbolic_, panels_.get(), 1, x, team);
 }

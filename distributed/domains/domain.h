@@ -43,13 +43,11 @@ class Domain {
 
   /// S(i, j), i and j unknowns of the boundary counted from 0, after factorise().
   double schur(Index i, Index j) const {
-    const Offset p = keptPlace(i), q = keptPlace(j);
-    return square()[std::min(p, q) * symbolic_.kept + std::max(p, q)];
+    return square()[Offset{std::min(i, j)} * symbolic_.kept + std::max(i, j)];
   }
   /// Puts A⁻¹ on the boundary in place of S. After all (i, j), i >= j, the inverse is there.
   void setInverse(Index i, Index j, double value) {
-    const Offset p = keptPlace(i), q = keptPlace(j);
-    square()[p * symbolic_.kept + q] = square()[q * symbolic_.kept + p] = value;
+    square()[Offset{i} * symbolic_.kept + j] = square()[Offset{j} * symbolic_.kept + i] = value;
   }
 
   /// The right-hand side x of all unknowns, those of the boundary zero, becomes what substitute()
@@ -67,10 +65,10 @@ class Domain {
   std::vector<double> entriesOfInverse(const std::vector<Offset>& places) const;
 
  private:
+  /// The kept group's, in the order of the boundary.
   double* square() const {
     return panels_.get() + symbolic_.storage() - Offset{symbolic_.kept} * symbolic_.kept;
   }
-  Offset keptPlace(Index i) const { return placeOfRow_[interior() + i] - interior(); }
 
   korin::sparse::Symbolic symbolic_;
   korin::sparse::PlacedEntries entries_;

@@ -191,7 +191,7 @@ void DomainsBackend::distribute(Partition partition) {
                                  sparse::Part::OneTriangle),
         static_cast<Index>(mine.size()), std::max(1, options_.threads));
   });
-  boundaries_ = std::make_unique<Boundaries>(comm_, std::move(mine));
+  boundaries_ = std::make_unique<Boundaries>(comm_, *interface_, std::move(mine));
 }
 
 // Of this process, with its share of the interface's, which all have.

@@ -29,15 +29,29 @@ class Interface {
   /// Bytes that a process holds at most of S and as much again of its inverse.
   static double bytes(std::int64_t order, int processes);
 
-  /// The process that has the entry.
-  int owner(std::int64_t i, std::int64_t j) const { return rowOwner(i) * gridCols_ + colOwner(j); }
+  /// The process that has the entry, and in row and column of the grid.
+  int owner(std::int64_t i, std::int64_t j) const { return ownerAt(rowOwner(i), colOwner(j)); }
+  int ownerAt(int rowOwner, int colOwner) const { return rowOwner * gridCols_ + colOwner; }
   int rowOwner(std::int64_t i) const { return static_cast<int>(i / kBlock % gridRows_); }
   int colOwner(std::int64_t j) const { return static_cast<int>(j / kBlock % gridCols_); }
   bool hasRow(std::int64_t i) const { return rowOwner(i) == gridRow_; }
   bool hasCol(std::int64_t j) const { return colOwner(j) == gridCol_; }
 
+  /// A row's and a column's place in what this process has, if it has them.
+  std::int64_t localRow(std::int64_t i) const {
+    return i / (kBlock * gridRows_) * kBlock + i % kBlock;
+  }
+  std::int64_t localCol(std::int64_t j) const {
+    return j / (kBlock * gridCols_) * kBlock + j % kBlock;
+  }
+
   /// Adds to an entry of this process, before factorise().
   void add(std::int64_t i, std::int64_t j, double value) { factor_[place(i, j)] += value; }
+  /// The entries of a local column, to be added to, and those of S⁻¹.
+  double* column(std::int64_t localCol) { return factor_.data() + localCol * stride_; }
+  const double* inverseColumn(std::int64_t localCol) const {
+    return inverse_.data() + localCol * stride_;
+  }
 
   /// S = L Lᵀ. Returns -1, or the first unknown without a positive pivot.
   std::int64_t factorise();
@@ -61,10 +75,7 @@ class Interface {
   static constexpr int kBlock = 64;
 
   std::size_t place(std::int64_t i, std::int64_t j) const {
-    const std::int64_t row = i / (kBlock * gridRows_) * kBlock + i % kBlock;
-    const std::int64_t col = j / (kBlock * gridCols_) * kBlock + j % kBlock;
-    return static_cast<std::size_t>(col) * static_cast<std::size_t>(stride_) +
-           static_cast<std::size_t>(row);
+    return static_cast<std::size_t>(localCol(j) * stride_ + localRow(i));
   }
 
   const Communicator& comm_;

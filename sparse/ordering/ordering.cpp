@@ -35,6 +35,7 @@ bool dissectionMayPay(const Graph& graph, const Prediction& predicted) {
 OrderedGraph withOrder(const Graph& graph, Ordering ordering, std::vector<Index> order,
                        Index kept) {
   OrderedGraph result{ordering, std::move(order), {}, {}};
+  std::iota(result.order.end() - kept, result.order.end(), graph.nodes() - kept);
   result.tree = eliminationTree(graph, result.order);
   const Index eliminated = graph.nodes() - kept;
   Index height = 0;

@@ -39,9 +39,9 @@ bool dissectionMayPay(const Graph& graph, const Prediction& predicted);
 /// here. Automatic keeps the order with fewer predicted operations of the one or two that it tried.
 /// std::bad_alloc as the libraries below.
 ///
-/// The last `kept` nodes come last and are not eliminated: in the tree they are a chain, as if all
-/// of them were neighbours, and the prediction leaves them out. Minimum degree counts them among
-/// the neighbours of the others.
+/// The last `kept` nodes come last, in their order, and are not eliminated: in the tree they are a
+/// chain, as if all of them were neighbours, and the prediction leaves them out. Minimum degree
+/// counts them among the neighbours of the others.
 OrderedGraph orderGraph(const Graph& graph, Ordering ordering, Index kept = 0);
 
 /// The same for an order that is there already.

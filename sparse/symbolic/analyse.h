@@ -11,9 +11,9 @@ struct AnalysisOptions {
   Ordering ordering = Ordering::Automatic;
   /// For Ordering::Given: permutation[k] is the unknown to eliminate as the k-th, n of them.
   const Index* permutation = nullptr;
-  /// The last so many unknowns are not eliminated. They become the last group, a square without
-  /// rows below it, as if all of them were neighbours: what `factorise` leaves there is what
-  /// eliminating the others adds to them. Not with Ordering::Given.
+  /// The last so many unknowns are not eliminated. They become the last group, in their order, a
+  /// square without rows below it, as if all of them were neighbours: what `factorise` leaves there
+  /// is what eliminating the others adds to them. Not with Ordering::Given.
   Index kept = 0;
 };
 

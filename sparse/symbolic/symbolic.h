@@ -19,7 +19,8 @@ namespace korin::sparse {
 /// a group all occur among its parent's rows.
 struct Symbolic {
   Index n = 0;
-  /// The last so many columns are not eliminated and form the last group; 0 where all are.
+  /// The last so many columns, in A's order, are not eliminated and form the last group; 0 where
+  /// all are.
   Index kept = 0;
   /// permutation[k] is the row and column of A that became row and column k.
   std::vector<Index> permutation;
