@@ -30,7 +30,7 @@ static void asks(void) {
   int64_t z_starts[4], z_rows[9];
   int sign = 0;
   zeph_report report;
-  zeph_options o = {1, 4, 1, NULL};
+  zeph_options o = {1, 4, 1, NULL, 0.0, NULL};
   o.permutation = permutation;
   expect(zeph_factor_create(&f, 3, starts, rows, values, 1, &o) == 0, "create");
   expect(zeph_factor_solve(f, 2, b, x) == 0 && near(x[0], 1) && near(x[4], 1), "solve");
@@ -80,7 +80,7 @@ static void refuses(void) {
   const int64_t indefinite_starts[] = {0, 2, 3}, out[] = {0, 7, 1};
   double d[3];
   const double indefinite[] = {1, 2, 1};
-  zeph_options o = {1, 0, 0, NULL};
+  zeph_options o = {1, 0, 0, NULL, 0.0, NULL};
   expect(zeph_factor_create(&f, 2, indefinite_starts, rows, indefinite, 1, &o) == 5 && f == NULL,
          "indefinite");
   expect(zeph_factor_create(&f, 2, indefinite_starts, rows, indefinite, 1, NULL) == 0, "by LU");
