@@ -177,6 +177,7 @@ int runCalibrate(const Calibrating& o, Console& console) {
     tellModel(path, *model, console);
     return 0;
   }
+  requireCalibrationFile(path);
   CalibrationOptions options;
   options.progress = shownOn(console, o).progress;
   options.threads = o.threads;

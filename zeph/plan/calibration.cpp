@@ -240,6 +240,12 @@ Calibration calibrate(const CalibrationOptions& how) {
   Calibration result;
   CostModel& model = result.model;
   model = defaultCostModel(korin::kernels::processorLevel());
+  // First, as a folder may turn out to be of no use.
+  if (!how.scratchFolder.empty()) {
+    const DiskSpeed disk = diskSpeed(how.scratchFolder);
+    model.scratchWrite = disk.write;
+    model.scratchRead = disk.read;
+  }
   const char* stage = "measuring fronts";
   double done = 0.0, all = static_cast<double>(FrontTable::kWidths.size()) *
                            static_cast<double>(FrontTable::kBelow.size());
@@ -293,12 +299,6 @@ Calibration calibrate(const CalibrationOptions& how) {
     const auto alone = measure(A, *analysed(A, options, silent), silent).seconds;
     model.sharing =
         std::max(1.0, (together.factor + together.inverse) / (alone.factor + alone.inverse));
-  }
-  if (!how.scratchFolder.empty()) {
-    stage = "measuring the scratch folder";
-    const DiskSpeed disk = diskSpeed(how.scratchFolder);
-    model.scratchWrite = disk.write;
-    model.scratchRead = disk.read;
   }
   return result;
 }

@@ -149,6 +149,11 @@ std::string calibrationPath() {
   return std::string(home) + "/.cache/zeph/calibration.txt";
 }
 
+void requireCalibrationFile(const std::string& path) {
+  makeFolders(path);
+  AtomicFile::requireWritable(path);
+}
+
 void writeCalibration(const std::string& path, const CostModel& model) {
   CostModel copy = model;
   std::string text = std::string(kFirstLine) + "\n" + facts();
@@ -160,7 +165,7 @@ void writeCalibration(const std::string& path, const CostModel& model) {
     }
     text += '\n';
   }
-  makeFolders(path);
+  requireCalibrationFile(path);
   AtomicFile out(path);
   out.write(text + checkLine(text));
   out.commit();

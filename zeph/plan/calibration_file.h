@@ -13,8 +13,12 @@ namespace zeph {
 /// not set; empty where there is no home either.
 std::string calibrationPath();
 
+/// Makes the folders that are missing above a calibration, and throws Error(Output) where it cannot
+/// be written: to be called before it is measured.
+void requireCalibrationFile(const std::string& path);
+
 /// Writes the model, whole or not at all, with the processor, its level, the number of processors
-/// and the version that it holds for; makes the folders that are missing. Throws Error(Output).
+/// and the version that it holds for. Throws Error(Output).
 void writeCalibration(const std::string& path, const CostModel& model);
 
 /// The model in a file, or nothing where there is no file, it is not whole, or it was measured on
