@@ -64,7 +64,12 @@ void Boundaries::forOwned(const Interface& interface, size_t p, std::int64_t fir
 }
 
 double Boundaries::bytes() const {
-  return 4.0 * sizeof(double) * kStripValues;
+  // A strip as it was collected and as it goes, and the same of what comes.
+  double longest = 0.0;
+  for (size_t p = 0; p + 1 < start_.size(); ++p) {
+    longest = std::max(longest, static_cast<double>(start_[p + 1] - start_[p]));
+  }
+  return 4.0 * sizeof(double) * std::min(kStripValues + longest, longest * longest);
 }
 
 // Columns of the interface where strips begin and end.

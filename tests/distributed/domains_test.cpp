@@ -206,6 +206,8 @@ TEST(Domains, RefuseOnAllProcessesAlike) {
     EXPECT_THROW(f.covariance({0}, {0}), Error);
   }
   DistributedOptions small = kDomains;
+  small.memoryLimit = 1e7;  // room for a factor of some hundred kilobytes
+  EXPECT_EQ(kindOf(grid(30), small), "");
   small.memoryLimit = 1e4;
   EXPECT_NE(kindOf(grid(30), small).find("more than the limit of"), std::string::npos);
 }
