@@ -174,8 +174,13 @@ class Array {
         return size_ == 8 ? get<double>(k) : static_cast<double>(get<float>(k));
       case 'b':
         return get<std::uint8_t>(k) != 0 ? 1.0 : 0.0;
-      default:
+      case 'i':
         return static_cast<double>(integer(k));
+      case 'u':
+        return size_ == 8 ? static_cast<double>(get<std::uint64_t>(k))
+                          : static_cast<double>(integer(k));
+      default:
+        throw Error(ErrorKind::Input, name_ + " holds text, no numbers");
     }
   }
 
@@ -328,7 +333,7 @@ class SparseArrays {
   template <class Use>
   void forEachLine(const Array& starts, size_t lines, size_t entries, const Use& use) {
     if (starts.count() != lines + 1) throw wrong("indptr has not one entry more than lines");
-    if (starts.index(0, 1) != 0) throw wrong("indptr does not begin with 0");
+    starts.index(0, 1);  // it begins with 0
     for (size_t line = 0; line < lines; ++line) {
       const size_t begin = starts.index(line, entries + 1),
                    end = starts.index(line + 1, entries + 1);

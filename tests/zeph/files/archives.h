@@ -3,11 +3,13 @@
 
 #include <zlib.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "zeph/matrix/to_dense.h"
 #include "zeph/sparse_matrix.h"
 
 inline std::string gzipped(const std::string& text, int window = 31) {
@@ -61,11 +63,65 @@ inline std::string archive(const std::vector<std::pair<std::string, std::string>
 
 using Ints = std::vector<std::int32_t>;
 
-// What scipy.sparse.save_npz writes.
+using Members = std::vector<std::pair<std::string, std::string>>;
+
+inline std::string tuple(const std::vector<std::size_t>& extents) {
+  std::string text = "(";
+  for (const std::size_t e : extents) text += std::to_string(e) + ",";
+  return text + ")";
+}
+
+// The members of every sparse archive, and those of its format.
+inline std::string sparseArchive(const std::string& format, std::size_t rows, std::size_t cols,
+                                 const std::string& data, const Members& own) {
+  Members members = {{"format.npy", npy<char>("|S3", "()", {format.begin(), format.end()})},
+                     {"shape.npy", npy<std::size_t>("<i8", "(2,)", {rows, cols})},
+                     {"data.npy", data}};
+  members.insert(members.end(), own.begin(), own.end());
+  return archive(members);
+}
+
+inline std::string ints(const Ints& values) {
+  return npy("<i4", tuple({values.size()}), values);
+}
+
+// What scipy.sparse.save_npz writes: csr, csc, coo, bsr with blocks of 2 x 3 where they fit, dia.
 inline std::string sparseArchive(const zeph::SparseMatrix& m, const std::string& format) {
   const bool byRows = format == "csr";
-  Ints rows, cols, starts(1, 0), indices;
+  Ints rows, cols, starts(1, 0);
   std::vector<double> data;
+  if (format == "bsr" || format == "dia") {
+    const std::vector<double> dense = zeph::toDense(m).values;
+    const std::size_t high = m.rows % 2 == 0 ? 2 : 1, wide = m.cols % 3 == 0 ? 3 : 1;
+    for (std::size_t row = 0; row < m.rows && format == "bsr"; row += high) {
+      for (std::size_t col = 0; col < m.cols; col += wide) {
+        for (std::size_t k = 0; k < high * wide; ++k) {
+          data.push_back(dense[(col + k % wide) * m.rows + row + k / wide]);
+        }
+        if (std::count(data.end() - static_cast<long>(high * wide), data.end(), 0.0) ==
+            static_cast<long>(high * wide)) {
+          data.resize(data.size() - high * wide);
+        } else {
+          cols.push_back(static_cast<int>(col / wide));
+        }
+      }
+      starts.push_back(static_cast<int>(cols.size()));
+    }
+    if (format == "bsr") {
+      return sparseArchive(format, m.rows, m.cols,
+                           npy("<f8", tuple({cols.size(), high, wide}), data),
+                           {{"indptr.npy", ints(starts)}, {"indices.npy", ints(cols)}});
+    }
+    for (auto d = 1 - static_cast<int>(m.rows); d < static_cast<int>(m.cols); ++d) {
+      rows.push_back(d);
+      for (int j = 0; j < static_cast<int>(m.cols); ++j) {
+        const bool inside = j >= d && j - d < static_cast<int>(m.rows);
+        data.push_back(inside ? dense[static_cast<std::size_t>(j) * m.rows + (j - d)] : 9.0);
+      }
+    }
+    return sparseArchive(format, m.rows, m.cols, npy("<f8", tuple({rows.size(), m.cols}), data),
+                         {{"offsets.npy", ints(rows)}});
+  }
   for (std::size_t line = 0; line < (byRows ? m.rows : m.cols); ++line) {
     for (const auto& e : m.entries) {
       if ((byRows ? e.row : e.col) != line) continue;
@@ -75,20 +131,10 @@ inline std::string sparseArchive(const zeph::SparseMatrix& m, const std::string&
     }
     starts.push_back(static_cast<int>(data.size()));
   }
-  const auto list = [](std::size_t count) { return "(" + std::to_string(count) + ",)"; };
-  std::vector<std::pair<std::string, std::string>> members = {
-      {"format.npy", npy<char>("|S3", "()", {format.begin(), format.end()})},
-      {"shape.npy",
-       npy<std::int64_t>("<i8", "(2,)", {static_cast<long>(m.rows), static_cast<long>(m.cols)})},
-      {"data.npy", npy("<f8", list(data.size()), data)}};
-  if (format == "coo") {
-    members.emplace_back("row.npy", npy("<i4", list(rows.size()), rows));
-    members.emplace_back("col.npy", npy("<i4", list(cols.size()), cols));
-  } else {
-    members.emplace_back("indptr.npy", npy("<i4", list(starts.size()), starts));
-    members.emplace_back("indices.npy", npy("<i4", list(rows.size()), byRows ? cols : rows));
-  }
-  return archive(members);
+  const Members own = format == "coo" ? Members{{"row.npy", ints(rows)}, {"col.npy", ints(cols)}}
+                                      : Members{{"indptr.npy", ints(starts)},
+                                                {"indices.npy", ints(byRows ? cols : rows)}};
+  return sparseArchive(format, m.rows, m.cols, npy("<f8", tuple({data.size()}), data), own);
 }
 
 #endif

@@ -17,20 +17,24 @@ using zeph::SparseMatrix;
 
 const std::string kMtx = "%%MatrixMarket matrix coordinate real general\n2 2 2\n1 1 4\n2 1 -1\n";
 
+const char* const kRb =
+    "title\n 5 1 1 3\nrsa            2             2             3             0\n"
+    "(3I2)           (3I1)           (1P3E9.2)\n 1 3 4\n122\n 4.00E+00-1.00E+00 3.00D+00\n";
+
 class FormsTest : public AnyMatrixTest {
  protected:
   static std::vector<double> dense(const SparseMatrix& m) { return zeph::toDense(m).values; }
 };
 
 TEST_F(FormsTest, archivesOfScipyAndCompressedFilesReadBack) {
-  const char* formats[] = {"csr", "csc", "coo"};
+  const char* formats[] = {"csr", "csc", "coo", "bsr", "dia"};
   for (int round = 0; round < 30; ++round) {
     SparseMatrix m = randomMatrix(zeph::Symmetry::General);
     for (auto& e : m.entries) e.value = std::scalbn(e.value, -std::ilogb(e.value));  // sums fit
-    const std::string file = sparseArchive(m, formats[round % 3]);
+    const std::string file = sparseArchive(m, formats[round % 5]);
     const SparseMatrix back = zeph::readSparse(write("m.npz", file));
     EXPECT_TRUE(back.rows == m.rows && back.cols == m.cols);
-    EXPECT_EQ(dense(back), dense(m)) << formats[round % 3];
+    EXPECT_EQ(dense(back), dense(m)) << formats[round % 5];
     EXPECT_EQ(dense(zeph::readSparse(write("z", gzipped(file)))), dense(m));
     // Whatever is wrong with an archive, it is read or refused, and never overruns.
     for (int k = 0; k < 25; ++k) {
@@ -47,6 +51,29 @@ TEST_F(FormsTest, archivesOfScipyAndCompressedFilesReadBack) {
             << e.what();
       }
     }
+  }
+  const std::string three = npy<double>("<f8", "(3,)", {1, 2, 3});
+  const std::pair<std::string, const char*> faults[] = {
+      {sparseArchive("coo", 2, 2, three, {{"row.npy", ints({0, 1})}, {"col.npy", ints({0, 1, 1})}}),
+       "row, col and data differ in length"},
+      {sparseArchive("coo", 2, 2, three, {{"row.npy", ints({0, 1, 1})}, {"col.npy", ints({0, 1})}}),
+       "row, col and data differ in length"},
+      {sparseArchive("csr", 2, 2, three, {{"indptr.npy", ints({1, 2, 3})}, {"indices.npy", three}}),
+       "entry 0 of indptr of f.npz is 1; it must lie between 0 and 0"},
+      {sparseArchive("csr", 1, 4, three,
+                     {{"indptr.npy", ints({0, 4})}, {"indices.npy", ints({0, 1, 2, 3})}}),
+       "entry 1 of indptr of f.npz is 4; it must lie between 0 and 3"},
+      {sparseArchive("bsr", 1, 4, npy<double>("<f8", "(3, 1, 1)", {1, 2, 3}),
+                     {{"indptr.npy", ints({0, 4})}, {"indices.npy", ints({0, 1, 2, 3})}}),
+       "entry 1 of indptr of f.npz is 4; it must lie between 0 and 3"},
+      {sparseArchive("dia", 2, 2, three, {{"offsets.npy", ints({0})}}), "its diagonals are not"},
+      {sparseArchive("coo", 2, 2, npy<char>("|S3", "(1,)", {'1', '.', '5'}),
+                     {{"row.npy", ints({0})}, {"col.npy", ints({0})}}),
+       "data of f.npz holds text"},
+  };
+  for (const auto& [file, sentence] : faults) {
+    const std::string name = write("f.npz", file);
+    expectError([&] { zeph::readSparse(name); }, sentence, false);
   }
   const std::string twice = gzipped(kMtx.substr(0, 50)) + gzipped(kMtx.substr(50)) + "\0\0";
   EXPECT_EQ(dense(zeph::readSparse(write("m.mtx.gz", twice))), (std::vector<double>{4, -1, 0, 0}));
@@ -76,12 +103,8 @@ TEST_F(FormsTest, tablesInEverySpelling) {
       {"b.csv", "index,value\n1,7\n0,8\n", plain, {8, 7}, false},
       {"b.csv", "1;7\n2;8\n", one, {7, 8}, false},
       {"b.csv", "x\n7\n8\n", plain, {7, 8}, false},
-      {"m.rb",
-       "title\n 5 1 1 3\nrsa            2             2             3             0\n"
-       "(3I2)           (3I1)           (1P3E9.2)\n 1 3 4\n122\n 4.00E+00-1.00E+00 3.00D+00\n",
-       plain,
-       {4, -1, -1, 3},
-       true},
+      {"m.rb", kRb, plain, {4, -1, -1, 3}, true},
+      {"unnamed", kRb, plain, {4, -1, -1, 3}, true},
   };
   for (const auto& c : cases) {
     const std::string file = write(c.name, c.text);
