@@ -6,7 +6,10 @@
 #include <cmath>
 #include <numeric>
 #include <random>
+#include <string>
 #include <vector>
+
+#include "sparse/inverse/lu_solve.h"
 
 namespace korin::sparse {
 namespace {
@@ -72,7 +75,7 @@ struct RandomFactors {
   }
 };
 
-TEST(LuInverseTest, DiagonalOfAnyPatternMatchesDenseSolves) {
+TEST(LuInverseTest, DiagonalAndSolutionsOfAnyPatternMatchDenseSolves) {
   std::mt19937 random(5);
   for (int trial = 0; trial < 60; ++trial) {
     // The first are wider than a group and longer than a strip of columns.
@@ -81,10 +84,23 @@ TEST(LuInverseTest, DiagonalOfAnyPatternMatchesDenseSolves) {
     const RandomFactors f(n, shareLong, random);
     std::vector<double> diagonal(n);
     luInverseDiagonal(f.factors, diagonal.data());
+    std::vector<double> weights(n), transposed(n), x(n);
+    for (double& w : weights) w = static_cast<double>(random() % 9);
+    luSolveTransposed(f.factors, weights.data(), transposed.data());
     for (int i = 0; i < n; ++i) {
-      const double z = f.solveUnit(f.factors.rowPosition[i])[f.factors.colPosition[i]];
-      ASSERT_NEAR(diagonal[i], z * f.factors.rowScale[i], 1e-11)
-          << "trial " << trial << ", n " << n << ", " << shareLong << " % long, entry " << i;
+      SCOPED_TRACE("trial " + std::to_string(trial) + ", n " + std::to_string(n) + ", entry " +
+                   std::to_string(i) + ", % long: " + std::to_string(shareLong));
+      std::vector<double> unit(n, 0.0);
+      unit[i] = 1.0;
+      luSolve(f.factors, unit.data(), x.data());
+      const std::vector<double> z = f.solveUnit(f.factors.rowPosition[i]);
+      double sum = 0.0;
+      for (int j = 0; j < n; ++j) {
+        ASSERT_NEAR(x[j], z[f.factors.colPosition[j]] * f.factors.rowScale[i], 1e-11);
+        sum += weights[j] * x[j];
+      }
+      ASSERT_NEAR(diagonal[i], x[i], 1e-11);
+      ASSERT_NEAR(transposed[i], sum, 1e-9);
     }
   }
 }

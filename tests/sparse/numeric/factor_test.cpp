@@ -202,6 +202,29 @@ TEST(Factor, AgreesWithDenseArithmeticOnSmallMatricesOfManyShapes) {
   }
 }
 
+TEST(Factor, SolvesForCovariancesWhoseColumnsFillTooLargeATable) {
+  // A path in its own order: far from its ends entry (i, j) of the inverse is 2^-|i - j| / 1.5.
+  constexpr Index n = 41000;
+  std::vector<Index> row, col, some(801);
+  std::vector<double> value, block(some.size() * some.size());
+  for (Index i = 0; i < n; ++i) {
+    row.push_back(i), col.push_back(i), value.push_back(2.5);
+    if (i > 0) row.push_back(i), col.push_back(i - 1), value.push_back(-1.0);
+  }
+  kernels::Team team(2);
+  const Factor f(
+      assembleTriplets(n, n, row.data(), col.data(), value.data(), row.size(), Part::OneTriangle),
+      team, Ordering::Natural);
+  std::mt19937 random(1);
+  for (Index& i : some) i = 100 + static_cast<Index>(random() % 50);
+  covarianceBlock(f.symbolic, f.panels.data(), static_cast<Index>(some.size()), some.data(),
+                  block.data(), team);
+  for (size_t k = 0; k < block.size(); ++k) {
+    const int apart = some[k / some.size()] - some[k % some.size()];
+    ASSERT_NEAR(block[k], std::ldexp(1 / 1.5, -std::abs(apart)), 1e-15);
+  }
+}
+
 TEST(Factor, LeavesTheSchurComplementOfKeptColumnsAndTakesTheirInverse) {
   std::mt19937 random(3);
   for (int round = 0; round < 400; ++round) {

@@ -55,7 +55,8 @@ TEST(Ordering, DissectsSpaceAndLeavesThePlaneToMinimumDegree) {
       const OrderedGraph other = orderGraph(graph, forced);
       EXPECT_EQ(other.order, orderGraph(graph, forced).order) << "not the same twice";
       if (expected == Ordering::NestedDissection) {
-        EXPECT_LE(chosen.predicted.operations, other.predicted.operations);
+        EXPECT_LE(chosen.predicted.operations,
+                  (forced == expected ? 1.0 : 0.9) * other.predicted.operations);
       }
       std::vector<Index> sorted = other.order;
       std::sort(sorted.begin(), sorted.end());

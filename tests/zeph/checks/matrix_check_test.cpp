@@ -115,7 +115,8 @@ TEST_F(MatrixCheckTest, namesWhatIsWrongAndWhere) {
         "unusable diagonal:   2, first at (2, 2)\n",
         "not finite:          1, first nan at (3, 1)\n", "empty rows:          1: 4\n",
         "empty columns:       1: 4\n",
-        "fit for LU:          no: it holds values that are not finite, it has 1 empty row,"}) {
+        "fit for LU:          no: it holds values that are not finite, it has 1 empty row,",
+        "it is not symmetric, it has 2 unusable diagonal entries, it has 1 negative diagonal"}) {
     EXPECT_NE(text.find(line), text.npos) << line << "\n" << text;
   }
 }

@@ -140,6 +140,26 @@ class FactorTest : public FrontTest {
     EXPECT_LE(std::fabs(z - t(i, j)), tolerance * size) << i << ", " << j << " of " << t.n;
   }
 
+  /// tr(A^-1 B) for B of every symmetry; the inverse is `share` times the truth.
+  void expectTraces(const Factor& f, const DenseTruth& t, double share) {
+    for (const Symmetry form : {Symmetry::General, Symmetry::Symmetric, Symmetry::SkewSymmetric}) {
+      SparseMatrix B;
+      B.rows = B.cols = t.n;
+      B.symmetry = form;
+      long double trace = 0.0L, mirrored = form == Symmetry::SkewSymmetric ? -1.0L : 1.0L;
+      for (unsigned k = 5; k > 0; --k) {
+        const unsigned i = below(t.n), j = below(i + 1);
+        const long double size = std::max(std::fabs(t(i, j)), std::fabs(t(j, i)));
+        if (size == 0.0L || (i == j && mirrored < 0.0L)) continue;
+        B.entries.push_back({i, j, static_cast<double>((1.0 + uniform()) / size)});
+        trace += B.entries.back().value * t(j, i);
+        if (form == Symmetry::General || i == j) continue;
+        trace += mirrored * B.entries.back().value * t(i, j);
+      }
+      EXPECT_NEAR(f.traceOfInverseTimes(B), share * static_cast<double>(trace), 1e-8);
+    }
+  }
+
   /// Every question that a factor of a symmetric matrix answers, against the dense inverse.
   void expectAnswers(const Factor& f, const SparseMatrix& A) {
     const DenseTruth t(A);
@@ -155,6 +175,9 @@ class FactorTest : public FrontTest {
     EXPECT_NEAR(f.logDeterminant(), static_cast<double>(t.logAbs),
                 1e-12 * static_cast<double>(1 + n));
     EXPECT_EQ(f.determinantSign(), 1);
+    long double trace = 0.0L;  // of the inverse where the diagonal is scaled to ones
+    for (const Entry& e : A.entries) trace += e.row == e.col ? e.value * t(e.row, e.row) : 0.0L;
+    EXPECT_NEAR(f.report().conditionEstimate / static_cast<double>(trace), 1.0, 1e-10);
 
     const SparseMatrix Z = f.selectedInverse();
     EXPECT_GE(Z.entries.size(), n);
@@ -180,7 +203,7 @@ class FactorTest : public FrontTest {
         expectEntry(block(i, j), t, some[i], some[j], 1e-11);
       }
     }
-    EXPECT_NEAR(f.traceOfInverseTimes(A), static_cast<double>(n), 1e-9 * static_cast<double>(n));
+    expectTraces(f, t, 1.0);
     auto identity = DenseMatrix::zeros(n, n);
     for (std::size_t i = 0; i < n; ++i) identity(i, i) = 1.0;
     const DenseMatrix X = f.solve(identity);
@@ -212,6 +235,7 @@ TEST_F(FactorTest, answersAsTheDenseInverseDoes) {
 
 TEST_F(FactorTest, generalMatricesTakeLu) {
   if (!zeph::hasLuRoute()) GTEST_SKIP() << "no LU route in this build";
+  double operations = 0.0;
   for (unsigned round = 0; round < 200; ++round) {
     const unsigned n = 1 + below(12);
     SparseMatrix A = definite(n, round, round % 2 ? 100.0 : 0.0);
@@ -223,6 +247,8 @@ TEST_F(FactorTest, generalMatricesTakeLu) {
     }
     Factor f(A);
     const DenseTruth t(A);
+    operations += f.report().operations;
+    EXPECT_LE(f.report().operations, n * (n + 1.0) * (2.0 * n + 1.0) / 6.0);  // of a full matrix
     EXPECT_EQ(f.determinantSign(), t.sign);
     EXPECT_NEAR(f.logDeterminant(), static_cast<double>(t.logAbs), 1e-11 * (1.0 + n));
     for (int again = 0; again < 2; ++again) {
@@ -237,7 +263,7 @@ TEST_F(FactorTest, generalMatricesTakeLu) {
       for (std::size_t k = 0; k < n; ++k) {
         expectEntry(again == 0 ? z[k] : 2.0 * z[k], t, rows[k], cols[k], 1e-9);
       }
-      EXPECT_NEAR(f.traceOfInverseTimes(A), n * (again == 0 ? 1.0 : 0.5), 1e-8 * n);
+      expectTraces(f, t, again == 0 ? 1.0 : 0.5);
       std::vector<double> b(n), doubled = valuesOf(A);
       for (const Entry& e : A.entries) {  // A times ones
         b[e.row] += e.value;
@@ -272,6 +298,7 @@ TEST_F(FactorTest, generalMatricesTakeLu) {
     expectError([&] { f.selectedInverse(); }, "4 a selected inverse need");
     expectError([&] { f.sample(1, 1); }, "4 samples need");
   }
+  EXPECT_GT(operations, 0.0);
 }
 
 TEST_F(FactorTest, sameBitsFromAnyTeam) {

@@ -42,6 +42,7 @@ Measured measure(const SparseMatrix& A, std::mt19937& random) {
     m.error.push_back(worst);
     m.residual.push_back(f.report().identityResidual);
     m.estimate.push_back(f.report().relativeErrorEstimate);
+    EXPECT_EQ(f.selectedInverse().rows, A.rows);  // refused where variances are
     o.ordering = zeph::Ordering::Given;
     o.permutation.resize(A.rows);
     std::iota(o.permutation.begin(), o.permutation.end(), 0);
@@ -117,6 +118,7 @@ TEST_F(TrustTest, estimateIsNeverBelowTheErrorNorHundredTimesAbove) {
     } catch (const zeph::Error& e) {
       EXPECT_TRUE(e.kind() == zeph::ErrorKind::Singular || !zeph::hasLuRoute())
           << what << ": " << e.what();
+      EXPECT_THROW(zeph::Factor(A).selectedInverse(), zeph::Error) << what;
       return;
     }
     for (std::size_t k = 0; k < m.error.size(); ++k) {
@@ -145,6 +147,18 @@ TEST_F(TrustTest, estimateIsNeverBelowTheErrorNorHundredTimesAbove) {
       hard, lowest, highest, least, most);
   EXPECT_GT(hard, 100);
   EXPECT_GT(highest, 1e-6);
+}
+
+// Right sides of each block are improved where the factor alone leaves a large backward error.
+TEST_F(TrustTest, solutionsAreRefined) {
+  for (unsigned round = 0; round < 60; ++round) {
+    const unsigned n = 30 + below(200), count = 1 + below(3);
+    const zeph::Factor f(network(n, round % 4, 4.0, power(4.0)));
+    auto B = zeph::DenseMatrix::zeros(n, count);
+    for (double& b : B.values) b = power(8.0) * (below(2) ? 1.0 : -1.0);
+    f.solve(B);
+    EXPECT_LE(f.report().backwardError, 8.0 * kEps) << round;
+  }
 }
 
 }  // namespace

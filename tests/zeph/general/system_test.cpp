@@ -170,6 +170,28 @@ TEST_F(SystemTest, everyRouteSolvesAndItsVariancesAreTheDiagonal) {
     expectError([&] { zeph::variances(indefinite); }, "5 A.mtx is not positive definite:");
     expectInverse(indefinite, Route::Lu, Route::Lu);
   }
+  int exact = 0;  // estimates of a condition; of most small matrices they are the condition itself
+  for (int round = 0; round < 20; ++round) {  // no scaling changes it
+    SparseMatrix m = matrix(5, Symmetry::General, {});
+    for (unsigned k = 0; k < 25; ++k) {
+      m.entries.push_back({k / 5, k % 5, (below(2) ? 1 : -1) * (1.0 + 0.01 * below(15))});
+    }
+    korin::Matrix identity(5, 5);
+    identity.setIdentity();
+    const zeph::Solution s = zeph::solve(m, zeph::fromRecord(identity), Route::Lu);
+    double norm[2] = {0.0, 0.0};
+    for (const std::size_t c : {0, 1, 2, 3, 4}) {
+      double sum[2] = {0.0, 0.0};
+      for (const std::size_t r : {0, 1, 2, 3, 4}) {
+        sum[0] += std::abs(m.entries[5 * r + c].value), sum[1] += std::abs(s.X(r, c));
+      }
+      for (const int k : {0, 1}) norm[k] = std::max(norm[k], sum[k]);
+    }
+    const double share = s.condition / (norm[0] * norm[1]);
+    EXPECT_TRUE(share > 0.3 && share < 1.0 + 1e-10) << share;
+    exact += share > 1.0 - 1e-10;
+  }
+  EXPECT_GT(exact, 12);
   expectInverse(general(9), Route::Automatic, Route::Lu);
   expectInverse(matrix(2, Symmetry::Symmetric, {{1, 0, 2.0}, {0, 0, 1.0}}), Route::Automatic,
                 Route::Lu);

@@ -134,6 +134,20 @@ TEST_F(AdjustTest, GivesTheLevellingExampleWorkedByHand) {
   EXPECT_NEAR(a.normalizedResiduals[3], 5.164, 5e-4);
 }
 
+// The normal matrix alone would leave about half of the digits.
+TEST_F(AdjustTest, RegainsWhatTheNormalMatrixLoses) {
+  Network w;
+  w.J.cols = 7;
+  for (int i = 0; i <= 12; ++i) {
+    std::vector<std::pair<unsigned, double>> powers;
+    double sum = 0.0;
+    for (unsigned k = 0; k < 7; ++k) powers.emplace_back(k, std::pow(i / 12.0, k));
+    for (unsigned k = 7; k-- > 0;) sum += powers[k].second;
+    w.observe(powers, sum, 0.1);
+  }
+  for (const double x : zeph::adjust(w.J, w.y, w.sigma).x) EXPECT_NEAR(x, 1.0, 2e-11);
+}
+
 TEST_F(AdjustTest, FindsThePlantedBlunder) {
   for (int trial = 0; trial < 10; ++trial) {
     Network w;

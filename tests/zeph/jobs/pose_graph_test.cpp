@@ -1,11 +1,15 @@
 #include "zeph/pose_graph.h"
 
+#include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstdio>
 #include <sstream>
 #include <vector>
 
 #include "tests/zeph/factor/dense_truth.h"
 #include "tests/zeph/front_test.h"
+#include "zeph/jobs/pose_graph_output.h"
 #include "zeph/jobs/pose_motion.h"
 
 namespace {
@@ -152,6 +156,72 @@ TEST_F(PoseGraphTest, DerivativesAndCovariancesAgreeWithDifferencesAndADenseInve
   }
 }
 
+TEST_F(PoseGraphTest, MovesByAStepAndFindsItAgain) {
+  const Pose start = zeph::identityPose(6);
+  for (double size = 1.0; size > 1e-9; size *= 0.8) {
+    const double step[6] = {0, 0, 0, uniform(size), uniform(size), uniform(size)};
+    const auto found = zeph::edgeTerms(6, start, zeph::moved(6, start, step), start).residual;
+    for (const int k : {3, 4, 5}) EXPECT_NEAR(found[k], step[k], 1e-14 * size);
+  }
+}
+
+TEST_F(PoseGraphTest, PictureShowsPositionsAndTheirEllipses) {
+  for (const std::size_t d : {3u, 6u}) {
+    const zeph::PoseGraphResult r = zeph::optimise(graph(d, 25, 0.05, nullptr));
+    const auto covariances = r.covariances();
+    const std::string svg = zeph::drawPoseGraph(r.graph, covariances);
+    double width = 0.0, height = 0.0;
+    ASSERT_EQ(
+        std::sscanf(svg.c_str() + svg.find("viewBox"), "viewBox=\"0 0 %lf %lf", &width, &height),
+        2);
+    std::vector<std::array<double, 5>> drawn;  // x, y, half axes, degrees
+    for (std::size_t at = 0; (at = svg.find("<ellipse", at)) != svg.npos; ++at) {
+      auto& [x, y, a, b, turn] = drawn.emplace_back();
+      ASSERT_EQ(std::sscanf(svg.c_str() + at,
+                            "<ellipse cx=\"%lf\" cy=\"%lf\" rx=\"%lf\" ry=\"%lf\" "
+                            "transform=\"rotate(%lf",
+                            &x, &y, &a, &b, &turn),
+                5);
+      EXPECT_TRUE(x > 0 && x < width && y > 0 && y < height) << x << " " << y;
+    }
+    const auto& poses = r.graph.poses;
+    ASSERT_EQ(drawn.size(), poses.size());
+    const auto [low, high] = std::minmax_element(poses.begin(), poses.end());  // in x
+    const std::size_t first = low - poses.begin(), last = high - poses.begin();
+    const double scale = (drawn[last][0] - drawn[first][0]) / ((*high)[0] - (*low)[0]);
+    EXPECT_GT(scale, 0.0);
+    double magnified = 0.0;  // squared
+    for (std::size_t i = 0; i < poses.size(); ++i) {
+      const auto& [x, y, a, b, turn] = drawn[i];
+      EXPECT_NEAR(x - drawn[0][0], scale * (poses[i][0] - poses[0][0]), 0.2);
+      EXPECT_NEAR(drawn[0][1] - y, scale * (poses[i][1] - poses[0][1]), 0.2);
+      if (i == 0) continue;
+      // Where a small step in each direction leads, and so the covariance of x and y.
+      std::vector<double> to[2];
+      for (std::size_t k = 0; k < d; ++k) {
+        double step[6] = {};
+        step[k] = 1e-6;
+        const Pose p = zeph::moved(d, poses[i], step);
+        for (const int c : {0, 1}) to[c].push_back((p[c] - poses[i][c]) / 1e-6);
+      }
+      double own[4] = {};
+      for (std::size_t k = 0; k < 4 * d * d; ++k) {
+        const std::size_t m = k / 4 % d, n = k / 4 / d;
+        own[k % 4] += to[k % 2][m] * covariances[i](m, n) * to[k / 2 % 2][n];
+      }
+      const double c = std::cos(turn * M_PI / 180), s = -std::sin(turn * M_PI / 180);
+      if (i == 1) magnified = (a * a + b * b) / (own[0] + own[3]);
+      const double size = 0.02 * magnified * (own[0] + own[3]);
+      EXPECT_NEAR(a * a * c * c + b * b * s * s, magnified * own[0], size);
+      EXPECT_NEAR((a * a - b * b) * c * s, magnified * own[1], size);
+      EXPECT_NEAR(a * a * s * s + b * b * c * c, magnified * own[3], size);
+    }
+    double said = 0.0;
+    ASSERT_EQ(std::sscanf(svg.c_str() + svg.find("drawn at "), "drawn at %lf", &said), 1);
+    EXPECT_NEAR(said * said * scale * scale * 5.991 / magnified, 1.0, 0.02);
+  }
+}
+
 TEST_F(PoseGraphTest, FindsTheTrueGraphAndALeastCost) {
   for (const std::size_t d : {3u, 6u}) {
     PoseGraph truth;
@@ -162,27 +232,37 @@ TEST_F(PoseGraphTest, FindsTheTrueGraphAndALeastCost) {
     EXPECT_LT(distance(r.graph, truth), 1e-9);
     EXPECT_EQ(r.graph.poses[0], exact.poses[0]);
 
-    double last = 0.0;
-    int calls = 0;
-    zeph::PoseGraphOptions told;
-    told.iterated = [&](int iteration, double cost, double) {
-      EXPECT_EQ(iteration, calls++);
-      EXPECT_TRUE(iteration == 0 || cost <= last);
-      last = cost;
-    };
-    r = zeph::optimise(graph(d, 30, 0.2, nullptr), told);
-    EXPECT_TRUE(r.converged);
-    EXPECT_EQ(calls, r.iterations + 1);
-    EXPECT_EQ(last, r.cost);
-    for (int trial = 0; trial < 50; ++trial) {  // no neighbour is better
-      PoseGraph other = r.graph;
-      double step[6];
-      for (double& s : step) s = uniform(1e-3);
-      Pose& pose = other.poses[1 + below(29)];
-      pose = zeph::moved(d, pose, step);
-      told.maxIterations = 0;
-      told.iterated = nullptr;
-      EXPECT_GT(zeph::optimise(other, told).cost, r.cost);
+    for (const double off : {0.0, 2.5}) {  // from afar whole steps lead astray
+      PoseGraph start = graph(d, 30, 0.2, nullptr);
+      for (std::size_t i = 1; i < 30; ++i) {
+        double step[6];
+        for (double& s : step) s = uniform(off);
+        start.poses[i] = zeph::moved(d, start.poses[i], step);
+      }
+      double last = 0.0, largest = 0.0;
+      int calls = 0;
+      zeph::PoseGraphOptions told;
+      told.iterated = [&](int iteration, double cost, double damping) {
+        EXPECT_EQ(iteration, calls++);
+        EXPECT_TRUE(iteration == 0 || cost <= last);
+        last = cost;
+        largest = std::max(largest, damping);
+      };
+      r = zeph::optimise(start, told);
+      EXPECT_TRUE(r.converged);
+      EXPECT_EQ(largest > 0.0, off > 0.0 && d == 6);
+      EXPECT_EQ(calls, r.iterations + 1);
+      EXPECT_EQ(last, r.cost);
+      for (int trial = 0; trial < 50 && off == 0.0; ++trial) {  // no neighbour is better
+        PoseGraph other = r.graph;
+        double step[6];
+        for (double& s : step) s = uniform(1e-3);
+        Pose& pose = other.poses[1 + below(29)];
+        pose = zeph::moved(d, pose, step);
+        told.maxIterations = 0;
+        told.iterated = nullptr;
+        EXPECT_GT(zeph::optimise(other, told).cost, r.cost);
+      }
     }
   }
 }
