@@ -12,10 +12,24 @@
 
 namespace korin::kernels {
 
-/// Frees the block of memory that panels lie in.
+/// Whoever has memory other than the heap's.
+class Lender {
+ public:
+  virtual ~Lender() = default;
+  virtual void giveBack(void* block) const noexcept = 0;
+};
+
+/// Frees the block of memory that panels lie in, or gives it back to its lender.
 struct FreeBlock {
   void* block = nullptr;
-  void operator()(double*) const { std::free(block); }
+  const Lender* lender = nullptr;
+  void operator()(double*) const {
+    if (lender != nullptr) {
+      lender->giveBack(block);
+    } else {
+      std::free(block);
+    }
+  }
 };
 using PanelStorage = std::unique_ptr<double[], FreeBlock>;
 
@@ -53,7 +67,7 @@ inline PanelStorage rawPanels(std::size_t count) {
     // A wish: whether it is granted is no matter.
     madvise(start, bytes / kHugePage * kHugePage, MADV_HUGEPAGE);
   }
-  return PanelStorage(static_cast<double*>(start), FreeBlock{block});
+  return PanelStorage(static_cast<double*>(start), FreeBlock{block, nullptr});
 }
 
 /// `count` zeros. Throws std::bad_alloc.
@@ -65,7 +79,7 @@ inline PanelStorage zeroPanels(std::size_t count) {
   }
   void* const block = std::calloc(count + 1, sizeof(double));
   if (block == nullptr) throw std::bad_alloc();
-  return PanelStorage(static_cast<double*>(block), FreeBlock{block});
+  return PanelStorage(static_cast<double*>(block), FreeBlock{block, nullptr});
 }
 
 }  // namespace korin::kernels

@@ -22,20 +22,31 @@ constexpr double kWorkPerCheckpoint = 1e7;
 constexpr double kWorkRatio = 2.0;
 
 /// Most doubles of panels that are alive at once while the groups first .. last-1 are worked off
-/// from the last on: a group's panel is kept while its descendants are.
-size_t pathRoom(const Symbolic& s, Index first, Index last, const std::vector<bool>* wanted) {
+/// from the last on: a group's panel is kept while its descendants are. With `large`, large ones
+/// are made in a place of their own and do not stay on the path.
+struct PathRoom {
+  size_t path = 0;
+  size_t atWork = 0;
+};
+PathRoom pathRoom(const Symbolic& s, Index first, Index last, const std::vector<bool>* wanted,
+                  bool large) {
   std::vector<Index> path;
   size_t used = 0;
-  size_t most = 0;
+  PathRoom most;
+  const auto onPath = [&](Index g) {
+    const auto size = static_cast<size_t>(s.panelSize(g));
+    return large && FactorPanels::isLarge(size) ? 0 : size;
+  };
   for (Index g = last; g-- > first;) {
     if (wanted != nullptr && !(*wanted)[g]) continue;
     while (!path.empty() && s.firstDescendant[path.back()] > g) {
-      used -= static_cast<size_t>(s.panelSize(path.back()));
+      used -= onPath(path.back());
       path.pop_back();
     }
     path.push_back(g);
-    used += static_cast<size_t>(s.panelSize(g));
-    most = std::max(most, used);
+    used += onPath(g);
+    most.path = std::max(most.path, used);
+    if (onPath(g) == 0) most.atWork = std::max(most.atWork, static_cast<size_t>(s.panelSize(g)));
   }
   return most;
 }
@@ -59,6 +70,7 @@ class Inversion {
         schedule_(makeSchedule(symbolic, team.threads())),
         threads_(static_cast<size_t>(team.threads())),
         panelOf_(static_cast<size_t>(schedule_.tasks())),
+        inFileOf_(static_cast<size_t>(schedule_.tasks())),
         unfinished_(static_cast<size_t>(schedule_.tasks()), 1) {
     for (const int parent : schedule_.forest.parent) {
       if (parent >= 0) ++unfinished_[parent];
@@ -73,17 +85,29 @@ class Inversion {
   }
 
  private:
+  /// A group on the path to the one at work, with what its panel takes of the path's memory, or
+  /// where it is instead.
+  struct OnPath {
+    Index group;
+    size_t size;
+    kernels::PanelStorage inFile;
+  };
+
   /// What a thread keeps between its tasks.
   struct Thread {
     std::unique_ptr<PanelInverter> inverter;
     kernels::PanelStorage path;
     size_t room = 0;
 
-    void reserve(size_t wanted) {
+    /// For the panel at work, where it does not stay on the path.
+    kernels::PanelStorage atWork;
+    size_t roomAtWork = 0;
+
+    static void reserve(kernels::PanelStorage& storage, size_t& room, size_t wanted) {
       if (room >= wanted) return;
-      path.reset();
+      storage.reset();
       room = 0;
-      path = kernels::rawPanels(wanted);
+      storage = kernels::rawPanels(wanted);
       room = wanted;
     }
   };
@@ -97,7 +121,7 @@ class Inversion {
     const Index first = schedule_.first[task];
     const Index last = schedule_.first[task + 1];
     if (kept_ == nullptr) makeRoom(task, first, last, thread);
-    std::vector<Index> path;
+    std::vector<OnPath> path;
     size_t used = 0;
     double sinceCheckpoint = 0.0;
     for (Index g = last; g-- > first;) {
@@ -105,13 +129,15 @@ class Inversion {
       if (kept_ != nullptr) {
         inverse_[g] = kept_ + s_.panelStart[g];
       } else {
-        while (!path.empty() && s_.firstDescendant[path.back()] > g) {
-          used -= static_cast<size_t>(s_.panelSize(path.back()));
+        while (!path.empty() && s_.firstDescendant[path.back().group] > g) {
+          used -= path.back().size;
           path.pop_back();
         }
-        inverse_[g] = base(task, thread) + used;
-        path.push_back(g);
-        used += static_cast<size_t>(s_.panelSize(g));
+        const auto size = static_cast<size_t>(s_.panelSize(g));
+        const bool large = panels_.keeps(size);
+        inverse_[g] = large ? thread.atWork.get() : base(task, thread) + used;
+        path.push_back({g, large ? 0 : size, {}});
+        used += path.back().size;
       }
       if (s_.isKept(g)) {
         std::copy_n(panels_.of(s_, g), s_.panelSize(g), inverse_[g]);
@@ -119,6 +145,10 @@ class Inversion {
         thread.inverter->invertGroup(g, panels_.of(s_, g));
       }
       if (read_) read_(g, inverse_[g]);
+      if (kept_ == nullptr && path.back().size == 0) {
+        path.back().inFile = panels_.keep(inverse_[g], static_cast<size_t>(s_.panelSize(g)));
+        inverse_[g] = path.back().inFile.get();
+      }
       // A few paths are not worth reading what lies between them.
       if (wanted_ == nullptr) panels_.passedBackward(s_, g);
       const double done = kWorkRatio * frontWork(s_, g);
@@ -129,14 +159,17 @@ class Inversion {
         sinceCheckpoint = 0.0;
       }
     }
+    // Such a task is a single group.
+    if (isRead(task) && !path.empty()) inFileOf_[task] = std::move(path.back().inFile);
   }
 
   void makeRoom(int task, Index first, Index last, Thread& thread) {
-    const size_t room = pathRoom(s_, first, last, wanted_);
+    const PathRoom room = pathRoom(s_, first, last, wanted_, panels_.keepsLarge());
+    Thread::reserve(thread.atWork, thread.roomAtWork, room.atWork);
     if (isRead(task)) {
-      panelOf_[task] = kernels::rawPanels(room);
+      panelOf_[task] = kernels::rawPanels(room.path);
     } else {
-      thread.reserve(room);
+      Thread::reserve(thread.path, thread.room, room.path);
     }
   }
 
@@ -153,6 +186,7 @@ class Inversion {
     const std::lock_guard<std::mutex> lock(mutex_);
     for (int t = task; t >= 0 && --unfinished_[t] == 0; t = schedule_.forest.parent[t]) {
       panelOf_[t].reset();
+      inFileOf_[t].reset();
     }
   }
 
@@ -170,6 +204,7 @@ class Inversion {
   std::vector<Thread> threads_;
   /// The panels of tasks that other tasks read.
   std::vector<kernels::PanelStorage> panelOf_;
+  std::vector<kernels::PanelStorage> inFileOf_;
   /// Of each task the children that are not finished with all their descendants, and itself.
   std::vector<int> unfinished_;
   std::mutex mutex_;
@@ -283,7 +318,7 @@ double inverseWork(const Symbolic& symbolic, const std::vector<bool>* wanted) {
   return work;
 }
 
-double inverseMemory(const Symbolic& symbolic, int threads) {
+double inverseMemory(const Symbolic& symbolic, int threads, bool large) {
   const Schedule schedule = makeSchedule(symbolic, threads);
   const PanelStructure structure{symbolic.groups(),        symbolic.firstColumn.data(),
                                  symbolic.rowStart.data(), symbolic.rows.data(),
@@ -294,19 +329,22 @@ double inverseMemory(const Symbolic& symbolic, int threads) {
   }
   size_t shared = 0;
   size_t path = 0;
+  size_t atWork = 0;
   for (int t = 0; t < schedule.tasks(); ++t) {
-    const size_t room = pathRoom(symbolic, schedule.first[t], schedule.first[t + 1], nullptr);
+    const PathRoom room =
+        pathRoom(symbolic, schedule.first[t], schedule.first[t + 1], nullptr, large);
+    atWork = std::max(atWork, room.atWork);
     if (hasChildren[t]) {
-      shared += room;
+      shared += room.path;
     } else {
-      path = std::max(path, room);
+      path = std::max(path, room.path);
     }
   }
   const int helpers = std::min(threads, std::max(1, schedule.tasks()));
   return sizeof(double) * static_cast<double>(shared + symbolic.rows.size()) +
          sizeof(double) * static_cast<double>(symbolic.n) +
-         helpers *
-             (static_cast<double>(kernels::panelBytes(path)) + InverterSizes(structure).bytes());
+         helpers * (static_cast<double>(kernels::panelBytes(path) + kernels::panelBytes(atWork)) +
+                    InverterSizes(structure).bytes());
 }
 
 }  // namespace korin::sparse

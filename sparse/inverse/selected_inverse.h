@@ -55,8 +55,9 @@ void variances(const Symbolic& symbolic, const PlacedEntries& entries, const Fac
 /// What the meter shows when all panels, or those wanted, are done.
 double inverseWork(const Symbolic& symbolic, const std::vector<bool>* wanted);
 
-/// Bytes that `selectedInverse` needs at most when it keeps no panel.
-double inverseMemory(const Symbolic& symbolic, int threads);
+/// Bytes of memory that `selectedInverse` needs at most when it returns no panel; with `large`, its
+/// large panels wait in the file of the factor's.
+double inverseMemory(const Symbolic& symbolic, int threads, bool large = false);
 
 }  // namespace korin::sparse
 

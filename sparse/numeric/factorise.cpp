@@ -43,13 +43,27 @@ size_t updateSize(const Symbolic& s, Index g) {
   return isLeaf(s, g) ? 0 : square(s.below(g));
 }
 
+/// The same where large ones wait in the file.
+size_t inMemory(const Symbolic& s, Index g, Keeping keeping) {
+  const size_t size = updateSize(s, g);
+  return keeping.large && FactorPanels::isLarge(size) ? 0 : size;
+}
+
+/// Takes `value` among the largest ones, of which each thread may come to have one.
+void keepLargest(std::vector<size_t>& largest, size_t value) {
+  auto least = std::min_element(largest.begin(), largest.end());
+  *least = std::max(*least, value);
+}
+
 /// Doubles that a task's fronts need beside the panels.
 struct FrontRoom {
   size_t stacks = 0;
   size_t scratch = 0;
   /// For the panel at work, where panels are stored elsewhere.
   size_t panel = 0;
-  size_t sum() const { return stacks + scratch + panel; }
+  /// For the update matrix at work, where it does not stay in memory.
+  size_t update = 0;
+  size_t sum() const { return stacks + scratch + panel + update; }
 };
 
 /// Scratch, and update matrices of one thread's fronts. Those of neighbouring levels of the tree
@@ -59,15 +73,19 @@ struct Stacks {
   kernels::PanelStorage memory;
   size_t room = 0;
   size_t panelEnd = 0;
+  size_t updateEnd = 0;
   size_t scratchEnd = 0;
   std::array<size_t, 2> used{};
 
-  double* scratch() const { return memory.get() + panelEnd; }
+  double* panel() const { return memory.get(); }
+  double* update() const { return memory.get() + panelEnd; }
+  double* scratch() const { return memory.get() + updateEnd; }
 
   void reserve(const FrontRoom& wanted) {
     used = {};
     panelEnd = wanted.panel;
-    scratchEnd = panelEnd + wanted.scratch;
+    updateEnd = panelEnd + wanted.update;
+    scratchEnd = updateEnd + wanted.scratch;
     if (room >= wanted.sum()) return;
     memory.reset();
     room = 0;
@@ -86,7 +104,7 @@ class Factoriser {
  public:
   /// With panels in memory, or with a store and what it has stored.
   Factoriser(const Symbolic& symbolic, const PlacedEntries& entries, double* panels,
-             const PanelStore& store, const double* stored, kernels::Team& team, Meter* meter)
+             const PanelStore& store, const FactorPanels& stored, kernels::Team& team, Meter* meter)
       : s_(symbolic),
         entries_(entries),
         panels_(panels),
@@ -109,21 +127,22 @@ class Factoriser {
   }
 
   /// Most doubles that a task's fronts leave on both stacks, and those of their scratch.
-  static FrontRoom roomFor(const Symbolic& s, Index first, Index last, bool stored) {
+  static FrontRoom roomFor(const Symbolic& s, Index first, Index last, Keeping keeping) {
     size_t used = 0;
     FrontRoom most;
     for (Index g = first; g < last; ++g) {
       const bool stays = s.parent[g] >= 0 && s.parent[g] < last;
-      if (stays) used += updateSize(s, g);
+      if (stays) used += inMemory(s, g, keeping);
+      if (inMemory(s, g, keeping) == 0) most.update = std::max(most.update, updateSize(s, g));
       most.stacks = std::max(most.stacks, used);
       const size_t scratch = s.isKept(g) ? 0
                                          : kernels::frontScratch(static_cast<size_t>(s.height(g)),
                                                                  static_cast<size_t>(s.width(g)));
       most.scratch = std::max(most.scratch, wholeLines(scratch));
-      if (stored)
+      if (keeping.stored)
         most.panel = std::max(most.panel, wholeLines(static_cast<size_t>(s.panelSize(g))));
       forEachChild(s, g, [&](Index child) {
-        if (child >= first) used -= updateSize(s, child);
+        if (child >= first) used -= inMemory(s, child, keeping);
       });
     }
     return most;
@@ -141,15 +160,19 @@ class Factoriser {
   void work(int task, Stacks& stacks) {
     const Index first = schedule_.first[task];
     const Index last = schedule_.first[task + 1];
-    stacks.reserve(roomFor(s_, first, last, panels_ == nullptr));
+    stacks.reserve(roomFor(s_, first, last, {panels_ == nullptr, stored_.keepsLarge()}));
     double sinceCheckpoint = 0.0;
     for (Index g = first; g < last; ++g) {
       // The first failure in the order of elimination is the one to tell, whoever finds one first.
       if (s_.firstColumn[g] > failedColumn_.load(std::memory_order_relaxed)) return;
       makeRoom(g, last, stacks);
-      double* const panel = panels_ != nullptr ? panels_ + s_.panelStart[g] : stacks.memory.get();
+      double* const panel = panels_ != nullptr ? panels_ + s_.panelStart[g] : stacks.panel();
       front(g, panel, stacks.scratch());
       if (panels_ == nullptr) store_(g, panel);
+      if (stored_.keeps(updateSize(s_, g))) {
+        waiting_[g] = stored_.keep(update_[g], updateSize(s_, g));
+        update_[g] = waiting_[g].get();
+      }
       releaseChildren(g, first, stacks);
       const double done = frontWork(s_, g);
       if (meter_ != nullptr) meter_->add(done);
@@ -164,7 +187,9 @@ class Factoriser {
   void makeRoom(Index g, Index last, Stacks& stacks) {
     const size_t size = updateSize(s_, g);
     if (size == 0) return;
-    if (s_.parent[g] < last) {
+    if (stored_.keeps(size)) {
+      update_[g] = stacks.update();
+    } else if (s_.parent[g] < last) {
       update_[g] = stacks.push(level_[g], size);
     } else {
       waiting_[g] = kernels::rawPanels(size);
@@ -174,10 +199,10 @@ class Factoriser {
 
   void releaseChildren(Index g, Index first, Stacks& stacks) {
     forEachChild(s_, g, [&](Index child) {
-      if (child >= first) {
-        stacks.used[level_[child]] -= updateSize(s_, child);
-      } else {
+      if (waiting_[child]) {
         waiting_[child].reset();
+      } else if (child >= first) {
+        stacks.used[level_[child]] -= updateSize(s_, child);
       }
     });
   }
@@ -286,7 +311,7 @@ class Factoriser {
     alignas(64) double piece[kLeafColumns * (kLeafColumns + kLeafRows)];
     const auto stride = static_cast<size_t>(s_.height(leaf));
     const auto inner = static_cast<size_t>(s_.width(leaf));
-    const double* const l21 = stored_ + s_.panelStart[leaf] + inner;
+    const double* const l21 = stored_.of(s_, leaf) + inner;
     const Index count = s_.below(leaf);
     for (Index j = first; j < last; j += kLeafColumns) {
       const Index columns = std::min(kLeafColumns, last - j);
@@ -314,14 +339,14 @@ class Factoriser {
   /// Null where panels are stored elsewhere.
   double* const panels_;
   const PanelStore& store_;
-  const double* const stored_;
+  const FactorPanels stored_;
   kernels::Team& team_;
   Meter* const meter_;
   const Schedule schedule_;
   const std::vector<unsigned char> level_;
   /// Where the update matrix of a group is that waits for its parent.
   std::vector<double*> update_;
-  /// The memory of those that wait for a parent in another task.
+  /// The memory of those that wait for a parent in another task, or in the file.
   std::vector<kernels::PanelStorage> waiting_;
   std::vector<Stacks> stacks_;
   std::atomic<Index> failedColumn_;
@@ -336,29 +361,32 @@ Index factorise(const Symbolic& symbolic, const PlacedEntries& entries, double* 
 }
 
 Index factorise(const Symbolic& symbolic, const PlacedEntries& entries, const PanelStore& store,
-                const double* stored, kernels::Team& team, Meter* meter) {
+                const FactorPanels& stored, kernels::Team& team, Meter* meter) {
   return Factoriser(symbolic, entries, nullptr, store, stored, team, meter).run();
 }
 
-double frontMemory(const Symbolic& symbolic, int threads, bool stored) {
+double frontMemory(const Symbolic& symbolic, int threads, Keeping keeping) {
   const Schedule schedule = makeSchedule(symbolic, threads);
-  size_t stacks = 0;
+  const auto helpers = static_cast<size_t>(std::min(threads, std::max(1, schedule.tasks())));
+  std::vector<size_t> rooms(helpers);
   double waiting = 0.0;
   double mostWaiting = 0.0;
   for (int t = 0; t < schedule.tasks(); ++t) {
     const Index first = schedule.first[t];
     const Index last = schedule.first[t + 1];
-    stacks = std::max(stacks, Factoriser::roomFor(symbolic, first, last, stored).sum());
+    keepLargest(rooms, Factoriser::roomFor(symbolic, first, last, keeping).sum());
+    const auto waits = [&](Index g) { return static_cast<double>(inMemory(symbolic, g, keeping)); };
     for (Index g = first; g < last; ++g) {
-      if (symbolic.parent[g] >= last) waiting += static_cast<double>(updateSize(symbolic, g));
+      if (symbolic.parent[g] >= last) waiting += waits(g);
       mostWaiting = std::max(mostWaiting, waiting);
       forEachChild(symbolic, g, [&](Index child) {
-        if (child < first) waiting -= static_cast<double>(updateSize(symbolic, child));
+        if (child < first) waiting -= waits(child);
       });
     }
   }
-  const double helpers = std::min<double>(threads, std::max(1, schedule.tasks()));
-  return sizeof(double) * mostWaiting + helpers * static_cast<double>(kernels::panelBytes(stacks));
+  double bytes = sizeof(double) * mostWaiting;
+  for (const size_t room : rooms) bytes += static_cast<double>(kernels::panelBytes(room));
+  return bytes;
 }
 
 }  // namespace korin::sparse

@@ -4,6 +4,7 @@
 #include <functional>
 
 #include "kernels/team.h"
+#include "sparse/numeric/factor_panels.h"
 #include "sparse/numeric/meter.h"
 #include "sparse/symbolic/schedule.h"
 #include "sparse/symbolic/symbolic.h"
@@ -35,13 +36,21 @@ using PanelStore = std::function<void(Index group, const double* panel)>;
 
 /// The same for panels that do not stay in memory: `store` puts each where it is then found in
 /// `stored`, laid out like the panels above. Leaves are read again, up to the panel of their
-/// parent. Throws what `store` throws as well.
+/// parent. Throws what `store` and `stored` throw as well.
 Index factorise(const Symbolic& symbolic, const PlacedEntries& entries, const PanelStore& store,
-                const double* stored, kernels::Team& team, Meter* meter);
+                const FactorPanels& stored, kernels::Team& team, Meter* meter);
 
-/// Bytes that `factorise` needs at most beyond the panels: the fronts' update matrices that wait
-/// for their parents, and where panels are stored elsewhere those at work.
-double frontMemory(const Symbolic& symbolic, int threads, bool stored = false);
+/// Where a computation keeps what it needs beside the panels.
+struct Keeping {
+  /// Panels are stored elsewhere: those at work need room.
+  bool stored = false;
+  /// Large update matrices wait in the file of the panels.
+  bool large = false;
+};
+
+/// Bytes of memory that `factorise` needs at most beyond the panels: the fronts' update matrices
+/// that wait for their parents, and what is at work.
+double frontMemory(const Symbolic& symbolic, int threads, Keeping keeping = {});
 
 }  // namespace korin::sparse
 

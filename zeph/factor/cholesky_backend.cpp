@@ -16,11 +16,9 @@
 #include "sparse/numeric/solve.h"
 #include "sparse/symbolic/analyse.h"
 #include "sparse/symbolic/placement.h"
-#include "zeph/checks/memory.h"
 #include "zeph/error.h"
 #include "zeph/factor.h"
 #include "zeph/factor/inverse_norm.h"
-#include "zeph/factor/scratch_file.h"
 #include "zeph/factor/trust.h"
 #include "zeph/matrix/requirements.h"
 
@@ -186,14 +184,20 @@ void CholeskyBackend::factorise(const double* values, size_t step, Symmetric sym
                                 Watch& watch) {
   const StopWatch clock;
   const auto storage = static_cast<size_t>(symbolic_.storage());
-  const double update = sparse::frontMemory(symbolic_, threads(), inFile_);
   const double own = hasPanels() ? 0.0 : numberBytes();
   const bool besideFile = inFile_ && symmetric == Symmetric::Checked;
-  const double upper = besideFile ? sizeof(double) * double(entries_.position.size()) : 0.0;
+  const double upper =
+      besideFile ? sizeof(double) * static_cast<double>(entries_.position.size()) : 0.0;
+  const auto fronts = [&](int threads, bool inFile) {
+    return sparse::frontMemory(symbolic_, threads, {inFile_, inFile});
+  };
+  const auto need = [&](int threads, bool inFile) { return own + upper + fronts(threads, inFile); };
+  const Means means = choose(need, bytes() - own);
   const char* const how = inFile_ ? " with its factor in a scratch file" : "";
-  requireRoom("factorising " + input_.source + how, own + update + upper, bytes() - own);
+  requireRoom("factorising " + input_.source + how, means.bytes, bytes() - own);
   if (inFile_ && !file_) {
-    file_ = makeScratchFile(options_.scratchFolder, storage, "the factor of " + input_.source,
+    const double kept = means.inFile ? fronts(means.threads, false) : 0.0;
+    file_ = makeScratchFile(options_.scratchFolder, storage, kept, "the factor of " + input_.source,
                             watch.poll());
   } else if (!hasPanels()) {
     panels_ = korin::kernels::rawPanels(storage);
@@ -204,8 +208,8 @@ void CholeskyBackend::factorise(const double* values, size_t step, Symmetric sym
   watch.begin("factorising", work);
   Index failed = -1;
   {
-    korin::kernels::Team team(threads(), watch.poll());
-    failed = factoriseInto(team, watch.meter());
+    korin::kernels::Team team(means.threads, watch.poll());
+    failed = onDisk([&] { return factoriseInto(means.inFile, team, watch.meter()); });
   }
   if (failed >= 0) throw notPositiveDefinite(input_.source, input_.indexBase, failed);
   condition_ = 0.0;
@@ -214,7 +218,8 @@ void CholeskyBackend::factorise(const double* values, size_t step, Symmetric sym
 }
 
 // The engine's factorisation, after which the smallest pivot share is known too.
-Index CholeskyBackend::factoriseInto(korin::kernels::Team& team, sparse::Meter* meter) {
+Index CholeskyBackend::factoriseInto(bool inFile, korin::kernels::Team& team,
+                                     sparse::Meter* meter) {
   smallestPivotShare_ = 1.0;
   if (!inFile_) {
     const Index failed = sparse::factorise(symbolic_, entries_, panels_.get(), team, meter);
@@ -234,11 +239,7 @@ Index CholeskyBackend::factoriseInto(korin::kernels::Team& team, sparse::Meter* 
     const std::lock_guard<std::mutex> lock(mutex);
     smallestPivotShare_ = std::min(smallestPivotShare_, share);
   };
-  try {
-    return sparse::factorise(symbolic_, entries_, store, file_->values(), team, meter);
-  } catch (const std::system_error& e) {
-    throwScratchError(options_.scratchFolder, e.code().value());
-  }
+  return sparse::factorise(symbolic_, entries_, store, factor(inFile), team, meter);
 }
 
 // The least l(k,k)² / a(k,k) of a group: what elimination leaves of a diagonal entry.
@@ -287,6 +288,7 @@ double CholeskyBackend::numberBytes() const {
 void CholeskyBackend::requireRoom(const std::string& what, double beside, double held) const {
   try {
     requireBytes(what, beside, options_.memoryLimit, held);
+    if (inFile_) requireBytes(what, beside + windowBytes(1), 0.0);
   } catch (const Error& e) {
     const bool helps = options_.scratchFolder.empty() &&
                        fitsMemory(beside - panelBytes(), options_.memoryLimit, held);
@@ -298,11 +300,21 @@ void CholeskyBackend::requireRoom(const std::string& what, double beside, double
 }
 
 double CholeskyBackend::bytesToFactorise(bool inFile) const {
-  return bytesWith(inFile) + sparse::frontMemory(symbolic_, threads(), inFile);
+  return bytesWith(inFile) + sparse::frontMemory(symbolic_, threads(), {inFile, inFile});
 }
 
 double CholeskyBackend::bytesToInvert(bool inFile) const {
-  return bytesWith(inFile) + sparse::inverseMemory(symbolic_, threads());
+  return bytesWith(inFile) + sparse::inverseMemory(symbolic_, threads(), inFile);
+}
+
+CholeskyBackend::Means CholeskyBackend::meansToInvert(const std::string& what,
+                                                      double beside) const {
+  const auto need = [&](int threads, bool inFile) {
+    return beside + sparse::inverseMemory(symbolic_, threads, inFile);
+  };
+  const Means means = choose(need, bytes());
+  requireRoom(what + " " + input_.source, means.bytes);
+  return means;
 }
 
 Report CholeskyBackend::predicted() const {
@@ -437,14 +449,16 @@ double CholeskyBackend::unscaled(double z, std::int64_t row, std::int64_t col) c
 }
 
 InverseCheck CholeskyBackend::variances(double* diagonal, Watch& watch) const {
-  requireRoom("inverting " + input_.source, sparse::inverseMemory(symbolic_, threads()));
+  const Means means = meansToInvert("inverting", 0.0);
   watch.begin("inverting", sparse::inverseWork(symbolic_, nullptr));
   InverseCheck check;
   double residualNorm = std::numeric_limits<double>::quiet_NaN();
   {
-    korin::kernels::Team team(threads(), watch.poll());
-    check.identityResidual = sparse::variances(symbolic_, entries_, factor(), diagonal, team,
-                                               watch.meter(), &residualNorm);
+    korin::kernels::Team team(means.threads, watch.poll());
+    check.identityResidual = onDisk([&] {
+      return sparse::variances(symbolic_, entries_, factor(means.inFile), diagonal, team,
+                               watch.meter(), &residualNorm);
+    });
   }
   check.relativeErrorEstimate = judge(residualNorm, [&](Index i) { return diagonal[i]; });
   // The trace of the inverse scaled to a diagonal of A of ones: at least its norm, and close to it
@@ -499,10 +513,9 @@ void CholeskyBackend::selectedInverse(std::int64_t* colStarts, std::int64_t* row
 
   const auto count = static_cast<size_t>(colStarts[n]);
   const auto storage = static_cast<size_t>(symbolic_.storage());
-  requireRoom("the selected inverse of " + input_.source,
-              static_cast<double>(count) * (sizeof(Index) + sizeof(Offset)) +
-                  static_cast<double>(storage) * sizeof(double) +
-                  sparse::inverseMemory(symbolic_, threads()));
+  const Means means =
+      meansToInvert("the selected inverse of",
+                    static_cast<double>(count) * (sizeof(Index) + sizeof(Offset)) + panelBytes());
   // Columns of a symmetric pattern in any order, then dealt out by ascending column: rows ascend.
   std::vector<Offset> place(count);
   {
@@ -527,8 +540,8 @@ void CholeskyBackend::selectedInverse(std::int64_t* colStarts, std::int64_t* row
   watch.begin("inverting", sparse::inverseWork(symbolic_, nullptr));
   const korin::kernels::PanelStorage z = korin::kernels::rawPanels(storage);
   {
-    korin::kernels::Team team(threads(), watch.poll());
-    sparse::selectedInverse(symbolic_, factor(), z.get(), team, watch.meter());
+    korin::kernels::Team team(means.threads, watch.poll());
+    sparse::selectedInverse(symbolic_, factor(means.inFile), z.get(), team, watch.meter());
   }
   judge(residualNorm(z.get()), [&](Index i) {
     const Index k = placeOfRow_[i], g = symbolic_.groupOf[k];

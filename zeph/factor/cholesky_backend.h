@@ -1,9 +1,12 @@
 #ifndef ZEPH_FACTOR_CHOLESKY_BACKEND_H
 #define ZEPH_FACTOR_CHOLESKY_BACKEND_H
 
+#include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <memory>
+#include <string>
+#include <system_error>
 #include <vector>
 
 #include "kernels/panel_file.h"
@@ -11,8 +14,10 @@
 #include "kernels/team.h"
 #include "sparse/numeric/factor_panels.h"
 #include "sparse/symbolic/symbolic.h"
+#include "zeph/checks/memory.h"
 #include "zeph/factor.h"
 #include "zeph/factor/backend.h"
+#include "zeph/factor/scratch_file.h"
 #include "zeph/factor/symmetric_input.h"
 #include "zeph/factor/trust.h"
 
@@ -88,8 +93,52 @@ class CholeskyBackend final : public Backend {
     requireRoom(what, beside, bytes());
   }
   bool hasPanels() const { return panels_ || file_; }
-  korin::sparse::FactorPanels factor() const {
-    return file_ ? korin::sparse::FactorPanels(*file_) : korin::sparse::FactorPanels(panels_.get());
+  korin::sparse::FactorPanels factor(bool keeps = false) const {
+    if (file_) return {*file_, keeps};
+    return panels_.get();
+  }
+
+  /// Of the file's pages that so many threads work on: not held, but the system needs room for
+  /// them.
+  double windowBytes(int threads) const {
+    return std::min(panelBytes(), threads * double{korin::kernels::PanelFile::kWindow});
+  }
+  /// With how many threads something is computed, whether what it makes on its way is in the file,
+  /// too, and the bytes of memory that this takes.
+  struct Means {
+    int threads;
+    bool inFile;
+    double bytes;
+  };
+  /// The fastest that fit into memory beside the `held` bytes, or the most frugal ones.
+  /// need(threads, inFile) is what they take.
+  template <class Need>
+  Means choose(const Need& need, double held) const {
+    Means means{threads(), false, need(threads(), false)};
+    const auto fits = [&] {
+      const double window = inFile_ ? windowBytes(means.threads) : 0.0;
+      return fitsMemory(means.bytes, options_.memoryLimit, held) &&
+             fitsMemory(means.bytes + window, 0.0);
+    };
+    if (!inFile_ || fits()) return means;
+    means = {threads(), true, need(threads(), true)};
+    while (means.threads > 1 && !fits()) {
+      --means.threads;
+      means.bytes = need(means.threads, true);
+    }
+    return means;
+  }
+  /// For a selected inverse with so many bytes beside it. Throws Error(Memory).
+  Means meansToInvert(const std::string& what, double beside) const;
+  /// Runs work(), whose failures with the file become Error(Output).
+  template <class Work>
+  auto onDisk(const Work& work) const -> decltype(work()) {
+    try {
+      return work();
+    } catch (const std::system_error& e) {
+      if (!inFile_) throw;
+      throwScratchError(options_.scratchFolder, e.code().value());
+    }
   }
   int exponent(std::int64_t i) const { return exponent_.empty() ? 0 : exponent_[i]; }
   void scaleRows(std::size_t count, double* x) const;
@@ -98,7 +147,7 @@ class CholeskyBackend final : public Backend {
   enum class Symmetric { Known, Checked };
   void factorise(const double* values, std::size_t step, Symmetric symmetric, Watch& watch);
   void fill(const double* values, std::size_t step, Symmetric symmetric);
-  Index factoriseInto(korin::kernels::Team& team, korin::sparse::Meter* meter);
+  Index factoriseInto(bool inFile, korin::kernels::Team& team, korin::sparse::Meter* meter);
   double smallestPivotShare(Index g, const double* panel) const;
   void requireTrust(Watch& watch) const;
   double residualNorm(const double* z) const;

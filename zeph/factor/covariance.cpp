@@ -182,8 +182,7 @@ void CholeskyBackend::covariance(const std::int64_t* rows, const std::int64_t* c
     }
   };
   const auto fromPanels = [&] {
-    requireRoom("inverting a part of " + input_.source,
-                sparse::inverseMemory(symbolic_, threads()));
+    const Means means = meansToInvert("inverting a part of", 0.0);
     std::sort(onPattern.begin(), onPattern.end(),
               [](const Request& a, const Request& b) { return a.low < b.low; });
     const auto read = [&](Index g, const double* z) {
@@ -194,8 +193,10 @@ void CholeskyBackend::covariance(const std::int64_t* rows, const std::int64_t* c
       }
     };
     watch.begin("inverting", panels);
-    korin::kernels::Team team(threads(), watch.poll());
-    sparse::selectedInverse(symbolic_, factor(), &wanted, read, team, watch.meter());
+    korin::kernels::Team team(means.threads, watch.poll());
+    onDisk([&] {
+      sparse::selectedInverse(symbolic_, factor(means.inFile), &wanted, read, team, watch.meter());
+    });
   };
 
   std::vector<Request> all = onPattern;

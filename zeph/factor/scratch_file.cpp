@@ -13,7 +13,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <system_error>
-#include <vector>
 
 #include "zeph/checks/memory.h"
 #include "zeph/error.h"
@@ -22,8 +21,6 @@ namespace zeph {
 namespace {
 
 using std::size_t;
-
-constexpr size_t kZeros = size_t{1} << 20;
 
 Error scratchError(const std::string& sentence) {
   return {ErrorKind::Output, sentence};
@@ -78,29 +75,6 @@ double freeOn(int descriptor) {
   return static_cast<double>(status.f_bavail) * static_cast<double>(status.f_frsize);
 }
 
-// Where the file system reserves nothing, zeros do. 0 or the reason why there is no room.
-int writeZeros(int descriptor, size_t bytes, const std::function<void()>& poll) {
-  const std::vector<char> zeros(kZeros);
-  for (size_t done = 0; done < bytes;) {
-    if (poll) poll();
-    const ssize_t some =
-        pwrite(descriptor, zeros.data(), std::min(kZeros, bytes - done), static_cast<off_t>(done));
-    if (some < 0 && errno != EINTR) return errno;
-    if (some > 0) done += static_cast<size_t>(some);
-  }
-  // Some file systems say only now that the disk is full.
-  return fsync(descriptor) == 0 ? 0 : errno;
-}
-
-int reserve(int descriptor, size_t bytes, const std::function<void()>& poll) {
-  while (fallocate(descriptor, 0, 0, static_cast<off_t>(bytes)) != 0) {
-    if (errno == EOPNOTSUPP) return writeZeros(descriptor, bytes, poll);
-    if (errno != EINTR) return errno;
-    if (poll) poll();
-  }
-  return 0;
-}
-
 }  // namespace
 
 void requireScratchFolder(const std::string& folder) {
@@ -128,10 +102,10 @@ void throwScratchError(const std::string& folder, int reason) {
 }
 
 std::unique_ptr<korin::kernels::PanelFile> makeScratchFile(const std::string& folder, size_t count,
-                                                           const std::string& what,
+                                                           double beside, const std::string& what,
                                                            const std::function<void()>& poll) {
   const size_t size = count * sizeof(double);
-  const auto bytes = static_cast<double>(size);
+  const double bytes = static_cast<double>(size) + beside;
   requireScratchFolder(folder);
   requireBelowFileLimit(what, bytes);
   Descriptor file{openScratch(folder)};
@@ -139,7 +113,7 @@ std::unique_ptr<korin::kernels::PanelFile> makeScratchFile(const std::string& fo
   // Before the disk is filled up under others.
   const double free = freeOn(file.number);
   if (free < bytes) throw diskFull(folder, what, bytes, free);
-  const int reason = size == 0 ? 0 : reserve(file.number, size, poll);
+  const int reason = korin::kernels::reserveRoom(file.number, 0, size, poll);
   if (reason == ENOSPC || reason == EDQUOT) throw diskFull(folder, what, bytes, free);
   if (reason != 0) throwScratchError(folder, reason);
   try {

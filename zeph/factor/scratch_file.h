@@ -16,10 +16,10 @@ void requireScratchFolder(const std::string& folder);
 /// A file for `count` values of `what`, such as "the factor of A.mtx", with room reserved for all
 /// of them: a disk that fills up later harms nothing. It has no name where the file system has such
 /// files, else it loses its name at once, so that nothing is left when the process ends, however
-/// that comes about. `poll` may throw to stop. Throws Error(Output) with the amounts needed and
-/// free.
+/// that comes about. There has to be room for `beside` bytes more, for what it will keep as well.
+/// `poll` may throw to stop. Throws Error(Output) with the amounts needed and free.
 std::unique_ptr<korin::kernels::PanelFile> makeScratchFile(const std::string& folder,
-                                                           std::size_t count,
+                                                           std::size_t count, double beside,
                                                            const std::string& what,
                                                            const std::function<void()>& poll);
 

@@ -33,10 +33,9 @@ class ScratchTest : public FrontTest {
 
   double uniform() { return static_cast<double>(random_()) * 0x1p-32; }
 
-  // A long bar with some edges across it, or points that a few dense rows tie together: a deep
-  // tree, and one with thousands of leaves.
-  SparseMatrix matrix(bool bundle, std::uint32_t n) {
-    constexpr std::uint32_t m = 8;
+  // A bar with a square section of m x m and some edges along it, or points that a few dense rows
+  // tie together: a deep tree, one with large fronts, and one with thousands of leaves.
+  SparseMatrix matrix(bool bundle, std::uint32_t n, std::uint32_t m = 8) {
     SparseMatrix A;
     A.symmetry = zeph::Symmetry::Symmetric;
     const auto add = [&](std::uint32_t i, std::uint32_t j) {
@@ -72,7 +71,7 @@ class ScratchTest : public FrontTest {
     Numbers all;
     const auto keep = [&](const Numbers& some) { all.insert(all.end(), some.begin(), some.end()); };
     const auto n = static_cast<std::int64_t>(A.rows);
-    auto B = zeph::DenseMatrix::zeros(A.rows, 35);
+    auto B = zeph::DenseMatrix::zeros(A.rows, 17);
     for (std::size_t k = 0; k < B.values.size(); ++k) B.values[k] = static_cast<double>(k % 17);
     const std::vector<std::int64_t> some{n - 1, 3, n / 2}, others{0, n / 3, n - 2};
     Numbers values;
@@ -92,8 +91,7 @@ class ScratchTest : public FrontTest {
 };
 
 TEST_F(ScratchTest, holdsFactorsThatGiveTheSameBits) {
-  for (const bool bundle : {false, true}) {
-    const SparseMatrix A = matrix(bundle, 3000);
+  for (const SparseMatrix& A : {matrix(false, 3000), matrix(true, 3000), matrix(false, 8000, 20)}) {
     Factor inMemory(A);
     EXPECT_EQ(inMemory.report().scratchBytes, 0.0);
     const Numbers expected = answers(inMemory, A);
