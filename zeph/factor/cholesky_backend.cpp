@@ -300,11 +300,11 @@ void CholeskyBackend::requireRoom(const std::string& what, double beside, double
 }
 
 double CholeskyBackend::bytesToFactorise(bool inFile) const {
-  return bytesWith(inFile) + sparse::frontMemory(symbolic_, threads(), {inFile, inFile});
+  return bytesWith(inFile) + sparse::frontMemory(symbolic_, threads(), {inFile, false});
 }
 
 double CholeskyBackend::bytesToInvert(bool inFile) const {
-  return bytesWith(inFile) + sparse::inverseMemory(symbolic_, threads(), inFile);
+  return bytesWith(inFile) + sparse::inverseMemory(symbolic_, threads());
 }
 
 CholeskyBackend::Means CholeskyBackend::meansToInvert(const std::string& what,
