@@ -221,7 +221,7 @@ std::string scratchText(const Report& r) {
   return " and a scratch file of " + memoryText(r.scratchBytes);
 }
 
-void tellReport(const Report& r, Console& console) {
+void tellReport(const Report& r, Console& console, const std::size_t* indexBase) {
   const bool known = r.route == Route::Cholesky;
   JsonObject report;
   report.add("route", name(r.route)).add("reason", r.reason);
@@ -237,6 +237,10 @@ void tellReport(const Report& r, Console& console) {
   if (r.relativeErrorEstimate > 0.0) report.add("relative_error_estimate", r.relativeErrorEstimate);
   if (r.uncertainVariances > 0) report.add("uncertain_variances", r.uncertainVariances);
   if (r.backwardError > 0.0) report.add("backward_error", r.backwardError);
+  if (r.lastErrorEstimate > 0.0) report.add("last_error_estimate", r.lastErrorEstimate);
+  if (r.worstUnknown >= 0 && indexBase != nullptr) {
+    report.add("worst_unknown", static_cast<std::size_t>(r.worstUnknown) + *indexBase);
+  }
   console.figures.add("report", report);
 
   char line[256];

@@ -127,8 +127,9 @@ void requirePlanned(const SparseMatrix& A, Route route, Options options);
 /// " and a scratch file of 1.5 GB", or nothing.
 std::string scratchText(const Report& report);
 
-/// The report of a factorisation: among the figures, and told where --verbose asks for it.
-void tellReport(const Report& report, Console& console);
+/// The report of a factorisation: among the figures, and told where --verbose asks for it. With an
+/// index base its unknowns are those of the matrix, counted from there.
+void tellReport(const Report& report, Console& console, const std::size_t* indexBase = nullptr);
 
 }  // namespace zeph
 

@@ -16,7 +16,6 @@
 #include "cli/processes.h"
 #include "zeph/factor.h"
 #include "zeph/factor/first_route.h"
-#include "zeph/factor/normal_numbers.h"
 #include "zeph/files/line_reader.h"
 #include "zeph/files/number_text.h"
 #include "zeph/files/parts.h"
@@ -183,13 +182,10 @@ void judgeSolution(double condition, const Judged& A,
   warnOfError(A, "solution", estimate, i, console);
 }
 
-std::vector<double> randomSigns(const std::vector<double>& diagonal) {
-  std::vector<double> signs(diagonal.size());
-  NormalNumbers numbers(1);
-  for (std::size_t i = 0; i < signs.size(); ++i) {
-    signs[i] = std::copysign(sizeOf(diagonal[i]), numbers.next());
-  }
-  return signs;
+// What the factor says of its last result.
+void tellLast(const Factor& f, const SparseMatrix& A, Console& console) {
+  for (const std::string& sentence : f.warnings()) console.warning(sentence);
+  tellReport(f.report(), console, &A.indexBase);
 }
 
 void warnOfNegative(const std::vector<double>& d, const Judged& A, Console& console) {
@@ -373,11 +369,13 @@ int writeVariances(const Engine& o, Console& console) {
   } else {
     const Factor f = factorOf(A, o, console);
     d = f.variances();
-    const Report r = f.report();
-    judgeVariances(r.relativeErrorEstimate, r.uncertainVariances, r.firstUncertain, d, judged(A),
-                   console);
+    const double estimate = f.report().relativeErrorEstimate;
+    char line[96];
+    std::snprintf(line, sizeof line, "estimated relative error of the variances: at most %.1g",
+                  estimate);
+    console.note(line);
     warnOfNegative(d, judged(A), console);
-    tellReport(r, console);
+    tellLast(f, A, console);
   }
   giveVariances(o, d, console);
   return 0;
@@ -410,12 +408,10 @@ int writeSolution(const Engine& o, Console& console) {
   } else {
     requireRightFor(A, B);
     const Factor f = factorOf(A, o, console);
-    const Judged all = judged(A);
-    judgeSolution(
-        f.estimateCondition(), all, [&] { return f.solve(randomSigns(all.diagonal)); }, console);
     X = f.solve(B);
+    console.figures.add("relative_error_estimate", f.report().lastErrorEstimate);
     residual = relativeResidual(A, X, B);
-    tellReport(f.report(), console);
+    tellLast(f, A, console);
   }
   giveSolution(o, X, residual, console);
   return 0;
@@ -432,9 +428,9 @@ int writeCovariance(const Engine& o, Console& console) {
   }
   const SparseMatrix A = load(o, console, o);
   const Factor f = factorOf(A, o, console);
-  tellReport(f.report(), console);
   if (!o.block.empty()) {
     const DenseMatrix block = f.covarianceBlock(indicesOf(o.block));
+    tellLast(f, A, console);
     console.begin("writing");
     if (inFigures(o, console)) {
       console.figures.add("block", block);
@@ -444,6 +440,7 @@ int writeCovariance(const Engine& o, Console& console) {
     return 0;
   }
   const std::vector<double> values = f.covariance(rows, cols);
+  tellLast(f, A, console);
   console.begin("writing");
   if (inFigures(o, console)) {
     console.figures.add("rows", rows).add("columns", cols).add("values", values);
@@ -458,9 +455,10 @@ int writeSelectedInverse(const Engine& o, Console& console) {
   requireMatrixOutput(o, {o.first});
   SparseMatrix Z;
   {
-    const Factor f = factorOf(load(o, console, o), o, console);
+    const SparseMatrix A = load(o, console, o);
+    const Factor f = factorOf(A, o, console);
     Z = f.selectedInverse();
-    tellReport(f.report(), console);
+    tellLast(f, A, console);
   }
   // Symmetric to the bit, so that one triangle is enough.
   Z.symmetry = Symmetry::Symmetric;
@@ -479,9 +477,11 @@ int printLogDeterminant(const Engine& o, Console& console) {
     if (!answer) return 0;
     return giveLogDeterminant(answer->figures.log_determinant, answer->figures.sign, console);
   }
-  const Factor f = factorOf(load(o, console, o), o, console);
-  tellReport(f.report(), console);
-  return giveLogDeterminant(f.logDeterminant(), f.determinantSign(), console);
+  const SparseMatrix A = load(o, console, o);
+  const Factor f = factorOf(A, o, console);
+  const double logarithm = f.logDeterminant();
+  tellLast(f, A, console);
+  return giveLogDeterminant(logarithm, f.determinantSign(), console);
 }
 
 struct Plan : Engine, PlanWishes {};

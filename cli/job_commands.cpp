@@ -60,7 +60,8 @@ int writeAdjusted(const AdjustOptions& o, Console& console) {
   if (inFigures(o, console)) {
     console.figures.add("values", result.x).add("standard_deviations", result.sigma);
   }
-  tellReport(result.factor->report(), console);
+  for (const std::string& sentence : result.factor->warnings()) console.warning(sentence);
+  tellReport(result.factor->report(), console, &J.indexBase);
   // Memory may fail before the files stand, not after.
   const std::vector<std::string> said = summary(result, J.indexBase);
   writeAdjustment({inFigures(o, console) ? "/dev/null" : o.output, o.residuals, o.report}, result,
@@ -96,6 +97,7 @@ int writePoseGraph(const PoseGraphArguments& o, Console& console) {
   };
   const PoseGraphResult result = optimise(std::move(graph), how);
   const std::vector<DenseMatrix> covariances = result.covariances();
+  for (const std::string& sentence : result.warnings()) console.warning(sentence);
   console.begin("writing");
   AtomicFile poses(o.output);
   std::optional<AtomicFile> picture, blocks;

@@ -125,6 +125,8 @@ py::dict toDict(const zeph::Report& r) {
   d["backward_error"] = r.backwardError;
   d["uncertain_variances"] = r.uncertainVariances;
   d["first_uncertain"] = r.firstUncertain;
+  d["last_error_estimate"] = r.lastErrorEstimate;
+  d["worst_unknown"] = r.worstUnknown;
   return d;
 }
 

@@ -126,6 +126,10 @@ class Factor {
     });
   }
 
+  std::vector<std::string> warnings() const {
+    return ask([](const zeph::Factor& f) { return f.warnings(); });
+  }
+
   py::dict report() const {
     return toDict(ask([](const zeph::Factor& f) { return f.report(); }));
   }
@@ -217,7 +221,8 @@ PYBIND11_MODULE(_core, m) {
       .def("trace_inverse_times", &Factor::traceOfInverseTimes)
       .def("condition", &Factor::estimateCondition)
       .def("refactorize", &Factor::refactorise, py::arg().noconvert())
-      .def("report", &Factor::report);
+      .def("report", &Factor::report)
+      .def("warnings", &Factor::warnings);
 
   addPoseGraph(m);
   m.def("least_squares", &leastSquares);

@@ -156,6 +156,7 @@ class PoseGraph {
     return blocks;
   }
 
+  std::vector<std::string> warnings() const { return result_.warnings(); }
   const std::vector<double>& costs() const { return costs_; }
   bool converged() const { return result_.converged; }
 
@@ -199,6 +200,7 @@ void addPoseGraph(py::module_& m) {
       .def("poses", &PoseGraph::poses)
       .def("covariance", &PoseGraph::covariance)
       .def("covariances", &PoseGraph::covariances)
+      .def("warnings", &PoseGraph::warnings)
       .def("costs", &PoseGraph::costs)
       .def("converged", &PoseGraph::converged);
 }

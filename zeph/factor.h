@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "zeph/api.h"
@@ -87,7 +88,7 @@ class ZEPH_API Factor {
   /// to the root of the elimination tree, not with the whole factor.
   DenseMatrix covarianceBlock(const std::vector<std::int64_t>& indices) const;
 
-  /// log |det A|, the natural logarithm. Costs next to nothing.
+  /// log |det A|, the natural logarithm. Costs next to nothing beside its estimate of error.
   double logDeterminant() const;
   /// The sign of det A: 1 or -1.
   int determinantSign() const;
@@ -115,6 +116,13 @@ class ZEPH_API Factor {
   /// What the factor is and what it took; a copy, which later calls do not change.
   Report report() const;
 
+  /// Sentences on the last result, for whoever uses it: that its estimated relative error
+  /// (lastErrorEstimate of report()) exceeds kDoubtfulError and which unknown is concerned; that
+  /// entries cancel to nearly nothing. None, as a rule. For results but variances of all unknowns
+  /// and selected inverses the first call after a factorisation draws a sample for it, which serves
+  /// all later calls; traces take six solves more.
+  std::vector<std::string> warnings() const;
+
  private:
   class Impl;
   std::unique_ptr<Impl> impl_;
@@ -122,6 +130,9 @@ class ZEPH_API Factor {
 
 /// Estimated relative error of a variance from which on results are refused as Error(Singular).
 inline constexpr double kLargestRelativeError = 1e-2;
+
+/// Estimated relative error above which results come with a warning: Factor::warnings().
+inline constexpr double kDoubtfulError = 1e-6;
 
 /// What Factor(A, options) would take: A is checked, ordered and analysed, nothing is factorised.
 /// The seconds of factorisation and inverse are predicted from the structure, at rates usual for

@@ -77,6 +77,8 @@ class ZEPH_API PoseGraphResult {
 
   /// Those of all poses, at the price of about one factorisation.
   std::vector<DenseMatrix> covariances() const;
+  /// As Factor::warnings(), of the covariances asked for last, with the id of the pose concerned.
+  std::vector<std::string> warnings() const;
 };
 
 /// Moves the poses to where Σ eᵀ Ω e is least: Gauss-Newton, damped after Levenberg and Marquardt

@@ -54,6 +54,15 @@ struct Report {
   /// solve(): how far, relatively, the entries of the system that x solves exactly are from the
   /// given ones. 0 until then.
   double backwardError = 0.0;
+
+  /// Estimated relative error of the last result of any kind but report()'s own figures, and the
+  /// zero-based unknown that it is largest at; 0 and -1 until then. Of variances and selected
+  /// inverses it is relativeErrorEstimate; of other entries the error beside √(z(i,i) z(j,j)), by
+  /// LU beside the largest entry of the column where i ≠ j; of solutions the error beside the
+  /// largest unknown, units scaled away; of log-determinants that of the determinant; at most 1: no
+  /// digit is certain. See Factor::warnings() for what an estimate takes.
+  double lastErrorEstimate = 0.0;
+  std::int64_t worstUnknown = -1;  ///< see lastErrorEstimate
 };
 
 }  // namespace zeph

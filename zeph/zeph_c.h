@@ -55,6 +55,9 @@ typedef struct {
                                        estimate: no digit of them is certain */
   int64_t first_uncertain;        /**< the row of the first of them, or -1 */
   double scratch_bytes;           /**< of the file that holds the factor, if there is one */
+  double last_error_estimate; /**< estimated relative error of the last result of any kind; above
+                                   1e-6 it should be doubted. 0 before */
+  int64_t worst_unknown;      /**< where that is largest, or -1 */
 } zeph_report;
 
 /** Factorises the n x n matrix in compressed columns: column c has the entries from col_starts[c]

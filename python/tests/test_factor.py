@@ -131,6 +131,27 @@ def test_samples_have_the_inverse_as_covariance():
     assert np.array_equal(x[:, :5], zeph.factorize(A, threads=1).sample(5, 8))
 
 
+def test_doubtful_results_warn_at_the_line_that_asked(tmp_path):
+    A = sparse.block_diag([definite(5), [[1.0 + 1e-10, -1.0], [-1.0, 1.0]]]).tocsc()
+    F = zeph.factorize(A)
+    J = [[1e-5, 0.0], [-1.0, 1.0], [0.0, 1e-5]]
+    (tmp_path / "p.g2o").write_text("".join(
+        f"EDGE_SE2 {ends} 3 0 0 {w} 0 0 {w} 0 {w}\n" for ends, w in (("2 5", 1e-5), ("5 7", 1e5))))
+    P = zeph.pose_graph(tmp_path / "p.g2o")
+    for ask, what in (
+            (lambda: F.solve(np.ones(7)), "the solution .* unknown [56] "),
+            (lambda: F.variances([1, 6]), "unknown 6 "), (F.variances, "unknown [56] "),
+            (lambda: F.covariance_block([5]), "unknown 5 "), (F.logdet, "the determinant"),
+            (F.selected_inverse, "the selected"), (lambda: F.sample(1, 1), "the samples"),
+            (lambda: F.trace_inverse_times(A), "the trace"),
+            (lambda: zeph.least_squares(J, np.ones(3)), "unknown"),
+            (P.covariances, "pose [57] "), (lambda: P.covariance(1), "pose 5 ")):
+        with pytest.warns(zeph.AccuracyWarning, match=what) as told:
+            ask()
+        assert len(told) == 1 and told[0].filename == __file__
+    assert F.report.last_error_estimate > 1e-6 and F.report.worst_unknown in (5, 6)
+
+
 def test_shortcuts_files_and_reports(tmp_path):
     A, b = definite(12), np.ones(12)
     F = zeph.factorize(A)

@@ -6,7 +6,7 @@
 array([0.2679, 0.2857, 0.2679])
 """
 
-from zeph._errors import Error, NotPositiveDefiniteError, SingularMatrixError
+from zeph._errors import AccuracyWarning, Error, NotPositiveDefiniteError, SingularMatrixError
 from zeph import plot
 from zeph._adjustment import Adjustment, least_squares
 from zeph._factor import (
@@ -24,6 +24,7 @@ from zeph._factor import (
 from zeph._pose_graph import PoseGraph, pose_graph
 
 __all__ = [
+    "AccuracyWarning",
     "Adjustment",
     "Error",
     "Factor",

@@ -110,6 +110,7 @@ def least_squares(
         found = _core.least_squares(matrix, np.atleast_1d(observations), sigmas, options)
     factor = Factor.__new__(Factor)
     factor._take(found.pop("factor"), None, is_array, callback)
+    factor._judged(None)
     return Adjustment(**found, factor=factor, sigma_given=sigma is not None)
 
 

@@ -2,19 +2,21 @@
 
 import os
 from dataclasses import dataclass
-from typing import Any, Tuple, Union
+from typing import Any, Tuple, TypeVar, Union
 
 import numpy as np
 import numpy.typing as npt
 from scipy import sparse
 
 from zeph import _arrays, _core, _progress
+from zeph._errors import warn
 
 METHODS = ("auto", "cholesky", "lu")
 ORDERINGS = ("auto", "amd", "nested_dissection", "natural")
 
 Scratch = Union[str, "os.PathLike[str]", None]
 Doubles = npt.NDArray[np.float64]
+_Result = TypeVar("_Result")
 
 
 @dataclass(frozen=True)
@@ -42,6 +44,8 @@ class Report:
     backward_error: float  #: of the last `solve`, componentwise; 0 until then
     uncertain_variances: int  #: by LU, that cancel to nearly nothing: no digit of them is certain
     first_uncertain: int  #: the first of these, or -1
+    last_error_estimate: float  #: estimated relative error of the last result of any kind
+    worst_unknown: int  #: where that is largest, or -1
 
 
 class Factor:
@@ -58,8 +62,14 @@ class Factor:
         Where no digit of a result could be trusted.
     MemoryError
         Before or when memory runs out.
+
     KeyboardInterrupt
         On Ctrl-C, while it works. The factor can be asked again.
+
+    Warns
+    -----
+    AccuracyWarning
+        Where the estimated relative error of a result exceeds 1e-6, with the unknown concerned.
     """
 
     def __init__(
@@ -104,6 +114,11 @@ class Factor:
         """What the factor is and what it took, as a `Report`."""
         return Report(**self._core.report())
 
+    def _judged(self, result: _Result) -> _Result:
+        for sentence in self._core.warnings():
+            warn(sentence)
+        return result
+
     def solve(self, b: Any) -> Doubles:
         """Solve A x = b.
 
@@ -126,7 +141,7 @@ class Factor:
         if right.ndim not in (1, 2) or right.shape[0] != n:
             raise ValueError(f"b has the shape {right.shape}; it must be ({n},) or ({n}, k)")
         with _progress.closing(self._callback):
-            return self._core.solve(right)
+            return self._judged(self._core.solve(right))
 
     def variances(self, indices: Any = None) -> Doubles:
         """Diagonal of the inverse of A, all of it or at some indices.
@@ -156,7 +171,7 @@ class Factor:
         if indices is not None:
             return self.covariance(indices, indices)
         with _progress.closing(self._callback):
-            return self._core.variances()
+            return self._judged(self._core.variances())
 
     def selected_inverse(self) -> Any:
         """All entries of the inverse of A on the pattern of its Cholesky factor.
@@ -174,7 +189,7 @@ class Factor:
                [-0.0909,  0.3636]])
         """
         with _progress.closing(self._callback):
-            values, rows, starts = self._core.selected_inverse()
+            values, rows, starts = self._judged(self._core.selected_inverse())
         return self._result((values, rows, starts), shape=self.shape)
 
     def covariance(self, rows: Any, cols: Any) -> Doubles:
@@ -198,7 +213,7 @@ class Factor:
             _arrays.integers(rows, "rows"), _arrays.integers(cols, "cols")
         )
         with _progress.closing(self._callback):
-            return self._core.covariance(np.ravel(r), np.ravel(c)).reshape(r.shape)
+            return self._judged(self._core.covariance(np.ravel(r), np.ravel(c))).reshape(r.shape)
 
     def covariance_block(self, indices: Any) -> Doubles:
         """Rows and columns `indices` of the inverse of A, dense.
@@ -221,7 +236,7 @@ class Factor:
         if wanted.ndim != 1:
             raise ValueError(f"indices has {wanted.ndim} dimensions; a list has one")
         with _progress.closing(self._callback):
-            return self._core.covariance_block(wanted)
+            return self._judged(self._core.covariance_block(wanted))
 
     def slogdet(self) -> Tuple[int, float]:
         """Sign of the determinant of A, and the logarithm of its absolute value.
@@ -232,7 +247,7 @@ class Factor:
         >>> sign, round(log, 4)
         (-1, 1.3863)
         """
-        return self._core.slogdet()
+        return self._judged(self._core.slogdet())
 
     def logdet(self) -> float:
         """Logarithm of the determinant of A; ValueError where that is negative (see `slogdet`).
@@ -276,7 +291,7 @@ class Factor:
         if not 0 <= start < 2**64:
             raise ValueError(f"seed is {start}; it must be from 0 to 2**64 - 1")
         with _progress.closing(self._callback):
-            return self._core.sample(columns, start)
+            return self._judged(self._core.sample(columns, start))
 
     def trace_inverse_times(self, B: Any) -> float:
         """Trace of the inverse of A times a sparse B of its shape.
@@ -290,7 +305,7 @@ class Factor:
         """
         matrix = _arrays.core_matrix(_arrays.compressed(B, "B"))
         with _progress.closing(self._callback):
-            return self._core.trace_inverse_times(matrix)
+            return self._judged(self._core.trace_inverse_times(matrix))
 
     def refactorize(self, A2: Any) -> None:
         """Take the values of another matrix with the pattern of A, without ordering and analysis.

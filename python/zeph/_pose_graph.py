@@ -7,6 +7,7 @@ import numpy as np
 import numpy.typing as npt
 
 from zeph import _arrays, _core, _progress
+from zeph._errors import warn
 from zeph._factor import Scratch, _options
 
 Doubles = npt.NDArray[np.float64]
@@ -105,7 +106,7 @@ class PoseGraph:
                 last = len(self.poses) - 1
                 raise ValueError(f"{name} is {value}; the poses are numbered from 0 to {last}")
         with _progress.closing(self._callback):
-            return self._core.covariance(first, second)
+            return self._judged(self._core.covariance(first, second))
 
     def covariances(self) -> Doubles:
         """The covariances of all poses, at the price of about one factorisation.
@@ -121,7 +122,12 @@ class PoseGraph:
         array([0.   , 0.089, 0.119, 0.113])
         """
         with _progress.closing(self._callback):
-            return self._core.covariances()
+            return self._judged(self._core.covariances())
+
+    def _judged(self, result: Doubles) -> Doubles:
+        for sentence in self._core.warnings():
+            warn(sentence)
+        return result
 
     def plot(self, **options: Any) -> Any:
         """Draw it; options and result as for `zeph.plot.pose_graph`."""

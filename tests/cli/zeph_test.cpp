@@ -210,6 +210,42 @@ struct BadCase {
   bool byLu = false;
 };
 
+TEST_F(ZephProgram, DoubtfulResultsAreWarnedOfWithTheUnknown) {
+  write("A.mtx",
+        "%%MatrixMarket matrix coordinate real symmetric\n3 3 4\n1 1 1\n"
+        "2 2 1.0000000001\n3 2 -1\n3 3 1\n");
+  write("b.mtx", "%%MatrixMarket matrix array real general\n3 1\n1\n1\n2\n");
+  write("J.mtx",
+        "%%MatrixMarket matrix coordinate real general\n3 2 4\n1 1 1e-5\n2 1 -1\n2 2 1\n"
+        "3 2 1e-5\n");
+  write("p.g2o", "EDGE_SE2 2 5 3 0 0 1e-5 0 0 1e-5 0 1e-5\nEDGE_SE2 5 7 3 0 0 1e5 0 0 1e5 0 1e5\n");
+  const struct {
+    const char *arguments, *said;
+  } cases[] = {
+      {"variances A.mtx", "relative error of the variances may reach"},
+      {"variances A.mtx --lu", "relative error of the variances may reach"},
+      {"solve A.mtx b.mtx", "relative error of the solution may reach"},
+      {"covariance A.mtx --block 0,1", "relative error of the block of the inverse may reach"},
+      {"selinv A.mtx -o Z.mtx", "relative error of the selected inverse may reach"},
+      {"logdet A.mtx", "relative error of the determinant may reach"},
+      {"adjust J.mtx b.mtx", "of the normal matrix of J.mtx"},
+      {"pose-graph p.g2o", "relative error of the covariances may reach"},
+  };
+  for (const auto& c : cases) {
+    const Outcome result = run(c.arguments);
+    if (result.status != 0 && !hasLuRoute()) continue;
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_NE(result.err.find(c.said), std::string::npos) << result.err;
+    const bool named = result.err.find("at unknown ") != std::string::npos ||
+                       result.err.find("at pose 5 of p.g2o") != std::string::npos ||
+                       result.err.find("at pose 7 of p.g2o") != std::string::npos;
+    EXPECT_TRUE(named && result.err.find("unknown 1 of A") == std::string::npos) << result.err;
+  }
+  const std::string json = run("covariance A.mtx --block 0,2 --json").out;
+  EXPECT_NE(json.find("\"worst_unknown\": 3"), std::string::npos) << json;
+  EXPECT_NE(json.find("\"last_error_estimate\": "), std::string::npos) << json;
+}
+
 TEST_F(ZephProgram, BadInputGetsOneSentenceAndLeavesNothingBehind) {
   const std::string head = "%%MatrixMarket matrix coordinate real general\n";
   write("A.mtx", kSymmetric2);

@@ -192,7 +192,9 @@ int zeph_factor_report(const zeph_factor* f, zeph_report* report) {
                r.backwardError,
                r.uncertainVariances,
                r.firstUncertain,
-               r.scratchBytes};
+               r.scratchBytes,
+               r.lastErrorEstimate,
+               r.worstUnknown};
   });
 }
 

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include "zeph/dense_matrix.h"
 #include "zeph/factor/watch.h"
@@ -17,6 +18,25 @@ struct InverseCheck {
   double relativeErrorEstimate = 0.0;
   std::int64_t uncertainVariances = 0, firstUncertain = -1;
   double condition = 0.0;
+  std::int64_t worstUnknown = -1;  ///< where the estimate is largest
+};
+
+/// How far a result may be off: its estimated relative error, as in Report::lastErrorEstimate, and
+/// the unknown where it is largest.
+struct Doubt {
+  double error = 0.0;
+  std::int64_t unknown = -1;
+};
+
+/// The larger of two.
+inline void raise(Doubt& doubt, double error, std::int64_t unknown) {
+  if (error <= doubt.error && doubt.unknown >= 0) return;
+  doubt = {error, unknown};
+}
+
+struct SolveCheck {
+  double backwardError = 0.0;  ///< the largest of a column, componentwise
+  Doubt doubt;
 };
 
 /// What a route offers to Factor. Arguments are checked: pointers, sizes, indices within the order
@@ -31,19 +51,24 @@ class Backend {
   virtual Report report() const = 0;
   virtual void refactorise(const double* values, std::size_t count, Watch& watch) = 0;
 
-  /// In place, `count` columns. Returns the largest componentwise backward error of a column.
-  virtual double solve(std::size_t count, double* x, Watch& watch) const = 0;
+  /// In place, `count` columns.
+  virtual SolveCheck solve(std::size_t count, double* x, Watch& watch) const = 0;
   virtual InverseCheck variances(double* diagonal, Watch& watch) const = 0;
-  virtual void selectedInverse(std::int64_t* colStarts, std::int64_t* rowIndices, double* values,
-                               Watch& watch) const = 0;
-  virtual void covariance(const std::int64_t* rows, const std::int64_t* cols, std::size_t count,
-                          double* values, Watch& watch) const = 0;
-  virtual void covarianceBlock(const std::int64_t* indices, std::size_t count, double* block,
-                               Watch& watch) const = 0;
+  virtual Doubt selectedInverse(std::int64_t* colStarts, std::int64_t* rowIndices, double* values,
+                                Watch& watch) const = 0;
+  virtual Doubt covariance(const std::int64_t* rows, const std::int64_t* cols, std::size_t count,
+                           double* values, Watch& watch) const = 0;
+  virtual Doubt covarianceBlock(const std::int64_t* indices, std::size_t count, double* block,
+                                Watch& watch) const = 0;
+  /// The errors of the factors are those of an A that is wrong by about kEntryErrors rows[i]
+  /// cols[j] in entry (i,j), at random.
+  virtual void errorUnits(std::vector<double>& rows, std::vector<double>& cols) const = 0;
   virtual double logDeterminant() const = 0;
   virtual int determinantSign() const = 0;
+  /// Of the determinant, not of its logarithm.
+  virtual Doubt determinantDoubt(Watch& watch) const = 0;
   /// x holds `count` columns of independent standard normal numbers, and afterwards of N(0, A⁻¹).
-  virtual void colour(std::size_t count, double* x, Watch& watch) const = 0;
+  virtual Doubt colour(std::size_t count, double* x, Watch& watch) const = 0;
   virtual double estimateCondition(Watch& watch) const = 0;
 
   /// The matrix itself where it is known to be symmetric, else one without rows: for the question

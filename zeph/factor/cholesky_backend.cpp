@@ -18,7 +18,6 @@
 #include "sparse/symbolic/placement.h"
 #include "zeph/error.h"
 #include "zeph/factor.h"
-#include "zeph/factor/inverse_norm.h"
 #include "zeph/factor/trust.h"
 #include "zeph/matrix/requirements.h"
 
@@ -213,6 +212,7 @@ void CholeskyBackend::factorise(const double* values, size_t step, Symmetric sym
   }
   if (failed >= 0) throw notPositiveDefinite(input_.source, input_.indexBase, failed);
   condition_ = 0.0;
+  keep(nullptr);
   if (!(smallestPivotShare_ > kSingularPivotShare)) throw singular(input_.source);
   secondsFactorisation_ = clock.seconds();
 }
@@ -418,8 +418,9 @@ double CholeskyBackend::solveAndRefine(size_t count, double* x, korin::kernels::
   return *std::max_element(error.begin(), error.end());
 }
 
-double CholeskyBackend::solve(size_t count, double* x, Watch& watch) const {
+SolveCheck CholeskyBackend::solve(size_t count, double* x, Watch& watch) const {
   requireTrust(watch);
+  const std::shared_ptr<const Weakness> weak = weakness(watch);
   watch.begin("solving", 0.0);
   korin::kernels::Team team(threads(), watch.poll());
   const auto n = static_cast<size_t>(symbolic_.n);
@@ -435,7 +436,10 @@ double CholeskyBackend::solve(size_t count, double* x, Watch& watch) const {
     throw Error(ErrorKind::Unfit,
                 "the solution of " + input_.source + " overflows; scale the equations");
   }
-  return worst;
+  const double error = std::max(worst, std::numeric_limits<double>::epsilon());
+  // What is no larger than one off a diagonal of ones adds up to about the length of a row.
+  const double row = 2.0 * static_cast<double>(entries_.start.back()) / static_cast<double>(n);
+  return {worst, {error * row * weak->trace, weak->weakest}};
 }
 
 double CholeskyBackend::unscaled(double z, std::int64_t row, std::int64_t col) const {
@@ -460,10 +464,18 @@ InverseCheck CholeskyBackend::variances(double* diagonal, Watch& watch) const {
                                watch.meter(), &residualNorm);
     });
   }
-  check.relativeErrorEstimate = judge(residualNorm, [&](Index i) { return diagonal[i]; });
+  const Doubt doubt = judge(residualNorm, [&](Index i) { return diagonal[i]; });
+  check.relativeErrorEstimate = doubt.error;
+  check.worstUnknown = doubt.unknown;
   // The trace of the inverse scaled to a diagonal of A of ones: at least its norm, and close to it
   // where A is nearly singular.
-  forEachDiagonalEntry([&](Index i, double a) { check.condition += a * diagonal[i]; });
+  const auto weak = std::make_shared<Weakness>();
+  weak->share.resize(static_cast<size_t>(symbolic_.n));
+  forEachDiagonalEntry(
+      [&](Index i, double a) { check.condition += weak->share[i] = a * diagonal[i]; });
+  weak->trace = check.condition;
+  weak->weakest = doubt.unknown;
+  keep(weak);
   for (Index i = 0; i < symbolic_.n; ++i) diagonal[i] = unscaled(diagonal[i], i, i);
   return check;
 }
@@ -487,8 +499,8 @@ double CholeskyBackend::residualNorm(const double* z) const {
   return std::sqrt(squares);
 }
 
-void CholeskyBackend::selectedInverse(std::int64_t* colStarts, std::int64_t* rowIndices,
-                                      double* values, Watch& watch) const {
+Doubt CholeskyBackend::selectedInverse(std::int64_t* colStarts, std::int64_t* rowIndices,
+                                       double* values, Watch& watch) const {
   const auto n = static_cast<size_t>(symbolic_.n);
   std::fill_n(colStarts, n + 1, 0);
   // visit(row, col, place) for the entries of L's pattern in A's numbers, in either triangle.
@@ -509,7 +521,7 @@ void CholeskyBackend::selectedInverse(std::int64_t* colStarts, std::int64_t* row
     if (row != col) ++colStarts[row + 1];
   });
   std::partial_sum(colStarts, colStarts + n + 1, colStarts);
-  if (rowIndices == nullptr || values == nullptr) return;
+  if (rowIndices == nullptr || values == nullptr) return {};
 
   const auto count = static_cast<size_t>(colStarts[n]);
   const auto storage = static_cast<size_t>(symbolic_.storage());
@@ -543,7 +555,7 @@ void CholeskyBackend::selectedInverse(std::int64_t* colStarts, std::int64_t* row
     korin::kernels::Team team(means.threads, watch.poll());
     sparse::selectedInverse(symbolic_, factor(means.inFile), z.get(), team, watch.meter());
   }
-  judge(residualNorm(z.get()), [&](Index i) {
+  const Doubt doubt = judge(residualNorm(z.get()), [&](Index i) {
     const Index k = placeOfRow_[i], g = symbolic_.groupOf[k];
     return z[symbolic_.panelStart[g] +
              Offset{k - symbolic_.firstColumn[g]} * (symbolic_.height(g) + 1)];
@@ -553,6 +565,7 @@ void CholeskyBackend::selectedInverse(std::int64_t* colStarts, std::int64_t* row
       values[p] = unscaled(z[place[p]], rowIndices[p], static_cast<std::int64_t>(col));
     }
   }
+  return doubt;
 }
 
 double CholeskyBackend::logDeterminant() const {
@@ -560,8 +573,8 @@ double CholeskyBackend::logDeterminant() const {
   return sparse::logDeterminant(symbolic_, factor()) - 2.0 * exponents * std::log(2.0);
 }
 
-void CholeskyBackend::colour(size_t count, double* x, Watch& watch) const {
-  requireTrust(watch);
+Doubt CholeskyBackend::colour(size_t count, double* x, Watch& watch) const {
+  const Doubt doubt = determinantDoubt(watch);
   watch.begin("sampling", 0.0);
   korin::kernels::Team team(threads(), watch.poll());
   for (size_t first = 0; first < count; first += kColumnsAtOnce) {
@@ -570,6 +583,7 @@ void CholeskyBackend::colour(size_t count, double* x, Watch& watch) const {
     sparse::solveTransposed(symbolic_, factor(), static_cast<Index>(some), block, team);
     scaleRows(some, block);
   }
+  return doubt;
 }
 
 SparseMatrix CholeskyBackend::lower(std::vector<std::uint32_t>& permutation, Watch& watch) const {
@@ -604,34 +618,6 @@ SparseMatrix CholeskyBackend::lower(std::vector<std::uint32_t>& permutation, Wat
   return L;
 }
 
-double CholeskyBackend::estimateCondition(Watch& watch) const {
-  const double known = condition_;
-  if (known > 0.0) return known;
-  watch.begin("estimating the condition number", 0.0);
-  korin::kernels::Team team(threads(), watch.poll());
-  // S scaled further, to a diagonal of ones, so that the norms do not depend on units.
-  const auto n = static_cast<size_t>(symbolic_.n);
-  std::vector<double> unit(n), norm(n, 0.0);
-  forEachDiagonalEntry([&](Index i, double a) { unit[i] = std::sqrt(a); });
-  for (Index c = 0; c < symbolic_.n; ++c) {
-    const Index* rows = symbolic_.rowsOf(symbolic_.groupOf[c]);
-    const Index j = symbolic_.permutation[c];
-    for (Offset p = entries_.start[c]; p < entries_.start[c + 1]; ++p) {
-      const Index i = symbolic_.permutation[rows[entries_.position[p]]];
-      const double size = std::abs(entries_.value[p]) / (unit[i] * unit[j]);
-      norm[i] += size;
-      if (i != j) norm[j] += size;
-    }
-  }
-  const auto apply = [&](const double* b, double* x) {
-    for (size_t i = 0; i < n; ++i) x[i] = b[i] * unit[i];
-    sparse::solve(symbolic_, factor(), 1, x, team);
-    for (size_t i = 0; i < n; ++i) x[i] *= unit[i];
-  };
-  condition_ = *std::max_element(norm.begin(), norm.end()) * inverseNorm(n, apply, apply);
-  return condition_;
-}
-
 SparseMatrix CholeskyBackend::symmetricMatrix() const {
   SparseMatrix m;
   m.rows = m.cols = static_cast<size_t>(symbolic_.n);
@@ -647,12 +633,6 @@ SparseMatrix CholeskyBackend::symmetricMatrix() const {
     }
   }
   return m;
-}
-
-// Before results that come without a check of their own.
-void CholeskyBackend::requireTrust(Watch& watch) const {
-  if (smallestPivotShare_ > kHarmlessPivotShare) return;
-  if (!(estimateCondition(watch) < kWorthlessCondition)) throw singular(input_.source);
 }
 
 }  // namespace zeph

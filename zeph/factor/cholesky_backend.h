@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cmath>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -57,17 +58,19 @@ class CholeskyBackend final : public Backend {
 
   Report report() const override;
   void refactorise(const double* values, std::size_t count, Watch& watch) override;
-  double solve(std::size_t count, double* x, Watch& watch) const override;
+  SolveCheck solve(std::size_t count, double* x, Watch& watch) const override;
   InverseCheck variances(double* diagonal, Watch& watch) const override;
-  void selectedInverse(std::int64_t* colStarts, std::int64_t* rowIndices, double* values,
-                       Watch& watch) const override;
-  void covariance(const std::int64_t* rows, const std::int64_t* cols, std::size_t count,
-                  double* values, Watch& watch) const override;
-  void covarianceBlock(const std::int64_t* indices, std::size_t count, double* block,
-                       Watch& watch) const override;
+  Doubt selectedInverse(std::int64_t* colStarts, std::int64_t* rowIndices, double* values,
+                        Watch& watch) const override;
+  Doubt covariance(const std::int64_t* rows, const std::int64_t* cols, std::size_t count,
+                   double* values, Watch& watch) const override;
+  Doubt covarianceBlock(const std::int64_t* indices, std::size_t count, double* block,
+                        Watch& watch) const override;
+  void errorUnits(std::vector<double>& rows, std::vector<double>& cols) const override;
   double logDeterminant() const override;
   int determinantSign() const override { return 1; }
-  void colour(std::size_t count, double* x, Watch& watch) const override;
+  Doubt determinantDoubt(Watch& watch) const override;
+  Doubt colour(std::size_t count, double* x, Watch& watch) const override;
   double estimateCondition(Watch& watch) const override;
   SparseMatrix symmetricMatrix() const override;
 
@@ -150,6 +153,21 @@ class CholeskyBackend final : public Backend {
   Index factoriseInto(bool inFile, korin::kernels::Team& team, korin::sparse::Meter* meter);
   double smallestPivotShare(Index g, const double* panel) const;
   void requireTrust(Watch& watch) const;
+
+  /// How weakly the unknowns are determined: the inverse of the matrix scaled to a diagonal of
+  /// ones, whose norm is at most its trace.
+  struct Weakness {
+    std::vector<double> share;  ///< its diagonal, a(i,i) z(i,i), in A's numbers
+    double trace = 0.0;
+    std::int64_t weakest = -1;  ///< the unknown with the largest share
+  };
+  /// Of the last variances() of all unknowns, or estimated at the first call after a factorisation.
+  std::shared_ptr<const Weakness> weakness(Watch& watch) const;
+  void keep(std::shared_ptr<const Weakness> weakness) const;
+  void covarianceEntries(const std::int64_t* rows, const std::int64_t* cols, std::size_t count,
+                         double* values, Watch& watch) const;
+  void blockEntries(const std::int64_t* indices, std::size_t count, double* block,
+                    Watch& watch) const;
   double residualNorm(const double* z) const;
 
   // use(i, value) for the diagonal of the scaled matrix, in A's numbers.
@@ -163,18 +181,24 @@ class CholeskyBackend final : public Backend {
     }
   }
 
-  // The estimated relative error of the scaled inverse, whose diagonal entry i is diagonal(i).
-  // Throws where it is too large.
+  // The estimated relative error of the scaled inverse, whose diagonal entry i is diagonal(i), and
+  // the unknown on the weakest feet: a(i,i) z(i,i) is how much larger a variance is than if all
+  // others were known. Throws where the error is too large.
   template <class Diagonal>
-  double judge(double norm, const Diagonal& diagonal) const {
-    double squares = 0.0;
+  Doubt judge(double norm, const Diagonal& diagonal) const {
+    double squares = 0.0, largest = -1.0;
+    std::int64_t unknown = -1;
     forEachDiagonalEntry([&](Index i, double a) {
       const double product = a * diagonal(i);
       squares += product * product;
+      if (product > largest || (product == largest && i < unknown)) {
+        largest = product;
+        unknown = i;
+      }
     });
     const double estimate = relativeErrorEstimate(norm, std::sqrt(squares));
     if (!(estimate <= kLargestRelativeError)) throw singular(input_.source);
-    return estimate;
+    return {estimate, unknown};
   }
 
   double unscaled(double z, std::int64_t row, std::int64_t col) const;
@@ -197,6 +221,8 @@ class CholeskyBackend final : public Backend {
   double secondsOrdering_ = 0.0, secondsAnalysis_ = 0.0, secondsFactorisation_ = 0.0;
   /// 0 until estimated.
   mutable std::atomic<double> condition_{0.0};
+  mutable std::mutex mutex_;  ///< guards weakness_
+  mutable std::shared_ptr<const Weakness> weakness_;
 };
 
 }  // namespace zeph

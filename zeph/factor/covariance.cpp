@@ -105,8 +105,8 @@ Columns fewerColumns(const std::vector<Request>& requests) {
 
 }  // namespace
 
-void CholeskyBackend::covarianceBlock(const std::int64_t* indices, size_t count, double* block,
-                                      Watch& watch) const {
+void CholeskyBackend::blockEntries(const std::int64_t* indices, size_t count, double* block,
+                                   Watch& watch) const {
   requireTrust(watch);
   watch.begin("inverting along paths", 0.0);
   std::vector<Index> own(indices, indices + count);
@@ -119,9 +119,8 @@ void CholeskyBackend::covarianceBlock(const std::int64_t* indices, size_t count,
   }
 }
 
-void CholeskyBackend::covariance(const std::int64_t* rows, const std::int64_t* cols, size_t count,
-                                 double* values, Watch& watch) const {
-  if (count == 0) return;
+void CholeskyBackend::covarianceEntries(const std::int64_t* rows, const std::int64_t* cols,
+                                        size_t count, double* values, Watch& watch) const {
   requireTrust(watch);
   // An entry and its mirror image are one, so that both get the same bits.
   std::vector<Request> onPattern, offPattern;
@@ -145,7 +144,7 @@ void CholeskyBackend::covariance(const std::int64_t* rows, const std::int64_t* c
     indices.reserve(places.size());
     for (const Index k : places) indices.push_back(symbolic_.permutation[k]);
     std::vector<double> block(places.size() * places.size());
-    covarianceBlock(indices.data(), indices.size(), block.data(), watch);
+    blockEntries(indices.data(), indices.size(), block.data(), watch);
     const auto at = [&](Index k) {
       return static_cast<size_t>(std::lower_bound(places.begin(), places.end(), k) -
                                  places.begin());

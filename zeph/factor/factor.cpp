@@ -13,6 +13,7 @@
 #include "zeph/checks/one_triangle.h"
 #include "zeph/factor/cholesky_backend.h"
 #include "zeph/factor/first_route.h"
+#include "zeph/factor/inverse_norm.h"
 #include "zeph/factor/lu_backend.h"
 #include "zeph/factor/normal_numbers.h"
 #include "zeph/factor/plan_structure.h"
@@ -24,6 +25,8 @@ namespace zeph {
 namespace {
 
 using std::size_t;
+
+constexpr const char* kVariances = "the variances";
 
 // Too few entries leave rows empty; found before memory is taken for that many rows.
 void requireEntries(const SparseMatrix& m) {
@@ -70,6 +73,9 @@ bool meansSingular(const Error& e) {
   return e.kind() == ErrorKind::NotPositiveDefinite || e.kind() == ErrorKind::Singular;
 }
 
+// Random vectors that tell the norm of what a trace depends on.
+constexpr size_t kProbes = 3;
+
 // Before a symmetric matrix is called singular, or sent to LU, which would call it so: throws
 // DatumError where it is a network that nothing holds.
 void requireHeld(const SparseMatrix& A, const std::string& source, size_t indexBase,
@@ -106,6 +112,47 @@ std::unique_ptr<Backend> factorised(const SparseMatrix& A, const Options& option
   }
   factor.reset();
   return makeLuBackend(A, against, options, watch);
+}
+
+// Y = B X.
+std::vector<double> times(const SparseMatrix& B, const std::vector<double>& x, size_t columns) {
+  std::vector<double> y(x.size(), 0.0);
+  for (size_t c = 0; c < columns; ++c) {
+    const double* from = x.data() + c * B.rows;
+    double* to = y.data() + c * B.rows;
+    for (const Entry& e : B.entries) {
+      to[e.row] += e.value * from[e.col];
+      if (B.symmetry == Symmetry::General || e.row == e.col) continue;
+      to[e.col] += (B.symmetry == Symmetry::Symmetric ? e.value : -e.value) * from[e.row];
+    }
+  }
+  return y;
+}
+
+// About the error of trace(Z B): an error E of A changes it by trace(Z E Z B) to first order, which
+// is E times the entries of Z B Z, whose norm random vectors tell. Entries of Z that are wrong
+// together, as those of a network that is held weakly, mostly make up for each other.
+Doubt traceDoubt(const Backend& f, const SparseMatrix& B, Watch& watch) {
+  std::vector<double> rows, cols;
+  f.errorUnits(rows, cols);
+  const size_t n = rows.size();
+  std::vector<double> x(kProbes * n);
+  for (size_t k = 0; k < x.size(); ++k) x[k] = probeWeight(k) * rows[k % n];
+  f.solve(kProbes, x.data(), watch);
+  x = times(B, x, kProbes);
+  f.solve(kProbes, x.data(), watch);
+  double all = 0.0, largest = 0.0;
+  Doubt doubt{0.0, 0};
+  for (size_t i = 0; i < n; ++i) {
+    double squares = 0.0;
+    for (size_t k = i; k < x.size(); k += n) squares += x[k] * x[k] * cols[i] * cols[i];
+    all += squares / kProbes;
+    if (squares <= largest) continue;
+    largest = squares;
+    doubt.unknown = static_cast<std::int64_t>(i);
+  }
+  doubt.error = kEntryErrors * std::sqrt(all);
+  return doubt;
 }
 
 void requireArray(const void* array, const char* name) {
@@ -241,6 +288,13 @@ class Factor::Impl {
     }
   }
 
+  // A result has been made. Nothing is more uncertain than what has no digit.
+  void tell(const char* what, const Doubt& doubt) const {
+    const std::lock_guard<std::mutex> lock(mutex);
+    result = what;
+    last = {doubt.error <= 1.0 ? doubt.error : 1.0, doubt.unknown};
+  }
+
   void requireRoom(const std::string& what, size_t count) const {
     requireBytes(what, static_cast<double>(count) * static_cast<double>(rows) * sizeof(double),
                  options.memoryLimit);
@@ -257,6 +311,8 @@ class Factor::Impl {
   mutable InverseCheck check;
   mutable double secondsInverse = 0.0;
   mutable double backwardError = 0.0;
+  mutable const char* result = "";  // the last one
+  mutable Doubt last;
 };
 
 Factor::Factor(const SparseMatrix& A, const Options& options)
@@ -282,9 +338,10 @@ void Factor::solve(const double* b, double* x, size_t count) const {
     }
     impl_->requireFiniteRight(b, count);
     if (x != b) std::copy_n(b, rows() * count, x);
-    const double error = f.solve(count, x, watch);
+    const SolveCheck check = f.solve(count, x, watch);
+    impl_->tell("the solution", check.doubt);
     const std::lock_guard<std::mutex> lock(impl_->mutex);
-    impl_->backwardError = error;
+    impl_->backwardError = check.backwardError;
   });
 }
 
@@ -319,6 +376,7 @@ void Factor::variances(double* diagonal, size_t count) const {
     }
     const StopWatch clock;
     const InverseCheck check = f.variances(diagonal, watch);
+    impl_->tell(kVariances, {check.relativeErrorEstimate, check.worstUnknown});
     const std::lock_guard<std::mutex> lock(impl_->mutex);
     impl_->check = check;
     impl_->secondsInverse = clock.seconds();
@@ -341,7 +399,8 @@ void Factor::selectedInverse(std::int64_t* colStarts, std::int64_t* rowIndices,
                              double* values) const {
   impl_->ask([&](const Backend& f, Watch& watch) {
     requireArray(colStarts, "the array of column starts");
-    f.selectedInverse(colStarts, rowIndices, values, watch);
+    const Doubt doubt = f.selectedInverse(colStarts, rowIndices, values, watch);
+    if (doubt.unknown >= 0) impl_->tell("the selected inverse", doubt);
   });
 }
 
@@ -377,7 +436,8 @@ void Factor::covariance(const std::int64_t* rows, const std::int64_t* cols, size
     if (count > 0) requireArray(values, "the array of values");
     impl_->requireIndices(rows, count);
     impl_->requireIndices(cols, count);
-    f.covariance(rows, cols, count, values, watch);
+    const Doubt doubt = f.covariance(rows, cols, count, values, watch);
+    if (count > 0) impl_->tell("the entries of the inverse", doubt);
   });
 }
 
@@ -404,14 +464,20 @@ DenseMatrix Factor::covarianceBlock(const std::vector<std::int64_t>& indices) co
     auto block = DenseMatrix::zeros(indices.size(), indices.size());
     block.source = "a block of the inverse of " + impl_->source;
     if (!indices.empty()) {
-      f.covarianceBlock(indices.data(), indices.size(), block.values.data(), watch);
+      impl_->tell("the block of the inverse",
+                  f.covarianceBlock(indices.data(), indices.size(), block.values.data(), watch));
     }
     return block;
   });
 }
 
 double Factor::logDeterminant() const {
-  return impl_->ask([](const Backend& f, Watch&) { return f.logDeterminant(); });
+  return impl_->ask([&](const Backend& f, Watch& watch) {
+    const Doubt doubt = f.determinantDoubt(watch);
+    const double result = f.logDeterminant();
+    impl_->tell("the determinant", doubt);
+    return result;
+  });
 }
 
 int Factor::determinantSign() const {
@@ -445,17 +511,24 @@ double Factor::traceOfInverseTimes(const SparseMatrix& B) const {
     }
     const std::vector<double> z = covariance(at[0], at[1]);
     const double sign = B.symmetry == Symmetry::SkewSymmetric ? -1.0 : 1.0;
-    double trace = 0.0;
+    double trace = 0.0, size = 0.0;
     size_t mirror = stored;
     for (size_t k = 0; k < stored; ++k) {
       trace += B.entries[k].value * z[k];
+      size += std::abs(B.entries[k].value * z[k]);
       if (mirrored && B.entries[k].row != B.entries[k].col) {
+        size += std::abs(B.entries[k].value * z[mirror]);
         trace += sign * B.entries[k].value * z[mirror++];
       }
     }
     if (!std::isfinite(trace)) {
       throw Error(ErrorKind::Unfit, "the trace overflows; scale the matrices");
     }
+    impl_->ask([&](const Backend& f, Watch& watch) {
+      Doubt doubt = traceDoubt(f, B, watch);
+      doubt.error = size > 0.0 ? doubt.error / std::abs(trace) : 0.0;  // of zeros, it is zero
+      impl_->tell("the trace", doubt);
+    });
     return trace;
   });
 }
@@ -466,7 +539,7 @@ DenseMatrix Factor::sample(size_t count, std::uint64_t seed) const {
     auto x = DenseMatrix::zeros(rows(), count);
     NormalNumbers numbers(seed);
     for (double& value : x.values) value = numbers.next();
-    f.colour(count, x.values.data(), watch);
+    impl_->tell("the samples", f.colour(count, x.values.data(), watch));
     return x;
   });
 }
@@ -483,6 +556,7 @@ void Factor::refactorise(const double* values, size_t count) {
     impl_->check = {};
     impl_->secondsInverse = 0.0;
     impl_->backwardError = 0.0;
+    impl_->last = {};
     Watch watch(impl_->options);
     impl_->backend->refactorise(values, count, watch);
     impl_->hasNumbers = true;
@@ -507,8 +581,33 @@ Report Factor::report() const {
     r.uncertainVariances = impl_->check.uncertainVariances;
     r.firstUncertain = impl_->check.firstUncertain;
     r.backwardError = impl_->backwardError;
+    r.lastErrorEstimate = impl_->last.error;
+    r.worstUnknown = impl_->last.unknown;
     if (r.conditionEstimate == 0.0) r.conditionEstimate = impl_->check.condition;
     return r;
+  });
+}
+
+std::vector<std::string> Factor::warnings() const {
+  return guarded(impl_->source, [&] {
+    const std::lock_guard<std::mutex> lock(impl_->mutex);
+    const auto unknown = [&](std::int64_t row) {
+      return "unknown " + std::to_string(static_cast<size_t>(row) + impl_->indexBase) + " of " +
+             impl_->source;
+    };
+    std::vector<std::string> sentences;
+    const InverseCheck& check = impl_->check;
+    if (impl_->result == kVariances && check.uncertainVariances > 0) {
+      sentences.push_back(std::to_string(check.uncertainVariances) + " of the " +
+                          std::to_string(impl_->rows) +
+                          " entries cancel to nearly nothing, the first of them that of " +
+                          unknown(check.firstUncertain) + ": no digit of these is certain");
+    }
+    if (impl_->last.error > kDoubtfulError) {
+      sentences.push_back(
+          doubtSentence(impl_->result, impl_->last.error, unknown(impl_->last.unknown)));
+    }
+    return sentences;
   });
 }
 

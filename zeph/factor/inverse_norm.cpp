@@ -50,4 +50,13 @@ double inverseNorm(std::size_t n, const SolveWith& solve, const SolveWith& solve
                                     : std::numeric_limits<double>::infinity();
 }
 
+double probeWeight(std::uint64_t k) {
+  std::uint64_t z = (k + 1) * 0x9E3779B97F4A7C15u;
+  z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9u;
+  z = (z ^ (z >> 27)) * 0x94D049BB133111EBu;
+  z ^= z >> 31;
+  const double size = 0.5 + static_cast<double>(z >> 11) * 0x1p-53;
+  return (z & 1u) != 0 ? size : -size;
+}
+
 }  // namespace zeph

@@ -2,6 +2,8 @@
 
 #include <limits>
 
+#include "zeph/files/number_text.h"
+
 namespace zeph {
 namespace {
 
@@ -19,6 +21,13 @@ double relativeErrorEstimate(double residualNorm, double productNorm) {
   const double larger = first >= second || first != first ? first : second;
   const double most = kMostProducts * productNorm;
   return (larger > most ? most : larger) + kFloor;
+}
+
+std::string doubtSentence(const std::string& what, double error, const std::string& unknown) {
+  std::string size;
+  appendDigits(size, error, 1);
+  return "the relative error of " + what + " may reach " + size + ", first of all at " + unknown +
+         ": it is hardly determined";
 }
 
 Error notPositiveDefinite(const std::string& source, std::size_t indexBase, std::int64_t row) {

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <string>
 
 #include "zeph/error.h"
@@ -37,6 +38,13 @@ inline constexpr double kWorthlessCondition = 1e15;
 /// alone would be up to 1,000 times too small, the condition number times ε up to 500 times too
 /// large.
 double relativeErrorEstimate(double residualNorm, double productNorm);
+
+/// Error of the factors of a matrix with a diagonal of ones, and with that of an entry z(i,j) of
+/// its inverse beside ‖z(i,:)‖₂ ‖z(:,j)‖₂: as the last bound above.
+inline constexpr double kEntryErrors = 24.0 * std::numeric_limits<double>::epsilon();
+
+/// "the relative error of WHAT may reach 3e-05, first of all at UNKNOWN: it is hardly determined"
+std::string doubtSentence(const std::string& what, double error, const std::string& unknown);
 
 Error notPositiveDefinite(const std::string& source, std::size_t indexBase, std::int64_t row);
 Error singular(const std::string& source);

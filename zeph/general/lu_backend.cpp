@@ -108,7 +108,7 @@ class LuBackend final : public Backend {
     factorise(watch);
   }
 
-  double solve(size_t count, double* x, Watch& watch) const override {
+  SolveCheck solve(size_t count, double* x, Watch& watch) const override {
     watch.begin("solving", 0.0);
     const size_t n = prepared_.size();
     std::vector<double> error(count);
@@ -133,7 +133,8 @@ class LuBackend final : public Backend {
                     "the solution of " + A_.source + " overflows; scale the equations");
       }
     });
-    return error.empty() ? 0.0 : *std::max_element(error.begin(), error.end());
+    const double worst = error.empty() ? 0.0 : *std::max_element(error.begin(), error.end());
+    return {worst, conditioned(worst)};
   }
 
   InverseCheck variances(double* diagonal, Watch& watch) const override {
@@ -153,12 +154,12 @@ class LuBackend final : public Backend {
     return check;
   }
 
-  void selectedInverse(std::int64_t*, std::int64_t*, double*, Watch&) const override {
+  Doubt selectedInverse(std::int64_t*, std::int64_t*, double*, Watch&) const override {
     throw onlyCholesky("a selected inverse");
   }
 
-  void covariance(const std::int64_t* rows, const std::int64_t* cols, size_t count, double* values,
-                  Watch& watch) const override {
+  Doubt covariance(const std::int64_t* rows, const std::int64_t* cols, size_t count, double* values,
+                   Watch& watch) const override {
     watch.begin("solving for columns of the inverse", 0.0);
     std::vector<size_t> order(count);
     std::iota(order.begin(), order.end(), size_t{0});
@@ -168,24 +169,40 @@ class LuBackend final : public Backend {
       if (k == 0 || cols[order[k]] != cols[order[k - 1]]) first.push_back(k);
     }
     first.push_back(count);
+    std::vector<double> cancelled(count, 1.0);
     forEachColumn(first.size() - 1, watch, [&](size_t c) {
       const auto col = static_cast<size_t>(cols[order[first[c]]]);
       const std::vector<double> x = solved(unit(col));
+      const double largest = std::abs(*std::max_element(
+          x.begin(), x.end(), [](double a, double b) { return std::abs(a) < std::abs(b); }));
       for (size_t k = first[c]; k < first[c + 1]; ++k) {
         const auto row = static_cast<size_t>(rows[order[k]]);
         values[order[k]] = unscaled(x[row], row, col);
+        if (row == col) cancelled[order[k]] = largest / std::abs(x[row]);
       }
     });
+    Doubt doubt = conditioned(0.0);
+    const double error = doubt.error;
+    for (size_t k = 0; k < count; ++k) raise(doubt, error * cancelled[k], rows[k]);
+    return doubt;
   }
 
-  void covarianceBlock(const std::int64_t* indices, size_t count, double* block,
-                       Watch& watch) const override {
+  Doubt covarianceBlock(const std::int64_t* indices, size_t count, double* block,
+                        Watch& watch) const override {
     std::vector<std::int64_t> rows, cols;
     for (size_t j = 0; j < count; ++j) {
       rows.insert(rows.end(), indices, indices + count);
       cols.insert(cols.end(), count, indices[j]);
     }
-    covariance(rows.data(), cols.data(), rows.size(), block, watch);
+    return covariance(rows.data(), cols.data(), rows.size(), block, watch);
+  }
+
+  void errorUnits(std::vector<double>& rows, std::vector<double>& cols) const override {
+    rows.clear(), cols.clear();
+    for (size_t i = 0; i < prepared_.size(); ++i) {
+      rows.push_back(std::ldexp(1.0, -prepared_.scaling.row[i]));
+      cols.push_back(std::ldexp(1.0, -prepared_.scaling.col[i]));
+    }
   }
 
   double logDeterminant() const override {
@@ -205,13 +222,29 @@ class LuBackend final : public Backend {
     return sign;
   }
 
-  void colour(size_t, double*, Watch&) const override { throw onlyCholesky("samples"); }
+  Doubt determinantDoubt(Watch&) const override { return conditioned(0.0); }
+  Doubt colour(size_t, double*, Watch&) const override { throw onlyCholesky("samples"); }
   double estimateCondition(Watch&) const override { return condition_; }
 
  private:
   Error onlyCholesky(const std::string& what) const {
     return Error(ErrorKind::Unfit, what + " need a symmetric positive definite matrix; " +
                                        A_.source + " was factorised by LU (" + reason_ + ")");
+  }
+
+  // Of a result with that backward error. A right-hand side of random signs moves the unknowns most
+  // that are determined least; looked for where it will be told.
+  Doubt conditioned(double backwardError) const {
+    const double error =
+        condition_ * std::max(backwardError, std::numeric_limits<double>::epsilon());
+    if (!(error > kDoubtfulError)) return {error, 0};
+    const size_t n = prepared_.size();
+    std::vector<double> b(n), x(n);
+    for (size_t i = 0; i < n; ++i) b[i] = probeWeight(i);
+    luSolve(factors_, b.data(), x.data());
+    const auto most = std::max_element(
+        x.begin(), x.end(), [](double p, double q) { return std::abs(p) < std::abs(q); });
+    return {error, most - x.begin()};
   }
 
   // Throws where rows and columns of the inverse are too large to have digits; entries that cancel
@@ -228,7 +261,10 @@ class LuBackend final : public Backend {
         throw singular(A_.source);
       }
       if (error <= most) {
-        check.relativeErrorEstimate = std::max(check.relativeErrorEstimate, error / own);
+        if (check.worstUnknown < 0 || error / own > check.relativeErrorEstimate) {
+          check.relativeErrorEstimate = error / own;
+          check.worstUnknown = static_cast<std::int64_t>(i);
+        }
       } else if (check.uncertainVariances++ == 0) {
         check.firstUncertain = static_cast<std::int64_t>(i);
       }

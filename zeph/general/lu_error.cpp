@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <cstdint>
 
 #include "sparse/inverse/lu_solve.h"
+#include "zeph/factor/inverse_norm.h"
 
 namespace zeph {
 namespace {
@@ -14,7 +14,7 @@ using korin::sparse::Columns;
 using korin::sparse::LuFactors;
 using Vector = std::vector<double>;
 
-constexpr int kProbes = 8;
+constexpr int kMoreProbes = 8;
 
 // y = |T| x or |T|ᵀ x for a triangle without its diagonal, which is 1 or given.
 Vector magnitudes(const Columns& t, const double* diagonal, const Vector& x, bool transposed) {
@@ -29,28 +29,18 @@ Vector magnitudes(const Columns& t, const double* diagonal, const Vector& x, boo
   return y;
 }
 
-// Weight number `probe` of row i: a random sign times something from 1/2 to 3/2, as with signs
-// alone two equal entries of the inverse may cancel in all probes. SplitMix64 (Steele, Lea, Flood
-// 2014).
-double weight(std::size_t i, int probe) {
-  std::uint64_t z = (kProbes * i + static_cast<std::size_t>(probe) + 1) * 0x9E3779B97F4A7C15u;
-  z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9u;
-  z = (z ^ (z >> 27)) * 0x94D049BB133111EBu;
-  z ^= z >> 31;
-  const double size = 0.5 + static_cast<double>(z >> 11) * 0x1p-53;
-  return (z & 1u) != 0 ? size : -size;
-}
-
 // Root mean square of what solve makes of random multiples of weights.
 template <class Solve>
 Vector rowNorms(const Vector& weights, const Solve& solve) {
   Vector b(weights.size()), x(weights.size()), squares(weights.size());
-  for (int probe = 0; probe < kProbes; ++probe) {
-    for (std::size_t i = 0; i < b.size(); ++i) b[i] = weight(i, probe) * weights[i];
+  for (int probe = 0; probe < kMoreProbes; ++probe) {
+    for (std::size_t i = 0; i < b.size(); ++i) {
+      b[i] = probeWeight(kMoreProbes * i + static_cast<std::size_t>(probe)) * weights[i];
+    }
     solve(b.data(), x.data());
     for (std::size_t i = 0; i < b.size(); ++i) squares[i] += x[i] * x[i];
   }
-  for (double& s : squares) s = std::sqrt(s / kProbes);
+  for (double& s : squares) s = std::sqrt(s / kMoreProbes);
   return squares;
 }
 

@@ -9,6 +9,7 @@
 
 #include "zeph/checks/guarded.h"
 #include "zeph/error.h"
+#include "zeph/factor/trust.h"
 #include "zeph/factor/watch.h"
 #include "zeph/jobs/pose_motion.h"
 #include "zeph/matrix/requirements.h"
@@ -345,6 +346,20 @@ std::vector<DenseMatrix> PoseGraphResult::covariances() const {
     std::vector<std::pair<size_t, size_t>> pairs;
     for (size_t i = 0; i < graph.poses.size(); ++i) pairs.emplace_back(i, i);
     return blocks(*this, pairs);
+  });
+}
+
+std::vector<std::string> PoseGraphResult::warnings() const {
+  return guarded(graph.source, [&]() -> std::vector<std::string> {
+    if (factor == nullptr) return {};
+    const Report r = factor->report();
+    if (!(r.lastErrorEstimate > kDoubtfulError)) return {};
+    const std::vector<std::int64_t> first = firstUnknowns(graph);
+    const auto freedom = static_cast<std::int64_t>(graph.freedom);
+    const auto at = std::find(first.begin(), first.end(), r.worstUnknown / freedom * freedom);
+    const std::int64_t id = graph.ids[static_cast<size_t>(at - first.begin())];
+    return {doubtSentence("the covariances", r.lastErrorEstimate,
+                          "pose " + std::to_string(id) + " of " + graph.source)};
   });
 }
 

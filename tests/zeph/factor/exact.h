@@ -176,9 +176,10 @@ class Exact {
   bool negative_ = false;
 };
 
-/// The diagonal of the inverse of an n x n matrix by rows, or nothing where it is singular:
-/// Gauss-Jordan elimination of [A I] without fractions (Bareiss 1968).
-inline std::vector<long double> exactInverseDiagonal(std::vector<std::vector<Exact>> a) {
+/// The inverse of an n x n matrix, both by rows, or nothing where it is singular: Gauss-Jordan
+/// elimination of [A I] without fractions (Bareiss 1968). `determinant` becomes its absolute value.
+inline std::vector<std::vector<long double>> exactInverse(std::vector<std::vector<Exact>> a,
+                                                          long double* determinant = nullptr) {
   const std::size_t n = a.size();
   for (std::size_t i = 0; i < n; ++i) {
     a[i].resize(2 * n);
@@ -199,8 +200,19 @@ inline std::vector<long double> exactInverseDiagonal(std::vector<std::vector<Exa
     }
     before = a[k][k];
   }
-  std::vector<long double> diagonal(n);
-  for (std::size_t i = 0; i < n; ++i) diagonal[i] = Exact::ratio(a[i][n + i], a[i][i]);
+  std::vector<std::vector<long double>> inverse(n, std::vector<long double>(n));
+  for (std::size_t i = 0; i < n; ++i) {
+    for (std::size_t j = 0; j < n; ++j) inverse[i][j] = Exact::ratio(a[i][n + j], a[i][i]);
+  }
+  if (determinant != nullptr) *determinant = std::fabs(Exact::ratio(before, Exact(1.0)));
+  return inverse;
+}
+
+inline std::vector<long double> exactInverseDiagonal(std::vector<std::vector<Exact>> a) {
+  std::vector<long double> diagonal;
+  for (const std::vector<long double>& row : exactInverse(std::move(a))) {
+    diagonal.push_back(row[diagonal.size()]);
+  }
   return diagonal;
 }
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <limits>
+#include <optional>
 #include <random>
 #include <utility>
 
@@ -304,13 +305,87 @@ SparseMatrix inOtherUnits(const SparseMatrix& A, int decades, unsigned seed) {
   return B;
 }
 
+namespace {
+
+using Truth = std::vector<std::vector<long double>>;
+
+// Estimates of all results of a matrix whose variances are good to twelve digits stay below this.
+constexpr double kHarmless = 1e-9;
+
+// The results beside the variances of all unknowns that are wrong by more than kDoubtfulError
+// without a warning, and those of a harmless matrix that are doubted. Errors are those of
+// Report::lastErrorEstimate.
+std::string missedWarning(const zeph::Factor& f, const SparseMatrix& A, const Truth& truth,
+                          long double determinant) {
+  const std::size_t n = truth.size();
+  const zeph::Report known = f.report();
+  const bool definite = known.route == zeph::Route::Cholesky;
+  const bool harmless = known.uncertainVariances == 0 && known.relativeErrorEstimate < 1e-12;
+  std::string fault;
+  const auto check = [&](const std::string& what, long double error) {
+    const double told = f.report().lastErrorEstimate;
+    if (error > zeph::kDoubtfulError && f.warnings().empty()) fault += what + " unwarned; ";
+    if (harmless && told > kHarmless) fault += what + " doubted; ";
+  };
+  // Of entry (i, j) beside the standard deviations, by LU beside the largest of its column.
+  const auto beside = [&](std::size_t i, std::size_t j) {
+    if (i == j) return std::fabs(truth[i][i]);
+    if (definite) return std::sqrt(truth[i][i]) * std::sqrt(truth[j][j]);
+    long double largest = 0.0L;
+    for (std::size_t k = 0; k < n; ++k) largest = std::max(largest, std::fabs(truth[k][j]));
+    return largest;
+  };
+  const auto errorOf = [&](std::size_t i, std::size_t j, double z) {
+    const long double wrong = std::fabs(z - truth[i][j]);
+    return wrong == 0.0L ? 0.0L : wrong / beside(i, j);
+  };
+  std::vector<std::int64_t> all;
+  long double worst = 0.0L;
+  for (std::size_t i = 0; i < n; ++i) {
+    all.push_back(static_cast<std::int64_t>(i));
+    check("a variance", errorOf(i, i, f.variances(std::vector<std::int64_t>(1, all[i]))[0]));
+    std::vector<double> b(n, 0.0);
+    b[i] = 1.0;
+    const std::vector<double> x = f.solve(b);
+    long double wrong = 0.0L, size = 0.0L;
+    for (std::size_t k = 0; k < n; ++k) {
+      long double unit = definite ? 0.0L : 1.0L;  // in which the unknowns are comparable
+      for (const zeph::Entry& e : A.entries) {
+        if (definite && e.row == k && e.col == k) unit += e.value;
+      }
+      unit = std::sqrt(unit);
+      wrong = std::max(wrong, unit * std::fabs(x[k] - truth[k][i]));
+      size = std::max(size, unit * std::fabs(truth[k][i]));
+    }
+    check("a solution", wrong / size);
+  }
+  const zeph::DenseMatrix block = f.covarianceBlock(all);
+  for (std::size_t k = 0; k < n * n; ++k) {
+    worst = std::max(worst, errorOf(k % n, k / n, block.values[k]));
+  }
+  check("a block", worst);
+  if (definite) {
+    worst = 0.0L;
+    for (const zeph::Entry& e : f.selectedInverse().entries) {
+      worst = std::max(worst, errorOf(e.row, e.col, e.value));
+    }
+    check("the selected inverse", worst);
+  }
+  check("the determinant", std::fabs(f.logDeterminant() - std::log(determinant)));
+  check("the trace", std::fabs(f.traceOfInverseTimes(A) / static_cast<double>(n) - 1.0));
+  return fault;
+}
+
+}  // namespace
+
 HardOutcome judge(const HardMatrix& m, const SparseMatrix& A, const zeph::Options& options) {
   HardOutcome o;
   std::vector<double> d;
+  std::optional<zeph::Factor> f;
   try {
-    const zeph::Factor f(A, options);
-    d = f.variances();
-    const zeph::Report r = f.report();
+    f.emplace(A, options);
+    d = f->variances();
+    const zeph::Report r = f->report();
     o.route = r.route;
     o.estimate = r.relativeErrorEstimate;
     o.uncertain = static_cast<long>(r.uncertainVariances);
@@ -320,19 +395,28 @@ HardOutcome judge(const HardMatrix& m, const SparseMatrix& A, const zeph::Option
     return o;
   }
   if (m.expected == Expected::Refusal) o.fault = "not refused";
-  const std::vector<long double> truth = exactInverseDiagonal(exactRows(A));
+  long double determinant = 0.0L;
+  const Truth truth = exactInverse(exactRows(A), &determinant);
   if (truth.empty()) return o;
   // What is stored is rounded to the spacing of the denormal numbers.
   constexpr long double kSpacing = std::numeric_limits<double>::denorm_min();
   std::vector<double> errors;
   for (std::size_t i = 0; i < d.size(); ++i) {
-    const long double wrong = std::max(std::fabs(d[i] - truth[i]) - kSpacing, 0.0L);
-    errors.push_back(wrong == 0.0L ? 0.0 : static_cast<double>(wrong / std::fabs(truth[i])));
+    const long double wrong = std::max(std::fabs(d[i] - truth[i][i]) - kSpacing, 0.0L);
+    errors.push_back(wrong == 0.0L ? 0.0 : static_cast<double>(wrong / std::fabs(truth[i][i])));
   }
   std::sort(errors.begin(), errors.end());
   errors.resize(errors.size() - static_cast<std::size_t>(o.uncertain));
   if (!errors.empty()) o.error = errors.back();
   if (!(o.error <= o.estimate)) o.fault = "wrong beyond its estimate";
   if (o.uncertain > m.cancelling) o.fault = "good entries are called uncertain";
+  if (o.error > zeph::kDoubtfulError && f->warnings().empty()) o.fault = "no warning";
+  // By LU solutions are judged in the units that the matrix was made in.
+  if (!o.fault.empty() || (o.route != zeph::Route::Cholesky && &A != &m.A)) return o;
+  try {
+    o.fault = missedWarning(*f, A, truth, determinant);
+  } catch (const zeph::Error& e) {
+    if (e.kind() != zeph::ErrorKind::Singular) throw;
+  }
   return o;
 }

@@ -161,4 +161,65 @@ TEST_F(TrustTest, solutionsAreRefined) {
   }
 }
 
+// Unknowns 0 to 3 are held well, those from 4 on are tied to each other and held by next to
+// nothing.
+TEST_F(TrustTest, everyResultIsWarnedOfWithAnUnknownThatIsHeldWeakly) {
+  SparseMatrix A;
+  A.rows = A.cols = 8;
+  A.source = "A.mtx";
+  A.indexBase = 1;
+  A.symmetry = zeph::Symmetry::Symmetric;
+  for (unsigned i = 0; i < 8; ++i) {
+    A.entries.push_back({i, i, i < 4 ? 3.0 : i % 4 == 0 ? 1.0 + 1e-10 : i < 7 ? 2.0 : 1.0});
+    if (i % 4 > 0) A.entries.push_back({i, i - 1, -1.0});
+  }
+  for (const zeph::Route route : {zeph::Route::Cholesky, zeph::Route::Lu}) {
+    if (route == zeph::Route::Lu && !zeph::hasLuRoute()) continue;
+    zeph::Options o;
+    o.route = route;
+    zeph::Factor f(A, o);
+    EXPECT_EQ(f.warnings().size(), 0U);
+    const auto expectWarning = [&](const std::string& what, std::int64_t least = 4) {
+      const zeph::Report r = f.report();
+      EXPECT_GT(r.lastErrorEstimate, zeph::kDoubtfulError) << what;
+      EXPECT_LT(r.lastErrorEstimate, 1e-2) << what;
+      EXPECT_GE(r.worstUnknown, least) << what;
+      ASSERT_EQ(f.warnings().size(), 1U) << what;
+      const std::string unknown = "unknown " + std::to_string(r.worstUnknown + 1) + " of A.mtx";
+      for (const std::string& word : {"relative error of " + what, unknown}) {
+        EXPECT_NE(f.warnings()[0].find(word), std::string::npos) << f.warnings()[0];
+      }
+    };
+    // The estimates of a factor before its variances, and after them.
+    for (int round = 0; round < 2; ++round) {
+      f.solve(std::vector<double>(8, 1.0));
+      expectWarning("the solution");
+      f.variances({1, 6, 2});
+      expectWarning("the entries of the inverse", 6);
+      f.covarianceBlock({0, 5, 1});
+      expectWarning("the block of the inverse", 5);
+      f.logDeterminant();
+      expectWarning("the determinant");
+      f.traceOfInverseTimes(A);
+      expectWarning("the trace");
+      if (route == zeph::Route::Cholesky) {
+        f.sample(1, 1);
+        expectWarning("the samples");
+        f.selectedInverse();
+        expectWarning("the selected inverse");
+      }
+      f.variances();
+      expectWarning("the variances");
+    }
+    std::vector<double> held;
+    for (const Entry& e : A.entries) held.push_back(e.row == e.col ? e.value + 1.0 : e.value);
+    f.refactorise(held);
+    EXPECT_EQ(f.report().worstUnknown, -1);
+    f.solve(std::vector<double>(8, 1.0));
+    f.traceOfInverseTimes(A);
+    f.logDeterminant();
+    EXPECT_EQ(f.warnings().size(), 0U);
+  }
+}
+
 }  // namespace
