@@ -72,8 +72,9 @@ struct MetisGraph {
 
   template <class Call>
   std::vector<Side> sides(const Call& call) {
-    // Where its own memory runs out it tells the terminal and leaves by a signal: asked for here,
-    // that ends in an exception. The most it took, on six graphs, is 46 bytes a node and neighbour.
+    // Where its own memory runs out it tells the terminal and leaves by a signal, which this
+    // function of METIS, unlike METIS_NodeND, does not catch: asked for here, that ends in an
+    // exception. The most it took, on six graphs, is 46 bytes a node and neighbour.
     kernels::rawPanels(kDoublesOfDissection * (side.size() + neighbour.size()));
     const std::lock_guard<std::mutex> lock(oneAtATime);
     if (call() != METIS_OK) throw std::bad_alloc();

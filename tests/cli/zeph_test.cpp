@@ -242,8 +242,8 @@ TEST_F(ZephProgram, DoubtfulResultsAreWarnedOfWithTheUnknown) {
     EXPECT_TRUE(named && result.err.find("unknown 1 of A") == std::string::npos) << result.err;
   }
   const std::string json = run("covariance A.mtx --block 0,2 --json").out;
-  EXPECT_NE(json.find("\"worst_unknown\": 3"), std::string::npos) << json;
-  EXPECT_NE(json.find("\"last_error_estimate\": "), std::string::npos) << json;
+  EXPECT_NE(json.find("\"worst_unknown\":3"), std::string::npos) << json;
+  EXPECT_NE(json.find("\"last_error_estimate\":"), std::string::npos) << json;
 }
 
 TEST_F(ZephProgram, BadInputGetsOneSentenceAndLeavesNothingBehind) {

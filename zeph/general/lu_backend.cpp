@@ -160,6 +160,7 @@ class LuBackend final : public Backend {
 
   Doubt covariance(const std::int64_t* rows, const std::int64_t* cols, size_t count, double* values,
                    Watch& watch) const override {
+    if (count == 0) return {};
     watch.begin("solving for columns of the inverse", 0.0);
     std::vector<size_t> order(count);
     std::iota(order.begin(), order.end(), size_t{0});
@@ -181,7 +182,7 @@ class LuBackend final : public Backend {
         if (row == col) cancelled[order[k]] = largest / std::abs(x[row]);
       }
     });
-    Doubt doubt = conditioned(0.0);
+    Doubt doubt = conditioned(0.0, rows, count);
     const double error = doubt.error;
     for (size_t k = 0; k < count; ++k) raise(doubt, error * cancelled[k], rows[k]);
     return doubt;
@@ -232,19 +233,26 @@ class LuBackend final : public Backend {
                                        A_.source + " was factorised by LU (" + reason_ + ")");
   }
 
-  // Of a result with that backward error. A right-hand side of random signs moves the unknowns most
-  // that are determined least; looked for where it will be told.
-  Doubt conditioned(double backwardError) const {
+  // Of a result with that backward error, and of the unknowns asked for, where there are any. A
+  // right-hand side of random signs moves those most that are determined least; solved for where it
+  // will be told.
+  Doubt conditioned(double backwardError, const std::int64_t* asked = nullptr,
+                    size_t count = 0) const {
     const double error =
         condition_ * std::max(backwardError, std::numeric_limits<double>::epsilon());
-    if (!(error > kDoubtfulError)) return {error, 0};
+    if (!(error > kDoubtfulError)) return {error, asked == nullptr ? 0 : asked[0]};
     const size_t n = prepared_.size();
     std::vector<double> b(n), x(n);
     for (size_t i = 0; i < n; ++i) b[i] = probeWeight(i);
     luSolve(factors_, b.data(), x.data());
-    const auto most = std::max_element(
-        x.begin(), x.end(), [](double p, double q) { return std::abs(p) < std::abs(q); });
-    return {error, most - x.begin()};
+    std::vector<std::int64_t> all(asked, asked + count);
+    if (asked == nullptr) {
+      all.resize(n);
+      std::iota(all.begin(), all.end(), std::int64_t{0});
+    }
+    return {error, *std::max_element(all.begin(), all.end(), [&](std::int64_t p, std::int64_t q) {
+              return std::abs(x[static_cast<size_t>(p)]) < std::abs(x[static_cast<size_t>(q)]);
+            })};
   }
 
   // Throws where rows and columns of the inverse are too large to have digits; entries that cancel
