@@ -11,7 +11,7 @@ namespace korin {
 
 namespace {
 
-constexpr char kResizeRefused[] = "resizing of this object is not allowed";
+constexpr char kMatrixResizeRefused[] = "resizing of this object is not allowed";
 
 bool isViewWithData(const ZtMatrix& m) {
   return m.data != nullptr && (m.flags & kZtManaged) == 0;
@@ -51,7 +51,7 @@ Matrix& Matrix::operator=(const Matrix& other) {
 
 void Matrix::changeSize(ZtSize newRows, ZtSize newCols) {
   if (newRows == rows && newCols == cols) return;
-  if (isViewWithData(*this)) throwError(__PRETTY_FUNCTION__, kResizeRefused);
+  if (isViewWithData(*this)) throwError(__PRETTY_FUNCTION__, kMatrixResizeRefused);
   if (data == nullptr || rows == 0 || cols == 0) {
     ZtMatrix_assign(this, newRows, newCols, newCols, nullptr, 0);
     return;
@@ -69,7 +69,7 @@ void Matrix::changeSize(ZtSize newRows, ZtSize newCols) {
 }
 
 void Matrix::insertRows(ZtSize before, ZtSize count, ZtReal value) {
-  if (isViewWithData(*this)) throwError(__PRETTY_FUNCTION__, kResizeRefused);
+  if (isViewWithData(*this)) throwError(__PRETTY_FUNCTION__, kMatrixResizeRefused);
   const ZtSize oldRows = rows;
   changeSize(rows + count, cols);
   for (ZtSize r = oldRows; r-- > before;) {
@@ -79,7 +79,7 @@ void Matrix::insertRows(ZtSize before, ZtSize count, ZtReal value) {
 }
 
 void Matrix::insertCols(ZtSize before, ZtSize count, ZtReal value) {
-  if (isViewWithData(*this)) throwError(__PRETTY_FUNCTION__, kResizeRefused);
+  if (isViewWithData(*this)) throwError(__PRETTY_FUNCTION__, kMatrixResizeRefused);
   const ZtSize oldCols = cols;
   changeSize(rows, cols + count);
   for (ZtSize r = 0; r < rows; ++r) {

@@ -11,7 +11,7 @@ namespace korin {
 namespace {
 
 // Capital R on purpose, unlike the matrix's text: callers tell the two apart.
-constexpr char kResizeRefused[] = "Resizing of this object is not allowed";
+constexpr char kVectorResizeRefused[] = "Resizing of this object is not allowed";
 
 bool isViewWithData(const ZtVector& v) {
   return v.data != nullptr && (v.flags & kZtManaged) == 0;
@@ -57,7 +57,7 @@ Vector& Vector::operator=(const Vector& other) {
 
 void Vector::changeSize(ZtSize newSize) {
   if (newSize == size) return;
-  if (isViewWithData(*this)) throwError(__PRETTY_FUNCTION__, kResizeRefused);
+  if (isViewWithData(*this)) throwError(__PRETTY_FUNCTION__, kVectorResizeRefused);
   if (data == nullptr || size == 0) {
     ZtVector_assign(this, newSize, nullptr);
     return;
@@ -70,7 +70,7 @@ void Vector::changeSize(ZtSize newSize) {
 }
 
 void Vector::insertItems(ZtSize before, ZtSize count, ZtReal value) {
-  if (isViewWithData(*this)) throwError(__PRETTY_FUNCTION__, kResizeRefused);
+  if (isViewWithData(*this)) throwError(__PRETTY_FUNCTION__, kVectorResizeRefused);
   const ZtSize oldSize = size;
   changeSize(size + count);
   if (before < oldSize) {

@@ -11,8 +11,6 @@ namespace {
 
 using Indices = std::span<const int>;
 
-constexpr int kNone = -1;
-
 // Widest group: keeps the triangular work inside a group small beside its products.
 constexpr int kWidestGroup = 96;
 // Most groups that one pivot may bring together. Pivots with a long column and a short row, or the

@@ -57,7 +57,7 @@ class Workspace {
 // Up to this many multiplications a product is done by plain loops, without packing.
 constexpr size_t kSmallProduct = 1000;
 // Columns of Z22 gathered at a time: a strip of it stays in the cache for two products.
-constexpr size_t kStripWidth = 192;
+constexpr size_t kGatheredColumns = 192;
 // Most pivots solved for by plain loops.
 constexpr size_t kPlainSolve = 8;
 // A list this many times as long as what is looked up in it is searched by bisection.
@@ -169,7 +169,7 @@ void SelectedInverse::layOut() {
     lu11Store_.require(width, width);
     yStore_.require(width + below, width);
     xtStore_.require(width + right, width);
-    z22Store_.require(right, std::min(below, kStripWidth));
+    z22Store_.require(right, std::min(below, kGatheredColumns));
   }
   for (Workspace* store : {&lu11Store_, &yStore_, &xtStore_, &z22Store_}) store->allocate();
   // Left uninitialised: every entry is written before it is read.
@@ -193,8 +193,8 @@ void SelectedInverse::invertGroup(int g) {
   const Panel xt = xt_.rowsFrom(width, right.size());
   const Panel z21 = known.columns.rowsFrom(width, right.size());
   setZero(z21);
-  for (size_t k = 0; k < below.size(); k += kStripWidth) {
-    const Indices cols = below.subspan(k, std::min(kStripWidth, below.size() - k));
+  for (size_t k = 0; k < below.size(); k += kGatheredColumns) {
+    const Indices cols = below.subspan(k, std::min(kGatheredColumns, below.size() - k));
     const Panel z22 = z22Store_.shaped(right.size(), cols.size());
     gatherColumns(right, cols, z22);
     gatherRows(right, cols, z22);

@@ -16,8 +16,6 @@ namespace {
 
 using std::size_t;
 
-/// Work between two looks whether to stop: some milliseconds.
-constexpr double kWorkPerCheckpoint = 1e7;
 /// The recurrence takes about twice the operations of the factorisation.
 constexpr double kWorkRatio = 2.0;
 

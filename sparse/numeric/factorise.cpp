@@ -20,8 +20,6 @@ using std::size_t;
 constexpr double kSharedFront = 8e6;
 /// Columns of a shared front that are assembled as one piece.
 constexpr Index kSharedColumns = 64;
-/// Work between two looks whether to stop: some milliseconds.
-constexpr double kWorkPerCheckpoint = 1e7;
 /// A leaf's update matrix is made in pieces that stay in the first-level cache.
 constexpr Index kLeafColumns = 24;
 constexpr Index kLeafRows = 96;

@@ -5,6 +5,9 @@
 
 namespace korin::sparse {
 
+/// Work between two looks whether to stop: some milliseconds.
+inline constexpr double kWorkPerCheckpoint = 1e7;
+
 /// Work done so far, in the unit of `frontWork`, added up by all threads and read by one that shows
 /// progress.
 class Meter {

@@ -11,9 +11,8 @@
 namespace korin::sparse {
 namespace {
 
-constexpr Index kNone = -1;
 /// A cut that leaves more than this share of the nodes on one side gains too little.
-constexpr double kLargestSide = 0.9;
+constexpr double kLargestDomainSide = 0.9;
 
 /// A largest set of edges between the two halves without a common end.
 class Matching {
@@ -168,7 +167,7 @@ std::vector<Index> cutIntoDomains(const Graph& graph, Index domains) {
     if (task.count > 1 && nodes > 1) sides = cut(part.graph, left, task.count);
     const auto onLeft = std::count(sides.begin(), sides.end(), Side::Left);
     const auto onRight = std::count(sides.begin(), sides.end(), Side::Right);
-    if (static_cast<double>(std::max(onLeft, onRight)) >= kLargestSide * nodes) {
+    if (static_cast<double>(std::max(onLeft, onRight)) >= kLargestDomainSide * nodes) {
       for (const Index node : part.node) domainOf[node] = task.first;
       continue;
     }

@@ -13,6 +13,8 @@ namespace korin::sparse {
 using Index = std::int32_t;
 /// A count of entries or a place among them: a factor may have more than 2^31.
 using Offset = std::int64_t;
+/// Stands for no row, column, node or group.
+inline constexpr Index kNone = -1;
 
 /// View of a matrix in compressed columns: column j has the rows row[p] and the values value[p] for
 /// start[j] <= p < start[j+1]. Nothing is owned. `value` may be null where only the pattern counts.

@@ -15,8 +15,6 @@
 namespace korin::sparse {
 namespace {
 
-constexpr Index kNone = -1;
-
 std::vector<Index> checkedPermutation(const Index* permutation, Index n) {
   std::vector<Index> place(static_cast<std::size_t>(n), kNone);
   for (Index k = 0; k < n; ++k) {

@@ -6,8 +6,6 @@
 namespace korin::sparse {
 namespace {
 
-constexpr Index kNone = -1;
-
 /// A graph whose nodes are named by their places in an order: the neighbours of k are
 /// neighbour[start[k]] .. neighbour[start[k+1]-1], in no order.
 struct Renamed {

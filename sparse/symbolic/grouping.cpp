@@ -7,8 +7,6 @@
 namespace korin::sparse {
 namespace {
 
-constexpr Index kNone = -1;
-
 /// Lists of children, in one array: those of p are child[start[p]] .. child[start[p+1]-1],
 /// ascending.
 struct Children {

@@ -33,7 +33,7 @@ constexpr double kBalanced = 1e-13;
 constexpr double kShifts[] = {1e-11, 1e-9};
 // Unknowns that move as much as the first to within this share come after it.
 constexpr double kAsMuch = 0.999;
-constexpr size_t kListed = 5;
+constexpr size_t kListedCarriers = 5;
 
 Columns lowerTriangle(const SparseMatrix& A) {
   SparseMatrix m;
@@ -373,10 +373,10 @@ std::string explanation(const DatumDefect& d, size_t indexBase) {
                      : ", so that unknowns can move together without changing anything";
   text += std::string(" (a null space of dimension ") + (d.atLeast ? "at least " : "") +
           std::to_string(d.dimension) + "), as unknown" + (d.carriers.size() > 1 ? "s " : " ");
-  for (size_t k = 0; k < std::min(kListed, d.carriers.size()); ++k) {
+  for (size_t k = 0; k < std::min(kListedCarriers, d.carriers.size()); ++k) {
     text += (k == 0 ? "" : ", ") + std::to_string(d.carriers[k] + indexBase);
   }
-  if (d.carriers.size() > kListed) text += ", ...";
+  if (d.carriers.size() > kListedCarriers) text += ", ...";
   text += several ? " of different parts" : "";
   text += "; add ";
   text += d.dimension > d.parts ? "enough observations of known values"

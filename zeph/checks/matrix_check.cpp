@@ -17,8 +17,8 @@
 namespace zeph {
 namespace {
 
-constexpr std::size_t kBytesPerLine = 24;  // counters, diagonal, cursors of a row or column
-constexpr std::size_t kListed = 10;        // indices that a text shows of a long list
+constexpr std::size_t kBytesPerLine = 24;   // counters, diagonal, cursors of a row or column
+constexpr std::size_t kListedIndices = 10;  // indices that a text shows of a long list
 
 // Difference of a pair of mirrored entries, relative to the larger of them and their diagonal.
 double relativeDifference(double a, double b, double diagonal1, double diagonal2) {
@@ -77,10 +77,10 @@ void inspectValues(const SparseMatrix& m, MatrixReport& report) {
 
 std::string listed(const std::vector<int>& indices, std::size_t base) {
   std::string text;
-  for (std::size_t k = 0; k < std::min(indices.size(), kListed); ++k) {
+  for (std::size_t k = 0; k < std::min(indices.size(), kListedIndices); ++k) {
     text += (k == 0 ? "" : ", ") + std::to_string(static_cast<std::size_t>(indices[k]) + base);
   }
-  return indices.size() > kListed ? text + ", ..." : text;
+  return indices.size() > kListedIndices ? text + ", ..." : text;
 }
 
 std::string counted(std::size_t n, const char* one, const char* many) {

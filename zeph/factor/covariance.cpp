@@ -86,12 +86,12 @@ std::vector<bool> groupsOf(const sparse::Symbolic& s, const std::vector<Request>
 }
 
 // The side of the pairs with fewer distinct places, as columns to solve for.
-struct Columns {
+struct SolvedColumns {
   std::vector<Index> places;
   bool high = false;
 };
 
-Columns fewerColumns(const std::vector<Request>& requests) {
+SolvedColumns fewerColumns(const std::vector<Request>& requests) {
   std::vector<Index> low, high;
   for (const Request& r : requests) {
     low.push_back(r.low);
@@ -132,7 +132,7 @@ void CholeskyBackend::covarianceEntries(const std::int64_t* rows, const std::int
   }
 
   const auto unitSolve = 2.0 * kMemoryBound * static_cast<double>(symbolic_.storage());
-  const Columns columns = fewerColumns(offPattern);
+  const SolvedColumns columns = fewerColumns(offPattern);
   const double solves = unitSolve * static_cast<double>(columns.places.size());
   const double offBlock = blockCost(symbolic_, placesOf(offPattern));
   const std::vector<bool> wanted = groupsOf(symbolic_, onPattern);

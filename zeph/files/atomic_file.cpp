@@ -17,7 +17,8 @@
 namespace zeph {
 namespace {
 
-constexpr std::size_t kBufferBytes = std::size_t{1} << 18;
+constexpr std::size_t kOutputBuffer = std::size_t{1} << 18;
+constexpr std::size_t kLongText = std::size_t{1} << 16;
 
 constexpr int kMostLinks = 40;  // as the system
 
@@ -144,7 +145,13 @@ void AtomicFile::openTemporary(Temporary wanted) {
 
 void AtomicFile::write(std::string_view text) {
   buffer_.append(text);
-  if (buffer_.size() >= kBufferBytes) flush();
+  if (buffer_.size() >= kOutputBuffer) flush();
+}
+
+void AtomicFile::writeWhenLong(std::string& text) {
+  if (text.size() < kLongText) return;
+  write(text);
+  text.clear();
 }
 
 void AtomicFile::flush() {

@@ -34,6 +34,9 @@ class AtomicFile {
 
   void write(std::string_view text);
 
+  /// Writes a text that has grown long, and empties it; a short one is left to grow.
+  void writeWhenLong(std::string& text);
+
   /// Writes out the buffer. A disk that is full shows here, before a name is given.
   void flush();
 

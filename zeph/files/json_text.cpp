@@ -16,7 +16,7 @@ void appendNumber(std::string& text, double value) {
   }
 }
 
-std::string quoted(std::string_view text) {
+std::string jsonQuoted(std::string_view text) {
   std::string result = "\"";
   for (const char c : text) {
     if (c == '"' || c == '\\') {
@@ -45,7 +45,7 @@ std::string listed(const double* values, std::size_t count) {
 
 JsonObject& JsonObject::member(std::string_view name, std::string_view text) {
   if (!members_.empty()) members_ += ',';
-  members_.append(quoted(name)).append(":").append(text);
+  members_.append(jsonQuoted(name)).append(":").append(text);
   return *this;
 }
 
@@ -60,7 +60,7 @@ JsonObject& JsonObject::add(std::string_view name, bool value) {
 }
 
 JsonObject& JsonObject::add(std::string_view name, std::string_view value) {
-  return member(name, quoted(value));
+  return member(name, jsonQuoted(value));
 }
 
 JsonObject& JsonObject::add(std::string_view name, const JsonObject& value) {
@@ -73,7 +73,7 @@ JsonObject& JsonObject::add(std::string_view name, const std::vector<double>& va
 
 JsonObject& JsonObject::add(std::string_view name, const std::vector<std::string>& values) {
   std::string list = "[";
-  for (const std::string& v : values) list.append(list.size() > 1 ? "," : "").append(quoted(v));
+  for (const std::string& v : values) list.append(list.size() > 1 ? "," : "").append(jsonQuoted(v));
   return member(name, list + "]");
 }
 

@@ -19,9 +19,8 @@ namespace {
 using Result = NumberScanner::Result;
 
 constexpr std::size_t kShortestEntry = 6;  // "1 1 1\n": bounds what a size line can promise
-constexpr std::size_t kWriteChunk = std::size_t{1} << 16;
 
-struct Header {
+struct MarketHeader {
   bool coordinate = true;
   bool integer = false;
   Symmetry symmetry = Symmetry::General;
@@ -31,7 +30,7 @@ struct Header {
   std::size_t sizeLine = 0;
 };
 
-std::string quoted(std::string_view word) {
+std::string inQuotes(std::string_view word) {
   return "\"" + std::string(word) + "\"";
 }
 
@@ -50,28 +49,28 @@ std::array<std::string, 5> headerWords(std::string_view line) {
   return words;
 }
 
-void readBanner(LineReader& in, Header& h) {
+void readBanner(LineReader& in, MarketHeader& h) {
   std::string_view line;
   const std::string wanted =
       "expected \"%%MatrixMarket matrix coordinate real general\" or another Matrix Market header";
   if (!in.next(line)) throw Error(ErrorKind::Input, in.path() + " is empty; " + wanted);
   const auto [banner, object, format, field, symmetry] = headerWords(line);
   if (banner != "%%matrixmarket") {
-    throw in.error(wanted + ", found " + quoted(line.substr(0, 40)) +
+    throw in.error(wanted + ", found " + inQuotes(line.substr(0, 40)) +
                    "; triplets without a header are read from files named .csv or with --format "
                    "csv, plain lists of numbers with --format txt");
   }
   if (object != "matrix") {
-    throw in.error("the object " + quoted(object) + " is not supported, only \"matrix\"");
+    throw in.error("the object " + inQuotes(object) + " is not supported, only \"matrix\"");
   }
   if (format != "coordinate" && format != "array") {
-    throw in.error("the format " + quoted(format) + " must be \"coordinate\" or \"array\"");
+    throw in.error("the format " + inQuotes(format) + " must be \"coordinate\" or \"array\"");
   }
   if (field == "pattern" || field == "complex") {
     throw in.error(field + " matrices are not supported; give the entries real values");
   }
   if (field != "real" && field != "double" && field != "integer") {
-    throw in.error("the field " + quoted(field) + " must be \"real\" or \"integer\"");
+    throw in.error("the field " + inQuotes(field) + " must be \"real\" or \"integer\"");
   }
   if (symmetry == "symmetric") {
     h.symmetry = Symmetry::Symmetric;
@@ -80,7 +79,7 @@ void readBanner(LineReader& in, Header& h) {
   } else if (symmetry == "hermitian") {
     throw in.error("Hermitian matrices are not supported; a real one is called symmetric");
   } else if (symmetry != "general") {
-    throw in.error("the symmetry " + quoted(symmetry) +
+    throw in.error("the symmetry " + inQuotes(symmetry) +
                    " must be \"general\", \"symmetric\" or \"skew-symmetric\"");
   }
   h.coordinate = format == "coordinate";
@@ -96,7 +95,7 @@ bool nextDataLine(LineReader& in, std::string_view& line) {
   return false;
 }
 
-void readSizes(LineReader& in, Header& h) {
+void readSizes(LineReader& in, MarketHeader& h) {
   std::string_view line;
   const std::string wanted =
       h.coordinate ? "the size line \"rows columns entries\"" : "the size line \"rows columns\"";
@@ -112,16 +111,16 @@ void readSizes(LineReader& in, Header& h) {
     const Result result = scan.index(*size);
     const std::uint64_t most = size == &h.entries ? UINT64_MAX : kLargestSize;
     if (result == Result::TooLarge || (result == Result::Ok && *size > most)) {
-      const std::string text = result == Result::Ok ? std::to_string(*size) : quoted(scan.word());
+      const std::string text = result == Result::Ok ? std::to_string(*size) : inQuotes(scan.word());
       throw in.error("the size " + text + " is larger than " + std::to_string(most) +
                      ", the most that is supported");
     }
     if (result != Result::Ok) {
-      throw in.error("expected " + wanted + ", found " + quoted(line.substr(0, 60)));
+      throw in.error("expected " + wanted + ", found " + inQuotes(line.substr(0, 60)));
     }
   }
   if (!scan.atEnd()) {
-    throw in.error("unexpected " + quoted(scan.word()) + " after " + wanted);
+    throw in.error("unexpected " + inQuotes(scan.word()) + " after " + wanted);
   }
   h.rows = rows;
   h.cols = cols;
@@ -139,8 +138,8 @@ void readSizes(LineReader& in, Header& h) {
   }
 }
 
-Header readHeader(LineReader& in) {
-  Header h;
+MarketHeader readHeader(LineReader& in) {
+  MarketHeader h;
   readBanner(in, h);
   readSizes(in, h);
   return h;
@@ -149,17 +148,17 @@ Header readHeader(LineReader& in) {
 // Scans the value and the end of its line; where describes the entry for messages and is called
 // only when there is one.
 template <class Where>
-double readValue(LineReader& in, NumberScanner& scan, const Header& h, const ReadOptions& options,
-                 const Where& where) {
+double readValue(LineReader& in, NumberScanner& scan, const MarketHeader& h,
+                 const ReadOptions& options, const Where& where) {
   double value = 0.0;
   const Result result = h.integer ? scan.integer(value) : scan.real(value);
   if (result == Result::Missing) throw in.error("the value of " + where() + " is missing");
   if (result == Result::NotANumber) {
-    throw in.error("the value " + quoted(scan.word()) + " of " + where() +
+    throw in.error("the value " + inQuotes(scan.word()) + " of " + where() +
                    (h.integer ? " is not an integer, as the header promises" : " is not a number"));
   }
   if (result == Result::TooLarge && !options.allowNonFinite) {
-    throw in.error("the value " + quoted(scan.word()) + " of " + where() +
+    throw in.error("the value " + inQuotes(scan.word()) + " of " + where() +
                    " is too large for a double");
   }
   if (result == Result::Ok && !std::isfinite(value) && !options.allowNonFinite) {
@@ -168,12 +167,12 @@ double readValue(LineReader& in, NumberScanner& scan, const Header& h, const Rea
   }
   if (result == Result::TooLarge) return value;
   if (!scan.atEnd()) {
-    throw in.error("unexpected " + quoted(scan.word()) + " after the value of " + where());
+    throw in.error("unexpected " + inQuotes(scan.word()) + " after the value of " + where());
   }
   return value;
 }
 
-Error tooFew(const LineReader& in, const Header& h, std::uint64_t found) {
+Error tooFew(const LineReader& in, const MarketHeader& h, std::uint64_t found) {
   return Error(ErrorKind::Input, in.path() + " ends after line " + std::to_string(in.lineNumber()) +
                                      " with " + std::to_string(found) + " of the " +
                                      std::to_string(h.entries) + " entries that line " +
@@ -181,7 +180,7 @@ Error tooFew(const LineReader& in, const Header& h, std::uint64_t found) {
                                      " promises; the file is cut short or the size line is wrong");
 }
 
-Error tooMany(const LineReader& in, const Header& h) {
+Error tooMany(const LineReader& in, const MarketHeader& h) {
   return in.error("there are more than the " + std::to_string(h.entries) + " entries that line " +
                   std::to_string(h.sizeLine) +
                   " promises; correct the size line or remove the rest");
@@ -222,7 +221,7 @@ std::uint64_t readEntryIndex(LineReader& in, NumberScanner& scan, std::size_t li
   const Result result = scan.index(index);
   if (result == Result::Ok && index >= 1 && index <= limit) return index;
   if (result == Result::Missing || result == Result::NotANumber) {
-    throw in.error("expected \"row column value\", found " + quoted(scan.word()) + " as the " +
+    throw in.error("expected \"row column value\", found " + inQuotes(scan.word()) + " as the " +
                    what + " index");
   }
   const std::string text = result == Result::Ok ? std::to_string(index) : std::string(scan.word());
@@ -230,7 +229,8 @@ std::uint64_t readEntryIndex(LineReader& in, NumberScanner& scan, std::size_t li
                  std::to_string(limit));
 }
 
-std::vector<Entry> readCoordinates(LineReader& in, const Header& h, const ReadOptions& options) {
+std::vector<Entry> readCoordinates(LineReader& in, const MarketHeader& h,
+                                   const ReadOptions& options) {
   std::vector<Entry> entries;
   entries.reserve(std::min<std::size_t>(h.entries, in.fileBytes() / kShortestEntry));
   TriangleGuard guard(h.symmetry);
@@ -255,7 +255,7 @@ std::vector<Entry> readCoordinates(LineReader& in, const Header& h, const ReadOp
 // Calls use(row, col, value) for every entry of an array, column by column; of a symmetric array
 // the file holds the lower triangle, of a skew-symmetric one what lies below the diagonal.
 template <class Use>
-void readArray(LineReader& in, const Header& h, const ReadOptions& options, const Use& use) {
+void readArray(LineReader& in, const MarketHeader& h, const ReadOptions& options, const Use& use) {
   const std::size_t skip = h.symmetry == Symmetry::SkewSymmetric ? 1 : 0;
   const auto firstRow = [&](std::size_t c) {
     return h.symmetry == Symmetry::General ? 0 : c + skip;
@@ -275,7 +275,7 @@ void readArray(LineReader& in, const Header& h, const ReadOptions& options, cons
   if (found < h.entries) throw tooFew(in, h, found);
 }
 
-SparseMatrix describe(const std::string& path, const Header& h) {
+SparseMatrix describe(const std::string& path, const MarketHeader& h) {
   SparseMatrix m;
   m.source = path;
   m.indexBase = 1;
@@ -285,7 +285,7 @@ SparseMatrix describe(const std::string& path, const Header& h) {
   return m;
 }
 
-void readDenseArray(LineReader& in, const Header& h, const ReadOptions& options,
+void readDenseArray(LineReader& in, const MarketHeader& h, const ReadOptions& options,
                     DenseMatrix& dense) {
   // An array that cannot be complete is read for its error before memory is taken for it.
   if (in.fileBytes() != 0 && h.entries > in.fileBytes()) {
@@ -312,16 +312,10 @@ const char* symmetryWord(Symmetry symmetry) {
   return "general";
 }
 
-void flushChunk(AtomicFile& out, std::string& text) {
-  if (text.size() < kWriteChunk) return;
-  out.write(text);
-  text.clear();
-}
-
 }  // namespace
 
 SparseMatrix readMatrixMarket(LineReader& in, const ReadOptions& options) {
-  const Header h = readHeader(in);
+  const MarketHeader h = readHeader(in);
   SparseMatrix m = describe(in.path(), h);
   if (h.coordinate) {
     m.entries = readCoordinates(in, h, options);
@@ -337,7 +331,7 @@ SparseMatrix readMatrixMarket(LineReader& in, const ReadOptions& options) {
 
 bool readMatrixMarketAsStored(LineReader& in, SparseMatrix& sparse, DenseMatrix& dense,
                               const ReadOptions& options) {
-  const Header h = readHeader(in);
+  const MarketHeader h = readHeader(in);
   if (h.coordinate) {
     sparse = describe(in.path(), h);
     sparse.entries = readCoordinates(in, h, options);
@@ -382,7 +376,7 @@ void writeMatrixMarket(AtomicFile& out, const SparseMatrix& m) {
     text += ' ';
     appendShortest(text, e.value);
     text += '\n';
-    flushChunk(out, text);
+    out.writeWhenLong(text);
   }
   out.write(text);
 }
@@ -393,7 +387,7 @@ void writeMatrixMarket(AtomicFile& out, const DenseMatrix& m) {
   for (const double value : m.values) {
     appendShortest(text, value);
     text += '\n';
-    flushChunk(out, text);
+    out.writeWhenLong(text);
   }
   out.write(text);
 }

@@ -14,8 +14,6 @@
 namespace zeph {
 namespace {
 
-constexpr std::size_t kWriteChunk = std::size_t{1} << 16;
-
 void push(std::vector<double>& values, double value, const LineReader& in,
           const ReadOptions& options) {
   if (values.size() == values.capacity()) {
@@ -121,9 +119,7 @@ void writeNumberTable(AtomicFile& out, const DenseMatrix& m) {
       appendShortest(text, m(r, c));
     }
     text += '\n';
-    if (text.size() < kWriteChunk) continue;
-    out.write(text);
-    text.clear();
+    out.writeWhenLong(text);
   }
   out.write(text);
 }

@@ -131,15 +131,15 @@ string_view headerLine(LineReader& in, string_view& line) {
   return line;
 }
 
-struct Header {
+struct BoeingHeader {
   std::string type;
   size_t rows = 0, cols = 0;
   std::uint64_t entries = 0;
   Format pointers, indices, values;
 };
 
-Header readHeader(LineReader& in) {
-  Header h;
+BoeingHeader readCards(LineReader& in) {
+  BoeingHeader h;
   string_view line;
   headerLine(in, line);
   const std::vector<std::string> cards = wordsOf(headerLine(in, line));
@@ -176,7 +176,7 @@ Header readHeader(LineReader& in) {
 }  // namespace
 
 SparseMatrix readRutherfordBoeing(LineReader& in, const ReadOptions& options) {
-  const Header h = readHeader(in);
+  const BoeingHeader h = readCards(in);
   SparseMatrix m;
   m.source = in.path();
   m.indexBase = 1;

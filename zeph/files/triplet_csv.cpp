@@ -16,7 +16,6 @@ namespace zeph {
 namespace {
 
 constexpr int kCsvDigits = 18;  // what ProtoSparse::writeToCsv prints
-constexpr std::size_t kWriteChunk = std::size_t{1} << 16;
 constexpr std::size_t kTypicalEntry =
     16;  // bytes a line; only a first guess at the number of lines
 
@@ -54,9 +53,7 @@ void appendLine(AtomicFile& out, std::string& text, std::uint64_t row, std::uint
   text += ',';
   appendDigits(text, value, kCsvDigits);
   text += '\n';
-  if (text.size() < kWriteChunk) return;
-  out.write(text);
-  text.clear();
+  out.writeWhenLong(text);
 }
 
 }  // namespace

@@ -50,7 +50,7 @@ Error unfit(const std::string& sentence, size_t row) {
   return Error(ErrorKind::Unfit, sentence, static_cast<std::int64_t>(row));
 }
 
-void requireSizes(const SparseMatrix& J, size_t observations, size_t sigmas) {
+void requireObservations(const SparseMatrix& J, size_t observations, size_t sigmas) {
   const std::string rows = std::to_string(J.rows);
   if (J.cols == 0) throw Error(ErrorKind::Unfit, J.source + " has no columns: nothing is unknown");
   if (observations != J.rows) {
@@ -72,7 +72,7 @@ void requireSizes(const SparseMatrix& J, size_t observations, size_t sigmas) {
 Problem checked(const SparseMatrix& J, const std::vector<double>& y,
                 const std::vector<double>& sigmas) {
   requireDesign(J);
-  requireSizes(J, y.size(), sigmas.size());
+  requireObservations(J, y.size(), sigmas.size());
   Problem p{J, y, sigmas, {}, {}, {}};
   if (sigmas.size() != J.rows) p.sigma.assign(J.rows, sigmas.empty() ? 1.0 : sigmas[0]);
   p.weight.reserve(J.rows);

@@ -19,7 +19,7 @@ using korin::sparse::Index;
 /// Fronts of more work than this are shared, as in the engine.
 constexpr double kSharedFront = 8e6;
 /// What of such a front's time threads can share.
-constexpr double kShared = 0.95;
+constexpr double kSharedWork = 0.95;
 
 /// Time of a task: of what its thread does alone, and of fronts that others may join in.
 struct Task {
@@ -29,7 +29,7 @@ struct Task {
 
 /// How much faster a front is worked on by m threads.
 double speed(double m) {
-  return 1.0 / (1.0 - kShared + kShared / m);
+  return 1.0 / (1.0 - kSharedWork + kSharedWork / m);
 }
 
 /// Plays the forest through.
