@@ -1,14 +1,18 @@
 # What every target of the project shares: language level, floating-point contract, warnings.
 
 # zeph_sources(VAR [SUBDIR...]): the .cpp files of the current folder (and sub-folders). A floor is
-# its folder, so adding a file is enough to have it built.
+# its folder, so adding a file is enough to have it built. Under CMAKE_UNITY_BUILD the files of a
+# folder are compiled as one, so that their headers are read once.
 function(zeph_sources var)
-  set(patterns ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
-  foreach(sub IN LISTS ARGN)
-    list(APPEND patterns ${CMAKE_CURRENT_SOURCE_DIR}/${sub}/*.cpp)
+  set(all)
+  foreach(sub IN ITEMS . LISTS ARGN)
+    get_filename_component(folder ${sub} ABSOLUTE)
+    file(GLOB found CONFIGURE_DEPENDS ${folder}/*.cpp)
+    string(MAKE_C_IDENTIFIER "room_${sub}" room)
+    set_source_files_properties(${found} PROPERTIES UNITY_GROUP ${room})
+    list(APPEND all ${found})
   endforeach()
-  file(GLOB found CONFIGURE_DEPENDS ${patterns})
-  set(${var} ${found} PARENT_SCOPE)
+  set(${var} ${all} PARENT_SCOPE)
 endfunction()
 
 function(zeph_configure_target target)
@@ -17,12 +21,16 @@ function(zeph_configure_target target)
     CXX_EXTENSIONS OFF
     POSITION_INDEPENDENT_CODE ON
     CXX_VISIBILITY_PRESET hidden
-    VISIBILITY_INLINES_HIDDEN ON)
+    VISIBILITY_INLINES_HIDDEN ON
+    UNITY_BUILD_MODE GROUP)
   # Summation orders are part of the contract: no silent fusing of a multiply and an add.
   target_compile_options(${target} PRIVATE -ffp-contract=off -Wall -Wextra -Wconversion
                          -Wno-sign-conversion -Wformat-security)
   # GCC 12 sees overlapping copies in "literal" + std::string where there are none.
   target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
+  if(CMAKE_UNITY_BUILD)  # what a file has for itself looks like a header's there
+    target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
+  endif()
   if(ZEPH_WARNINGS_AS_ERRORS)
     target_compile_options(${target} PRIVATE -Werror)
   endif()
