@@ -1,9 +1,10 @@
 // Networks that nothing holds, found and named; and no others.
 #include "zeph/checks/datum.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
-#include <numbers>
+#include <numeric>
 #include <set>
 #include <vector>
 
@@ -22,6 +23,7 @@ class DatumTest : public FrontTest {
     SparseMatrix A;
     std::size_t dimension = 0, parts = 0;
     bool levelled = true;
+    std::vector<std::vector<double>> motions = {};  // that change nothing, where they are checked
   };
 
   double uniform(double from, double to) {
@@ -81,8 +83,38 @@ class DatumTest : public FrontTest {
     }
     for (unsigned k = 0; k < fixed; ++k) observe(J, {{k, 1.0}});
     const std::size_t free = distances ? 3 - std::min(fixed, 3u) : 2 - std::min(fixed, 2u);
-    return {normal(J, decades), free, distances ? std::min<std::size_t>(free, 1) : free,
-            !distances};
+    Case c{normal(J, decades), free, distances ? std::min<std::size_t>(free, 1) : free, !distances};
+    if (!distances) return c;
+    // A turn about the first point and shifts; the first coordinate that is known forbids the last.
+    c.motions.assign(3, std::vector<double>(J.cols));
+    for (unsigned a = 0; a < size; ++a) {
+      c.motions[0][2 * a] = point[0][1] - point[a][1];
+      c.motions[0][2 * a + 1] = point[a][0] - point[0][0];
+      c.motions[1][2 * a + 1] = c.motions[2][2 * a] = 1.0;
+    }
+    c.motions.resize(free);
+    return c;
+  }
+
+  /// That this is the first of the unknowns that the motions move most, in units of their own.
+  static void expectCarrier(const Case& c, std::size_t carrier) {
+    std::vector<double> moved(c.A.rows);
+    std::vector<std::vector<double>> basis = c.motions;
+    for (std::size_t k = 0; k < basis.size(); ++k) {
+      std::vector<double>& v = basis[k];
+      for (const Entry& e : c.A.entries) {
+        if (e.row == e.col) v[e.row] *= std::sqrt(e.value);
+      }
+      for (std::size_t j = 0; j < k; ++j) {
+        const double along = std::inner_product(v.begin(), v.end(), basis[j].begin(), 0.0);
+        for (std::size_t i = 0; i < v.size(); ++i) v[i] -= along * basis[j][i];
+      }
+      const double norm = std::sqrt(std::inner_product(v.begin(), v.end(), v.begin(), 0.0));
+      for (std::size_t i = 0; i < v.size(); ++i) moved[i] += (v[i] /= norm) * v[i];
+    }
+    const double most = *std::max_element(moved.begin(), moved.end());
+    EXPECT_GE(moved[carrier], 0.9989 * most);
+    for (std::size_t i = 0; i < carrier; ++i) EXPECT_LE(moved[i], 0.9991 * most);
   }
 
   void expectCase(const Case& c, const char* what) {
@@ -96,6 +128,7 @@ class DatumTest : public FrontTest {
     EXPECT_EQ(found->parts, c.parts) << what;
     EXPECT_EQ(found->levelled, c.levelled) << what;
     EXPECT_EQ(found->carriers.size(), c.parts) << what;
+    if (!c.motions.empty()) expectCarrier(c, found->carriers.at(0));
     // What the factor says when it is asked, by any route.
     for (const auto route : {zeph::Route::Automatic, zeph::Route::Cholesky, zeph::Route::Lu}) {
       zeph::Options options;
@@ -152,6 +185,10 @@ TEST_F(DatumTest, otherMatricesHaveNoDatumToMiss) {
         return r == c ? (r % 8 == 0 ? 1.0 : 2.0) + (r == 0 ? 1e-8 : 0.0) : r == c + 1 ? -1.0 : 0.0;
       })};
   for (const SparseMatrix& A : cases) EXPECT_FALSE(zeph::findDatumDefect(A)) << A.rows;
+  zeph::Options stopped;
+  stopped.progress = [](const char*, double) { return false; };
+  const Case free = plane(9, true, 0, 0.0);
+  expectError([&] { zeph::findDatumDefect(free.A, stopped); }, "130 stopped on request");
 }
 
 }  // namespace

@@ -709,6 +709,8 @@ TEST_F(FactorTest, matricesComeFromTripletsColumnsAndMeasurements) {
     EXPECT_TRUE(sameBits(Factor(A).variances(), Factor(made[0]).variances()));
     EXPECT_NEAR(Factor(A).variances()[1], 0.25, 1e-16);
   }
+  const std::int64_t none[] = {0, 0, 0};
+  EXPECT_TRUE(SparseMatrix::fromCompressedColumns(2, 2, none, nullptr, nullptr).entries.empty());
   const std::int64_t descending[] = {0, 3, 2}, late[] = {1, 2, 3}, far[] = {0, 2, 1};
   expectError([&] { SparseMatrix::fromCompressedColumns(2, 2, descending, rows, values); },
               "4 column start 2 is 2;");
