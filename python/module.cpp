@@ -205,12 +205,20 @@ PYBIND11_MODULE(_core, m) {
     }
   });
 
-  py::class_<zeph::SparseMatrix>(m, "Matrix")
-      .def(py::init(&toMatrix), py::arg(), py::arg(), py::arg(), py::arg(), py::arg().noconvert(),
-           py::arg());
-  py::class_<zeph::Options>(m, "Options").def(py::init(&toOptions));
+  // Made by functions: what fails within a constructor of Python's, after that of C++, ends the
+  // process.
+  py::class_<zeph::SparseMatrix>(m, "Matrix");
+  m.def("make_matrix", &toMatrix, py::arg(), py::arg(), py::arg(), py::arg(), py::arg().noconvert(),
+        py::arg());
+  py::class_<zeph::Options>(m, "Options");
+  m.def("make_options", &toOptions);
+  m.def(
+      "make_factor",
+      [](const zeph::SparseMatrix& A, const zeph::Options& options) {
+        return new Factor(A, options);
+      },
+      py::return_value_policy::take_ownership);
   py::class_<Factor>(m, "Factor")
-      .def(py::init<const zeph::SparseMatrix&, const zeph::Options&>())
       .def("solve", &Factor::solve, py::arg().noconvert())
       .def("variances", &Factor::variances)
       .def("selected_inverse", &Factor::selectedInverse)

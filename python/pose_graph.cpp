@@ -190,9 +190,18 @@ class PoseGraph {
 }  // namespace
 
 void addPoseGraph(py::module_& m) {
+  m.def(
+      "make_pose_graph",
+      [](const std::string& path, const zeph::Options& solver, int maxIterations,
+         double tolerance) { return new PoseGraph(path, solver, maxIterations, tolerance); },
+      py::return_value_policy::take_ownership);
+  m.def(
+      "restore_pose_graph",
+      [](const py::tuple& state, const zeph::Options& solver) {
+        return new PoseGraph(state, solver);
+      },
+      py::return_value_policy::take_ownership);
   py::class_<PoseGraph>(m, "PoseGraph")
-      .def(py::init<const std::string&, const zeph::Options&, int, double>())
-      .def(py::init<const py::tuple&, const zeph::Options&>())
       .def("state", &PoseGraph::state)
       .def("ids", &PoseGraph::ids)
       .def("fixed", &PoseGraph::fixed)

@@ -4,6 +4,8 @@ import io
 import os
 import resource
 import signal
+import subprocess
+import sys
 import tempfile
 import threading
 import time
@@ -132,6 +134,46 @@ def test_memory_that_runs_out_is_a_memory_error():
                 resource.setrlimit(resource.RLIMIT_AS, before)
             assert np.array_equal(got, expected) and np.array_equal(work(), expected)
     assert failed > 4
+
+
+ALLOCATIONS_THAT_FAIL = """
+import ctypes, itertools, sys
+import numpy as np
+import zeph
+from matrices import definite, general
+
+fail = ctypes.CDLL(None).zeph_fail_allocation
+A, G, b, rows = definite(40), general(40), np.ones(40), [1, 7, 30]
+F = zeph.factorize(A, threads=1)
+works = [lambda: zeph.variances(A, threads=1), lambda: zeph.factorize(G, threads=1).solve(b), F.variances,
+         lambda: F.solve(b), lambda: F.covariance(rows, rows[::-1]), lambda: F.covariance_block(rows),
+         lambda: F.selected_inverse().data, lambda: F.sample(2, 1), lambda: F.refactorize(A) or F.logdet]
+refused = 0
+for k, work in enumerate(works):
+    expected = work()
+    for n in itertools.count(1):
+        got = expected
+        fail(n)
+        try:
+            got = work()
+        except MemoryError:
+            refused += 1
+        finally:
+            struck = fail(0)
+        if work is works[-1]:
+            F.refactorize(A)
+        assert np.array_equal(got, expected) and np.array_equal(work(), expected), (k, n)
+        if not struck:
+            break
+assert refused > 500, refused
+"""
+
+
+@pytest.mark.skipif("ZEPH_FAILING_CALL" not in os.environ, reason="needs the library of the command's tests")
+def test_any_allocation_may_fail():
+    environment = dict(os.environ, LD_PRELOAD=os.environ["ZEPH_FAILING_CALL"])
+    environment["PYTHONPATH"] += os.pathsep + os.path.dirname(__file__)
+    subprocess.run([sys.executable, "-c", ALLOCATIONS_THAT_FAIL], env=environment, check=True)
 
 
 def test_indefinite_matrices_name_their_row():

@@ -87,7 +87,7 @@ def core_matrix(A: Any) -> _core.Matrix:
     """A matrix from compressed() for the extension."""
     used = A.indptr[-1]
     width = np.int32 if A.indptr.dtype == A.indices.dtype == np.int32 else np.int64
-    return _core.Matrix(
+    return _core.make_matrix(
         A.shape[0],
         A.shape[1],
         np.ascontiguousarray(A.indptr, dtype=width),

@@ -88,7 +88,7 @@ class Factor:
         is_array = type(A).__name__.endswith("_array")
         A = _arrays.compressed(A, "A")
         with _progress.closing(callback):
-            core = _core.Factor(_arrays.core_matrix(A), options)
+            core = _core.make_factor(_arrays.core_matrix(A), options)
         self._take(core, _arrays.Pattern(A), is_array, callback)
 
     def _take(self, core: _core.Factor, pattern: Any, is_array: bool, callback: Any) -> None:
@@ -507,4 +507,4 @@ def _options(
     if not limit >= 0.0:
         raise ValueError(f"memory_limit is {memory_limit}; it must be bytes, or 0 for no limit")
     folder = "" if scratch is None else os.fspath(scratch)
-    return _core.Options(method, ordering, permutation, count, callback, limit, folder)
+    return _core.make_options(method, ordering, permutation, count, callback, limit, folder)

@@ -140,7 +140,7 @@ class PoseGraph:
 
     def __setstate__(self, state: Dict[str, Any]) -> None:
         settings = state["settings"]
-        core = _core.PoseGraph(state["core"], _options("cholesky", callback=None, **settings))
+        core = _core.restore_pose_graph(state["core"], _options("cholesky", callback=None, **settings))
         PoseGraph.__init__(self, core, settings, None)
 
 
@@ -209,5 +209,5 @@ def pose_graph(
     }
     options = _options("cholesky", callback=callback, **settings)
     with _progress.closing(callback):
-        core = _core.PoseGraph(os.fspath(path), options, limit, float(tolerance))
+        core = _core.make_pose_graph(os.fspath(path), options, limit, float(tolerance))
     return PoseGraph(core, settings, callback)

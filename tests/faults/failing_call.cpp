@@ -82,6 +82,19 @@ int __libc_start_main(Main* main, int argc, char** argv, void (*init)(), void (*
   return next<Start>("__libc_start_main")(beginMain, argc, argv, init, fini, rtld, stack);
 }
 
+// For programs that aim at calls of their own: from here on the COUNT-th allocation fails, that one
+// alone; with 0 none does. Returns whether the one asked for before has failed.
+int zeph_fail_allocation(long count) {
+  const bool failed = first > 0 && calls >= first;
+  begun = false;
+  memcpy(function, "malloc", sizeof "malloc");
+  calls = 0;
+  first = count;
+  error = ENOMEM;
+  begun = count > 0;
+  return failed ? 1 : 0;
+}
+
 void* malloc(size_t bytes) {
   return strikes("malloc") ? nullptr : __libc_malloc(bytes);
 }
