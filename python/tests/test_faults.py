@@ -137,7 +137,7 @@ def test_memory_that_runs_out_is_a_memory_error():
 
 
 ALLOCATIONS_THAT_FAIL = """
-import ctypes, itertools, sys
+import ctypes, itertools
 import numpy as np
 import zeph
 from matrices import definite, general

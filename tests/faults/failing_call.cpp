@@ -52,6 +52,19 @@ bool strikes(const char* name) {
   return error >= 0;
 }
 
+bool hostsSpared = false;
+
+bool allocationFails(void* caller) {
+  if (!begun) return false;
+  Dl_info from;
+  if (hostsSpared && dladdr(caller, &from) != 0 && from.dli_fname != nullptr) {
+    for (const char* host : {"/bin/python", "libpython", "lib-dynload", "numpy", "scipy"}) {
+      if (strstr(from.dli_fname, host) != nullptr) return false;
+    }
+  }
+  return strikes("malloc");
+}
+
 template <class Function>
 Function* next(const char* name) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
@@ -82,8 +95,9 @@ int __libc_start_main(Main* main, int argc, char** argv, void (*init)(), void (*
   return next<Start>("__libc_start_main")(beginMain, argc, argv, init, fini, rtld, stack);
 }
 
-// For programs that aim at calls of their own: from here on the COUNT-th allocation fails, that one
-// alone; with 0 none does. Returns whether the one asked for before has failed.
+// For Python programs: from here on the COUNT-th allocation fails, that one alone; with 0 none
+// does. Those of Python, NumPy and SciPy do not count, as NumPy does not survive failures of its
+// own. Returns whether the one asked for before has failed.
 int zeph_fail_allocation(long count) {
   const bool failed = first > 0 && calls >= first;
   begun = false;
@@ -91,18 +105,18 @@ int zeph_fail_allocation(long count) {
   calls = 0;
   first = count;
   error = ENOMEM;
-  begun = count > 0;
+  begun = hostsSpared = count > 0;
   return failed ? 1 : 0;
 }
 
 void* malloc(size_t bytes) {
-  return strikes("malloc") ? nullptr : __libc_malloc(bytes);
+  return allocationFails(__builtin_return_address(0)) ? nullptr : __libc_malloc(bytes);
 }
 void* calloc(size_t count, size_t bytes) {
-  return strikes("malloc") ? nullptr : __libc_calloc(count, bytes);
+  return allocationFails(__builtin_return_address(0)) ? nullptr : __libc_calloc(count, bytes);
 }
 void* realloc(void* block, size_t bytes) {
-  return strikes("malloc") ? nullptr : __libc_realloc(block, bytes);
+  return allocationFails(__builtin_return_address(0)) ? nullptr : __libc_realloc(block, bytes);
 }
 
 ssize_t write(int file, const void* bytes, size_t count) {
