@@ -26,7 +26,6 @@ namespace {
 
 struct Calibrating : Files {
   int threads = 0;
-  std::string scratch;
   bool reset = false;
   bool show = false;
 };

@@ -79,7 +79,7 @@ Couplings drive(size_t poses) {
   const size_t side = root(static_cast<double>(poses) / 2.0, 2.0);
   std::vector<std::int64_t> last(side * side, -1);
   std::mt19937 random(2);
-  size_t x = side / 2, y = side / 2;
+  size_t x = side / 2, y = x;
   bool along = true;
   for (size_t i = 0; i < poses; ++i) {
     if (i > 0) c.couple(i, i - 1);

@@ -210,9 +210,8 @@ inline std::vector<std::vector<long double>> exactInverse(std::vector<std::vecto
 
 inline std::vector<long double> exactInverseDiagonal(std::vector<std::vector<Exact>> a) {
   std::vector<long double> diagonal;
-  for (const std::vector<long double>& row : exactInverse(std::move(a))) {
-    diagonal.push_back(row[diagonal.size()]);
-  }
+  const auto inverse = exactInverse(std::move(a));
+  for (const std::vector<long double>& row : inverse) diagonal.push_back(row[diagonal.size()]);
   return diagonal;
 }
 
