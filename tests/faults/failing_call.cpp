@@ -19,6 +19,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <initializer_list>
 
 namespace {
 
