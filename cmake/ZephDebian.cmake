@@ -89,10 +89,10 @@ if(TARGET zeph_distributed)
   zeph_debian_package(zeph_distributed libzeph-distributed${generation} libs
     "sparse direct solver with variances - several processes"
     "Spreads factors over the processes of MPI, and computes their solutions,\nvariances and determinants there; mpirun zeph loads it."
-    DEPENDS "libzeph${generation} ${exactly}" openmpi-bin)
+    DEPENDS openmpi-bin)
   zeph_debian_package(zeph_distributed_dev libzeph-distributed-dev libdevel
     "sparse direct solver with variances - several processes, development files"
-    "Headers for C++17, CMake package and pkg-config file of libzeph-distributed."
+    "Headers for C++17, component of the CMake package and pkg-config file of\nlibzeph-distributed."
     DEPENDS "libzeph-distributed${generation} ${exactly}" "libzeph-dev ${exactly}" libopenmpi-dev)
 endif()
 zeph_debian_package(tools zeph math

@@ -85,12 +85,13 @@ endif()
 if(TARGET zeph_distributed)
   zeph_install_package(zeph_distributed
     TARGETS zeph_distributed
-    NAMESPACE zeph
+    COMPONENT_OF zeph
     INCLUDE_DIR ${CMAKE_INSTALL_INCLUDEDIR}/zeph_distributed
     HEADERS
       distributed/distributed_factor.h
-    DEPENDS "MPI COMPONENTS CXX" zeph
-    PKG_CONFIG_LIBS -lzeph_distributed -lzeph)
+    DEPENDS "MPI COMPONENTS CXX"
+    PKG_CONFIG_LIBS -lzeph_distributed
+    PKG_CONFIG_REQUIRES zeph ompi-cxx)
 endif()
 
 # What both libraries call on their own behalf.

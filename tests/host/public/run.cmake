@@ -53,3 +53,34 @@ foreach(language c cpp)
     message(FATAL_ERROR "make, ${language}: the heights are wrong:\n${said}")
   endif()
 endforeach()
+
+# On several processes, where that is built: a program by CMake, which names the package that it
+# misses, one by pkg-config, and the command.
+if(NOT MPIRUN)
+  return()
+endif()
+set(spread ${CMAKE_CURRENT_LIST_DIR}/../distributed)
+set(configure ${CMAKE_COMMAND} -G Ninja -S ${spread} -B ${WORK_DIR}/spread -DCMAKE_PREFIX_PATH=${root})
+execute_process(COMMAND ${configure} RESULT_VARIABLE failed OUTPUT_QUIET ERROR_VARIABLE said)
+if(NOT failed OR NOT said MATCHES "libzeph-distributed-dev")
+  message(FATAL_ERROR "the missing component is not named:\n${said}")
+endif()
+foreach(component zeph_distributed zeph_distributed_dev tools)
+  step(${CMAKE_COMMAND} --install ${BUILD_DIR} --component ${component} --prefix ${root})
+endforeach()
+step(${configure})
+step(${CMAKE_COMMAND} --build ${WORK_DIR}/spread)
+step(${MPIRUN} -n 2 ${WORK_DIR}/spread/spread_host)
+
+step(pkg-config --cflags --libs zeph_distributed)
+separate_arguments(flags UNIX_COMMAND "${said}")
+step(c++ -std=c++17 ${spread}/spread_host.cpp -o ${WORK_DIR}/spread_host ${flags}
+     -Wl,-rpath,${root}/${LIBDIR})
+step(${MPIRUN} -n 2 ${WORK_DIR}/spread_host)
+
+file(WRITE ${WORK_DIR}/A.mtx
+     "%%MatrixMarket matrix coordinate real symmetric\n2 2 3\n1 1 4\n2 1 2\n2 2 5\n")
+step(${MPIRUN} -n 2 ${root}/bin/zeph variances ${WORK_DIR}/A.mtx --quiet)
+if(NOT said STREQUAL "0,0.3125\n1,0.25\n")
+  message(FATAL_ERROR "the variances by two processes are wrong:\n${said}")
+endif()
