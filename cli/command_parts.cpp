@@ -82,9 +82,7 @@ void addInput(CLI::App* command, Files& files) {
 }
 
 void addMemory(CLI::App* command, Files& files) {
-  command
-      ->add_option("--memory", files.memory,
-                   "most memory to take, such as 2G; more is refused before the work")
+  command->add_option("--memory", files.memory, files.memoryHelp)
       ->check(memorySize())
       ->type_name("SIZE");
 }

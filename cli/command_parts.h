@@ -26,6 +26,7 @@ struct Files {
   std::string name;
   std::string format = "auto";
   std::string memory;
+  const char* memoryHelp = "most memory to take, such as 2G; more is refused before the work";
   std::string scratch;
   bool oneBased = false;
   bool force = false;

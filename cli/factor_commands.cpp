@@ -562,13 +562,12 @@ void declareLogDeterminant(Application& z) {
 
 void declarePlan(Application& z) {
   auto options = std::make_shared<Plan>();
+  options->memoryHelp = "memory of a process, to say whether that is enough";
   CLI::App* command = declareOnFactor(
       z, "plan", "What factorising and inverting A would take, without doing it",
       "  zeph plan A.mtx\n"
       "  zeph plan A.mtx --processes 8 --memory 16G    on 8 processes of 16 GB each",
       options, writePlan);
-  command->get_option("--memory")
-      ->description("memory of a process, to say whether that is enough");
   command->add_option("--processes", options->processes, "processes that share the work, by MPI")
       ->check(wholeNumber(1, 1000000))
       ->type_name("P");
