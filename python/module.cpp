@@ -16,6 +16,7 @@
 #include "python/conversion.h"
 #include "python/pose_graph.h"
 #include "zeph/zeph.h"
+#include "zeph/zeph_c.h"
 
 namespace zeph_python {
 namespace {
@@ -197,6 +198,7 @@ void writeReport(const std::string& path, const py::dict& d, const Factor* facto
 }
 
 PYBIND11_MODULE(_core, m) {
+  m.attr("__version__") = zeph_version();
   py::register_exception_translator([](std::exception_ptr thrown) {
     try {
       if (thrown) std::rethrow_exception(thrown);

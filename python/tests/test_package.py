@@ -5,6 +5,8 @@ import subprocess
 import sys
 import tarfile
 
+import zeph
+
 ROOT = pathlib.Path(__file__).parents[2]
 
 
@@ -20,6 +22,7 @@ def test_source_distributions_are_whole(tmp_path):
     with tarfile.open(next(tmp_path.glob("*.tar"))) as archive:
         archive.extractall(tmp_path / "unpacked")
     (unpacked,) = (tmp_path / "unpacked").iterdir()
+    assert unpacked.name.endswith(f"-{zeph.__version__}")
     floors = ("types", "kernels", "sparse", "math", "solver", "zeph", "python/zeph")
     files = [f.relative_to(ROOT) for floor in floors for f in (ROOT / floor).rglob("*.*")]
     missing = [f for f in files if "__pycache__" not in f.parts and not (unpacked / f).exists()]

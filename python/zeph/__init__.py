@@ -8,6 +8,7 @@ array([0.2679, 0.2857, 0.2679])
 
 from zeph._errors import AccuracyWarning, Error, NotPositiveDefiniteError, SingularMatrixError
 from zeph import plot
+from zeph._core import __version__
 from zeph._adjustment import Adjustment, least_squares
 from zeph._factor import (
     Factor,

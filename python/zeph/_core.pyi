@@ -3,6 +3,8 @@ from typing import Any, Callable, Dict, List, Optional, Tuple
 import numpy as np
 import numpy.typing as npt
 
+__version__: str
+
 Doubles = npt.NDArray[np.float64]
 Integers = npt.NDArray[np.int64]
 
