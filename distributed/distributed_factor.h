@@ -64,10 +64,9 @@ struct DistributedReport {
   std::int64_t interfaceUnknowns = 0;  ///< unknowns that join the parts of the processes; Domains
   double operations = 0.0;             ///< of the factorisation, over all processes
   double bytes = 0.0;                  ///< of the factor on the process that holds most
-  double messageBytes =
-      0.0;               ///< sent so far by all processes; what MUMPS sends by itself is not known
-  double balance = 0.0;  ///< operations of the busiest process over their mean; Domains
-  double secondsOrdering = 0.0;         ///< wall time, as all that follow; with symbolic work
+  double messageBytes = 0.0;           ///< sent so far by all processes, but for MUMPS's own
+  double balance = 0.0;          ///< operations of the busiest process over their mean; Domains
+  double secondsOrdering = 0.0;  ///< wall time, as all that follow; with symbolic work
   double secondsFactorisation = 0.0;    ///< of the numbers
   double secondsInverse = 0.0;          ///< of the last variances()
   double conditionEstimate = 0.0;       ///< as in Report

@@ -64,6 +64,12 @@ def write_reference(build, folder, work):
         "c": headers.Reference(ROOT, [Path("zeph/zeph_c.h")], work / "c", "ZEPH_API").page(
             "C: zeph_c.h", "The same library for C and for other languages."
         ),
+        "distributed": headers.Reference(
+            ROOT, [Path("distributed/distributed_factor.h")], work / "distributed", "ZEPH_API"
+        ).page(
+            "C++ on several processes",
+            "`#include <distributed/distributed_factor.h>`, and link with `zeph::distributed`.",
+        ),
         "solver": headers.Reference(
             ROOT, [Path("solver") / h for h in SOLVER_HEADERS], work / "solver", "ZEPH_EXPORT"
         ).page(
