@@ -1,3 +1,5 @@
+#include <malloc.h>
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -11,6 +13,7 @@
 #include "distributed/domains/domain.h"
 #include "distributed/domains/interface.h"
 #include "distributed/domains/partition.h"
+#include "sparse/ordering/domains.h"
 #include "sparse/pattern/assembly.h"
 #include "zeph/factor.h"
 #include "zeph/factor/symmetric_input.h"
@@ -26,12 +29,6 @@ using sparse::Index;
 using sparse::Offset;
 using std::size_t;
 using Vector = std::vector<double>;
-
-// What the busiest process has more to do than others on average is worth another cut from this
-// share of it on, and from so many operations an unknown: with variances, which take twice as many
-// again, somewhat more than a microsecond, as cutting and ordering does.
-constexpr double kUnbalanced = 0.2;
-constexpr double kWorthCutting = 1e4;
 
 // An entry of S = D A D between two unknowns of the interface, as places there.
 struct InterfaceEntry {
@@ -109,6 +106,10 @@ DomainsBackend::DomainsBackend(const Communicator& comm, const Assembled& A,
   readDiagonal();
   distribute(partition(comm, A));
   balance();
+#ifdef __GLIBC__
+  // What cutting and ordering leave behind in the heap is in pieces that no factor fits into.
+  malloc_trim(0);
+#endif
   const double secondsOrdering = comm.largest(clock.seconds());
   beginStage(comm, options, "factorising");
   clock = StopWatch();
@@ -204,20 +205,11 @@ double DomainsBackend::operations() const {
 // cut once more with what is known now, and the cut is kept under which the busiest has less to do.
 void DomainsBackend::balance() {
   const double most = comm_.largest(operations());
-  const double spare = most - comm_.sum(operations()) / comm_.size();
-  if (spare < kUnbalanced * most || spare < kWorthCutting * static_cast<double>(A_.n)) return;
-  const Vector all = comm_.gather(0, Vector{domain_->operations(), double(domain_->interior())});
-  const Vector share = comm_.together([&] {
-    Vector result;
-    double least = std::numeric_limits<double>::infinity();
-    for (size_t p = 0; p + 1 < all.size(); p += 2) {
-      // Work grows with the power 1.5 to 2 of a part's unknowns.
-      result.push_back(std::pow(all[p] / std::max(1.0, all[p + 1]), 2.0 / 3.0));
-      if (all[p + 1] > 0.0) least = std::min(least, result.back());
-    }
-    for (double& s : result) s = std::clamp(s / least, 1.0, kMostShare);
-    return result;
-  });
+  const double mean = comm_.sum(operations()) / comm_.size();
+  if (!sparse::worthAnotherCut(most, mean, static_cast<double>(A_.n))) return;
+  const std::vector<sparse::DomainWork> all = comm_.gather(
+      0, std::vector<sparse::DomainWork>{{domain_->operations(), double(domain_->interior())}});
+  const Vector share = comm_.together([&] { return sparse::sharesForLikeWork(all); });
   const Partition before = partition_;
   distribute(partition(comm_, A_, &before, share));
   if (comm_.largest(operations()) > most) distribute(before);

@@ -1,10 +1,8 @@
 #include "distributed/domains/partition.h"
 
-#include <cmath>
 #include <numeric>
 
 #include "sparse/ordering/domains.h"
-#include "sparse/pattern/compress.h"
 
 namespace zeph::distributed {
 namespace {
@@ -38,17 +36,6 @@ sparse::Columns gatherPattern(const Communicator& comm, const Assembled& A) {
   return lower;
 }
 
-// Unknowns count as much as those of their domains in another cut, those between domains as one.
-void weigh(sparse::CompressedGraph& graph, const Partition& before,
-           const std::vector<double>& share) {
-  for (size_t node = 0; node < graph.graph.weight.size(); ++node) {
-    const std::int32_t domain = before.domainOf[graph.member[graph.memberStart[node]]];
-    if (domain < 0) continue;
-    Index& weight = graph.graph.weight[node];
-    weight = static_cast<Index>(std::lround(weight * share[static_cast<size_t>(domain)]));
-  }
-}
-
 }  // namespace
 
 Partition partition(const Communicator& comm, const Assembled& A, const Partition* before,
@@ -61,14 +48,8 @@ Partition partition(const Communicator& comm, const Assembled& A, const Partitio
     comm.together([&] {
       result.domainOf.resize(A.n);
       if (!comm.first()) return;
-      sparse::CompressedGraph compressed = sparse::compress(lower.view(), sparse::Compression::All);
-      if (before != nullptr) weigh(compressed, *before, share);
-      const std::vector<Index> domain = sparse::cutIntoDomains(compressed.graph, comm.size());
-      for (size_t node = 0; node < domain.size(); ++node) {
-        for (Index m = compressed.memberStart[node]; m < compressed.memberStart[node + 1]; ++m) {
-          result.domainOf[compressed.member[m]] = domain[node];
-        }
-      }
+      const std::vector<Index>* const cut = before != nullptr ? &before->domainOf : nullptr;
+      result.domainOf = sparse::cutUnknowns(lower.view(), comm.size(), cut, share);
     });
     comm.broadcast(0, result.domainOf.data(), result.domainOf.size());
   }

@@ -25,12 +25,9 @@ struct Partition {
 /// together. Throws the same Error on all processes.
 ///
 /// The domains have about the same number of unknowns or, where `before` is another cut, of
-/// unknowns times the `share` of a domain there, 1 to kMostShare, which matters on rank 0 only.
+/// unknowns times the `share` of a domain there (see cutUnknowns), which matters on rank 0 only.
 Partition partition(const Communicator& comm, const Assembled& A, const Partition* before = nullptr,
                     const std::vector<double>& share = {});
-
-/// Sums of weights have to stay below 2³¹.
-inline constexpr double kMostShare = 16.0;
 
 }  // namespace zeph::distributed
 

@@ -1,18 +1,27 @@
 #include "sparse/ordering/domains.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
+#include <limits>
 #include <new>
 #include <numeric>
 #include <utility>
 
 #include "sparse/ordering/subgraph.h"
+#include "sparse/pattern/compress.h"
 
 namespace korin::sparse {
 namespace {
 
 /// A cut that leaves more than this share of the nodes on one side gains too little.
 constexpr double kLargestDomainSide = 0.9;
+
+/// Another cut is worth it from this share of the work on that the busiest has too much, and from
+/// so many operations an unknown: with variances, which take twice as many again, somewhat more
+/// than a microsecond, as cutting and ordering does.
+constexpr double kUnbalanced = 0.2;
+constexpr double kWorthCutting = 1e4;
 
 /// A largest set of edges between the two halves without a common end.
 class Matching {
@@ -144,6 +153,16 @@ struct Task {
   Index count;
 };
 
+void weigh(CompressedGraph& compressed, const std::vector<Index>& before,
+           const std::vector<double>& share) {
+  for (std::size_t node = 0; node < compressed.graph.weight.size(); ++node) {
+    const Index domain = before[compressed.member[compressed.memberStart[node]]];
+    if (domain == kInterface) continue;
+    Index& weight = compressed.graph.weight[node];
+    weight = static_cast<Index>(std::lround(weight * share[static_cast<std::size_t>(domain)]));
+  }
+}
+
 }  // namespace
 
 void separateHalves(const Graph& graph, std::vector<Side>& sides) {
@@ -176,6 +195,37 @@ std::vector<Index> cutIntoDomains(const Graph& graph, Index domains) {
         {sideOf(part, sides, Side::Right, place), task.first + left, task.count - left});
   }
   return domainOf;
+}
+
+std::vector<Index> cutUnknowns(const ColumnsView& lower, Index domains,
+                               const std::vector<Index>* before, const std::vector<double>& share) {
+  CompressedGraph compressed = compress(lower, Compression::All);
+  if (before != nullptr) weigh(compressed, *before, share);
+  const std::vector<Index> domain = cutIntoDomains(compressed.graph, domains);
+  std::vector<Index> domainOf(static_cast<std::size_t>(lower.cols));
+  for (std::size_t node = 0; node < domain.size(); ++node) {
+    for (Index m = compressed.memberStart[node]; m < compressed.memberStart[node + 1]; ++m) {
+      domainOf[compressed.member[m]] = domain[node];
+    }
+  }
+  return domainOf;
+}
+
+bool worthAnotherCut(double most, double mean, double unknowns) {
+  const double spare = most - mean;
+  return spare >= kUnbalanced * most && spare >= kWorthCutting * unknowns;
+}
+
+std::vector<double> sharesForLikeWork(const std::vector<DomainWork>& work) {
+  std::vector<double> shares;
+  double least = std::numeric_limits<double>::infinity();
+  for (const DomainWork& w : work) {
+    // Work grows with the power 1.5 to 2 of a part's unknowns.
+    shares.push_back(std::pow(w.operations / std::max(1.0, w.unknowns), 2.0 / 3.0));
+    if (w.unknowns > 0.0) least = std::min(least, shares.back());
+  }
+  for (double& s : shares) s = std::clamp(s / least, 1.0, kMostShare);
+  return shares;
 }
 
 }  // namespace korin::sparse

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "sparse/ordering/libraries.h"
+#include "sparse/pattern/columns.h"
 #include "sparse/pattern/graph.h"
 
 namespace korin::sparse {
@@ -25,6 +26,27 @@ inline constexpr Index kInterface = -1;
 /// Throws std::bad_alloc, also for a graph with more edges than `canDissect` takes. Cost: that of
 /// the bisections, O(edges log(domains)), and matchings on the edges that are cut.
 std::vector<Index> cutIntoDomains(const Graph& graph, Index domains);
+
+/// The same for the unknowns of a symmetric matrix, given by the pattern of its lower triangle:
+/// those with equal neighbourhoods stay together. With another cut `before`, the unknowns of a
+/// domain there count as much as `share` says of it, 1 to kMostShare, those between domains as one.
+std::vector<Index> cutUnknowns(const ColumnsView& lower, Index domains,
+                               const std::vector<Index>* before = nullptr,
+                               const std::vector<double>& share = {});
+
+/// What eliminating a domain takes, and of how many unknowns.
+struct DomainWork {
+  double operations = 0.0;
+  double unknowns = 0.0;
+};
+
+/// Whether what the busiest has more to do than others on average is worth another cut of so many
+/// unknowns altogether, and the shares for that cut.
+bool worthAnotherCut(double most, double mean, double unknowns);
+std::vector<double> sharesForLikeWork(const std::vector<DomainWork>& work);
+
+/// Sums of weights have to stay below 2³¹.
+inline constexpr double kMostShare = 16.0;
 
 /// A smallest set of nodes with an end of every edge between Left and Right becomes Separator;
 /// there is none on either side before. O(edges between the sides · √nodes).
