@@ -49,6 +49,11 @@ inline std::size_t panelBytes(std::size_t count) {
   return bytes >= kLargePanels ? bytes + kHugePage : bytes + 1;
 }
 
+/// Bytes that those come to hold: a block's alignment is never touched.
+inline double heldBytes(std::size_t count) {
+  return sizeof(double) * static_cast<double>(count);
+}
+
 /// `count` uninitialised doubles. Throws std::bad_alloc.
 inline PanelStorage rawPanels(std::size_t count) {
   // A huge page more than needed, not to be touched, so that one can begin within the block; what

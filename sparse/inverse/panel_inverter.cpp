@@ -122,7 +122,7 @@ size_t InverterSizes::scratch() const {
 }
 
 double InverterSizes::bytes() const {
-  return static_cast<double>(kernels::panelBytes(values())) +
+  return kernels::heldBytes(values()) +
          (sizeof(Index) + sizeof(PanelInverter::Run)) * static_cast<double>(tallest);
 }
 

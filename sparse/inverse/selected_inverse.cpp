@@ -341,7 +341,7 @@ double inverseMemory(const Symbolic& symbolic, int threads, bool large) {
   const int helpers = std::min(threads, std::max(1, schedule.tasks()));
   return sizeof(double) * static_cast<double>(shared + symbolic.rows.size()) +
          sizeof(double) * static_cast<double>(symbolic.n) +
-         helpers * (static_cast<double>(kernels::panelBytes(path) + kernels::panelBytes(atWork)) +
+         helpers * (kernels::heldBytes(path) + kernels::heldBytes(atWork) +
                     InverterSizes(structure).bytes());
 }
 

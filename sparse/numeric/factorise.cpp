@@ -383,7 +383,7 @@ double frontMemory(const Symbolic& symbolic, int threads, Keeping keeping) {
     }
   }
   double bytes = sizeof(double) * mostWaiting;
-  for (const size_t room : rooms) bytes += static_cast<double>(kernels::panelBytes(room));
+  for (const size_t room : rooms) bytes += kernels::heldBytes(room);
   return bytes;
 }
 
