@@ -97,6 +97,7 @@ void printStructure(const Report& r) {
 void printMemory(const RunPlan& p) {
   std::printf("memory:           %s beside %s for A\n", memoryText(p.memory.peak()).c_str(),
               memoryText(p.inputBytes).c_str());
+  std::printf("  whole process   %s\n", memoryText(p.process()).c_str());
   std::printf("  panels of L     %s\n", memoryText(p.panels).c_str());
   std::printf("  analysing       about %s\n", memoryText(p.memory.analysis).c_str());
   std::printf("  factorising     %s\n", memoryText(p.memory.factorisation).c_str());
@@ -112,14 +113,16 @@ void tellEngines(const RunPlan& p, double limit, int processes, Console& console
   if (p.report.threads > 1) {
     engines.add("one_thread", table.row("in memory, one thread", p.oneThread, p.memory.peak()));
   }
-  engines.add("scratch", table.row("with a scratch file", p.scratch, p.besideFile.peak(),
-                                   memoryText(p.panels) + " on the disk"));
+  JsonObject scratch = table.row("with a scratch file", p.scratch, p.besideFile.peak(),
+                                 memoryText(p.scratchBytes) + " on the disk");
+  engines.add("scratch", scratch.add("file_bytes", p.scratchBytes));
   const std::string suffix = ", processes: " + std::to_string(processes);
   if (p.domains) {
     const DomainsPlan& d = *p.domains;
     JsonObject row = table.row("domains" + suffix, d.seconds, d.bytes,
                                "each; an interface of " + std::to_string(d.interfaceUnknowns));
-    row.add("interface_unknowns", d.interfaceUnknowns).add("balance", d.balance);
+    row.add("factor_bytes", d.factorBytes).add("balance", d.balance);
+    row.add("interface_unknowns", d.interfaceUnknowns);
     engines.add("domains", row.add("message_bytes", d.messageBytes));
   }
   if (p.solves) {
@@ -213,7 +216,10 @@ int printPlan(const SparseMatrix& A, const Options& options, const PlanWishes& w
   memory.add("panels", p.panels).add("analysis", p.memory.analysis);
   memory.add("factorisation", p.memory.factorisation);
   memory.add("inversion", p.memory.inversion).add("peak", p.memory.peak());
-  memory.add("input", p.inputBytes).add("limit", limit).add("fits", p.memory.peak() <= limit);
+  memory.add("process", p.process())
+      .add("input", p.inputBytes)
+      .add("limit", limit)
+      .add("fits", p.memory.peak() <= limit);
   console.figures.add("memory", memory).add("rates", known.source);
   if (print) {
     printStructure(r);

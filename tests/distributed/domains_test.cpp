@@ -11,6 +11,7 @@
 #include "distributed/distributed_factor.h"
 #include "tests/sparse/symbolic/symbolic_model.h"
 #include "zeph/factor.h"
+#include "zeph/plan/run_plan.h"
 
 namespace zeph::distributed {
 namespace {
@@ -96,6 +97,16 @@ void expectLikeFactor(const SparseMatrix& A, const DistributedFactor& f) {
   for (size_t i = 0; i < n; ++i) ASSERT_NEAR(x[i], y[i], 1e-11 * size);
 }
 
+void expectAsPlanned(const SparseMatrix& A, const DistributedReport& r) {
+  if (r.processes == 1) return;
+  const CostModel model = defaultCostModel(korin::kernels::ProcessorLevel::Baseline);
+  const RunPlan plan = planRun(A, {}, model, r.processes);
+  ASSERT_TRUE(plan.domains.has_value());
+  EXPECT_EQ(plan.domains->interfaceUnknowns, r.interfaceUnknowns);
+  EXPECT_NEAR(plan.domains->balance, r.balance, 1e-9);
+  EXPECT_NEAR(plan.domains->factorBytes / r.bytes, 1.0, 0.1);
+}
+
 TEST(Domains, AgreeWithOneProcessOnEveryShape) {
   std::mt19937 random(11);
   for (int round = 0; round < 60; ++round) {
@@ -129,6 +140,7 @@ TEST(Domains, GiveTheSameBitsForEveryDivisionAndNumberOfThreads) {
       EXPECT_LT(r.interfaceUnknowns, 90 * comm.size());
       EXPECT_GE(r.balance, 1.0);
       EXPECT_LT(r.balance, 1.5);
+      expectAsPlanned(A, r);
     } else {
       EXPECT_EQ(variances, f.variances());
       EXPECT_EQ(x, f.solve(b));
@@ -161,6 +173,7 @@ TEST(Domains, AreCutAnewWhereUnknownsAreUnlikeWork) {
   }
   const DistributedFactor f(MPI_COMM_WORLD, shareOf(A, -1, 5), kDomains);
   expectLikeFactor(A, f);
+  expectAsPlanned(A, f.report());
   // On two processes one had nearly all of the work at first.
   const Communicator comm(MPI_COMM_WORLD);
   EXPECT_LT(f.report().balance, comm.size() == 2 ? 1.3 : 2.0);

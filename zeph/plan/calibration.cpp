@@ -1,10 +1,10 @@
 #include "zeph/plan/calibration.h"
 
 #include <malloc.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <cmath>
-#include <ctime>
 #include <limits>
 #include <memory>
 #include <vector>
@@ -17,6 +17,7 @@
 #include "zeph/factor/watch.h"
 #include "zeph/plan/disk_speed.h"
 #include "zeph/plan/generated_problem.h"
+#include "zeph/plan/stopwatch.h"
 
 namespace zeph {
 namespace {
@@ -51,27 +52,9 @@ constexpr Problem kProblems[] = {
     {Shape::Band, 2000},    {Shape::Band, 20000},
 };
 
+constexpr size_t kTiny = 64;
 /// The problem on which threads are tried, large enough for many of them.
 constexpr Problem kShared = {Shape::Plane, 160000};
-
-double now(clockid_t clock) {
-  timespec t{};
-  clock_gettime(clock, &t);
-  return static_cast<double>(t.tv_sec) + 1e-9 * static_cast<double>(t.tv_nsec);
-}
-
-/// Processor time of this thread and wall time since it was made.
-class Stopwatch {
- public:
-  double seconds() const { return now(CLOCK_THREAD_CPUTIME_ID) - thread_; }
-  double ofAllThreads() const { return now(CLOCK_PROCESS_CPUTIME_ID) - process_; }
-  double wall() const { return now(CLOCK_MONOTONIC) - wall_; }
-
- private:
-  double thread_ = now(CLOCK_THREAD_CPUTIME_ID);
-  double process_ = now(CLOCK_PROCESS_CPUTIME_ID);
-  double wall_ = now(CLOCK_MONOTONIC);
-};
 
 template <class Work>
 double leastSeconds(const Work& work) {
@@ -234,17 +217,33 @@ std::unique_ptr<CholeskyBackend> analysed(const SparseMatrix& A, const Options& 
   return std::make_unique<CholeskyBackend>(symmetricInput(A, against), options, watch);
 }
 
+/// The most that this process has held so far.
+double peakOfProcess() {
+  rusage used{};
+  getrusage(RUSAGE_SELF, &used);
+  return 1024.0 * static_cast<double>(used.ru_maxrss);
+}
+
 }  // namespace
 
 Calibration calibrate(const CalibrationOptions& how) {
   Calibration result;
   CostModel& model = result.model;
   model = defaultCostModel(korin::kernels::processorLevel());
-  // First, as a folder may turn out to be of no use.
+  Options options;
+  options.threads = 1;
+  Watch silent(options);
+  // A small run brings all of the program into memory that a large one needs.
+  const SparseMatrix tiny = generatedProblem(Shape::Space, kTiny);
+  measure(tiny, *analysed(tiny, options, silent), silent);
+  model.program = peakOfProcess();
+  // Before the rest, as a folder may turn out to be of no use.
   if (!how.scratchFolder.empty()) {
     const DiskSpeed disk = diskSpeed(how.scratchFolder);
     model.scratchWrite = disk.write;
     model.scratchRead = disk.read;
+    model.scratchWriting = disk.writing;
+    model.scratchReading = disk.reading;
   }
   const char* stage = "measuring fronts";
   double done = 0.0, all = static_cast<double>(FrontTable::kWidths.size()) *
@@ -262,9 +261,6 @@ Calibration calibrate(const CalibrationOptions& how) {
   stage = "measuring problems";
   done = 0.0;
   all = static_cast<double>(std::size(kProblems)) + 1.0;
-  Options options;
-  options.threads = 1;
-  Watch silent(options);
   std::vector<FactorSample> factor;
   std::vector<InverseSample> inverse;
   for (const Problem& p : kProblems) {

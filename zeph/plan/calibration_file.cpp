@@ -25,7 +25,7 @@
 namespace zeph {
 namespace {
 
-constexpr const char* kFirstLine = "zeph calibration 1";
+constexpr const char* kFirstLine = "zeph calibration 2";
 constexpr std::size_t kMostBytes = std::size_t{1} << 16;
 /// No machine takes longer for any of the measured things, nor for a front of one column and no
 /// rows less than this.
@@ -82,7 +82,9 @@ std::vector<Field> fields(CostModel& m) {
           {"inverse_terms", list(m.inverseTerms), 0.0},
           {"pages", {&m.smallPages, &m.largePages}, 0.0},
           {"sharing", {&m.sharing}, 1.0},
-          {"scratch", {&m.scratchWrite, &m.scratchRead}, 1.0}};
+          {"program", {&m.program}, 0.0},
+          {"scratch_rates", {&m.scratchWrite, &m.scratchRead}, 1.0},
+          {"scratch_moves", {&m.scratchWriting, &m.scratchReading}, 0.0}};
 }
 
 /// Fowler, Noll and Vo's hash: a file that was cut off or edited does not pass.
@@ -123,8 +125,8 @@ bool readNumbers(std::string_view line, const Field& field) {
   for (double* const value : field.values) {
     if (scan.real(*value) != NumberScanner::Result::Ok) return false;
     if (!(*value >= field.least)) return false;
-    // Rates of a disk are numbers a second and may be large.
-    if (name != "scratch" && !(*value <= kLargest)) return false;
+    // Rates of a disk and bytes are no seconds and may be large.
+    if (name != "scratch_rates" && name != "program" && !(*value <= kLargest)) return false;
     if (!std::isfinite(*value)) return false;
   }
   return scan.atEnd();

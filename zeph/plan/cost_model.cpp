@@ -161,6 +161,7 @@ StageSeconds denseSeconds(const CostModel& model, const Symbolic& s, Index g) {
 
 StageSeconds frontSeconds(const CostModel& model, const Symbolic& s, Index g) {
   const FrontCounts counts = countFront(s, g);
+  if (s.isKept(g)) return {weighed(model.factorTerms, counts.factor), 0.0};
   const StageSeconds dense = denseSeconds(model, s, g);
   return {dense.factor + weighed(model.factorTerms, counts.factor),
           dense.inverse + weighed(model.inverseTerms, counts.inverse)};

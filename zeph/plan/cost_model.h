@@ -76,8 +76,11 @@ struct CostModel {
   /// Processor time of all threads over that of one for the same work, by which threads that share
   /// caches and memory slow each other down; at least 1.
   double sharing = 1.0;
+  double program = 1e7;       ///< bytes that the process holds beside all matrices and factors
   double scratchWrite = 5e8;  ///< bytes a second to a scratch file; those of a common disk
   double scratchRead = 1.5e9;
+  double scratchWriting = 6e-10;  ///< the processor's seconds a byte meanwhile
+  double scratchReading = 3e-10;
 };
 
 /// Figures of one processor of the level that is at hand, rounded.
@@ -96,7 +99,7 @@ struct FrontCounts {
 };
 FrontCounts countFront(const korin::sparse::Symbolic& symbolic, korin::sparse::Index g);
 
-/// Dense work of group g alone, and with what is counted of it.
+/// Dense work of group g alone, and with what is counted of it; a kept one is only assembled.
 StageSeconds denseSeconds(const CostModel& model, const korin::sparse::Symbolic& symbolic,
                           korin::sparse::Index g);
 StageSeconds frontSeconds(const CostModel& model, const korin::sparse::Symbolic& symbolic,

@@ -1,79 +1,52 @@
 #include "zeph/plan/disk_speed.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <chrono>
-#include <cstdlib>
-#include <cstring>
+#include <cstddef>
+#include <memory>
+#include <system_error>
 #include <vector>
 
-#include "zeph/error.h"
+#include "kernels/panel_file.h"
+#include "zeph/factor/scratch_file.h"
+#include "zeph/plan/stopwatch.h"
 
 namespace zeph {
 namespace {
 
-constexpr std::size_t kPiece = std::size_t{1} << 22;
-constexpr int kPieces = 64;
+using std::size_t;
 
-class File {
- public:
-  explicit File(const std::string& folder) : folder_(folder) {
-    std::string name = folder + "/zeph-speed-XXXXXX";
-    descriptor_ = mkstemp(name.data());
-    if (descriptor_ < 0) fail("written to");
-    unlink(name.c_str());
-  }
-  ~File() { close(descriptor_); }
-  File(const File&) = delete;
-  File& operator=(const File&) = delete;
-
-  int descriptor() const { return descriptor_; }
-
-  [[noreturn]] void fail(const char* what) const {
-    throw Error(ErrorKind::Output,
-                "the scratch folder " + folder_ + " cannot be " + what + ": " + strerror(errno));
-  }
-
- private:
-  std::string folder_;
-  int descriptor_;
-};
-
-template <class Work>
-double bytesASecond(const Work& work) {
-  const auto start = std::chrono::steady_clock::now();
-  work();
-  const std::chrono::duration<double> spent = std::chrono::steady_clock::now() - start;
-  return static_cast<double>(kPiece) * kPieces / spent.count();
-}
+/// Doubles of a panel, and panels: 64 times 4 MiB.
+constexpr size_t kPanel = size_t{1} << 19;
+constexpr size_t kPanels = 64;
+constexpr size_t kCacheLine = 8;
 
 }  // namespace
 
 DiskSpeed diskSpeed(const std::string& folder) {
-  const File file(folder);
-  std::vector<unsigned char> piece(kPiece);
-  for (std::size_t i = 0; i < piece.size(); ++i) piece[i] = static_cast<unsigned char>(i * i / 7);
+  const size_t count = kPanels * kPanel;
+  const double bytes = static_cast<double>(count) * sizeof(double);
   DiskSpeed speed;
-  speed.write = bytesASecond([&] {
-    for (int k = 0; k < kPieces; ++k) {
-      if (pwrite(file.descriptor(), piece.data(), kPiece, static_cast<off_t>(kPiece) * k) !=
-          static_cast<ssize_t>(kPiece)) {
-        file.fail("written to");
-      }
+  try {
+    const auto file = makeScratchFile(folder, count, 0.0, "the measurement", {});
+    const std::vector<double> panel(kPanel, 0.7);
+    file->clear();
+    const Stopwatch writing;
+    for (size_t k = 0; k < kPanels; ++k) file->write(k * kPanel, panel.data(), kPanel);
+    speed.write = bytes / writing.wall();
+    speed.writing = writing.seconds() / bytes;
+
+    const Stopwatch reading;
+    double sum = 0.0;
+    for (size_t k = kPanels; k-- > 0;) {
+      const size_t first = k * kPanel, end = first + kPanel;
+      for (size_t i = first; i < end; i += kCacheLine) sum += file->values()[i];
+      file->passedBackward(first, end, k > 0 ? first - kPanel : first);
     }
-    if (fdatasync(file.descriptor()) != 0) file.fail("written to");
-  });
-  posix_fadvise(file.descriptor(), 0, 0, POSIX_FADV_DONTNEED);
-  speed.read = bytesASecond([&] {
-    for (int k = 0; k < kPieces; ++k) {
-      if (pread(file.descriptor(), piece.data(), kPiece, static_cast<off_t>(kPiece) * k) !=
-          static_cast<ssize_t>(kPiece)) {
-        file.fail("read");
-      }
-    }
-  });
+    if (!(sum > 0.0)) throw std::system_error(EIO, std::generic_category());
+    speed.read = bytes / reading.wall();
+    speed.reading = reading.seconds() / bytes;
+  } catch (const std::system_error& e) {
+    throwScratchError(folder, e.code().value());
+  }
   return speed;
 }
 

@@ -5,15 +5,17 @@
 
 namespace zeph {
 
-/// Bytes a second that a folder's disk takes and gives.
+/// What a scratch file in a folder takes and gives when nothing else is done, in bytes a second of
+/// wall time, and the processor's seconds a byte for that.
 struct DiskSpeed {
   double write = 0.0;
   double read = 0.0;
+  double writing = 0.0;
+  double reading = 0.0;
 };
 
-/// Writes 256 MiB to a nameless file in `folder`, waits until they are on the disk, and reads them
-/// back after asking the system to forget them. Throws Error(Output) naming the folder and the
-/// system's reason.
+/// Writes 256 MiB of panels to a scratch file in `folder` as a factorisation does, and reads them
+/// backwards, as an inverse does. Throws Error(Output) naming the folder and the reason.
 DiskSpeed diskSpeed(const std::string& folder);
 
 }  // namespace zeph

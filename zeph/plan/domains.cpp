@@ -1,185 +1,289 @@
 #include <algorithm>
-#include <limits>
-#include <queue>
+#include <cstdint>
+#include <string>
 #include <utility>
 #include <vector>
 
 #include "sparse/inverse/selected_inverse.h"
 #include "sparse/numeric/factorise.h"
-#include "sparse/symbolic/tree.h"
+#include "sparse/ordering/domains.h"
+#include "sparse/pattern/assembly.h"
+#include "sparse/symbolic/analyse.h"
+#include "zeph/factor/symmetric_input.h"
 #include "zeph/plan/run_plan.h"
 
 namespace zeph {
 namespace {
 
+using korin::sparse::Columns;
 using korin::sparse::Index;
+using korin::sparse::kInterface;
+using korin::sparse::Offset;
 using korin::sparse::Symbolic;
 using std::size_t;
 
-/// Groups that are taken off the top of the tree at most, for each process.
-constexpr int kMostCuts = 64;
 /// Bytes a second between processes, and what a message takes by itself: a machine's own memory and
 /// a cluster's network are faster, a slow network is not.
 constexpr double kNetwork = 1e9;
 constexpr double kLatency = 2e-5;
-/// MUMPS's solves of sparse right-hand sides against our rate on a large front, and its
-/// factorisation against ours: from bench/compare's tables of grids, on one thread.
-constexpr double kSolvesRate = 0.5;
-constexpr double kFactorRatio = 3.0;
-
 /// Share of their rates that processes reach together on the dense interface.
 constexpr double kInterfaceShare = 0.5;
+/// Rows and columns of a block of the interface, which are dealt out as a whole.
+constexpr double kInterfaceBlock = 64.0;
+/// Bytes that compressing and cutting the graph take for each node and neighbour: 43 to 58 on grids
+/// and networks of 10^5 to 4*10^5 unknowns.
+constexpr double kToCut = 50.0;
+
+/// The part of A that one process has: its lower triangle by its own numbers, those of the boundary
+/// last.
+struct Part {
+  std::vector<Index> row, col;
+  std::vector<Index> boundary;  ///< unknowns of A
+  Index interior = 0;
+  double entries() const { return static_cast<double>(row.size()); }
+};
+
+struct Cut {
+  std::vector<Part> parts;
+  double interface = 0.0;
+  double moved = 0.0;  ///< entries that go from where they were assembled to another process
+};
+
+/// The process that assembles each column: equal numbers of entries, and of columns without any.
+std::vector<Index> assemblers(const SparseMatrix& A, int processes) {
+  std::vector<Index> count(A.rows, 1);
+  for (const Entry& e : A.entries) ++count[std::min(e.row, e.col)];
+  const double each = static_cast<double>(A.rows + A.entries.size()) / processes;
+  std::vector<Index> process(A.rows);
+  double before = 0.0;
+  for (size_t c = 0; c < A.rows; ++c) {
+    process[c] = std::min(processes - 1, static_cast<Index>(before / each));
+    before += count[c];
+  }
+  return process;
+}
+
+/// Entries that are read by another process than the one that assembles them.
+double movedToAssemblers(const SparseMatrix& A, const std::vector<Index>& assembler,
+                         int processes) {
+  const double each = static_cast<double>(A.entries.size()) / processes;
+  double moved = 0.0, k = 0.0;
+  for (const Entry& e : A.entries) {
+    moved += static_cast<Index>(k++ / each) != assembler[std::min(e.row, e.col)] ? 1.0 : 0.0;
+  }
+  return moved;
+}
+
+/// A's entries dealt out to the domains that an end of theirs lies in.
+Cut dealtOut(const Columns& lower, const std::vector<Index>& domainOf,
+             const std::vector<Index>& assembler, int processes) {
+  Cut cut;
+  cut.parts.resize(static_cast<size_t>(processes));
+  std::vector<Index> local(domainOf.size(), korin::sparse::kNone);
+  for (size_t i = 0; i < domainOf.size(); ++i) {
+    if (domainOf[i] == kInterface) {
+      ++cut.interface;
+    } else {
+      local[i] = cut.parts[static_cast<size_t>(domainOf[i])].interior++;
+    }
+  }
+  for (Index c = 0; c < lower.cols; ++c) {
+    for (const Index r : lower.rowsOf(c)) {
+      const Index domain = std::max(domainOf[r], domainOf[c]);
+      if (domain == kInterface) continue;
+      Part& part = cut.parts[static_cast<size_t>(domain)];
+      cut.moved += domain != assembler[c] ? 1.0 : 0.0;
+      part.row.push_back(r);
+      part.col.push_back(c);
+      if (domainOf[r] != domainOf[c]) part.boundary.push_back(domainOf[r] == domain ? c : r);
+    }
+  }
+  for (Part& part : cut.parts) {
+    std::sort(part.boundary.begin(), part.boundary.end());
+    part.boundary.erase(std::unique(part.boundary.begin(), part.boundary.end()),
+                        part.boundary.end());
+    for (size_t b = 0; b < part.boundary.size(); ++b) {
+      local[part.boundary[b]] = part.interior + static_cast<Index>(b);
+    }
+    for (Index& r : part.row) r = local[r];
+    for (Index& c : part.col) c = local[c];
+  }
+  return cut;
+}
+
+/// What a domain takes by itself.
+struct DomainCost {
+  double operations = 0.0, interior = 0.0, boundary = 0.0;
+  StageSeconds seconds;
+  double held = 0.0, toFactorise = 0.0, toInvert = 0.0;  ///< bytes
+};
+
+DomainCost costOf(const CostModel& model, const Part& part) {
+  const auto boundary = static_cast<Index>(part.boundary.size());
+  const Index n = part.interior + boundary;
+  const Columns lower = korin::sparse::assemblePattern<Index>(
+      n, n, {part.row.data(), part.col.data(), part.row.size()}, korin::sparse::Part::OneTriangle);
+  korin::sparse::AnalysisOptions options;
+  options.kept = boundary;
+  const Symbolic s = korin::sparse::analyse(lower.view(), options);
+  DomainCost cost;
+  cost.operations = s.operations;
+  cost.interior = part.interior;
+  cost.boundary = boundary;
+  cost.seconds = commonSeconds(model, s, part.entries(), 1);
+  for (Index g = 0; g < s.groups(); ++g) {
+    const StageSeconds own = frontSeconds(model, s, g);
+    cost.seconds.factor += own.factor;
+    cost.seconds.inverse += own.inverse;
+  }
+  const korin::sparse::MemoryPrediction memory = korin::sparse::predictMemory(s);
+  cost.held = memory.panels + memory.structure + part.entries() * (sizeof(double) + sizeof(Index)) +
+              n * double{sizeof(Offset) + sizeof(Index)};
+  cost.toFactorise = korin::sparse::frontMemory(s, 1);
+  cost.toInvert = korin::sparse::inverseMemory(s, 1);
+  return cost;
+}
+
+/// The domains of a cut, with the interface that eliminating them leaves.
+class CutCost {
+ public:
+  CutCost(const CostModel& model, const Cut& cut) : interface_(cut.interface), moved_(cut.moved) {
+    for (const Part& part : cut.parts) domains_.push_back(costOf(model, part));
+    double sum = 0.0;
+    for (const DomainCost& d : domains_) {
+      sum += d.operations;
+      most_ = std::max(most_, d.operations);
+    }
+    const double m = interface_, processes = static_cast<double>(domains_.size());
+    const double dense = m * (m + 1.0) * (2.0 * m + 1.0) / 6.0 / processes;
+    most_ += dense;
+    mean_ = sum / processes + dense;
+  }
+
+  double interface() const { return interface_; }
+  double moved() const { return moved_; }
+  /// Operations of the busiest process, and of all of them on average.
+  double most() const { return most_; }
+  double mean() const { return mean_; }
+
+  std::vector<korin::sparse::DomainWork> work() const {
+    std::vector<korin::sparse::DomainWork> work;
+    for (const DomainCost& d : domains_) work.push_back({d.operations, d.interior});
+    return work;
+  }
+
+  template <class Value>
+  double largest(const Value& value) const {
+    double most = 0.0;
+    for (const DomainCost& d : domains_) most = std::max(most, value(d));
+    return most;
+  }
+
+  template <class Value>
+  double sum(const Value& value) const {
+    double all = 0.0;
+    for (const DomainCost& d : domains_) all += value(d);
+    return all;
+  }
+
+ private:
+  std::vector<DomainCost> domains_;
+  double interface_, moved_;
+  double most_ = 0.0, mean_ = 0.0;
+};
 
 double shared(double seconds, int processes) {
   return processes == 1 ? seconds : seconds / (kInterfaceShare * processes);
 }
 
-/// What a subtree adds up to.
-struct Subtree {
-  double factor = 0.0, inverse = 0.0, panels = 0.0;
-  double both() const { return factor + inverse; }
-};
-
-std::vector<Subtree> subtrees(const CostModel& model, const Symbolic& s) {
-  std::vector<Subtree> all(static_cast<size_t>(s.groups()));
-  for (Index g = 0; g < s.groups(); ++g) {
-    const StageSeconds own = frontSeconds(model, s, g);
-    Subtree& here = all[g];
-    here.factor += own.factor;
-    here.inverse += own.inverse;
-    here.panels += static_cast<double>(s.panelSize(g));
-    if (s.parent[g] < 0) continue;
-    Subtree& above = all[s.parent[g]];
-    above.factor += here.factor;
-    above.inverse += here.inverse;
-    above.panels += here.panels;
-  }
-  return all;
+/// One triangle of a boundary's square.
+double triangle(const DomainCost& d) {
+  return 0.5 * d.boundary * (d.boundary + 1.0);
 }
 
-/// Subtrees dealt out to processes, the largest first, each to the one with least so far.
-struct Shares {
-  std::vector<Subtree> of;
-  double largest = 0.0, mean = 0.0, panels = 0.0;
-  double boundary = 0.0;  ///< entries of the boundaries' squares, one triangle
-  double widest = 0.0;    ///< rows of the largest boundary
-
-  Shares(const Symbolic& s, const std::vector<Subtree>& all, std::vector<Index> roots,
-         int processes)
-      : of(static_cast<size_t>(processes)) {
-    std::sort(roots.begin(), roots.end(),
-              [&](Index a, Index b) { return all[a].both() > all[b].both(); });
-    const auto heavier = [this](size_t a, size_t b) { return of[a].both() > of[b].both(); };
-    std::priority_queue<size_t, std::vector<size_t>, decltype(heavier)> least(heavier);
-    for (size_t p = 0; p < of.size(); ++p) least.push(p);
-    for (const Index g : roots) {
-      const size_t p = least.top();
-      Subtree& share = of[p];
-      least.pop();
-      share.factor += all[g].factor;
-      share.inverse += all[g].inverse;
-      share.panels += all[g].panels;
-      least.push(p);
-      const double below = s.below(g);
-      boundary += 0.5 * below * (below + 1.0);
-      widest = std::max(widest, below);
-    }
-    for (const Subtree& share : of) {
-      largest = std::max(largest, share.both());
-      mean += share.both() / processes;
-      panels = std::max(panels, share.panels);
-    }
-  }
-};
-
-DomainsPlan evaluated(const CostModel& model, const Symbolic& s, const Shares& shares,
-                      double interface, double everywhere, int processes) {
-  DomainsPlan plan;
-  plan.processes = processes;
-  plan.interfaceUnknowns = static_cast<std::int64_t>(interface);
-  plan.balance = shares.mean > 0.0 ? shares.largest / shares.mean : 1.0;
-  // Schur complements go to where the interface lies, and blocks of its inverse back.
-  plan.messageBytes = 2.0 * sizeof(double) * shares.boundary;
-  const double message = plan.messageBytes / 2.0 / kNetwork / processes + kLatency * processes;
-  const auto worst = std::max_element(shares.of.begin(), shares.of.end(),
-                                      [](auto& a, auto& b) { return a.both() < b.both(); });
-  plan.seconds = {worst->factor + message, worst->inverse + message};
-  if (interface > 0.0) {
-    plan.seconds.factor += shared(model.factor.seconds(interface, 0.0), processes);
-    plan.seconds.inverse += shared(model.inverse.seconds(interface, 0.0), processes);
-  }
-  // The panels, a share of what else one process has, its square of the boundary, and its part of
-  // the interface and of the interface's inverse.
-  const double share = shares.panels / std::max(1.0, static_cast<double>(s.storage()));
-  plan.bytes =
-      share * everywhere + sizeof(double) * (shares.panels + shares.widest * shares.widest +
-                                             2.0 * interface * interface / processes);
-  return plan;
+/// Of the dense interface on one process, or of its inverse.
+double interfaceBytes(double order, double processes) {
+  return sizeof(double) * order * std::min(order, order / processes + kInterfaceBlock);
 }
 
 }  // namespace
 
-DomainsPlan planDomains(const CostModel& model, const Symbolic& s, double entriesGiven,
+DomainsPlan planDomains(const CostModel& model, const SparseMatrix& A, double nodes,
                         int processes) {
-  const std::vector<Subtree> all = subtrees(model, s);
-  const StageSeconds common = commonSeconds(model, s, entriesGiven, 1);
-  // Beside the panels, a process has its share of what a single one has.
-  const double beside =
-      std::max(korin::sparse::frontMemory(s, 1), korin::sparse::inverseMemory(s, 1)) +
-      (sizeof(double) + sizeof(Index)) * entriesGiven +
-      sizeof(Index) * 2.0 * static_cast<double>(s.rows.size());
-  // A heap of the subtrees that are left, the heaviest first.
-  const auto lighter = [&](Index a, Index b) { return all[a].both() < all[b].both(); };
-  std::vector<Index> roots;
-  for (Index g = 0; g < s.groups(); ++g) {
-    if (s.parent[g] < 0) roots.push_back(g);
+  std::string against;
+  const Columns lower = symmetricInput(A, against).lower;
+  const std::vector<Index> assembler = assemblers(A, processes);
+  const auto costOfCut = [&](const std::vector<Index>& domainOf) {
+    return CutCost(model, dealtOut(lower, domainOf, assembler, processes));
+  };
+  const std::vector<Index> domainOf = korin::sparse::cutUnknowns(lower.view(), processes);
+  CutCost cut = costOfCut(domainOf);
+  const auto n = static_cast<double>(lower.cols), entries = static_cast<double>(lower.entries());
+  double cuts = 1.0, moved = cut.moved();
+  if (korin::sparse::worthAnotherCut(cut.most(), cut.mean(), n)) {
+    const std::vector<double> shares = korin::sparse::sharesForLikeWork(cut.work());
+    CutCost other =
+        costOfCut(korin::sparse::cutUnknowns(lower.view(), processes, &domainOf, shares));
+    const bool better = !(other.most() > cut.most());
+    cuts = better ? 2.0 : 3.0;
+    moved += other.moved() + (better ? 0.0 : cut.moved());
+    if (better) cut = std::move(other);
   }
-  std::make_heap(roots.begin(), roots.end(), lighter);
-  const auto total = [](const StageSeconds& t) { return t.factor + t.inverse; };
-  DomainsPlan best;
-  best.seconds.factor = std::numeric_limits<double>::infinity();
-  double interface = 0.0;
-  int looked = 0;
-  for (int cuts = 0; !roots.empty(); ++cuts) {
-    // Each step is looked at first, later ones at ever larger distances.
-    if (cuts == 0 || cuts > looked + looked / 16) {
-      looked = cuts;
-      const DomainsPlan here =
-          evaluated(model, s, Shares(s, all, roots, processes), interface, beside, processes);
-      if (total(here.seconds) < total(best.seconds)) best = here;
-      // From here on the interface alone takes longer than all of it did.
-      const double alone = model.factor.seconds(std::max(1.0, interface), 0.0);
-      if (shared(alone, processes) > total(best.seconds)) break;
-    }
-    if (cuts > kMostCuts * processes) break;
-    std::pop_heap(roots.begin(), roots.end(), lighter);
-    const Index top = roots.back();
-    roots.pop_back();
-    interface += s.width(top);
-    korin::sparse::forEachChild(s, top, [&](Index child) {
-      roots.push_back(child);
-      std::push_heap(roots.begin(), roots.end(), lighter);
-    });
-  }
-  best.seconds.factor += common.factor / processes;
-  best.seconds.inverse += common.inverse / processes;
-  return best;
-}
 
-SolvesPlan planSolves(const CostModel& model, const Symbolic& s, int processes) {
-  constexpr double kWidth = 256.0, kBelow = 1024.0;
-  const double rate = kWidth * kBelow * kBelow / model.factor.seconds(kWidth, kBelow);
-  SolvesPlan plan;
-  std::vector<double> path(static_cast<size_t>(s.groups()));
-  double factor = 0.0;
-  for (Index g = s.groups(); g-- > 0;) {
-    path[g] = static_cast<double>(s.panelSize(g)) + (s.parent[g] >= 0 ? path[s.parent[g]] : 0.0);
-    // Forwards and backwards, for each unknown of the group.
-    plan.operations += 2.0 * s.width(g) * path[g];
-    factor += frontSeconds(model, s, g).factor;
+  DomainsPlan plan;
+  const double m = cut.interface(), p = processes, others = (p - 1.0) / p;
+  plan.processes = processes;
+  plan.interfaceUnknowns = static_cast<std::int64_t>(m);
+  plan.balance = cut.mean() > 0.0 ? cut.most() / cut.mean() : 1.0;
+
+  // Schur complements go to where the interface lies, and blocks of its inverse back.
+  const double squares = sizeof(double) * others * cut.sum(triangle);
+  const double boundaries = cut.sum([](const DomainCost& d) { return d.boundary; });
+  // To the first process and back.
+  const auto summed = [&](double values) { return 2.0 * sizeof(double) * (p - 1.0) * values; };
+  // The columns' sizes, the diagonal for its signs and for the scaling, and with the sizes of rows
+  // for the command; the pattern and the domains for each cut, of which the third is the first
+  // again.
+  const double looks = std::min(cuts, 2.0);
+  plan.messageBytes = 5.0 * summed(n) +
+                      sizeof(Entry) * (movedToAssemblers(A, assembler, processes) + moved) +
+                      looks * (others * (sizeof(Index) * entries + sizeof(Offset) * n) +
+                               sizeof(Index) * (p - 1.0) * n) +
+                      cuts * sizeof(Index) * boundaries * (others + p - 1.0) + 2.0 * squares +
+                      summed(n) + summed(m);
+
+  const auto message = [&](double bytes) { return bytes / kNetwork / p + kLatency * p; };
+  const double slowed = processes > 1 ? model.sharing : 1.0;
+  plan.seconds.factor =
+      slowed * cut.largest([](const DomainCost& d) { return d.seconds.factor; }) + message(squares);
+  plan.seconds.inverse = slowed * cut.largest([](const DomainCost& d) {
+    return d.seconds.inverse;
+  }) + message(squares + summed(n) + summed(m));
+  if (m > 0.0) {
+    plan.seconds.factor += shared(model.factor.seconds(m, 0.0), processes);
+    plan.seconds.inverse += shared(model.inverse.seconds(m, 0.0), processes);
   }
-  plan.seconds = {kFactorRatio * factor / processes,
-                  plan.operations / (kSolvesRate * rate) / processes};
+
+  // Each process keeps its entries as they were given and as they were assembled, and vectors of
+  // all unknowns: who has them, the diagonal for the scaling, and for the variances and their
+  // checks.
+  const double part = interfaceBytes(m, p);
+  const double vectors = n * (sizeof(double) + 2.0 * sizeof(Index));
+  const double given = 2.0 * sizeof(Entry) * entries / p;
+  plan.factorBytes = cut.largest([](const DomainCost& d) { return d.held; }) + part + vectors;
+  // Of unknowns with equal neighbourhoods as many share a node, and their neighbours likewise.
+  const double together = n / nodes;
+  const double cutting = given + vectors + sizeof(Index) * entries + sizeof(Offset) * n +
+                         kToCut * (2.0 * entries - n) / (together * together);
+  const double factorising = cut.largest([](const DomainCost& d) {
+    // A triangle as it is collected, as it goes, and as it comes.
+    return d.held + std::max(d.toFactorise, 3.0 * sizeof(double) * triangle(d));
+  });
+  const double inverting = cut.largest([](const DomainCost& d) {
+    return d.held + d.toInvert + 2.0 * sizeof(double) * (d.interior + d.boundary);
+  });
+  plan.bytes = std::max({cutting, factorising + part + vectors + given,
+                         inverting + 2.0 * part + vectors + given + 5.0 * sizeof(double) * n});
   return plan;
 }
 

@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <memory>
+#include <new>
+#include <optional>
 
 #include "kernels/processor.h"
+#include "sparse/numeric/factorise.h"
 #include "zeph/checks/guarded.h"
 #include "zeph/factor/plan_structure.h"
 #include "zeph/plan/run_seconds.h"
@@ -19,12 +22,31 @@ constexpr double kPerUnknown = 85.0;
 constexpr double kPerNode = 30.0;
 constexpr double kPerDissected = 450.0;
 
+/// Share of the update matrices that the heap of several threads keeps when they are freed: next to
+/// nothing on pose graphs in space, all on grids there.
+constexpr double kUnreturned = 0.5;
+
 double analysisBytes(const Report& r) {
   const auto unknowns = static_cast<double>(r.unknowns), nodes = static_cast<double>(r.groups);
   const double entries = 0.5 * (static_cast<double>(r.entriesOfA) + unknowns);
   const bool dissected = r.ordering == Ordering::NestedDissection;
   return kPerEntry * entries + kPerUnknown * unknowns +
          (kPerNode + (dissected ? kPerDissected : 0.0)) * nodes;
+}
+
+/// Of the file that a run would write where little memory is lacking. Update matrices and panels of
+/// the inverse follow where there is no room for them either.
+double scratchBytes(const CholeskyBackend& factor) {
+  return factor.panelBytes();
+}
+
+std::optional<DomainsPlan> plannedDomains(const CostModel& model, const SparseMatrix& A,
+                                          double nodes, int processes) {
+  try {
+    return planDomains(model, A, nodes, processes);
+  } catch (const std::bad_alloc&) {
+    return std::nullopt;  // the processes would end with it as well
+  }
 }
 
 }  // namespace
@@ -34,6 +56,7 @@ RunPlan planRun(const SparseMatrix& A, const Options& options, const CostModel& 
   return guarded(A.source, [&] {
     RunPlan plan;
     const auto entries = static_cast<double>(A.entries.size());
+    plan.program = model.program;
     plan.inputBytes = entries * sizeof(Entry);
     const std::unique_ptr<CholeskyBackend> factor = plannedStructure(A, options, plan.report);
     if (factor == nullptr) return plan;
@@ -46,11 +69,12 @@ RunPlan planRun(const SparseMatrix& A, const Options& options, const CostModel& 
     const double analysis = analysisBytes(plan.report);
     plan.memory = {analysis, factor->bytesToFactorise(false), factor->bytesToInvert(false)};
     plan.besideFile = {analysis, factor->bytesToFactorise(true), factor->bytesToInvert(true)};
+    if (threads > 1) plan.unreturned = kUnreturned * korin::sparse::frontMemory(s, threads);
     plan.panels = factor->panelBytes();
-    plan.scratch = {std::max(seconds.factor, plan.panels / model.scratchWrite),
-                    std::max(seconds.inverse, plan.panels / model.scratchRead)};
+    plan.scratch = scratchSeconds(model, s, entries, seconds);
+    plan.scratchBytes = scratchBytes(*factor);
     if (processes > 1) {
-      plan.domains = planDomains(model, s, entries, processes);
+      plan.domains = plannedDomains(model, A, static_cast<double>(plan.report.groups), processes);
       plan.solves = planSolves(model, s, processes);
     }
     return plan;

@@ -25,13 +25,14 @@ struct MemoryPlan {
 /// The same run with A's unknowns dealt out to processes, each of which eliminates its own before
 /// what is left, the interface, is dealt with densely by all of them together.
 ///
-/// An estimate, made before anybody cuts A: the top of the elimination tree is taken off, group by
-/// group, until the subtrees below can be dealt out evenly; what is taken off is the interface.
+/// A is cut as the processes would cut it, and each domain analysed: that takes as long again as
+/// ordering and analysing A.
 struct DomainsPlan {
   int processes = 1;
   std::int64_t interfaceUnknowns = 0;
   double balance = 1.0;       ///< the largest share of the work over the mean
-  double bytes = 0.0;         ///< of the largest process
+  double factorBytes = 0.0;   ///< that the process with most holds of the factor
+  double bytes = 0.0;         ///< that it needs at its peak, for all variances
   double messageBytes = 0.0;  ///< sent by all of them
   StageSeconds seconds;
 };
@@ -50,11 +51,17 @@ struct RunPlan {
   MemoryPlan besideFile;    ///< panels in a scratch file
   double panels = 0.0;      ///< bytes of these
   double inputBytes = 0.0;  ///< that A takes meanwhile
+  double program = 0.0;     ///< of the process by itself: code, and what libraries hold
+  double unreturned = 0.0;  ///< that the heap keeps of what the factorisation gave back
+  /// What the system shows of a process that makes the run.
+  double process() const {
+    return program + inputBytes + std::max(memory.peak(), memory.inversion + unreturned);
+  }
   StageSeconds oneThread;
-  /// With the panels in a scratch file: written and read while others are worked on, so that the
-  /// slower of disk and processor decides.
+  /// With the panels in a scratch file: written and read while others are worked on.
   StageSeconds scratch;
-  std::optional<DomainsPlan> domains;  ///< for two processes and more
+  double scratchBytes = 0.0;           ///< written to it
+  std::optional<DomainsPlan> domains;  ///< for two processes and more, where A can be cut
   std::optional<SolvesPlan> solves;    ///< the same
 };
 
@@ -63,9 +70,10 @@ struct RunPlan {
 RunPlan planRun(const SparseMatrix& A, const Options& options, const CostModel& model,
                 int processes = 1);
 
-/// The estimates of a structure whose A has so many entries.
-DomainsPlan planDomains(const CostModel& model, const korin::sparse::Symbolic& symbolic,
-                        double entriesGiven, int processes);
+/// Of A, which is symmetric with a positive diagonal and whose compressed graph has so many nodes.
+/// Throws std::bad_alloc, also where A's graph
+/// is too large to be cut, which the processes would end with.
+DomainsPlan planDomains(const CostModel& model, const SparseMatrix& A, double nodes, int processes);
 SolvesPlan planSolves(const CostModel& model, const korin::sparse::Symbolic& symbolic,
                       int processes);
 

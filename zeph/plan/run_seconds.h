@@ -12,6 +12,11 @@ namespace zeph {
 StageSeconds runSeconds(const CostModel& model, const korin::sparse::Symbolic& symbolic,
                         double entriesGiven, int threads);
 
+/// The same with the panels in a scratch file, given the times in memory: the processor's time for
+/// moving them, and waits where the disk is further behind than the file's window. O(groups).
+StageSeconds scratchSeconds(const CostModel& model, const korin::sparse::Symbolic& symbolic,
+                            double entriesGiven, const StageSeconds& inMemory);
+
 }  // namespace zeph
 
 #endif
