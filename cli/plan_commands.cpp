@@ -126,8 +126,7 @@ void tellEngines(const RunPlan& p, double limit, int processes, Console& console
     engines.add("domains", row.add("message_bytes", d.messageBytes));
   }
   if (p.solves) {
-    JsonObject row =
-        table.row("MUMPS" + suffix, p.solves->seconds, -1.0, "at best; the inverse by solves");
+    JsonObject row = table.row("MUMPS" + suffix, p.solves->seconds, -1.0, "the inverse by solves");
     engines.add("mumps", row.add("operations_of_solves", p.solves->operations));
   }
   console.figures.add("engines", engines);

@@ -33,6 +33,10 @@ constexpr double kInterfaceBlock = 64.0;
 /// Bytes that compressing and cutting the graph take for each node and neighbour: 43 to 58 on grids
 /// and networks of 10^5 to 4*10^5 unknowns.
 constexpr double kToCut = 50.0;
+/// Bytes for each entry of a process that goes to it, and is assembled, placed and analysed there:
+/// as it came, as a triplet in vectors that grow, in columns, and in a graph; and for each unknown.
+constexpr double kToDeal = 60.0;
+constexpr double kToAnalyse = 85.0;
 
 /// The part of A that one process has: its lower triangle by its own numbers, those of the boundary
 /// last.
@@ -275,6 +279,7 @@ DomainsPlan planDomains(const CostModel& model, const SparseMatrix& A, double no
   const double together = n / nodes;
   const double cutting = given + vectors + sizeof(Index) * entries + sizeof(Offset) * n +
                          kToCut * (2.0 * entries - n) / (together * together);
+  const double dealing = given + vectors + (kToDeal * entries + kToAnalyse * n) / p;
   const double factorising = cut.largest([](const DomainCost& d) {
     // A triangle as it is collected, as it goes, and as it comes.
     return d.held + std::max(d.toFactorise, 3.0 * sizeof(double) * triangle(d));
@@ -282,7 +287,7 @@ DomainsPlan planDomains(const CostModel& model, const SparseMatrix& A, double no
   const double inverting = cut.largest([](const DomainCost& d) {
     return d.held + d.toInvert + 2.0 * sizeof(double) * (d.interior + d.boundary);
   });
-  plan.bytes = std::max({cutting, factorising + part + vectors + given,
+  plan.bytes = std::max({cutting, dealing, factorising + part + vectors + given,
                          inverting + 2.0 * part + vectors + given + 5.0 * sizeof(double) * n});
   return plan;
 }

@@ -75,7 +75,7 @@ RunPlan planRun(const SparseMatrix& A, const Options& options, const CostModel& 
     plan.scratchBytes = scratchBytes(*factor);
     if (processes > 1) {
       plan.domains = plannedDomains(model, A, static_cast<double>(plan.report.groups), processes);
-      plan.solves = planSolves(model, s, processes);
+      plan.solves = planSolves(model, s, static_cast<double>(plan.report.entriesOfA), processes);
     }
     return plan;
   });

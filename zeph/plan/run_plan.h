@@ -37,9 +37,8 @@ struct DomainsPlan {
   StageSeconds seconds;
 };
 
-/// The same run by MUMPS on so many processes, which share its work evenly at best: a
-/// factorisation, and the diagonal of the inverse by a solve for every unknown, on the path from it
-/// to its root.
+/// The same run by MUMPS on so many processes: a factorisation, and the diagonal of the inverse by
+/// a solve for every unknown, on the path from it to its root.
 struct SolvesPlan {
   double operations = 0.0;  ///< of all solves, multiplications and additions in pairs
   StageSeconds seconds;
@@ -74,8 +73,9 @@ RunPlan planRun(const SparseMatrix& A, const Options& options, const CostModel& 
 /// Throws std::bad_alloc, also where A's graph
 /// is too large to be cut, which the processes would end with.
 DomainsPlan planDomains(const CostModel& model, const SparseMatrix& A, double nodes, int processes);
+/// A has so many entries in both triangles.
 SolvesPlan planSolves(const CostModel& model, const korin::sparse::Symbolic& symbolic,
-                      int processes);
+                      double entriesOfA, int processes);
 
 }  // namespace zeph
 

@@ -137,7 +137,8 @@ TEST_F(PlanTest, threadsAndProcessesShareTheWorkAndNoMore) {
       EXPECT_GT(d.bytes, d.factorBytes);
       EXPECT_TRUE(d.interfaceUnknowns >= 0 && d.interfaceUnknowns < report.unknowns);
       largest = d.bytes;
-      const zeph::SolvesPlan solves = planSolves(model_, factor->symbolic(), processes);
+      const zeph::SolvesPlan solves =
+          planSolves(model_, factor->symbolic(), 2.0 * entries, processes);
       EXPECT_GE(solves.operations, 2.0 * static_cast<double>(report.entriesOfL));
     }
   }
