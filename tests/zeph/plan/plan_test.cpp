@@ -145,7 +145,7 @@ TEST_F(PlanTest, threadsAndProcessesShareTheWorkAndNoMore) {
 }
 
 TEST_F(PlanTest, aScratchFileTakesItsTimeAndThatOfASlowDisk) {
-  const SparseMatrix A = zeph::generatedProblem(Shape::Space, 30000);
+  const SparseMatrix A = zeph::generatedProblem(Shape::Space, 17000);
   const auto at = [&](double rate) {
     model_.scratchWrite = model_.scratchRead = rate;
     return planned(A, 1);
