@@ -108,12 +108,11 @@ Factor factorOf(const SparseMatrix& A, const Engine& o, Console& console) {
   return f;
 }
 
-std::vector<double> diagonalOf(const SparseMatrix& A) {
-  std::vector<double> diagonal(A.rows, 0.0);
-  for (const Entry& e : A.entries) {
-    if (e.row == e.col) diagonal[e.row] += e.value;
-  }
-  return diagonal;
+// The same, after which A has no entries any more: what they took is left to the inverse.
+Factor factorInsteadOf(SparseMatrix& A, const Engine& o, Console& console) {
+  Factor f = factorOf(A, o, console);
+  A.entries = std::vector<Entry>();
+  return f;
 }
 
 // What of a matrix its judges speak of.
@@ -122,10 +121,6 @@ struct Judged {
   std::size_t indexBase;
   std::vector<double> diagonal;
 };
-
-Judged judged(const SparseMatrix& A) {
-  return {A.source, A.indexBase, diagonalOf(A)};
-}
 
 // The unknown of which value(i) is largest, as A counts it.
 template <class Value>
@@ -188,14 +183,15 @@ void tellLast(const Factor& f, const SparseMatrix& A, Console& console) {
   tellReport(f.report(), console, &A.indexBase);
 }
 
-void warnOfNegative(const std::vector<double>& d, const Judged& A, Console& console) {
+void warnOfNegative(const std::vector<double>& d, const std::string& source, std::size_t indexBase,
+                    Console& console) {
   const auto negative = [](double v) { return v < 0.0; };
   const auto first = std::find_if(d.begin(), d.end(), negative);
   if (first == d.end()) return;
   console.warning(std::to_string(std::count_if(first, d.end(), negative)) + " of the " +
                   std::to_string(d.size()) + " values are negative, the first at row " +
-                  std::to_string(static_cast<std::size_t>(first - d.begin()) + A.indexBase) + ": " +
-                  A.source +
+                  std::to_string(static_cast<std::size_t>(first - d.begin()) + indexBase) + ": " +
+                  source +
                   " is not positive definite, so they are entries of its inverse, not variances");
 }
 
@@ -355,7 +351,7 @@ int writeVariances(const Engine& o, Console& console) {
     const zeph_distributed_answer& r = answer->figures;
     judgeVariances(r.relative_error_estimate, r.uncertain_variances, r.first_uncertain,
                    answer->values, A, console);
-    warnOfNegative(answer->values, A, console);
+    warnOfNegative(answer->values, A.source, A.indexBase, console);
     giveVariances(o, answer->values, console);
     return 0;
   }
@@ -367,14 +363,14 @@ int writeVariances(const Engine& o, Console& console) {
     const Variances result = variances(std::move(A), o.route(), console);
     d.assign(result.diagonal.data, result.diagonal.data + result.diagonal.size);
   } else {
-    const Factor f = factorOf(A, o, console);
+    const Factor f = factorInsteadOf(A, o, console);
     d = f.variances();
     const double estimate = f.report().relativeErrorEstimate;
     char line[96];
     std::snprintf(line, sizeof line, "estimated relative error of the variances: at most %.1g",
                   estimate);
     console.note(line);
-    warnOfNegative(d, judged(A), console);
+    warnOfNegative(d, A.source, A.indexBase, console);
     tellLast(f, A, console);
   }
   giveVariances(o, d, console);
@@ -426,8 +422,8 @@ int writeCovariance(const Engine& o, Console& console) {
   if (o.block.empty()) {
     readPairs(o.pairs, rows, cols);
   }
-  const SparseMatrix A = load(o, console, o);
-  const Factor f = factorOf(A, o, console);
+  SparseMatrix A = load(o, console, o);
+  const Factor f = factorInsteadOf(A, o, console);
   if (!o.block.empty()) {
     const DenseMatrix block = f.covarianceBlock(indicesOf(o.block));
     tellLast(f, A, console);
@@ -455,8 +451,8 @@ int writeSelectedInverse(const Engine& o, Console& console) {
   requireMatrixOutput(o, {o.first});
   SparseMatrix Z;
   {
-    const SparseMatrix A = load(o, console, o);
-    const Factor f = factorOf(A, o, console);
+    SparseMatrix A = load(o, console, o);
+    const Factor f = factorInsteadOf(A, o, console);
     Z = f.selectedInverse();
     tellLast(f, A, console);
   }

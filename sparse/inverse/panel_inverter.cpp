@@ -5,6 +5,7 @@
 
 #include "kernels/block.h"
 #include "kernels/copy_placed.h"
+#include "kernels/packed_triangle.h"
 #include "kernels/products/fused_product.h"
 #include "kernels/products/pack.h"
 #include "kernels/products/panel_product.h"
@@ -157,11 +158,17 @@ void PanelInverter::findRuns(const Part& part) {
   }
 }
 
-/// Finds the rows from `run` on among the ancestor's rows. As all of them occur there, the first
+/// The run that a row below the part lies in.
+size_t PanelInverter::runOf(size_t row) const {
+  const auto after = std::upper_bound(runs_.begin(), runs_.end(), row,
+                                      [](size_t r, const Run& run) { return r < run.first; });
+  return static_cast<size_t>(after - runs_.begin()) - 1;
+}
+
+/// Finds the rows from `run` on among those of an ancestor. As all of them occur there, the first
 /// row of a run tells where the whole run is.
-void PanelInverter::placeRows(const Part& part, size_t run, Index ancestor, Index* place) const {
-  const Index* const begin = s_.rowsOf(ancestor);
-  const Index* const end = begin + s_.height(ancestor);
+void PanelInverter::placeRows(const Part& part, size_t run, const Index* begin, const Index* end,
+                              Index* place) const {
   const Index* at = begin;
   for (; run < runs_.size(); ++run) {
     const Index wanted = part.below[runs_[run].first];
@@ -175,6 +182,23 @@ void PanelInverter::placeRows(const Part& part, size_t run, Index ancestor, Inde
     auto next = static_cast<Index>(at - begin);
     Index* target = place + runs_[run].first;
     for (size_t i = 0; i < runs_[run].length; ++i) target[i] = next++;
+  }
+}
+
+/// Calls use(ancestor, first, end) for the rows first .. end-1 below the part, of begin .. end-1,
+/// that are columns of one ancestor, when the places of these and all later rows are known.
+template <class Use>
+void PanelInverter::forAncestors(const Part& part, size_t begin, size_t end, Index* place,
+                                 const Use& use) const {
+  for (size_t j = begin; j < end;) {
+    const Index ancestor = s_.groupOf[part.below[j]];
+    const Index nextColumn = s_.firstColumn[ancestor + 1];
+    size_t owned = j + 1;
+    while (owned < end && part.below[owned] < nextColumn) ++owned;
+    const Index* const rows = s_.rowsOf(ancestor);
+    placeRows(part, runOf(j), rows, rows + s_.height(ancestor), place);
+    use(ancestor, j, owned);
+    j = owned;
   }
 }
 
@@ -198,24 +222,37 @@ void PanelInverter::gatherAncestor(const Part& part, Index ancestor, size_t firs
                      strip.colStride, strip.at(begin - first, end - first).data, strip.colStride);
 }
 
+/// The same for columns that the known block has, of which only the lower triangle is there.
+void PanelInverter::gatherKnown(const Part& part, size_t first, size_t begin, size_t end,
+                                size_t last, Block strip, Index* place) const {
+  const size_t order = known_->count;
+  placeRows(part, runOf(begin), known_->rows, known_->rows + order, place);
+  for (size_t c = begin; c < end; ++c) {
+    const double* const source = known_->values + kernels::packedColumn(order, place[c]);
+    double* const target = strip.at(0, c - first).data - first;
+    const size_t later = kernels::packedColumn(order, place[std::min(c + kFetchedAhead, end - 1)]);
+    kernels::copyPlaced(source, later - kernels::packedColumn(order, place[c]), place + c,
+                        part.count - c, target + c);
+    for (size_t i = begin; i < c; ++i) target[i] = strip.at(c - first, i - first).data[0];
+  }
+  if (end == last) return;
+  kernels::transpose(end - begin, last - end, strip.at(end - first, begin - first).data,
+                     strip.colStride, strip.at(begin - first, end - first).data, strip.colStride);
+}
+
 /// Columns first .. last-1 of Z22, from row `first` down, out of the ancestors' panels; the strip's
 /// top square is made symmetric. Those of begin .. end-1 are gathered here.
 void PanelInverter::gatherColumns(const Part& part, size_t first, size_t begin, size_t end,
                                   size_t last, Block strip, Index* place) const {
-  auto run =
-      static_cast<size_t>(std::upper_bound(runs_.begin(), runs_.end(), begin,
-                                           [](size_t row, const Run& r) { return row < r.first; }) -
-                          runs_.begin() - 1);
-  for (size_t j = begin; j < end;) {
-    const Index ancestor = s_.groupOf[part.below[j]];
-    const Index nextColumn = s_.firstColumn[ancestor + 1];
-    size_t owned = j + 1;
-    while (owned < end && part.below[owned] < nextColumn) ++owned;
-    while (runs_[run].first + runs_[run].length <= j) ++run;
-    placeRows(part, run, ancestor, place);
-    gatherAncestor(part, ancestor, first, j, owned, last, strip, place);
-    j = owned;
+  size_t fromKnown = end;
+  if (known_ != nullptr) {
+    const Index* const rows = part.below;
+    fromKnown = std::lower_bound(rows + begin, rows + end, known_->firstRow) - rows;
   }
+  forAncestors(part, begin, fromKnown, place, [&](Index ancestor, size_t j, size_t owned) {
+    gatherAncestor(part, ancestor, first, j, owned, last, strip, place);
+  });
+  if (fromKnown < end) gatherKnown(part, first, fromKnown, end, last, strip, place);
 }
 
 void PanelInverter::gatherStrip(const Part& part, size_t first, size_t last, Block strip,
@@ -386,7 +423,38 @@ void PanelInverter::invertColumn(const Part& part) {
   *part.square.data = square;
 }
 
-void PanelInverter::invertGroup(Index g, const double* factor) {
+KnownBlock PanelInverter::collectKnown(Index g, double* values) {
+  Part part{};
+  part.count = s_.height(g) - s_.width(g);
+  part.below = s_.rowsOf(g) + s_.width(g);
+  findRuns(part);
+  const auto copy = [&](size_t begin, size_t end, Index* place) {
+    forAncestors(part, begin, end, place, [&](Index ancestor, size_t first, size_t owned) {
+      const size_t height = s_.height(ancestor);
+      for (size_t c = first; c < owned; ++c) {
+        const size_t later = std::min(c + kFetchedAhead, owned - 1);
+        kernels::copyPlaced(s_.inverse[ancestor] + height * static_cast<size_t>(place[c]),
+                            height * static_cast<size_t>(place[later] - place[c]), place + c,
+                            part.count - c, values + kernels::packedColumn(part.count, c) + c);
+      }
+    });
+  };
+  const bool large =
+      static_cast<double>(part.count) * static_cast<double>(part.count) > kWorthSharing;
+  if (team_ == nullptr || !large) {
+    copy(0, part.count, place_.data());
+  } else {
+    forPieces(team_, pieces(part.count, kPieceGathered), [&](size_t piece) {
+      std::vector<Index> place(part.count);
+      const size_t begin = piece * kPieceGathered;
+      copy(begin, std::min(begin + kPieceGathered, part.count), place.data());
+    });
+  }
+  return {part.below, part.count, s_.firstColumn[g + 1], values};
+}
+
+void PanelInverter::invertGroup(Index g, const double* factor, const KnownBlock* known) {
+  known_ = known;
   const size_t columns = s_.width(g);
   const size_t height = s_.height(g);
   const auto stride = static_cast<ptrdiff_t>(height);

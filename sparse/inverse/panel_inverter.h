@@ -34,6 +34,17 @@ struct PanelStructure {
   const Index* rowsOf(Index g) const { return rows + rowStart[g]; }
 };
 
+/// The inverse on the rows below a group, copied together from its ancestors' panels, which the
+/// groups of its subtree then read instead. Nothing is owned.
+struct KnownBlock {
+  const Index* rows;
+  std::size_t count;
+  /// The first row that no group of the subtree has as a column.
+  Index firstRow;
+  /// A packed lower triangle.
+  double* values;
+};
+
 /// The workspace that the largest groups need.
 struct InverterSizes {
   explicit InverterSizes(const PanelStructure& structure);
@@ -63,9 +74,14 @@ class PanelInverter {
   /// `team`, which may be null, helps with large groups. Throws std::bad_alloc.
   PanelInverter(const PanelStructure& structure, const InverterSizes& sizes, kernels::Team* team);
 
-  /// Writes inverse[g] from g's panel of the factor, which may lie in the same place. Throws
-  /// std::bad_alloc and what the team's poll throws.
-  void invertGroup(Index g, const double* factor);
+  /// Writes inverse[g] from g's panel of the factor, which may lie in the same place. `known`,
+  /// where given, is of g or one of its ancestors. Throws std::bad_alloc and what the team's poll
+  /// throws.
+  void invertGroup(Index g, const double* factor, const KnownBlock* known = nullptr);
+
+  /// Copies the inverse on the rows below g, of which there are some, to `values`:
+  /// kernels::packedSize of their count.
+  KnownBlock collectKnown(Index g, double* values);
 
  private:
   friend struct InverterSizes;
@@ -88,9 +104,16 @@ class PanelInverter {
   void invertPart(const Part& part);
   void invertColumn(const Part& part);
   void findRuns(const Part& part);
-  void placeRows(const Part& part, std::size_t run, Index ancestor, Index* place) const;
+  std::size_t runOf(std::size_t row) const;
+  void placeRows(const Part& part, std::size_t run, const Index* begin, const Index* end,
+                 Index* place) const;
+  template <class Use>
+  void forAncestors(const Part& part, std::size_t begin, std::size_t end, Index* place,
+                    const Use& use) const;
   void gatherAncestor(const Part& part, Index ancestor, std::size_t first, std::size_t begin,
                       std::size_t end, std::size_t last, kernels::Block strip, Index* place) const;
+  void gatherKnown(const Part& part, std::size_t first, std::size_t begin, std::size_t end,
+                   std::size_t last, kernels::Block strip, Index* place) const;
   void gatherColumns(const Part& part, std::size_t first, std::size_t begin, std::size_t end,
                      std::size_t last, kernels::Block strip, Index* place) const;
   void gatherStrip(const Part& part, std::size_t first, std::size_t last, kernels::Block strip,
@@ -110,6 +133,7 @@ class PanelInverter {
   PanelStructure s_;
   kernels::Team* team_;
   kernels::TriangleInverseFunction invertSmall_;
+  const KnownBlock* known_ = nullptr;
   std::vector<Run> runs_;
   /// Of each row below the part its place among the rows of the ancestor being read.
   kernels::PanelStorage workspace_;

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <utility>
 
+#include "kernels/packed_triangle.h"
 #include "kernels/panel_storage.h"
 #include "sparse/inverse/panel_inverter.h"
 #include "sparse/symbolic/schedule.h"
@@ -19,21 +20,52 @@ using std::size_t;
 /// The recurrence takes about twice the operations of the factorisation.
 constexpr double kWorkRatio = 2.0;
 
-/// Most doubles of panels that are alive at once while the groups first .. last-1 are worked off
-/// from the last on: a group's panel is kept while its descendants are. With `large`, large ones
-/// are made in a place of their own and do not stay on the path.
+/// Which panels of the inverse wait in a file: those of `keptFrom` doubles and more. What lies
+/// there is not read by each of the groups below: a block of it is made for a subtree.
+class InFile {
+ public:
+  InFile(const Symbolic& s, size_t keptFrom)
+      : s_(s),
+        keptFrom_(keptFrom),
+        above_(keptFrom == kKeepNothing ? 0 : static_cast<size_t>(s.groups())) {
+    for (size_t g = above_.size(); g-- > 0;) {
+      const Index parent = s.parent[g];
+      above_[g] = parent >= 0 && (has(parent) || above_[parent]);
+    }
+  }
+
+  bool has(Index g) const { return static_cast<size_t>(s_.panelSize(g)) >= keptFrom_; }
+  /// Whether it has an ancestor of g.
+  bool hasAbove(Index g) const { return !above_.empty() && above_[g]; }
+  /// Whether g needs another block than the last one, which was made for the subtree of `root`, -1
+  /// where there is none.
+  bool needsBlock(Index g, Index root) const {
+    return hasAbove(g) && (has(s_.parent[g]) || root < g || s_.firstDescendant[root] > g);
+  }
+
+ private:
+  const Symbolic& s_;
+  const size_t keptFrom_;
+  std::vector<bool> above_;
+};
+
+/// Most doubles that are in memory at once while the groups first .. last-1 are worked off from the
+/// last on: a group's panel is kept while its descendants are.
 struct PathRoom {
   size_t path = 0;
+  /// A panel on its way to the file.
   size_t atWork = 0;
+  /// A block of what is in the file.
+  size_t block = 0;
 };
 PathRoom pathRoom(const Symbolic& s, Index first, Index last, const std::vector<bool>* wanted,
-                  bool large) {
+                  const InFile& file) {
   std::vector<Index> path;
   size_t used = 0;
+  Index root = -1;
   PathRoom most;
   const auto onPath = [&](Index g) {
-    const auto size = static_cast<size_t>(s.panelSize(g));
-    return large && FactorPanels::isLarge(size) ? 0 : size;
+    return file.has(g) ? 0 : static_cast<size_t>(s.panelSize(g));
   };
   for (Index g = last; g-- > first;) {
     if (wanted != nullptr && !(*wanted)[g]) continue;
@@ -44,7 +76,11 @@ PathRoom pathRoom(const Symbolic& s, Index first, Index last, const std::vector<
     path.push_back(g);
     used += onPath(g);
     most.path = std::max(most.path, used);
-    if (onPath(g) == 0) most.atWork = std::max(most.atWork, static_cast<size_t>(s.panelSize(g)));
+    if (file.has(g)) most.atWork = std::max(most.atWork, static_cast<size_t>(s.panelSize(g)));
+    if (file.needsBlock(g, root)) {
+      root = g;
+      most.block = std::max(most.block, kernels::packedSize(static_cast<size_t>(s.below(g))));
+    }
   }
   return most;
 }
@@ -65,7 +101,8 @@ class Inversion {
         structure_{symbolic.groups(),    symbolic.firstColumn.data(), symbolic.rowStart.data(),
                    symbolic.rows.data(), symbolic.groupOf.data(),     inverse_.data()},
         sizes_(structure_),
-        schedule_(makeSchedule(symbolic, team.threads())),
+        inFile_(symbolic, kept == nullptr ? panels.keptFrom() : kKeepNothing),
+        schedule_(makeSchedule(symbolic, panels.apart(team.threads()))),
         threads_(static_cast<size_t>(team.threads())),
         panelOf_(static_cast<size_t>(schedule_.tasks())),
         inFileOf_(static_cast<size_t>(schedule_.tasks())),
@@ -101,6 +138,10 @@ class Inversion {
     kernels::PanelStorage atWork;
     size_t roomAtWork = 0;
 
+    /// For what the groups at work read from the file.
+    kernels::PanelStorage block;
+    size_t roomOfBlock = 0;
+
     static void reserve(kernels::PanelStorage& storage, size_t& room, size_t wanted) {
       if (room >= wanted) return;
       storage.reset();
@@ -120,6 +161,8 @@ class Inversion {
     const Index last = schedule_.first[task + 1];
     if (kept_ == nullptr) makeRoom(task, first, last, thread);
     std::vector<OnPath> path;
+    KnownBlock known{};
+    Index root = -1;
     size_t used = 0;
     double sinceCheckpoint = 0.0;
     for (Index g = last; g-- > first;) {
@@ -132,18 +175,22 @@ class Inversion {
           path.pop_back();
         }
         const auto size = static_cast<size_t>(s_.panelSize(g));
-        const bool large = panels_.keeps(size);
-        inverse_[g] = large ? thread.atWork.get() : base(task, thread) + used;
-        path.push_back({g, large ? 0 : size, {}});
+        const bool stays = !inFile_.has(g);
+        inverse_[g] = stays ? base(task, thread) + used : thread.atWork.get();
+        path.push_back({g, stays ? size : 0, {}});
         used += path.back().size;
       }
       if (s_.isKept(g)) {
         std::copy_n(panels_.of(s_, g), s_.panelSize(g), inverse_[g]);
       } else {
-        thread.inverter->invertGroup(g, panels_.of(s_, g));
+        if (inFile_.needsBlock(g, root)) {
+          root = g;
+          known = thread.inverter->collectKnown(g, thread.block.get());
+        }
+        thread.inverter->invertGroup(g, panels_.of(s_, g), inFile_.hasAbove(g) ? &known : nullptr);
       }
       if (read_) read_(g, inverse_[g]);
-      if (kept_ == nullptr && path.back().size == 0) {
+      if (inFile_.has(g)) {
         path.back().inFile = panels_.keep(inverse_[g], static_cast<size_t>(s_.panelSize(g)));
         inverse_[g] = path.back().inFile.get();
       }
@@ -162,8 +209,9 @@ class Inversion {
   }
 
   void makeRoom(int task, Index first, Index last, Thread& thread) {
-    const PathRoom room = pathRoom(s_, first, last, wanted_, panels_.keepsLarge());
+    const PathRoom room = pathRoom(s_, first, last, wanted_, inFile_);
     Thread::reserve(thread.atWork, thread.roomAtWork, room.atWork);
+    Thread::reserve(thread.block, thread.roomOfBlock, room.block);
     if (isRead(task)) {
       panelOf_[task] = kernels::rawPanels(room.path);
     } else {
@@ -198,6 +246,7 @@ class Inversion {
   std::vector<double*> inverse_;
   const PanelStructure structure_;
   const InverterSizes sizes_;
+  const InFile inFile_;
   const Schedule schedule_;
   std::vector<Thread> threads_;
   /// The panels of tasks that other tasks read.
@@ -208,19 +257,56 @@ class Inversion {
   std::mutex mutex_;
 };
 
-/// Adds up sum over k of a(i, k) Z(k, i) while panels are read. What a group adds to the rows below
-/// it is kept apart until the end, so that the order of additions does not depend on threads.
+/// The rows of a group in which some entry of the matrix off the diagonal lies, numbered as they
+/// are met.
+class RowsMet {
+ public:
+  /// Their count. Calls meet(row's place in the group, its number) for each.
+  template <class Meet>
+  Index of(const Symbolic& s, const PlacedEntries& entries, Index g, const Meet& meet) {
+    number_.assign(static_cast<size_t>(s.height(g)), -1);
+    Index count = 0;
+    for (Index c = 0; c < s.width(g); ++c) {
+      const Index column = s.firstColumn[g] + c;
+      for (Offset p = entries.start[column]; p < entries.start[column + 1]; ++p) {
+        const Index at = entries.position[p];
+        if (at == c || number_[at] >= 0) continue;
+        meet(at, count);
+        number_[at] = count++;
+      }
+    }
+    return count;
+  }
+  Index of(const Symbolic& s, const PlacedEntries& entries, Index g) {
+    return of(s, entries, g, [](Index, Index) {});
+  }
+  Index number(Index at) const { return number_[at]; }
+
+ private:
+  std::vector<Index> number_;
+};
+
+/// Adds up sum over k of a(i, k) Z(k, i) while panels are read. What a group adds to other rows is
+/// kept apart until the end, so that the order of additions does not depend on threads.
 class IdentitySums {
  public:
   IdentitySums(const Symbolic& symbolic, const PlacedEntries& entries)
       : s_(symbolic),
         entries_(entries),
         own_(static_cast<size_t>(symbolic.n)),
-        passedOn_(symbolic.rows.size()) {}
+        start_(static_cast<size_t>(symbolic.groups()) + 1) {
+    RowsMet rows;
+    for (Index g = 0; g < s_.groups(); ++g) {
+      start_[g + 1] = start_[g] + rows.of(s_, entries_, g);
+    }
+    passedOn_.resize(static_cast<size_t>(start_.back()));
+  }
 
   void read(Index g, const double* z) {
     const Offset height = s_.height(g);
-    double* const forRow = passedOn_.data() + s_.rowStart[g];
+    double* const passed = passedOn_.data() + start_[g];
+    RowsMet rows;
+    rows.of(s_, entries_, g);
     for (Index c = 0; c < s_.width(g); ++c) {
       const Index column = s_.firstColumn[g] + c;
       double sum = 0.0;
@@ -228,7 +314,7 @@ class IdentitySums {
         const Index at = entries_.position[p];
         const double term = entries_.value[p] * z[c * height + at];
         sum += term;
-        if (at != c) forRow[at] += term;
+        if (at != c) passed[rows.number(at)] += term;
       }
       own_[column] = sum;
     }
@@ -236,7 +322,12 @@ class IdentitySums {
 
   /// Of the rows of L, once all groups have been read.
   std::vector<double> sums() && {
-    for (size_t p = 0; p < passedOn_.size(); ++p) own_[s_.rows[p]] += passedOn_[p];
+    RowsMet rows;
+    for (Index g = 0; g < s_.groups(); ++g) {
+      rows.of(s_, entries_, g, [&](Index at, Index number) {
+        own_[s_.rowsOf(g)[at]] += passedOn_[start_[g] + number];
+      });
+    }
     return std::move(own_);
   }
 
@@ -244,6 +335,8 @@ class IdentitySums {
   const Symbolic& s_;
   const PlacedEntries& entries_;
   std::vector<double> own_;
+  /// Where the values of a group begin.
+  std::vector<Offset> start_;
   std::vector<double> passedOn_;
 };
 
@@ -316,7 +409,15 @@ double inverseWork(const Symbolic& symbolic, const std::vector<bool>* wanted) {
   return work;
 }
 
-double inverseMemory(const Symbolic& symbolic, int threads, bool large) {
+double identityMemory(const Symbolic& symbolic, const PlacedEntries& entries) {
+  RowsMet rows;
+  Offset met = 0;
+  for (Index g = 0; g < symbolic.groups(); ++g) met += rows.of(symbolic, entries, g);
+  return sizeof(double) * static_cast<double>(symbolic.n + met) +
+         sizeof(Offset) * static_cast<double>(symbolic.groups() + 1);
+}
+
+double inverseMemory(const Symbolic& symbolic, int threads, size_t keptFrom) {
   const Schedule schedule = makeSchedule(symbolic, threads);
   const PanelStructure structure{symbolic.groups(),        symbolic.firstColumn.data(),
                                  symbolic.rowStart.data(), symbolic.rows.data(),
@@ -328,10 +429,13 @@ double inverseMemory(const Symbolic& symbolic, int threads, bool large) {
   size_t shared = 0;
   size_t path = 0;
   size_t atWork = 0;
+  size_t block = 0;
+  const InFile file(symbolic, keptFrom);
   for (int t = 0; t < schedule.tasks(); ++t) {
     const PathRoom room =
-        pathRoom(symbolic, schedule.first[t], schedule.first[t + 1], nullptr, large);
+        pathRoom(symbolic, schedule.first[t], schedule.first[t + 1], nullptr, file);
     atWork = std::max(atWork, room.atWork);
+    block = std::max(block, room.block);
     if (hasChildren[t]) {
       shared += room.path;
     } else {
@@ -339,10 +443,9 @@ double inverseMemory(const Symbolic& symbolic, int threads, bool large) {
     }
   }
   const int helpers = std::min(threads, std::max(1, schedule.tasks()));
-  return sizeof(double) * static_cast<double>(shared + symbolic.rows.size()) +
-         sizeof(double) * static_cast<double>(symbolic.n) +
+  return sizeof(double) * static_cast<double>(shared) +
          helpers * (kernels::heldBytes(path) + kernels::heldBytes(atWork) +
-                    InverterSizes(structure).bytes());
+                    kernels::heldBytes(block) + InverterSizes(structure).bytes());
 }
 
 }  // namespace korin::sparse

@@ -55,9 +55,12 @@ void variances(const Symbolic& symbolic, const PlacedEntries& entries, const Fac
 /// What the meter shows when all panels, or those wanted, are done.
 double inverseWork(const Symbolic& symbolic, const std::vector<bool>* wanted);
 
-/// Bytes of memory that `selectedInverse` needs at most when it returns no panel; with `large`, its
-/// large panels wait in the file of the factor's.
-double inverseMemory(const Symbolic& symbolic, int threads, bool large = false);
+/// Bytes of memory that `selectedInverse` needs at most when it returns no panel; those of
+/// `keptFrom` doubles and more wait in the file of the factor's.
+double inverseMemory(const Symbolic& symbolic, int threads, std::size_t keptFrom = kKeepNothing);
+
+/// What `variances` needs beside it for its sums.
+double identityMemory(const Symbolic& symbolic, const PlacedEntries& entries);
 
 }  // namespace korin::sparse
 

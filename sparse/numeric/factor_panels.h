@@ -2,27 +2,43 @@
 #ifndef ZEPH_SPARSE_NUMERIC_FACTOR_PANELS_H
 #define ZEPH_SPARSE_NUMERIC_FACTOR_PANELS_H
 
+#include <cstddef>
+#include <limits>
+
 #include "kernels/panel_file.h"
 #include "kernels/panel_storage.h"
 #include "sparse/symbolic/symbolic.h"
 
 namespace korin::sparse {
 
+/// The size, in doubles, from which on blocks wait in a file, where none do.
+inline constexpr std::size_t kKeepNothing = std::numeric_limits<std::size_t>::max();
+/// Smaller ones take longer to write and to map than they are worth.
+inline constexpr std::size_t kLeastKept = std::size_t{1} << 17;
+
+/// How a computation with panels in a file saves memory.
+struct Thrift {
+  /// Blocks of so many doubles and more that it makes on its way wait in the file as well.
+  std::size_t keptFrom = kKeepNothing;
+  /// The threads do not work on subtrees of their own, but share the fronts of one after the other.
+  bool together = false;
+};
+
 /// The panels that `factorise` has made, to be read: in memory, or in a file, which is told how far
 /// the reader has come. Owns nothing.
 class FactorPanels {
  public:
   FactorPanels(const double* values) : values_(values) {}  // NOLINT: a pointer is one
-  /// With `keeps`, large blocks that a computation makes on its way are in the file as well.
-  FactorPanels(const kernels::PanelFile& file, bool keeps)
-      : values_(file.values()), file_(&file), keeps_(keeps) {}
+  FactorPanels(const kernels::PanelFile& file, Thrift thrift)
+      : values_(file.values()), file_(&file), thrift_(thrift) {}
 
   const double* of(const Symbolic& s, Index g) const { return values_ + s.panelStart[g]; }
 
-  /// Whether blocks of so many doubles are kept in the file.
-  bool keepsLarge() const { return keeps_; }
-  bool keeps(std::size_t count) const { return keeps_ && isLarge(count); }
-  static bool isLarge(std::size_t count) { return count >= kLeastKept; }
+  /// Of so many threads those that work on subtrees of their own.
+  int apart(int threads) const { return thrift_.together ? 1 : threads; }
+  std::size_t keptFrom() const { return thrift_.keptFrom; }
+  /// Whether a block of so many doubles is kept in the file.
+  bool keeps(std::size_t count) const { return count >= thrift_.keptFrom; }
 
   /// The same values in the file, only to be read. Throws as PanelFile::keep.
   kernels::PanelStorage keep(const double* values, std::size_t count) const {
@@ -42,15 +58,13 @@ class FactorPanels {
   }
 
  private:
-  static constexpr std::size_t kLeastKept = std::size_t{1} << 17;
-
   static std::size_t at(const Symbolic& s, Index g) {
     return static_cast<std::size_t>(s.panelStart[g]);
   }
 
   const double* values_;
   const kernels::PanelFile* file_ = nullptr;
-  bool keeps_ = false;
+  Thrift thrift_;
 };
 
 }  // namespace korin::sparse

@@ -6,6 +6,7 @@
 #include <memory>
 #include <vector>
 
+#include "kernels/packed_triangle.h"
 #include "kernels/panel_storage.h"
 #include "kernels/products/panel_product.h"
 #include "kernels/triangles/front_cholesky.h"
@@ -44,7 +45,7 @@ size_t updateSize(const Symbolic& s, Index g) {
 /// The same where large ones wait in the file.
 size_t inMemory(const Symbolic& s, Index g, Keeping keeping) {
   const size_t size = updateSize(s, g);
-  return keeping.large && FactorPanels::isLarge(size) ? 0 : size;
+  return size >= keeping.from ? 0 : size;
 }
 
 /// Takes `value` among the largest ones, of which each thread may come to have one.
@@ -110,7 +111,7 @@ class Factoriser {
         stored_(stored),
         team_(team),
         meter_(meter),
-        schedule_(makeSchedule(symbolic, team.threads())),
+        schedule_(makeSchedule(symbolic, stored.apart(team.threads()))),
         level_(levels(symbolic)),
         update_(static_cast<size_t>(symbolic.groups())),
         waiting_(static_cast<size_t>(symbolic.groups())),
@@ -158,7 +159,7 @@ class Factoriser {
   void work(int task, Stacks& stacks) {
     const Index first = schedule_.first[task];
     const Index last = schedule_.first[task + 1];
-    stacks.reserve(roomFor(s_, first, last, {panels_ == nullptr, stored_.keepsLarge()}));
+    stacks.reserve(roomFor(s_, first, last, {panels_ == nullptr, stored_.keptFrom()}));
     double sinceCheckpoint = 0.0;
     for (Index g = first; g < last; ++g) {
       // The first failure in the order of elimination is the one to tell, whoever finds one first.
@@ -168,7 +169,9 @@ class Factoriser {
       front(g, panel, stacks.scratch());
       if (panels_ == nullptr) store_(g, panel);
       if (stored_.keeps(updateSize(s_, g))) {
-        waiting_[g] = stored_.keep(update_[g], updateSize(s_, g));
+        const auto order = static_cast<size_t>(s_.below(g));
+        kernels::packTriangle(order, update_[g]);
+        waiting_[g] = stored_.keep(update_[g], kernels::packedSize(order));
         update_[g] = waiting_[g].get();
       }
       releaseChildren(g, first, stacks);
@@ -259,10 +262,13 @@ class Factoriser {
       if (isLeaf(s_, child)) {
         addLeaf(child, place, first, last, target);
       } else {
-        const auto stride = static_cast<size_t>(count);
+        const auto order = static_cast<size_t>(count);
+        const bool packed = stored_.keeps(updateSize(s_, child));
         for (Index j = first; j < last; ++j) {
-          addColumn(update_[child] + static_cast<size_t>(j) * stride + j, place + j, count - j,
-                    target.column(place[j]));
+          const auto c = static_cast<size_t>(j);
+          const double* const column =
+              update_[child] + (packed ? kernels::packedColumn(order, c) : c * order);
+          addColumn(column + j, place + j, count - j, target.column(place[j]));
         }
       }
     });
@@ -342,7 +348,8 @@ class Factoriser {
   Meter* const meter_;
   const Schedule schedule_;
   const std::vector<unsigned char> level_;
-  /// Where the update matrix of a group is that waits for its parent.
+  /// Where the update matrix of a group is that waits for its parent: a square, or in the file its
+  /// lower triangle.
   std::vector<double*> update_;
   /// The memory of those that wait for a parent in another task, or in the file.
   std::vector<kernels::PanelStorage> waiting_;

@@ -44,8 +44,8 @@ Index factorise(const Symbolic& symbolic, const PlacedEntries& entries, const Pa
 struct Keeping {
   /// Panels are stored elsewhere: those at work need room.
   bool stored = false;
-  /// Large update matrices wait in the file of the panels.
-  bool large = false;
+  /// Update matrices of so many doubles and more wait in the file of the panels.
+  std::size_t from = kKeepNothing;
 };
 
 /// Bytes of memory that `factorise` needs at most beyond the panels: the fronts' update matrices

@@ -129,8 +129,9 @@ CholeskyBackend::CholeskyBackend(SymmetricInput input, const Options& options, W
 bool CholeskyBackend::goesIntoFile() const {
   if (options_.scratchFolder.empty()) return false;
   const double numbers = numberBytes();
-  const double beside = std::max(sparse::frontMemory(symbolic_, threads()),
-                                 sparse::inverseMemory(symbolic_, threads()));
+  const double beside = std::max(
+      sparse::frontMemory(symbolic_, threads()),
+      sparse::inverseMemory(symbolic_, threads()) + sparse::identityMemory(symbolic_, entries_));
   return !fitsMemory(numbers + beside, options_.memoryLimit, bytes() - numbers);
 }
 
@@ -187,15 +188,18 @@ void CholeskyBackend::factorise(const double* values, size_t step, Symmetric sym
   const bool besideFile = inFile_ && symmetric == Symmetric::Checked;
   const double upper =
       besideFile ? sizeof(double) * static_cast<double>(entries_.position.size()) : 0.0;
-  const auto fronts = [&](int threads, bool inFile) {
-    return sparse::frontMemory(symbolic_, threads, {inFile_, inFile});
+  const auto fronts = [&](int threads, size_t keptFrom) {
+    return sparse::frontMemory(symbolic_, threads, {inFile_, keptFrom});
   };
-  const auto need = [&](int threads, bool inFile) { return own + upper + fronts(threads, inFile); };
+  const auto need = [&](int threads, size_t keptFrom) {
+    return own + upper + fronts(threads, keptFrom);
+  };
   const Means means = choose(need, bytes() - own);
   const char* const how = inFile_ ? " with its factor in a scratch file" : "";
   requireRoom("factorising " + input_.source + how, means.bytes, bytes() - own);
   if (inFile_ && !file_) {
-    const double kept = means.inFile ? fronts(means.threads, false) : 0.0;
+    const bool keeps = means.thrift.keptFrom != sparse::kKeepNothing;
+    const double kept = keeps ? fronts(threads(), sparse::kKeepNothing) : 0.0;
     file_ = makeScratchFile(options_.scratchFolder, storage, kept, "the factor of " + input_.source,
                             watch.poll());
   } else if (!hasPanels()) {
@@ -207,8 +211,8 @@ void CholeskyBackend::factorise(const double* values, size_t step, Symmetric sym
   watch.begin("factorising", work);
   Index failed = -1;
   {
-    korin::kernels::Team team(means.threads, watch.poll());
-    failed = onDisk([&] { return factoriseInto(means.inFile, team, watch.meter()); });
+    korin::kernels::Team team(threads(), watch.poll());
+    failed = onDisk([&] { return factoriseInto(means.thrift, team, watch.meter()); });
   }
   if (failed >= 0) throw notPositiveDefinite(input_.source, input_.indexBase, failed);
   condition_ = 0.0;
@@ -218,7 +222,7 @@ void CholeskyBackend::factorise(const double* values, size_t step, Symmetric sym
 }
 
 // The engine's factorisation, after which the smallest pivot share is known too.
-Index CholeskyBackend::factoriseInto(bool inFile, korin::kernels::Team& team,
+Index CholeskyBackend::factoriseInto(sparse::Thrift thrift, korin::kernels::Team& team,
                                      sparse::Meter* meter) {
   smallestPivotShare_ = 1.0;
   if (!inFile_) {
@@ -239,7 +243,7 @@ Index CholeskyBackend::factoriseInto(bool inFile, korin::kernels::Team& team,
     const std::lock_guard<std::mutex> lock(mutex);
     smallestPivotShare_ = std::min(smallestPivotShare_, share);
   };
-  return sparse::factorise(symbolic_, entries_, store, factor(inFile), team, meter);
+  return sparse::factorise(symbolic_, entries_, store, factor(thrift), team, meter);
 }
 
 // The least l(k,k)² / a(k,k) of a group: what elimination leaves of a diagonal entry.
@@ -300,17 +304,19 @@ void CholeskyBackend::requireRoom(const std::string& what, double beside, double
 }
 
 double CholeskyBackend::bytesToFactorise(bool inFile) const {
-  return bytesWith(inFile) + sparse::frontMemory(symbolic_, threads(), {inFile, false});
+  return bytesWith(inFile) +
+         sparse::frontMemory(symbolic_, threads(), {inFile, sparse::kKeepNothing});
 }
 
 double CholeskyBackend::bytesToInvert(bool inFile) const {
-  return bytesWith(inFile) + sparse::inverseMemory(symbolic_, threads());
+  return bytesWith(inFile) + sparse::inverseMemory(symbolic_, threads()) +
+         sparse::identityMemory(symbolic_, entries_);
 }
 
 CholeskyBackend::Means CholeskyBackend::meansToInvert(const std::string& what,
                                                       double beside) const {
-  const auto need = [&](int threads, bool inFile) {
-    return beside + sparse::inverseMemory(symbolic_, threads, inFile);
+  const auto need = [&](int threads, size_t keptFrom) {
+    return beside + sparse::inverseMemory(symbolic_, threads, keptFrom);
   };
   const Means means = choose(need, bytes());
   requireRoom(what + " " + input_.source, means.bytes);
@@ -453,14 +459,14 @@ double CholeskyBackend::unscaled(double z, std::int64_t row, std::int64_t col) c
 }
 
 InverseCheck CholeskyBackend::variances(double* diagonal, Watch& watch) const {
-  const Means means = meansToInvert("inverting", 0.0);
+  const Means means = meansToInvert("inverting", sparse::identityMemory(symbolic_, entries_));
   watch.begin("inverting", sparse::inverseWork(symbolic_, nullptr));
   InverseCheck check;
   double residualNorm = std::numeric_limits<double>::quiet_NaN();
   {
-    korin::kernels::Team team(means.threads, watch.poll());
+    korin::kernels::Team team(threads(), watch.poll());
     check.identityResidual = onDisk([&] {
-      return sparse::variances(symbolic_, entries_, factor(means.inFile), diagonal, team,
+      return sparse::variances(symbolic_, entries_, factor(means.thrift), diagonal, team,
                                watch.meter(), &residualNorm);
     });
   }
@@ -552,8 +558,8 @@ Doubt CholeskyBackend::selectedInverse(std::int64_t* colStarts, std::int64_t* ro
   watch.begin("inverting", sparse::inverseWork(symbolic_, nullptr));
   const korin::kernels::PanelStorage z = korin::kernels::rawPanels(storage);
   {
-    korin::kernels::Team team(means.threads, watch.poll());
-    sparse::selectedInverse(symbolic_, factor(means.inFile), z.get(), team, watch.meter());
+    korin::kernels::Team team(threads(), watch.poll());
+    sparse::selectedInverse(symbolic_, factor(means.thrift), z.get(), team, watch.meter());
   }
   const Doubt doubt = judge(residualNorm(z.get()), [&](Index i) {
     const Index k = placeOfRow_[i], g = symbolic_.groupOf[k];

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <bit>
 #include <cmath>
 #include <memory>
 #include <mutex>
@@ -95,9 +96,12 @@ class CholeskyBackend final : public Backend {
   void requireRoom(const std::string& what, double beside) const {
     requireRoom(what, beside, bytes());
   }
+  /// Blocks of so many doubles are few: before smaller ones go into the file, threads work
+  /// together.
+  static constexpr std::size_t kFewKept = std::size_t{1} << 20;
   bool hasPanels() const { return panels_ || file_; }
-  korin::sparse::FactorPanels factor(bool keeps = false) const {
-    if (file_) return {*file_, keeps};
+  korin::sparse::FactorPanels factor(korin::sparse::Thrift thrift = {}) const {
+    if (file_) return {*file_, thrift};
     return panels_.get();
   }
 
@@ -106,28 +110,33 @@ class CholeskyBackend final : public Backend {
   double windowBytes(int threads) const {
     return std::min(panelBytes(), threads * double{korin::kernels::PanelFile::kWindow});
   }
-  /// With how many threads something is computed, whether what it makes on its way is in the file,
-  /// too, and the bytes of memory that this takes.
+  /// How something is computed, and the bytes of memory that this takes.
   struct Means {
-    int threads;
-    bool inFile;
+    korin::sparse::Thrift thrift;
     double bytes;
   };
   /// The fastest that fit into memory beside the `held` bytes, or the most frugal ones.
-  /// need(threads, inFile) is what they take.
+  /// need(threads, keptFrom) is what they take with so many threads on subtrees of their own.
   template <class Need>
   Means choose(const Need& need, double held) const {
-    Means means{threads(), false, need(threads(), false)};
-    const auto fits = [&] {
-      const double window = inFile_ ? windowBytes(means.threads) : 0.0;
+    using korin::sparse::kKeepNothing, korin::sparse::kLeastKept;
+    Means means{{}, need(threads(), kKeepNothing)};
+    const auto fits = [&](int apart) {
+      const double window = inFile_ ? windowBytes(apart) : 0.0;
       return fitsMemory(means.bytes, options_.memoryLimit, held) &&
              fitsMemory(means.bytes + window, 0.0);
     };
-    if (!inFile_ || fits()) return means;
-    means = {threads(), true, need(threads(), true)};
-    while (means.threads > 1 && !fits()) {
-      --means.threads;
-      means.bytes = need(means.threads, true);
+    if (!inFile_ || fits(threads())) return means;
+    // No block is larger than all of it.
+    const auto all = static_cast<std::size_t>(std::min(means.bytes / sizeof(double), 0x1p60));
+    for (const int apart : {threads(), 1}) {
+      const std::size_t least = apart > 1 ? kFewKept : kLeastKept;
+      means.thrift.together = apart == 1;
+      for (std::size_t from = std::bit_floor(std::max(all, least)); from >= least; from /= 2) {
+        means.thrift.keptFrom = from;
+        means.bytes = need(apart, from);
+        if (fits(apart)) return means;
+      }
     }
     return means;
   }
@@ -150,7 +159,8 @@ class CholeskyBackend final : public Backend {
   enum class Symmetric { Known, Checked };
   void factorise(const double* values, std::size_t step, Symmetric symmetric, Watch& watch);
   void fill(const double* values, std::size_t step, Symmetric symmetric);
-  Index factoriseInto(bool inFile, korin::kernels::Team& team, korin::sparse::Meter* meter);
+  Index factoriseInto(korin::sparse::Thrift thrift, korin::kernels::Team& team,
+                      korin::sparse::Meter* meter);
   double smallestPivotShare(Index g, const double* panel) const;
   void requireTrust(Watch& watch) const;
 

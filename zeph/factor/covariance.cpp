@@ -192,9 +192,9 @@ void CholeskyBackend::covarianceEntries(const std::int64_t* rows, const std::int
       }
     };
     watch.begin("inverting", panels);
-    korin::kernels::Team team(means.threads, watch.poll());
+    korin::kernels::Team team(threads(), watch.poll());
     onDisk([&] {
-      sparse::selectedInverse(symbolic_, factor(means.inFile), &wanted, read, team, watch.meter());
+      sparse::selectedInverse(symbolic_, factor(means.thrift), &wanted, read, team, watch.meter());
     });
   };
 

@@ -2,6 +2,7 @@
 // number of threads.
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 
 #include <algorithm>
 #include <cmath>
@@ -274,6 +275,37 @@ TEST(Factor, LeavesTheSchurComplementOfKeptColumnsAndTakesTheirInverse) {
   }
 }
 
+/// The lower triangles of the panels are the same; what lies above is no part of the factor.
+void expectSamePanels(const Symbolic& s, const double* a, const double* b) {
+  for (Index g = 0; g < s.groups(); ++g) {
+    const Offset h = s.height(g);
+    for (Offset c = 0; c < s.width(g); ++c) {
+      const Offset at = s.panelStart[g] + c * (h + 1);
+      ASSERT_EQ(0, std::memcmp(a + at, b + at, sizeof(double) * (h - c)));
+    }
+  }
+}
+
+/// The factor and the diagonal of its inverse, with the residual behind it, by way of a file.
+void expectTheSameInAFile(const Factor& f, const std::vector<double>& diagonal, double residual,
+                          kernels::Team& team) {
+  const Symbolic& s = f.symbolic;
+  for (const Thrift thrift : {Thrift{}, {1, false}, {300, true}, {3000, false}, {3000, true}}) {
+    const int descriptor = memfd_create("panels", 0);
+    ASSERT_EQ(kernels::reserveRoom(descriptor, 0, f.panels.size() * sizeof(double), {}), 0);
+    const kernels::PanelFile file(descriptor, f.panels.size());
+    const FactorPanels stored(file, thrift);
+    const PanelStore store = [&](Index g, const double* panel) {
+      file.write(static_cast<size_t>(s.panelStart[g]), panel, static_cast<size_t>(s.panelSize(g)));
+    };
+    ASSERT_EQ(factorise(s, f.entries, store, stored, team, nullptr), -1);
+    expectSamePanels(s, file.values(), f.panels.data());
+    std::vector<double> d(diagonal.size());
+    EXPECT_EQ(variances(s, f.entries, stored, d.data(), team, nullptr), residual);
+    EXPECT_EQ(d, diagonal);
+  }
+}
+
 TEST(FactorThreads, TheSameBitsFromAnyNumberOfThreads) {
   const struct {
     Columns lower;
@@ -309,19 +341,13 @@ TEST(FactorThreads, TheSameBitsFromAnyNumberOfThreads) {
                     d[f.symbolic.permutation[f.symbolic.firstColumn[g] + c]]);
         }
       }
+      if (kept == 0) expectTheSameInAFile(f, d, r, team);
       if (threads == 1) {
         panels = f.panels, diagonal = d, solution = x, draw = y, residual = r;
         EXPECT_TRUE(residual < 1e-12 || kept > 0);
         continue;
       }
-      // What lies above a panel's diagonal is no part of the factor.
-      for (Index g = 0; g < f.symbolic.groups(); ++g) {
-        const Offset h = f.symbolic.height(g);
-        for (Offset c = 0; c < f.symbolic.width(g); ++c) {
-          const Offset at = f.symbolic.panelStart[g] + c * (h + 1);
-          ASSERT_EQ(0, std::memcmp(&panels[at], &f.panels[at], sizeof(double) * (h - c)));
-        }
-      }
+      expectSamePanels(f.symbolic, panels.data(), f.panels.data());
       EXPECT_EQ(diagonal, d);
       EXPECT_EQ(solution, x);
       EXPECT_EQ(draw, y);
