@@ -75,6 +75,10 @@ inline PanelStorage rawPanels(std::size_t count) {
   return PanelStorage(static_cast<double*>(start), FreeBlock{block, nullptr});
 }
 
+/// `count` zeros that go back to the system when they are freed, all of them: for few large blocks
+/// where memory is short. Throws std::bad_alloc.
+PanelStorage mappedPanels(std::size_t count);
+
 /// `count` zeros. Throws std::bad_alloc.
 inline PanelStorage zeroPanels(std::size_t count) {
   if (panelBytes(count) >= kLargePanels) {

@@ -107,6 +107,7 @@ class Inversion {
         panelOf_(static_cast<size_t>(schedule_.tasks())),
         inFileOf_(static_cast<size_t>(schedule_.tasks())),
         unfinished_(static_cast<size_t>(schedule_.tasks()), 1) {
+    if (panels.inFile()) beginInOrder(schedule_, kernels::Direction::ParentsFirst);
     for (const int parent : schedule_.forest.parent) {
       if (parent >= 0) ++unfinished_[parent];
     }
@@ -141,14 +142,6 @@ class Inversion {
     /// For what the groups at work read from the file.
     kernels::PanelStorage block;
     size_t roomOfBlock = 0;
-
-    static void reserve(kernels::PanelStorage& storage, size_t& room, size_t wanted) {
-      if (room >= wanted) return;
-      storage.reset();
-      room = 0;
-      storage = kernels::rawPanels(wanted);
-      room = wanted;
-    }
   };
 
   bool wanted(Index g) const { return wanted_ == nullptr || (*wanted_)[g]; }
@@ -208,14 +201,22 @@ class Inversion {
     if (isRead(task) && !path.empty()) inFileOf_[task] = std::move(path.back().inFile);
   }
 
+  void reserve(kernels::PanelStorage& storage, size_t& room, size_t wanted) const {
+    if (room >= wanted) return;
+    storage.reset();
+    room = 0;
+    storage = panels_.room(wanted);
+    room = wanted;
+  }
+
   void makeRoom(int task, Index first, Index last, Thread& thread) {
     const PathRoom room = pathRoom(s_, first, last, wanted_, inFile_);
-    Thread::reserve(thread.atWork, thread.roomAtWork, room.atWork);
-    Thread::reserve(thread.block, thread.roomOfBlock, room.block);
+    reserve(thread.atWork, thread.roomAtWork, room.atWork);
+    reserve(thread.block, thread.roomOfBlock, room.block);
     if (isRead(task)) {
-      panelOf_[task] = kernels::rawPanels(room.path);
+      panelOf_[task] = panels_.room(room.path);
     } else {
-      Thread::reserve(thread.path, thread.room, room.path);
+      reserve(thread.path, thread.room, room.path);
     }
   }
 
@@ -247,7 +248,7 @@ class Inversion {
   const PanelStructure structure_;
   const InverterSizes sizes_;
   const InFile inFile_;
-  const Schedule schedule_;
+  Schedule schedule_;
   std::vector<Thread> threads_;
   /// The panels of tasks that other tasks read.
   std::vector<kernels::PanelStorage> panelOf_;

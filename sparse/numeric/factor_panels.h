@@ -34,6 +34,12 @@ class FactorPanels {
 
   const double* of(const Symbolic& s, Index g) const { return values_ + s.panelStart[g]; }
 
+  bool inFile() const { return file_ != nullptr; }
+  /// Memory for what a computation makes on its way. Throws std::bad_alloc.
+  kernels::PanelStorage room(std::size_t count) const {
+    const bool mapped = inFile() && count * sizeof(double) >= kernels::kLargePanels;
+    return mapped ? kernels::mappedPanels(count) : kernels::rawPanels(count);
+  }
   /// Of so many threads those that work on subtrees of their own.
   int apart(int threads) const { return thrift_.together ? 1 : threads; }
   std::size_t keptFrom() const { return thrift_.keptFrom; }

@@ -80,7 +80,7 @@ struct Stacks {
   double* update() const { return memory.get() + panelEnd; }
   double* scratch() const { return memory.get() + updateEnd; }
 
-  void reserve(const FrontRoom& wanted) {
+  void reserve(const FrontRoom& wanted, const FactorPanels& stored) {
     used = {};
     panelEnd = wanted.panel;
     updateEnd = panelEnd + wanted.update;
@@ -88,7 +88,7 @@ struct Stacks {
     if (room >= wanted.sum()) return;
     memory.reset();
     room = 0;
-    memory = kernels::rawPanels(wanted.sum());
+    memory = stored.room(wanted.sum());
     room = wanted.sum();
   }
 
@@ -116,7 +116,9 @@ class Factoriser {
         update_(static_cast<size_t>(symbolic.groups())),
         waiting_(static_cast<size_t>(symbolic.groups())),
         stacks_(static_cast<size_t>(team.threads())),
-        failedColumn_(symbolic.n) {}
+        failedColumn_(symbolic.n) {
+    if (stored.inFile()) beginInOrder(schedule_, kernels::Direction::ChildrenFirst);
+  }
 
   Index run() {
     team_.run(schedule_.forest, kernels::Direction::ChildrenFirst,
@@ -159,7 +161,7 @@ class Factoriser {
   void work(int task, Stacks& stacks) {
     const Index first = schedule_.first[task];
     const Index last = schedule_.first[task + 1];
-    stacks.reserve(roomFor(s_, first, last, {panels_ == nullptr, stored_.keptFrom()}));
+    stacks.reserve(roomFor(s_, first, last, {panels_ == nullptr, stored_.keptFrom()}), stored_);
     double sinceCheckpoint = 0.0;
     for (Index g = first; g < last; ++g) {
       // The first failure in the order of elimination is the one to tell, whoever finds one first.
@@ -193,7 +195,7 @@ class Factoriser {
     } else if (s_.parent[g] < last) {
       update_[g] = stacks.push(level_[g], size);
     } else {
-      waiting_[g] = kernels::rawPanels(size);
+      waiting_[g] = stored_.room(size);
       update_[g] = waiting_[g].get();
     }
   }
@@ -346,7 +348,7 @@ class Factoriser {
   const FactorPanels stored_;
   kernels::Team& team_;
   Meter* const meter_;
-  const Schedule schedule_;
+  Schedule schedule_;
   const std::vector<unsigned char> level_;
   /// Where the update matrix of a group is that waits for its parent: a square, or in the file its
   /// lower triangle.

@@ -23,6 +23,11 @@ double frontWork(const Symbolic& symbolic, Index g) {
   return w * (h * h - h * w + w * w / 3.0) + kPerFront + kPerRow * h;
 }
 
+void beginInOrder(Schedule& schedule, kernels::Direction direction) {
+  const int step = direction == kernels::Direction::ChildrenFirst ? -1 : 1;
+  for (int t = 0; t < schedule.tasks(); ++t) schedule.forest.priority[t] = step * t;
+}
+
 Schedule makeSchedule(const Symbolic& symbolic, int threads) {
   const Index groups = symbolic.groups();
   std::vector<double> subtree(static_cast<std::size_t>(groups));

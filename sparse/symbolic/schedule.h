@@ -19,6 +19,10 @@ struct Schedule {
   int tasks() const { return static_cast<int>(first.size()) - 1; }
 };
 
+/// Lets tasks begin in the order in which one thread works them off, which needs the least memory,
+/// instead of those first that most waits for.
+void beginInOrder(Schedule& schedule, kernels::Direction direction);
+
 /// Estimated time of a group's front, in operations of the dense kernels. A kept group is only
 /// assembled.
 double frontWork(const Symbolic& symbolic, Index g);
