@@ -304,13 +304,14 @@ void CholeskyBackend::requireRoom(const std::string& what, double beside, double
 }
 
 double CholeskyBackend::bytesToFactorise(bool inFile) const {
-  return bytesWith(inFile) +
-         sparse::frontMemory(symbolic_, threads(), {inFile, sparse::kKeepNothing});
+  if (!inFile) return bytesWith(false) + sparse::frontMemory(symbolic_, threads());
+  return bytesWith(true) + sparse::frontMemory(symbolic_, 1, {true, sparse::kLeastKept});
 }
 
 double CholeskyBackend::bytesToInvert(bool inFile) const {
-  return bytesWith(inFile) + sparse::inverseMemory(symbolic_, threads()) +
-         sparse::identityMemory(symbolic_, entries_);
+  const double sums = sparse::identityMemory(symbolic_, entries_);
+  if (!inFile) return bytesWith(false) + sums + sparse::inverseMemory(symbolic_, threads());
+  return bytesWith(true) + sums + sparse::inverseMemory(symbolic_, 1, sparse::kLeastKept);
 }
 
 CholeskyBackend::Means CholeskyBackend::meansToInvert(const std::string& what,

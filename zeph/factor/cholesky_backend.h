@@ -39,7 +39,7 @@ class CholeskyBackend final : public Backend {
   Report predicted() const;
 
   /// Bytes of memory that factorise() and variances() need with all that the factor holds, its
-  /// panels in memory or in a scratch file: what they are refused by.
+  /// panels in memory, or in a scratch file with all that can be there: what they are refused by.
   double bytesToFactorise(bool inFile) const;
   double bytesToInvert(bool inFile) const;
   /// Of the panels with their numbers.
