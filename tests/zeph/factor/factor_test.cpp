@@ -605,7 +605,8 @@ TEST_F(FactorTest, takesWhatIsPredictedAndRefusesLimitsBelow) {
     o.memoryLimit = need * 1.01;
     EXPECT_EQ(predicted(), 0.0);
     const double peak = peakBytes([&] { Factor(A, o).variances(); });
-    EXPECT_LE(peak, 1.1 * need + 2.5e6) << need;
+    // The heap keeps some of what ordering took, and large pages end where blocks do not.
+    EXPECT_LE(peak, 1.1 * need + 5e6) << need;
     EXPECT_GE(peak, 0.75 * need) << need;
   }
 }

@@ -171,8 +171,8 @@ TEST_F(PlanTest, memoryIsWhatRunsAreRefusedBy) {
     EXPECT_GE(p.memory.factorisation, 8.0 * static_cast<double>(p.report.entriesOfL));
     EXPECT_GE(p.memory.inversion, p.report.bytes);
     EXPECT_GE(p.memory.peak(), p.memory.analysis);
-    EXPECT_EQ(p.memory.inversion - p.besideFile.inversion, p.panels);
-    EXPECT_GE(p.besideFile.factorisation, p.memory.factorisation - p.panels);
+    EXPECT_LT(p.besideFile.inversion, p.memory.inversion);
+    EXPECT_LT(p.besideFile.factorisation, p.memory.factorisation);
     zeph::Options options;
     options.threads = 1;
     const auto refused = [&](double limit) {
