@@ -40,8 +40,7 @@ double Domain::factorisationBytes() const {
 }
 
 double Domain::inverseBytes() const {
-  return sparse::inverseMemory(symbolic_, threads_) +
-         sparse::identityMemory(symbolic_, entries_);
+  return sparse::inverseMemory(symbolic_, threads_) + sparse::identityMemory(symbolic_, entries_);
 }
 
 Domain::Index Domain::factorise() {
