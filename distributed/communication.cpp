@@ -7,7 +7,6 @@
 #include <stdexcept>
 #include <string>
 
-#include "distributed/scratch_folder.h"
 
 namespace zeph::distributed {
 namespace {
@@ -223,7 +222,6 @@ void Communicator::agree(const std::exception_ptr& failure, Naming naming) const
 
 void Communicator::endRun(const std::exception_ptr& failure) const {
   const Caught mine = caught(failure);
-  ScratchFolder::removeAll();
   std::fprintf(stderr, "zeph: rank %d: %s; all processes end\n", rank_, mine.sentence.c_str());
   MPI_Abort(comm_, exitCode(mine.kind));
   std::abort();

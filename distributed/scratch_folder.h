@@ -1,13 +1,15 @@
 #ifndef ZEPH_DISTRIBUTED_SCRATCH_FOLDER_H
 #define ZEPH_DISTRIBUTED_SCRATCH_FOLDER_H
 
+#include <sys/types.h>
+
 #include <string>
 
 namespace zeph::distributed {
 
 /// A new folder of this process's own inside another one, removed with all files in it by the
-/// destructor. The files of a process that is stopped by a signal or ends the run are removed by
-/// removeAll(); only those of a killed one (SIGKILL) stay.
+/// destructor, or when the process ends, however that comes about: a shell waits for that and
+/// removes it.
 class ScratchFolder {
  public:
   /// Throws Error(Output) with the system's reason.
@@ -18,15 +20,13 @@ class ScratchFolder {
 
   const std::string& path() const { return path_; }
 
-  /// Removes those of all objects alive. May be called from a signal handler, after which the
-  /// process ends.
-  static void removeAll() noexcept;
-
-  /// From now on SIGINT, SIGTERM and SIGHUP remove them before they do what they did.
-  static void removeAllOnSignals();
-
  private:
+  int watch();
+
   std::string path_;
+  pid_t watcher_ = -1;
+  /// Nobody writes to it: it is closed with this process, at the latest.
+  int alive_ = -1;
 };
 
 }  // namespace zeph::distributed

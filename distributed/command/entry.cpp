@@ -10,7 +10,6 @@
 
 #include "distributed/distributed_factor.h"
 #include "distributed/factor_parts.h"
-#include "distributed/scratch_folder.h"
 #include "zeph/dense_matrix.h"
 #include "zeph/factor/normal_numbers.h"
 #include "zeph/jobs/distributed_call.h"
@@ -239,7 +238,6 @@ extern "C" ZEPH_API int zeph_distributed_run(const zeph_distributed_call* call) 
   }
   int provided = 0;
   MPI_Init_thread(nullptr, nullptr, MPI_THREAD_FUNNELED, &provided);
-  distributed::ScratchFolder::removeAllOnSignals();
   int status = 0;
   try {
     distributed::ask(*call);
@@ -250,7 +248,6 @@ extern "C" ZEPH_API int zeph_distributed_run(const zeph_distributed_call* call) 
     // Memory that ran out between two messages: the others wait for this process.
     int rank = 0;
     MPI_Comm_rank(MPI_COMM_WORLD, &rank);
-    distributed::ScratchFolder::removeAll();
     std::fprintf(stderr, "zeph: rank %d: not enough memory (%s); all processes end\n", rank,
                  e.what());
     MPI_Abort(MPI_COMM_WORLD, exitCode(ErrorKind::Memory));

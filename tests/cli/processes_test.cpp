@@ -153,6 +153,23 @@ TEST_F(Processes, LeaveNothingBehindWhenTheyAreStopped) {
   EXPECT_LE(countOf("stopped on request; nothing was written", interrupted.err), 1)
       << interrupted.err;
   EXPECT_EQ(shell("ls d.csv* .d.csv*").out, "");
+
+  // Nobody is left to remove the factor's files, and those of each process go all the same.
+  std::string grid = "%%MatrixMarket matrix coordinate real symmetric\n10000 10000 29899\n";
+  for (int i = 1; i <= 10000; ++i) {
+    for (const int j : {i, i + 1, i + 100}) {
+      if (j <= 10000)
+        grid += std::to_string(j) + ' ' + std::to_string(i) + (i == j ? " 5\n" : " -1\n");
+    }
+  }
+  write("grid.mtx", grid);
+  shell(std::string(kMpirun) +
+        " -n 2 '" ZEPH_PROGRAM
+        "' variances grid.mtx --engine mumps --scratch . -o d.csv & "
+        "until [ $(ls -d zeph-*/* | wc -l) -gt 1 ]; do sleep 0.02; done; kill -KILL $! "
+        "$(pgrep -P $!)");
+  EXPECT_EQ(
+      shell("for k in $(seq 100); do ls -d zeph-* || exit 0; sleep 0.05; done; exit 1").status, 0);
 }
 
 }  // namespace
