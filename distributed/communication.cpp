@@ -7,7 +7,6 @@
 #include <stdexcept>
 #include <string>
 
-
 namespace zeph::distributed {
 namespace {
 
