@@ -93,7 +93,7 @@ void check(const std::string& text, const zeph::CostModel& model, zeph::Options 
   const zeph::SparseMatrix A = problem(text);
   const zeph::RunPlan plan = zeph::planRun(A, options, model);
   const bool inFile = !options.scratchFolder.empty();
-  const zeph::MemoryPlan& memory = inFile ? plan.besideFile : plan.memory;
+  const zeph::MemoryPlan& memory = inFile ? plan.factorInFile : plan.memory;
   const zeph::StageSeconds seconds =
       inFile ? plan.scratch
              : zeph::StageSeconds{plan.report.secondsFactorisation, plan.report.secondsInverse};

@@ -114,8 +114,10 @@ void tellEngines(const RunPlan& p, double limit, int processes, Console& console
     engines.add("one_thread", table.row("in memory, one thread", p.oneThread, p.memory.peak()));
   }
   JsonObject scratch = table.row("with a scratch file", p.scratch, p.besideFile.peak(),
-                                 memoryText(p.scratchBytes) + " on the disk");
-  engines.add("scratch", scratch.add("file_bytes", p.scratchBytes));
+                                 memoryText(p.scratchBytes) + " on the disk; as fast from " +
+                                     memoryText(p.factorInFile.peak()) + " on");
+  scratch.add("file_bytes", p.scratchBytes).add("bytes_as_fast", p.factorInFile.peak());
+  engines.add("scratch", scratch);
   const std::string suffix = ", processes: " + std::to_string(processes);
   if (p.domains) {
     const DomainsPlan& d = *p.domains;

@@ -9,6 +9,7 @@
 #include "sparse/ordering/domains.h"
 #include "sparse/pattern/assembly.h"
 #include "sparse/symbolic/analyse.h"
+#include "sparse/symbolic/placement.h"
 #include "zeph/factor/symmetric_input.h"
 #include "zeph/plan/run_plan.h"
 
@@ -144,7 +145,8 @@ DomainCost costOf(const CostModel& model, const Part& part) {
   cost.held = memory.panels + memory.structure + part.entries() * (sizeof(double) + sizeof(Index)) +
               n * double{sizeof(Offset) + sizeof(Index)};
   cost.toFactorise = korin::sparse::frontMemory(s, 1);
-  cost.toInvert = korin::sparse::inverseMemory(s, 1);
+  cost.toInvert = korin::sparse::inverseMemory(s, 1) +
+                  korin::sparse::identityMemory(s, korin::sparse::place(s, lower.view()));
   return cost;
 }
 

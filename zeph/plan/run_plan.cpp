@@ -24,7 +24,7 @@ constexpr double kPerDissected = 450.0;
 
 /// Share of the update matrices that the heap of several threads keeps when they are freed: next to
 /// nothing on pose graphs in space, all on grids there.
-constexpr double kUnreturned = 0.5;
+constexpr double kUnreturned = 0.6;
 
 double analysisBytes(const Report& r) {
   const auto unknowns = static_cast<double>(r.unknowns), nodes = static_cast<double>(r.groups);
@@ -34,8 +34,8 @@ double analysisBytes(const Report& r) {
          (kPerNode + (dissected ? kPerDissected : 0.0)) * nodes;
 }
 
-/// Of the file that a run would write where little memory is lacking. Update matrices and panels of
-/// the inverse follow where there is no room for them either.
+/// Of the file that a run writes where only the panels lack room: update matrices and panels of the
+/// inverse follow where there is none for them either.
 double scratchBytes(const CholeskyBackend& factor) {
   return factor.panelBytes();
 }
@@ -68,7 +68,13 @@ RunPlan planRun(const SparseMatrix& A, const Options& options, const CostModel& 
     plan.oneThread = threads == 1 ? seconds : runSeconds(model, s, entries, 1);
     const double analysis = analysisBytes(plan.report);
     plan.memory = {analysis, factor->bytesToFactorise(false), factor->bytesToInvert(false)};
+    const double panelsAtWork =
+        korin::sparse::frontMemory(s, plan.report.threads, {true, korin::sparse::kKeepNothing}) -
+        korin::sparse::frontMemory(s, plan.report.threads);
+    plan.factorInFile = {analysis, plan.memory.factorisation - factor->panelBytes() + panelsAtWork,
+                         plan.memory.inversion - factor->panelBytes()};
     plan.besideFile = {analysis, factor->bytesToFactorise(true), factor->bytesToInvert(true)};
+    plan.results = 2.0 * sizeof(double) * static_cast<double>(plan.report.unknowns);
     if (threads > 1) plan.unreturned = kUnreturned * korin::sparse::frontMemory(s, threads);
     plan.panels = factor->panelBytes();
     plan.scratch = scratchSeconds(model, s, entries, seconds);

@@ -47,17 +47,22 @@ struct SolvesPlan {
 struct RunPlan {
   Report report;            ///< as from plan(), the seconds on the options' threads
   MemoryPlan memory;        ///< panels in memory
-  MemoryPlan besideFile;    ///< panels in a scratch file
+  MemoryPlan factorInFile;  ///< panels, and nothing else, in a scratch file
+  MemoryPlan besideFile;    ///< the least: all that can be in a scratch file is there
   double panels = 0.0;      ///< bytes of these
   double inputBytes = 0.0;  ///< that A takes meanwhile
   double program = 0.0;     ///< of the process by itself: code, and what libraries hold
+  double results = 0.0;     ///< of the variances, and of what is kept for judging other results
   double unreturned = 0.0;  ///< that the heap keeps of what the factorisation gave back
-  /// What the system shows of a process that makes the run.
+  /// What the system shows of a process that makes the run and, as the command does, gives up A
+  /// when the factor is there.
   double process() const {
-    return program + inputBytes + std::max(memory.peak(), memory.inversion + unreturned);
+    return program + std::max(inputBytes + std::max(memory.analysis, memory.factorisation),
+                              memory.inversion + unreturned + results);
   }
   StageSeconds oneThread;
-  /// With the panels in a scratch file: written and read while others are worked on.
+  /// With the panels, and nothing else, in a scratch file: written and read while others are worked
+  /// on.
   StageSeconds scratch;
   double scratchBytes = 0.0;           ///< written to it
   std::optional<DomainsPlan> domains;  ///< for two processes and more, where A can be cut
