@@ -30,6 +30,7 @@ constexpr int kDigits = 17;  // enough to tell any two doubles apart
 
 struct Engine : Files, RouteFlags, FormFlags {
   std::string engine = "zeph";
+  std::string interface = "auto";
   std::string ordering = "auto";
   int threads = 0;
   std::string pairs;
@@ -55,6 +56,10 @@ void addEngine(CLI::App* command, Engine& o, Engines engines) {
   addFactorMemory(command, o);
   if (engines == Engines::Ours) return;
   addAllEngines(command, o.engine, engines == Engines::All);
+  command
+      ->add_option("--interface", o.interface,
+                   "between the domains: a dense matrix by ScaLAPACK, or a sparse one by MUMPS")
+      ->check(CLI::IsMember({"auto", "dense", "sparse"}));
 }
 
 std::vector<std::int64_t> readPermutation(const std::string& path) {
@@ -298,6 +303,7 @@ std::optional<DistributedAnswer> asked(DistributedTask task, const Engine& o, Co
   DistributedQuestion q;
   q.task = task;
   q.engine = o.engine;
+  q.interface = o.interface;
   q.route = o.cholesky ? 1 : o.lu ? 2 : 0;
   q.threads = o.threads;
   q.memory = bytesOf(o.memory);

@@ -61,6 +61,7 @@ class Asking {
     call.version = kDistributedCallVersion;
     call.task = static_cast<int>(question_.task);
     call.engine = question_.engine == "domains" ? 1 : question_.engine == "mumps" ? 2 : 0;
+    call.interface = question_.interface == "dense" ? 1 : question_.interface == "sparse" ? 2 : 0;
     call.route = question_.route;
     call.threads = question_.threads;
     call.memory = question_.memory;
@@ -145,6 +146,7 @@ class Asking {
       answer_.diagonal.assign(a.diagonal, a.diagonal + a.unknowns);
       if (a.moved != nullptr) answer_.moved.assign(a.moved, a.moved + a.unknowns);
       answer_.engine = a.engine;
+      answer_.interface = a.interface;
       answer_.reason = a.reason;
     } catch (...) {
       failure_ = std::current_exception();
@@ -210,6 +212,7 @@ void tellReport(const DistributedAnswer& answer, Console& console) {
   report.add("route", route).add("reason", answer.reason).add("engine", answer.engine);
   report.add("processes", r.processes).add("threads", r.threads);
   report.add("unknowns", r.unknowns).add("interface_unknowns", r.interface_unknowns);
+  if (r.interface_unknowns > 0) report.add("interface", answer.interface);
   report.add("entries_of_a", r.entries_of_a).add("entries_of_l", r.entries_of_l);
   report.add("operations", r.operations).add("bytes", r.bytes);
   report.add("message_bytes", r.message_bytes).add("balance", r.balance);

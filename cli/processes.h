@@ -29,8 +29,9 @@ bool isDistributedEngine(const std::string& engine);
 /// A question to all processes.
 struct DistributedQuestion {
   DistributedTask task = DistributedTask::Variances;
-  std::string engine;  ///< as --engine has it
-  int route = 0;       ///< as in zeph_distributed_call
+  std::string engine;     ///< as --engine has it
+  std::string interface;  ///< as --interface has it
+  int route = 0;          ///< as in zeph_distributed_call
   int threads = 0;
   double memory = 0.0;
   std::string scratch;
@@ -43,7 +44,7 @@ struct DistributedQuestion {
 struct DistributedAnswer {
   zeph_distributed_answer figures{};
   std::vector<double> values, diagonal, moved;
-  std::string engine, reason, source;
+  std::string engine, interface, reason, source;
   std::size_t indexBase = 0;
 };
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <iterator>
 #include <limits>
 #include <string>
 
@@ -33,6 +34,18 @@ const char* name(Engine engine) {
       return "domains";
     case Engine::Mumps:
       return "mumps";
+  }
+  return "";
+}
+
+const char* name(InterfaceMethod method) {
+  switch (method) {
+    case InterfaceMethod::Automatic:
+      return "automatic";
+    case InterfaceMethod::Dense:
+      return "dense";
+    case InterfaceMethod::Sparse:
+      return "sparse";
   }
   return "";
 }
@@ -174,12 +187,14 @@ class DistributedFactor::Impl {
  private:
   void requireSameOptions() const {
     const std::int64_t mine[] = {static_cast<std::int64_t>(options.engine),
-                                 static_cast<std::int64_t>(options.route)};
-    std::int64_t firsts[] = {mine[0], mine[1]};
-    comm.broadcast(0, firsts, 2);
+                                 static_cast<std::int64_t>(options.route),
+                                 static_cast<std::int64_t>(options.interface)};
+    std::int64_t firsts[] = {mine[0], mine[1], mine[2]};
+    comm.broadcast(0, firsts, std::size(firsts));
     comm.together([&] {
-      if (std::equal(mine, mine + 2, firsts)) return;
-      throw Error(ErrorKind::Usage, "engine or route are not those that rank 0 asks for");
+      if (std::equal(std::begin(mine), std::end(mine), firsts)) return;
+      throw Error(ErrorKind::Usage,
+                  "engine, route or interface are not those that rank 0 asks for");
     });
   }
 };

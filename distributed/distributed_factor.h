@@ -29,6 +29,16 @@ enum class Engine {
 /// "automatic", "domains", "mumps"
 ZEPH_API const char* name(Engine engine);
 
+/// How Engine::Domains treats the matrix of the unknowns between the domains.
+enum class InterfaceMethod {
+  Automatic,  ///< Dense, but Sparse where that promises less work or alone fits into memory
+  Dense,      ///< by ScaLAPACK: the same bits every time
+  Sparse      ///< by MUMPS: last digits differ from run to run
+};
+
+/// "automatic", "dense", "sparse"
+ZEPH_API const char* name(InterfaceMethod method);
+
 /// How a matrix is factorised over processes. The same on all of them, but for `progress`.
 struct DistributedOptions {
   Engine engine = Engine::Automatic;  ///< Domains, Mumps, or what fits the matrix
@@ -49,6 +59,9 @@ struct DistributedOptions {
   /// Folder for the factor where it shall not stay in memory; empty to keep it there. Only with
   /// Engine::Mumps. What is written there is removed with the factor, also after errors.
   std::string scratchFolder;
+
+  /// Only for Engine::Domains.
+  InterfaceMethod interface = InterfaceMethod::Automatic;
 };
 
 /// What a distributed factor is and what it took; the same on all processes.
@@ -75,6 +88,8 @@ struct DistributedReport {
   std::int64_t uncertainVariances = 0;  ///< as in Report
   std::int64_t firstUncertain = -1;     ///< as in Report
   double backwardError = 0.0;           ///< as in Report
+  /// What was taken between the domains; Automatic where there was nothing to take.
+  InterfaceMethod interface = InterfaceMethod::Automatic;
 };
 
 /// A factorised square matrix A that is spread over the processes of an MPI communicator, and what
@@ -91,7 +106,8 @@ struct DistributedReport {
 /// arguments, and all return, or throw the same zeph::Error, whose sentence names the rank where it
 /// arose if not all processes failed alike. Kinds of errors as for zeph::Factor. A process on which
 /// memory runs out in the midst of a message ends the run (MPI_Abort). The same shares on the same
-/// number of processes give the same bits, for every number of threads, with Engine::Domains.
+/// number of processes give the same bits, for every number of threads, with Engine::Domains and
+/// InterfaceMethod::Dense.
 class ZEPH_API DistributedFactor {
  public:
   /// Checks the shares, assembles, orders and factorises. rows, cols, symmetry and triangular are

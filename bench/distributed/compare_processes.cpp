@@ -1,7 +1,7 @@
 // Factorisation and variances of a grid on one, two, four, … processes, side by side in one run:
 //
-//   mpirun -n 4 compare_processes [--side N] [--dimensions 2|3] [--repeat R] [--threads T]
-//   [--mumps]
+//   mpirun -n 4 compare_processes [--side N] [--long L] [--dimensions 2|3] [--repeat R]
+//   [--threads T] [--interfaces] [--mumps]
 #include <mpi.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -33,15 +33,16 @@ double cpuSeconds() {
 }
 
 // The rows of the Laplacian of a grid that are this process's, with 0.01 on the diagonal.
-zeph::SparseMatrix shareOfGrid(MPI_Comm comm, std::uint32_t side, int dimensions) {
+zeph::SparseMatrix shareOfGrid(MPI_Comm comm, std::uint32_t side, std::uint32_t length,
+                               int dimensions) {
   int rank = 0, size = 1;
   MPI_Comm_rank(comm, &rank);
   MPI_Comm_size(comm, &size);
   zeph::SparseMatrix A;
   A.source = "the grid";
   A.symmetry = zeph::Symmetry::Symmetric;
-  std::uint64_t n = 1;
-  for (int d = 0; d < dimensions; ++d) n *= side;
+  std::uint64_t n = length;
+  for (int d = 1; d < dimensions; ++d) n *= side;
   A.rows = A.cols = n;
   const auto p = static_cast<std::uint64_t>(rank), all = static_cast<std::uint64_t>(size);
   for (std::uint64_t i = n * p / all; i < n * (p + 1) / all; ++i) {
@@ -49,7 +50,8 @@ zeph::SparseMatrix shareOfGrid(MPI_Comm comm, std::uint32_t side, int dimensions
     A.entries.push_back({row, row, 2.0 * dimensions + 0.01});
     std::uint32_t step = 1;
     for (int d = 0; d < dimensions; ++d, step *= side) {
-      if (row / step % side > 0) A.entries.push_back({row, row - step, -1.0});
+      if (d + 1 < dimensions ? row / step % side > 0 : row >= step)
+        A.entries.push_back({row, row - step, -1.0});
     }
   }
   return A;
@@ -94,9 +96,9 @@ void print(const std::string& what, const Figures& f, const Figures& one) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::uint32_t side = 300;
+  std::uint32_t side = 300, length = 0;
   int dimensions = 2, repeat = 3;
-  bool mumps = false;
+  bool interfaces = false, mumps = false;
   zeph::DistributedOptions options;
   options.engine = zeph::Engine::Domains;
   CLI::App app(
@@ -106,9 +108,12 @@ int main(int argc, char** argv) {
       "ordering; \"cpu\" the processor time of rank 0 for both, waiting included, and \"of cpu\" "
       "its ratio, which other work on the machine disturbs less.");
   app.add_option("--side", side, "points along each axis of the grid")->capture_default_str();
+  app.add_option("--long", length, "points along the last axis, where they are others");
   app.add_option("--dimensions", dimensions, "of the grid")->capture_default_str();
   app.add_option("--repeat", repeat, "rounds")->capture_default_str();
   app.add_option("--threads", options.threads, "of each process")->capture_default_str();
+  app.add_flag("--interfaces", interfaces,
+               "one process, and all of them with a dense and with a sparse interface");
   app.add_flag("--mumps", mumps, "MUMPS with all processes as well; slow");
   CLI11_PARSE(app, argc, argv);
 
@@ -116,20 +121,36 @@ int main(int argc, char** argv) {
   int rank = 0, size = 1;
   MPI_Comm_rank(MPI_COMM_WORLD, &rank);
   MPI_Comm_size(MPI_COMM_WORLD, &size);
-  std::vector<int> counts{1};
-  while (counts.back() < size) counts.push_back(std::min(size, 2 * counts.back()));
-  std::vector<Figures> best(counts.size() + (mumps ? 1 : 0));
+  if (length == 0) length = side;
+  struct Run {
+    std::string name;
+    int processes;
+    zeph::DistributedOptions options;
+  };
+  std::vector<Run> runs{{"1", 1, options}};
+  const std::string all = std::to_string(size);
+  if (interfaces) {
+    for (const auto method : {zeph::InterfaceMethod::Dense, zeph::InterfaceMethod::Sparse}) {
+      options.interface = method;
+      runs.push_back({all + ", " + name(method), size, options});
+    }
+  } else {
+    while (runs.back().processes < size) {
+      const int next = std::min(size, 2 * runs.back().processes);
+      runs.push_back({std::to_string(next), next, options});
+    }
+  }
+  options.engine = zeph::Engine::Mumps;
+  if (mumps) runs.push_back({all + ", mumps", size, options});
+  std::vector<Figures> best(runs.size());
   try {
     for (int round = 0; round < repeat; ++round) {
       for (std::size_t k = 0; k < best.size(); ++k) {
-        const bool ours = k < counts.size();
-        zeph::DistributedOptions chosen = options;
-        if (!ours) chosen.engine = zeph::Engine::Mumps;
         MPI_Comm comm = MPI_COMM_NULL;
-        MPI_Comm_split(MPI_COMM_WORLD, rank < (ours ? counts[k] : size) ? 0 : MPI_UNDEFINED, rank,
-                       &comm);
+        MPI_Comm_split(MPI_COMM_WORLD, rank < runs[k].processes ? 0 : MPI_UNDEFINED, rank, &comm);
         if (comm != MPI_COMM_NULL) {
-          const Figures f = measure(comm, shareOfGrid(comm, side, dimensions), chosen);
+          const Figures f =
+              measure(comm, shareOfGrid(comm, side, length, dimensions), runs[k].options);
           const auto least = [round](double& known, double now) {
             known = round == 0 ? now : std::min(known, now);
           };
@@ -148,13 +169,14 @@ int main(int argc, char** argv) {
     MPI_Abort(MPI_COMM_WORLD, 1);
   }
   if (rank == 0) {
-    std::printf("a grid of %u points along each of %d axes; seconds and MB\n", side, dimensions);
+    std::printf(
+        "a grid in %d dimensions, %u points along each axis, %u along the last; seconds and MB\n",
+        dimensions, side, length);
     std::printf("%-10s %9s %9s %9s %9s %7s %9s %7s %9s %8s %9s %8s %8s\n", "processes", "ordering",
                 "factor", "variances", "both", "ratio", "cpu", "of cpu", "interface", "messages",
                 "memory", "balance", "Gop");
     for (std::size_t k = 0; k < best.size(); ++k) {
-      print(k < counts.size() ? std::to_string(counts[k]) : "mumps, " + std::to_string(size),
-            best[k], best[0]);
+      print(runs[k].name, best[k], best[0]);
     }
   }
   MPI_Finalize();

@@ -136,6 +136,7 @@ Vector randomSigns(const Vector& diagonal) {
 
 void addReport(const DistributedReport& r, zeph_distributed_answer& a) {
   a.engine = name(r.engine);
+  a.interface = name(r.interface);
   a.reason = r.reason.c_str();
   a.route = static_cast<int>(r.route);
   a.processes = r.processes;
@@ -186,6 +187,7 @@ void ask(const zeph_distributed_call& call) {
   Question q = read(comm, call);
   DistributedOptions options;
   options.engine = static_cast<Engine>(call.engine);
+  options.interface = static_cast<InterfaceMethod>(call.interface);
   options.route = static_cast<Route>(call.route);
   options.threads = call.threads;
   options.memoryLimit = call.memory;

@@ -5,40 +5,39 @@
 #include <vector>
 
 #include "distributed/communication.h"
+#include "distributed/domains/block_matrix.h"
 #include "distributed/domains/domain.h"
-#include "distributed/domains/interface.h"
 
 namespace zeph::distributed {
 
-/// What the domains and the interface have to tell each other: squares of the boundaries, spread
-/// over the processes as the interface is. Both sides know which entries come in which order, so
-/// that values travel without indices; large squares go in strips of columns.
+/// What the domains and a dense interface have to tell each other: squares of the boundaries,
+/// spread over the processes as its matrix is. Both sides know which entries come in which order,
+/// so that values travel without indices; large squares go in strips of columns.
 class Boundaries {
  public:
-  /// `mine`: of this process's boundary the unknowns' places in the interface, ascending.
-  /// Collective, as all that follows.
-  Boundaries(const Communicator& comm, const Interface& interface, std::vector<std::int32_t> mine);
+  /// `mine`, which is kept: of this process's boundary the unknowns' places in the interface,
+  /// ascending. Collective, as all that follows.
+  Boundaries(const Communicator& comm, const BlockMatrix& matrix,
+             const std::vector<std::int32_t>& mine);
 
   /// Adds the domains' Schur complements to the interface, in the order of the processes.
-  void addSchur(const Domain& domain, Interface& interface) const;
+  void addSchur(const Domain& domain, BlockMatrix& matrix) const;
   /// Gives every domain its square of the interface's inverse.
-  void takeInverse(const Interface& interface, Domain& domain) const;
+  void takeInverse(const BlockMatrix& matrix, Domain& domain) const;
   /// Bytes of the strips that a process sends and receives at one time.
   double bytes() const;
-
-  const std::vector<std::int32_t>& mine() const { return mine_; }
 
  private:
   std::vector<std::int64_t> strips(std::int64_t order) const;
   template <class Use>
-  void forMine(const Interface& interface, std::int64_t first, std::int64_t end,
+  void forMine(const BlockMatrix& matrix, std::int64_t first, std::int64_t end,
                const Use& use) const;
   template <class Use>
-  void forOwned(const Interface& interface, std::size_t p, std::int64_t first, std::int64_t end,
+  void forOwned(const BlockMatrix& matrix, std::size_t p, std::int64_t first, std::int64_t end,
                 const Use& use) const;
 
   const Communicator& comm_;
-  std::vector<std::int32_t> mine_;
+  const std::vector<std::int32_t>& mine_;
   /// Which row of the grid of processes has the interface's rows of mine_.
   std::vector<std::int32_t> rowOwner_;
   /// Those of process p are all_[start_[p]] .. all_[start_[p+1]-1].

@@ -4,12 +4,12 @@
 #include <cmath>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
 #include "distributed/backend.h"
 #include "distributed/condition.h"
-#include "distributed/domains/boundaries.h"
 #include "distributed/domains/domain.h"
 #include "distributed/domains/interface.h"
 #include "distributed/domains/partition.h"
@@ -30,11 +30,6 @@ using sparse::Offset;
 using std::size_t;
 using Vector = std::vector<double>;
 
-// An entry of S = D A D between two unknowns of the interface, as places there.
-struct InterfaceEntry {
-  std::int64_t row, col;
-  double value;
-};
 
 /// A scaled as CholeskyBackend scales it, cut into a domain for each process and the interface
 /// between them.
@@ -73,7 +68,7 @@ class DomainsBackend final : public DistributedBackend {
                    std::vector<unsigned char>& known) const;
 
   int exponent(size_t i) const { return exponent_.empty() ? 0 : exponent_[i]; }
-  const std::vector<std::int32_t>& boundary() const { return boundaries_->mine(); }
+  const std::vector<std::int32_t>& boundary() const { return interface_->boundary(); }
 
   const Communicator& comm_;
   const Assembled& A_;
@@ -85,9 +80,7 @@ class DomainsBackend final : public DistributedBackend {
   Vector diagonal_;
   /// The unknowns of this process's interior, ascending.
   std::vector<std::int32_t> interior_;
-  std::vector<InterfaceEntry> interfaceEntries_;
   std::unique_ptr<Domain> domain_;
-  std::unique_ptr<Boundaries> boundaries_;
   std::unique_ptr<Interface> interface_;
   double logDeterminant_ = 0.0;
   DistributedReport report_;
@@ -114,12 +107,8 @@ DomainsBackend::DomainsBackend(const Communicator& comm, const Assembled& A,
   beginStage(comm, options, "factorising");
   clock = StopWatch();
   requireRoom("the factor of " + A.source,
-              domain_->bytes() + domain_->factorisationBytes() +
-                  0.5 * Interface::bytes(partition_.interfaceSize(), comm.size()));
+              domain_->bytes() + domain_->factorisationBytes() + interface_->factorBytes());
   factorise();
-  if (!(smallestPivotShare_ > kHarmlessPivotShare)) {
-    condition_ = estimateCondition(comm, A, *this);
-  }
   reportFactor(secondsOrdering, comm.largest(clock.seconds()));
 }
 
@@ -133,24 +122,26 @@ void DomainsBackend::readDiagonal() {
   for (size_t i = 0; i < A_.n; ++i) diagonal_[i] = std::ldexp(diagonal_[i], 2 * exponent(i));
 }
 
-// Every entry goes to the process with an end of it in its interior, or to where it belongs in the
-// interface. They come by ascending columns and rows, whoever had them.
+// Every entry goes to the process with an end of it in its interior; those of the interface stay
+// where they are. They come by ascending columns and rows, whoever had them.
 void DomainsBackend::distribute(Partition partition) {
+  interface_.reset();
+  domain_.reset();
   partition_ = std::move(partition);
   interior_.clear();
-  interfaceEntries_.clear();
-  domain_.reset();
-  interface_.reset();
-  interface_ = std::make_unique<Interface>(comm_, partition_.interfaceSize());
+  std::vector<InterfaceEntry> between;
   const auto& domainOf = partition_.domainOf;
   const auto& place = partition_.placeInInterface;
   auto to = comm_.together([&] {
     std::vector<std::vector<Entry>> parts(static_cast<size_t>(comm_.size()));
     for (Entry e : A_.entries) {
       e.value = std::ldexp(e.value, exponent(e.row) + exponent(e.col));
-      int owner = std::max(domainOf[e.row], domainOf[e.col]);
-      if (owner < 0) owner = interface_->owner(place[e.row], place[e.col]);
-      parts[static_cast<size_t>(owner)].push_back(e);
+      const std::int32_t owner = std::max(domainOf[e.row], domainOf[e.col]);
+      if (owner < 0) {
+        between.push_back({place[e.row], place[e.col], e.value});
+      } else {
+        parts[static_cast<size_t>(owner)].push_back(e);
+      }
     }
     return parts;
   });
@@ -177,13 +168,9 @@ void DomainsBackend::distribute(Partition partition) {
       local[partition_.interfaceUnknowns[mine[b]]] = static_cast<Index>(interior_.size() + b);
     }
     for (const Entry& e : entries) {
-      if (domainOf[e.row] < 0 && domainOf[e.col] < 0) {
-        interfaceEntries_.push_back({place[e.row], place[e.col], e.value});
-      } else {
-        row.push_back(local[e.row]);
-        col.push_back(local[e.col]);
-        value.push_back(e.value);
-      }
+      row.push_back(local[e.row]);
+      col.push_back(local[e.col]);
+      value.push_back(e.value);
     }
     entries = {};
     const auto n = static_cast<Index>(interior_.size() + mine.size());
@@ -192,13 +179,13 @@ void DomainsBackend::distribute(Partition partition) {
                                  sparse::Part::OneTriangle),
         static_cast<Index>(mine.size()), std::max(1, options_.threads));
   });
-  boundaries_ = std::make_unique<Boundaries>(comm_, *interface_, std::move(mine));
+  interface_ = makeInterface({comm_, A_, partition_, options_}, std::move(mine), std::move(between),
+                             domain_->bytes() + domain_->factorisationBytes());
 }
 
-// Of this process, with its share of the interface's, which all have.
+// Of this process, with its share of the interface's.
 double DomainsBackend::operations() const {
-  const auto m = static_cast<double>(partition_.interfaceSize());
-  return domain_->operations() + m * (m + 1.0) * (2.0 * m + 1.0) / 6.0 / comm_.size();
+  return domain_->operations() + interface_->operations();
 }
 
 // Domains of as many unknowns may be unlike work, where one is denser than another: then they are
@@ -219,8 +206,7 @@ void DomainsBackend::balance() {
 void DomainsBackend::requireRoom(const std::string& what, double beside) const {
   // What is held already counts against the limit that was asked for, and the machine has less.
   const double held = options_.memoryLimit > 0.0 ? report_.bytes : 0.0;
-  const double strips = comm_.size() > 1 ? boundaries_->bytes() : 0.0;
-  comm_.together([&] { distributed::requireRoom(comm_, options_, what, held + beside + strips); });
+  comm_.together([&] { distributed::requireRoom(comm_, options_, what, held + beside); });
 }
 
 void DomainsBackend::factorise() {
@@ -228,25 +214,19 @@ void DomainsBackend::factorise() {
     const Index failed = domain_->factorise();
     if (failed >= 0) throw notPositiveDefinite(A_.source, A_.indexBase, interior_[failed]);
   });
-  for (const InterfaceEntry& e : interfaceEntries_) interface_->add(e.row, e.col, e.value);
-  boundaries_->addSchur(*domain_, *interface_);
-  const std::int64_t failed = interface_->factorise();
-  if (failed >= 0) {
-    comm_.fail(notPositiveDefinite(A_.source, A_.indexBase,
-                                   partition_.interfaceUnknowns[static_cast<size_t>(failed)]));
-  }
-  smallestPivotShare_ = domain_->smallestPivotShare();
-  double logs = domain_->logDeterminant();
-  interface_->forDiagonal([&](std::int64_t i, double l) {
-    const auto unknown = static_cast<size_t>(partition_.interfaceUnknowns[static_cast<size_t>(i)]);
-    smallestPivotShare_ = std::min(smallestPivotShare_, l * l / diagonal_[unknown]);
-    logs += 2.0 * std::log(l);
-  });
+  interface_->factorise(*domain_);
+  const std::optional<double> ofInterface = interface_->smallestPivotShare(diagonal_);
+  smallestPivotShare_ = std::min(domain_->smallestPivotShare(), ofInterface.value_or(1.0));
   smallestPivotShare_ = -comm_.largest(-smallestPivotShare_);
   if (!(smallestPivotShare_ > kSingularPivotShare)) comm_.fail(singular(A_.source));
   double exponents = 0.0;
   for (const int e : exponent_) exponents += e;
-  logDeterminant_ = comm_.sum(logs) - 2.0 * exponents * std::log(2.0);
+  logDeterminant_ = comm_.sum(domain_->logDeterminant() + interface_->logDeterminant()) -
+                    2.0 * exponents * std::log(2.0);
+  if (ofInterface && smallestPivotShare_ > kHarmlessPivotShare) return;
+  condition_ = estimateCondition(comm_, A_, *this);
+  // What pivots do not tell of, the condition has to.
+  if (!ofInterface) requireTrust();
 }
 
 void DomainsBackend::reportFactor(double secondsOrdering, double secondsFactorisation) {
@@ -255,24 +235,22 @@ void DomainsBackend::reportFactor(double secondsOrdering, double secondsFactoris
   report_.secondsOrdering = secondsOrdering;
   report_.secondsFactorisation = secondsFactorisation;
   report_.interfaceUnknowns = partition_.interfaceSize();
-  const std::int64_t m = report_.interfaceUnknowns;
-  report_.entriesOfL = comm_.sum(domain_->entriesOfL()) + m * (m + 1) / 2;
+  if (interface_->order() > 0) report_.interface = interface_->method();
+  report_.entriesOfL = comm_.sum(domain_->entriesOfL()) + interface_->entriesOfL();
   const double mine = operations();
   report_.operations = comm_.sum(mine);
   report_.balance =
       report_.operations > 0.0 ? comm_.largest(mine) * comm_.size() / report_.operations : 1.0;
   report_.bytes =
-      comm_.largest(domain_->bytes() + 0.5 * Interface::bytes(m, comm_.size()) +
+      comm_.largest(domain_->bytes() + interface_->bytes() +
                     static_cast<double>(A_.n) * (sizeof(double) + 2 * sizeof(std::int32_t)));
 }
 
 void DomainsBackend::requireInverse() const {
   requireRoom("the inverse of " + A_.source,
-              domain_->inverseBytes() +
-                  (inverted_ ? 0.0 : 0.5 * Interface::bytes(interface_->order(), comm_.size())));
+              domain_->inverseBytes() + (inverted_ ? 0.0 : interface_->inverseBytes()));
   if (inverted_) return;
-  interface_->invert();
-  boundaries_->takeInverse(*interface_, *domain_);
+  interface_->invert(*domain_);
   inverted_ = true;
 }
 
@@ -282,8 +260,9 @@ Vector DomainsBackend::interfaceSums(const Vector& ofDomain) const {
   for (size_t b = 0; b < boundary().size(); ++b) {
     sums[boundary()[b]] = ofDomain[interior_.size() + b];
   }
-  for (const InterfaceEntry& e : interfaceEntries_) {
-    const double product = e.value * interface_->inverse(e.row, e.col);
+  for (size_t k = 0; k < interface_->entries().size(); ++k) {
+    const InterfaceEntry& e = interface_->entries()[k];
+    const double product = e.value * interface_->inverseAtEntries()[k];
     sums[e.row] += product;
     if (e.row != e.col) sums[e.col] += product;
   }
@@ -301,9 +280,10 @@ InverseCheck DomainsBackend::variances(double* diagonal) const {
   });
   std::fill_n(diagonal, A_.n, 0.0);
   for (size_t k = 0; k < interior_.size(); ++k) diagonal[interior_[k]] = own[k];
-  for (std::int64_t i = 0; i < interface_->order(); ++i) {
-    if (!interface_->hasRow(i) || !interface_->hasCol(i)) continue;
-    diagonal[partition_.interfaceUnknowns[static_cast<size_t>(i)]] = interface_->inverse(i, i);
+  for (size_t k = 0; k < interface_->entries().size(); ++k) {
+    const InterfaceEntry& e = interface_->entries()[k];
+    if (e.row != e.col) continue;
+    diagonal[partition_.interfaceUnknowns[e.row]] = interface_->inverseAtEntries()[k];
   }
   comm_.sum(diagonal, A_.n);
 
@@ -369,8 +349,9 @@ Vector DomainsBackend::onPattern(const std::int64_t* rows, const std::int64_t* c
     } else if (domain < 0) {
       const auto [low, high] =
           std::minmax(partition_.placeInInterface[i], partition_.placeInInterface[j]);
-      if (!interface_->hasRow(high) || !interface_->hasCol(low)) continue;
-      values[k] = interface_->inverse(high, low);
+      const std::ptrdiff_t entry = interface_->find(high, low);
+      if (entry < 0) continue;
+      values[k] = interface_->inverseAtEntries()[entry];
       known[k] = 1;
     }
   }

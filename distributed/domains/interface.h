@@ -3,89 +3,100 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <optional>
+#include <utility>
 #include <vector>
 
+#include "distributed/assembly.h"
 #include "distributed/communication.h"
+#include "distributed/distributed_factor.h"
+#include "distributed/domains/domain.h"
+#include "distributed/domains/partition.h"
 
 namespace zeph::distributed {
 
-/// The matrix S of the unknowns between the domains, dense, symmetric positive definite, spread
-/// over all processes in square blocks that go round their grid (ScaLAPACK: Blackford et al.,
-/// 1997). Only the lower triangle counts: rows i >= columns j. The BLAS below runs on one thread
-/// here.
+/// An entry of A between two unknowns of the interface, as places there, row >= col.
+struct InterfaceEntry {
+  std::int32_t row, col;
+  double value;
+};
+
+/// The matrix S of the unknowns between the domains: A's entries there plus what the domains leave
+/// of them, their Schur complements. Symmetric positive definite, or refused. Each process has the
+/// boundary of its domain, which is some unknowns of S, and some of A's entries.
 ///
-/// The constructor, the destructor and all that computes are collective. Nothing happens where
-/// there are no unknowns.
+/// All that computes is collective, and throws the same Error on all processes.
 class Interface {
  public:
-  /// S = 0. Throws Error(Memory) on all processes where the part of one has 2³¹ entries, more than
-  /// ScaLAPACK counts, or there is no memory for it.
-  Interface(const Communicator& comm, std::int64_t order);
-  ~Interface();
+  /// What an interface stands between. The references outlive it.
+  struct Surroundings {
+    const Communicator& comm;
+    const Assembled& A;
+    const Partition& partition;
+    const DistributedOptions& options;
+  };
+
+  /// Of this process: its boundary's places in the interface, ascending, and its entries by
+  /// ascending columns, then rows; all processes together have each entry once, every one of the
+  /// diagonal among them.
+  Interface(const Surroundings& around, std::vector<std::int32_t> boundary,
+            std::vector<InterfaceEntry> entries);
+  virtual ~Interface() = default;
   Interface(const Interface&) = delete;
   Interface& operator=(const Interface&) = delete;
 
-  std::int64_t order() const { return order_; }
-  /// Bytes that a process holds at most of S and as much again of its inverse.
-  static double bytes(std::int64_t order, int processes);
+  virtual InterfaceMethod method() const = 0;
+  std::int64_t order() const { return around_.partition.interfaceSize(); }
+  const std::vector<std::int32_t>& boundary() const { return boundary_; }
 
-  /// The process that has the entry, and in row and column of the grid.
-  int owner(std::int64_t i, std::int64_t j) const { return ownerAt(rowOwner(i), colOwner(j)); }
-  int ownerAt(int rowOwner, int colOwner) const { return rowOwner * gridCols_ + colOwner; }
-  int rowOwner(std::int64_t i) const { return static_cast<int>(i / kBlock % gridRows_); }
-  int colOwner(std::int64_t j) const { return static_cast<int>(j / kBlock % gridCols_); }
-  bool hasRow(std::int64_t i) const { return rowOwner(i) == gridRow_; }
-  bool hasCol(std::int64_t j) const { return colOwner(j) == gridCol_; }
+  /// Predicted bytes of this process, for the factor and for the inverse beside it, each with what
+  /// is needed only for a time.
+  virtual double factorBytes() const = 0;
+  virtual double inverseBytes() const = 0;
+  /// What the factor, once there, keeps of it.
+  virtual double bytes() const = 0;
+  /// Of the factorisation, on this process.
+  virtual double operations() const = 0;
+  /// Of the factor, over all processes. Once there is one.
+  virtual std::int64_t entriesOfL() const = 0;
 
-  /// A row's and a column's place in what this process has, if it has them.
-  std::int64_t localRow(std::int64_t i) const {
-    return i / (kBlock * gridRows_) * kBlock + i % kBlock;
-  }
-  std::int64_t localCol(std::int64_t j) const {
-    return j / (kBlock * gridCols_) * kBlock + j % kBlock;
-  }
-
-  /// Adds to an entry of this process, before factorise().
-  void add(std::int64_t i, std::int64_t j, double value) { factor_[place(i, j)] += value; }
-  /// The entries of a local column, to be added to, and those of S⁻¹.
-  double* column(std::int64_t localCol) { return factor_.data() + localCol * stride_; }
-  const double* inverseColumn(std::int64_t localCol) const {
-    return inverse_.data() + localCol * stride_;
-  }
-
-  /// S = L Lᵀ. Returns -1, or the first unknown without a positive pivot.
-  std::int64_t factorise();
-  /// Calls use(i, l) for the entries of L's diagonal that this process has.
-  template <class Use>
-  void forDiagonal(const Use& use) const {
-    for (std::int64_t i = 0; i < order_; ++i) {
-      if (hasRow(i) && hasCol(i)) use(i, factor_[place(i, i)]);
-    }
-  }
+  /// Factorises S, with the Schur complement of this process's domain.
+  virtual void factorise(const Domain& domain) = 0;
+  /// log det S, of which this process has a part.
+  virtual double logDeterminant() const = 0;
+  /// The least share of its diagonal entry of A that a pivot of this process keeps; nothing where
+  /// pivots are not known, and the condition number has to be looked at.
+  virtual std::optional<double> smallestPivotShare(const std::vector<double>& diagonal) const = 0;
   /// x = S⁻¹ x for a whole vector, the same on all processes before and after.
-  void solve(double* x) const;
-  /// Makes S⁻¹, unless it is there.
-  void invert();
-  /// An entry of S⁻¹ that this process has, after invert().
-  double inverse(std::int64_t i, std::int64_t j) const { return inverse_[place(i, j)]; }
+  virtual void solve(double* x) const = 0;
+  /// Gives every domain the square of S⁻¹ on its boundary, and takes down the values of S⁻¹ at the
+  /// entries.
+  virtual void invert(Domain& domain) = 0;
 
- private:
-  /// Rows and columns of a block: deep enough for products at full rate, small enough that every
-  /// process soon has some.
-  static constexpr int kBlock = 64;
+  /// The entries that this process has, and after invert() the values of S⁻¹ there.
+  const std::vector<InterfaceEntry>& entries() const { return entries_; }
+  const std::vector<double>& inverseAtEntries() const { return inverseAtEntries_; }
+  /// Which of the entries is that, row >= col; -1 where this process does not have it.
+  std::ptrdiff_t find(std::int32_t row, std::int32_t col) const;
 
-  std::size_t place(std::int64_t i, std::int64_t j) const {
-    return static_cast<std::size_t>(localCol(j) * stride_ + localRow(i));
-  }
+ protected:
+  const Communicator& comm() const { return around_.comm; }
 
-  const Communicator& comm_;
-  std::int64_t order_;
-  int gridRows_ = 1, gridCols_ = 1, gridRow_ = 0, gridCol_ = 0;
-  int system_ = -1, context_ = -1;
-  int stride_ = 1;
-  int descriptor_[9] = {};
-  std::vector<double> factor_, inverse_;
+  const Surroundings around_;
+  const std::vector<std::int32_t> boundary_;
+  std::vector<InterfaceEntry> entries_;
+  std::vector<double> inverseAtEntries_;
 };
+
+/// The one that the options ask for, or that fits. Collective, with the arguments of Interface's
+/// constructor; `beside` are the bytes that this process's domain takes. Where the choice is open,
+/// it is the dense one, unless a process has no room for that, or S is large and sparse: at least
+/// 3000 unknowns m and Σ |B|² <= 0.08 m², the squares of all boundaries, which are what is full of
+/// it. docs/domains.md has the measurements.
+std::unique_ptr<Interface> makeInterface(const Interface::Surroundings& around,
+                                         std::vector<std::int32_t> boundary,
+                                         std::vector<InterfaceEntry> entries, double beside);
 
 }  // namespace zeph::distributed
 

@@ -1,9 +1,10 @@
 #include "distributed/mumps/instance.h"
 
-#include <dlfcn.h>
-
 #include <algorithm>
+#include <cmath>
 #include <cstring>
+
+#include "distributed/blas_threads.h"
 
 namespace zeph::distributed {
 namespace {
@@ -11,34 +12,6 @@ namespace {
 constexpr int kBegin = -1;
 constexpr int kEnd = -2;
 constexpr MUMPS_INT kMostRelaxation = 1600;  // per cent of workspace beyond the forecast
-
-// MUMPS multiplies by the BLAS, of which OpenBLAS alone has threads of its own. While one of these
-// lives, it has as many as were asked for.
-class BlasThreads {
- public:
-  explicit BlasThreads(int threads) : set_(find<Set>("openblas_set_num_threads")) {
-    const Get get = find<Get>("openblas_get_num_threads");
-    if (set_ == nullptr || get == nullptr) return;
-    before_ = get();
-    set_(threads);
-  }
-  ~BlasThreads() {
-    if (before_ > 0) set_(before_);
-  }
-  BlasThreads(const BlasThreads&) = delete;
-  BlasThreads& operator=(const BlasThreads&) = delete;
-
- private:
-  using Set = void (*)(int);
-  using Get = int (*)();
-  template <class Function>
-  static Function find(const char* name) {
-    return reinterpret_cast<Function>(::dlsym(RTLD_DEFAULT, name));
-  }
-
-  Set set_;
-  int before_ = 0;
-};
 
 }  // namespace
 
@@ -89,6 +62,34 @@ void Instance::useFiles(const std::string& folder) {
     std::strcpy(id_.ooc_prefix, "factor");
   });
   control(22) = 1;
+}
+
+void Instance::solve(double* x, bool transposed) {
+  control(9) = transposed ? 0 : 1;
+  id_.nrhs = 1;
+  id_.lrhs = id_.n;
+  if (comm_.first()) id_.rhs = x;  // elsewhere it must never have been set
+  run(Phase::Solve);
+  comm_.broadcast(0, x, static_cast<std::size_t>(id_.n));
+}
+
+void Instance::invert(WantedEntries& wanted) {
+  control(30) = 1;
+  id_.nrhs = id_.lrhs = id_.n;
+  id_.nz_rhs = static_cast<MUMPS_INT>(wanted.rows.size());
+  if (comm_.first()) {
+    id_.irhs_ptr = wanted.starts.data();
+    id_.irhs_sparse = wanted.rows.data();
+    id_.rhs_sparse = wanted.values.data();
+  }
+  run(Phase::Solve);
+  id_.irhs_ptr = id_.irhs_sparse = nullptr;
+  id_.rhs_sparse = nullptr;
+  control(30) = 0;
+}
+
+double Instance::logDeterminant() const {
+  return std::log(std::abs(realGlobal(12))) + global(34) * std::log(2.0);
 }
 
 }  // namespace zeph::distributed

@@ -9,6 +9,7 @@
 
 #include "distributed/communication.h"
 #include "distributed/distributed_factor.h"
+#include "distributed/mumps/wanted_entries.h"
 #include "distributed/scratch_folder.h"
 #include "zeph/error.h"
 
@@ -48,6 +49,13 @@ class Instance {
   /// Keeps the factor in files below this folder. Collective, before the factorisation.
   void useFiles(const std::string& folder);
 
+  /// x = A⁻¹ x, or with A transposed, for a whole vector that is the same on all processes.
+  void solve(double* x, bool transposed = false);
+  /// Fills in values on the first process, which alone has wanted entries.
+  void invert(WantedEntries& wanted);
+  /// log |det A|, where control(33) was set.
+  double logDeterminant() const;
+
  private:
   void call(int job);
 
@@ -61,6 +69,9 @@ class Instance {
 
 /// What a status INFOG(1) below zero with its INFOG(2) says of the matrix `source`.
 Error mumpsError(MUMPS_INT status, MUMPS_INT detail, const std::string& source);
+
+/// What so many pivots say that are negative where none should be; 0 where they are not known.
+Error negativePivots(const std::string& source, MUMPS_INT count);
 
 /// Whether a status asks for more workspace than had been foreseen.
 bool wantsMoreWorkspace(MUMPS_INT status);

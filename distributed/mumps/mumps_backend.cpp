@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <numeric>
 #include <utility>
 #include <vector>
 
@@ -22,37 +21,6 @@ constexpr double kMega = 1e6;
 // Of entries that LU computes, the error beside the largest of their column is a small multiple of
 // the condition number times ε.
 constexpr double kLuSafety = 4.0;
-
-// Entries of an inverse that are asked for, each once, column after column.
-class Wanted {
- public:
-  explicit Wanted(size_t n) : starts_(n + 1, 1) {}
-
-  // `places` are (column, row) in any order, with duplicates.
-  void set(std::vector<std::pair<std::uint32_t, std::uint32_t>> places) {
-    std::sort(places.begin(), places.end());
-    places.erase(std::unique(places.begin(), places.end()), places.end());
-    rows_.clear();
-    std::fill(starts_.begin(), starts_.end(), 0);
-    for (const auto& [col, row] : places) {
-      rows_.push_back(static_cast<MUMPS_INT>(row) + 1);
-      ++starts_[col + 1];
-    }
-    starts_[0] = 1;
-    std::partial_sum(starts_.begin(), starts_.end(), starts_.begin());
-    values_.assign(places.size(), 0.0);
-  }
-
-  double at(size_t row, size_t col) const {
-    const auto begin = rows_.begin() + (starts_[col] - 1),
-               end = rows_.begin() + (starts_[col + 1] - 1);
-    const auto found = std::lower_bound(begin, end, static_cast<MUMPS_INT>(row) + 1);
-    return values_[static_cast<size_t>(found - rows_.begin())];
-  }
-
-  std::vector<MUMPS_INT> starts_, rows_;
-  std::vector<double> values_;
-};
 
 class MumpsBackend : public DistributedBackend {
  public:
@@ -76,16 +44,13 @@ class MumpsBackend : public DistributedBackend {
   void covariance(const std::int64_t* rows, const std::int64_t* cols, size_t count,
                   double* values) const override;
   void solve(double* x, bool transposed) const override;
-  double logDeterminant() const override {
-    return std::log(std::abs(mumps_.realGlobal(12))) + mumps_.global(34) * std::log(2.0);
-  }
+  double logDeterminant() const override { return mumps_.logDeterminant(); }
   int determinantSign() const override { return mumps_.realGlobal(12) < 0.0 ? -1 : 1; }
 
  private:
   void analyse();
   void factorise();
-  void invert(Wanted& wanted) const;
-  InverseCheck judge(const std::vector<Entry>& whole, const Wanted& z) const;
+  InverseCheck judge(const std::vector<Entry>& whole, const WantedEntries& z) const;
 
   const Communicator& comm_;
   const Assembled& A_;
@@ -147,10 +112,7 @@ void MumpsBackend::analyse() {
 void MumpsBackend::factorise() {
   const MUMPS_INT negative = mumps_.global(12), null = mumps_.global(28);
   if (definite_ && negative > 0) {
-    comm_.fail(Error(ErrorKind::NotPositiveDefinite,
-                     A_.source + " is not positive definite: " + std::to_string(negative) +
-                         " of its pivots are negative; if it is meant to be indefinite, use LU "
-                         "(--lu)"));
+    comm_.fail(negativePivots(A_.source, negative));
   }
   if (null > 0 || mumps_.realGlobal(12) == 0.0) comm_.fail(singular(A_.source));
   report_.engine = Engine::Mumps;
@@ -168,33 +130,11 @@ void MumpsBackend::factorise() {
 }
 
 void MumpsBackend::solve(double* x, bool transposed) const {
-  mumps_.control(9) = transposed && !A_.symmetric() ? 0 : 1;
-  mumps_->nrhs = 1;
-  mumps_->lrhs = static_cast<MUMPS_INT>(A_.n);
-  if (comm_.first()) mumps_->rhs = x;  // elsewhere it must never have been set
-  mumps_.run(Phase::Solve);
-  comm_.broadcast(0, x, A_.n);
-}
-
-// Fills in values on the first process, which alone has wanted entries.
-void MumpsBackend::invert(Wanted& wanted) const {
-  mumps_.control(30) = 1;
-  mumps_->nrhs = static_cast<MUMPS_INT>(A_.n);
-  mumps_->lrhs = static_cast<MUMPS_INT>(A_.n);
-  mumps_->nz_rhs = static_cast<MUMPS_INT>(wanted.rows_.size());
-  if (comm_.first()) {
-    mumps_->irhs_ptr = wanted.starts_.data();
-    mumps_->irhs_sparse = wanted.rows_.data();
-    mumps_->rhs_sparse = wanted.values_.data();
-  }
-  mumps_.run(Phase::Solve);
-  mumps_->irhs_ptr = mumps_->irhs_sparse = nullptr;
-  mumps_->rhs_sparse = nullptr;
-  mumps_.control(30) = 0;
+  mumps_.solve(x, transposed && !A_.symmetric());
 }
 
 // From Σ a(j,k) z(k,j), which is 1. `whole` has all of A.
-InverseCheck MumpsBackend::judge(const std::vector<Entry>& whole, const Wanted& z) const {
+InverseCheck MumpsBackend::judge(const std::vector<Entry>& whole, const WantedEntries& z) const {
   std::vector<double> sum(A_.n, 0.0), product(A_.n, 0.0), largest(A_.n, 0.0);
   for (const Entry& e : whole) {
     const double across = A_.symmetric() ? z.at(e.row, e.col) : z.at(e.col, e.row);
@@ -232,22 +172,22 @@ InverseCheck MumpsBackend::judge(const std::vector<Entry>& whole, const Wanted& 
 
 InverseCheck MumpsBackend::variances(double* diagonal) const {
   const std::vector<Entry> whole = comm_.gather(0, A_.entries);
-  Wanted wanted(A_.n);
+  WantedEntries wanted(A_.n);
   comm_.together([&] {
     if (!comm_.first()) return;
-    std::vector<std::pair<std::uint32_t, std::uint32_t>> places;
+    std::vector<WantedPlace> places;
     places.reserve(whole.size() + A_.n);
-    for (std::uint32_t j = 0; j < A_.n; ++j) places.emplace_back(j, j);
+    for (std::uint32_t j = 0; j < A_.n; ++j) places.push_back({j, j});
     for (const Entry& e : whole) {
       if (A_.symmetric()) {
-        places.emplace_back(e.col, e.row);
+        places.push_back({e.col, e.row});
       } else {
-        places.emplace_back(e.row, e.col);
+        places.push_back({e.row, e.col});
       }
     }
     wanted.set(std::move(places));
   });
-  invert(wanted);
+  mumps_.invert(wanted);
   InverseCheck check;
   bool finite = true;
   if (comm_.first()) {
@@ -267,16 +207,16 @@ InverseCheck MumpsBackend::variances(double* diagonal) const {
 void MumpsBackend::covariance(const std::int64_t* rows, const std::int64_t* cols, size_t count,
                               double* values) const {
   if (count == 0) return;
-  Wanted wanted(A_.n);
+  WantedEntries wanted(A_.n);
   comm_.together([&] {
     if (!comm_.first()) return;
-    std::vector<std::pair<std::uint32_t, std::uint32_t>> places;
+    std::vector<WantedPlace> places;
     for (size_t k = 0; k < count; ++k) {
-      places.emplace_back(static_cast<std::uint32_t>(cols[k]), static_cast<std::uint32_t>(rows[k]));
+      places.push_back({static_cast<std::uint32_t>(cols[k]), static_cast<std::uint32_t>(rows[k])});
     }
     wanted.set(std::move(places));
   });
-  invert(wanted);
+  mumps_.invert(wanted);
   if (comm_.first()) {
     for (size_t k = 0; k < count; ++k) {
       values[k] = wanted.at(static_cast<size_t>(rows[k]), static_cast<size_t>(cols[k]));

@@ -12,6 +12,13 @@ bool wantsMoreWorkspace(MUMPS_INT status) {
   return std::find(std::begin(kSuch), std::end(kSuch), status) != std::end(kSuch);
 }
 
+Error negativePivots(const std::string& source, MUMPS_INT count) {
+  const std::string number = count > 0 ? std::to_string(count) : "some";
+  return Error(ErrorKind::NotPositiveDefinite,
+               source + " is not positive definite: " + number +
+                   " of its pivots are negative; if it is meant to be indefinite, use LU (--lu)");
+}
+
 Error mumpsError(MUMPS_INT status, MUMPS_INT detail, const std::string& source) {
   const std::string figures =
       " (MUMPS, status " + std::to_string(status) + ", " + std::to_string(detail) + ")";

@@ -85,6 +85,7 @@ TEST_F(Processes, GiveWhatOneGives) {
     std::string arguments, ofAll, said;
   } cases[] = {{2, "variances A.mtx", " --engine mumps", "Cholesky"},
                {3, "variances A.mtx", "", "by the engine domains on 3 processes"},
+               {3, "variances A.mtx", " --interface sparse --json", "\"interface\":\"sparse\""},
                {3, "variances A.4of5.mtx", "", "A.mtx in 5 parts is symmetric"},
                {2, "solve A.mtx b.txt", "", "relative residual"},
                {2, "solve G.mtx b.txt", " --scratch . --engine mumps", "LU"},

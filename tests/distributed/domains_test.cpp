@@ -9,6 +9,7 @@
 
 #include "distributed/communication.h"
 #include "distributed/distributed_factor.h"
+#include "distributed/domains/interface.h"
 #include "tests/sparse/symbolic/symbolic_model.h"
 #include "zeph/factor.h"
 #include "zeph/plan/run_plan.h"
@@ -23,11 +24,15 @@ using korin::sparse::testing::kShapes;
 using korin::sparse::testing::makeLower;
 using std::size_t;
 
-const DistributedOptions kDomains = [] {
+constexpr InterfaceMethod kMethods[] = {InterfaceMethod::Dense, InterfaceMethod::Sparse};
+
+DistributedOptions by(InterfaceMethod method) {
   DistributedOptions options;
   options.engine = Engine::Domains;
+  options.interface = method;
   return options;
-}();
+}
+const DistributedOptions kDomains = by(InterfaceMethod::Automatic);
 
 // Whole on the rank of the process `only`, by chance on any where that is -1.
 SparseMatrix shareOf(const SparseMatrix& A, int only, unsigned seed) {
@@ -70,7 +75,10 @@ SparseMatrix grid(std::uint32_t side) {
   return A;
 }
 
-void expectLikeFactor(const SparseMatrix& A, const DistributedFactor& f) {
+void expectLikeFactor(const SparseMatrix& A, const DistributedFactor& f,
+                      InterfaceMethod method = InterfaceMethod::Dense) {
+  const bool none = f.report().interfaceUnknowns == 0;
+  EXPECT_EQ(f.report().interface, none ? InterfaceMethod::Automatic : method);
   const Factor known(A);
   const size_t n = A.rows;
   const std::vector<double> variances = f.variances(), expected = known.variances();
@@ -116,8 +124,11 @@ TEST(Domains, AgreeWithOneProcessOnEveryShape) {
     SCOPED_TRACE(shape + " of order " + std::to_string(A.rows) + ", round " +
                  std::to_string(round));
     const int only = round % 3 - 1;
-    const DistributedFactor f(MPI_COMM_WORLD, shareOf(A, only, unsigned(round)), kDomains);
-    expectLikeFactor(A, f);
+    for (const InterfaceMethod method : kMethods) {
+      SCOPED_TRACE(name(method));
+      const DistributedFactor f(MPI_COMM_WORLD, shareOf(A, only, unsigned(round)), by(method));
+      expectLikeFactor(A, f, method);
+    }
   }
 }
 
@@ -174,6 +185,8 @@ TEST(Domains, AreCutAnewWhereUnknownsAreUnlikeWork) {
   const DistributedFactor f(MPI_COMM_WORLD, shareOf(A, -1, 5), kDomains);
   expectLikeFactor(A, f);
   expectAsPlanned(A, f.report());
+  expectLikeFactor(A, {MPI_COMM_WORLD, shareOf(A, -1, 5), by(InterfaceMethod::Sparse)},
+                   InterfaceMethod::Sparse);
   // On two processes one had nearly all of the work at first.
   const Communicator comm(MPI_COMM_WORLD);
   EXPECT_LT(f.report().balance, comm.size() == 2 ? 1.3 : 2.0);
@@ -189,13 +202,19 @@ TEST(Domains, RefuseOnAllProcessesAlike) {
     return std::string();
   };
   // Indefinite by one entry far from or in the interface, singular, too large.
-  for (std::uint32_t row = 0; row < 900; row += 149) {
-    SparseMatrix A = grid(30);
+  int inInterface = 0;
+  for (std::uint32_t row = 0; row < 81; row += 2) {
+    SparseMatrix A = grid(9);
     for (Entry& e : A.entries) {
       if (e.row == row && e.col == row) e.value = 1e-3;
     }
-    EXPECT_NE(kindOf(A, kDomains).find("not positive definite"), std::string::npos) << row;
+    for (const InterfaceMethod method : kMethods) {
+      const std::string said = kindOf(A, by(method));
+      EXPECT_NE(said.find("not positive definite"), std::string::npos) << row << " " << said;
+      if (said.find("of its pivots") != std::string::npos) ++inInterface;
+    }
   }
+  EXPECT_EQ(inInterface > 0, Communicator(MPI_COMM_WORLD).size() > 1);
   SparseMatrix floating = grid(30);
   std::vector<double> sum(floating.rows, 0.0);
   for (const Entry& e : floating.entries) {
@@ -205,18 +224,22 @@ TEST(Domains, RefuseOnAllProcessesAlike) {
     if (e.row == e.col) e.value = sum[e.row];
   }
   // What nothing holds fixed, or next to nothing, and what holds well enough.
-  for (const double held : {0.0, 1e-14, 1e-3}) {
-    SparseMatrix A = floating;
-    A.entries.push_back({450, 450, held});
-    const std::string said = kindOf(A, kDomains);
-    EXPECT_EQ(said.empty(), held > 1e-10) << said;
-    EXPECT_TRUE(said.empty() || said.find("singular") != std::string::npos ||
-                (held == 0.0 && said.find("not positive definite") != std::string::npos))
-        << said;
-    if (held != 1e-14) continue;
-    const DistributedFactor f(MPI_COMM_WORLD, shareOf(A, -1, 3), kDomains);
-    EXPECT_THROW(f.solve(std::vector<double>(A.rows, 1.0)), Error);
-    EXPECT_THROW(f.covariance({0}, {0}), Error);
+  for (const InterfaceMethod method : kMethods) {
+    for (const double held : {0.0, 1e-14, 1e-3}) {
+      SparseMatrix A = floating;
+      A.entries.push_back({450, 450, held});
+      const std::string said = kindOf(A, by(method));
+      EXPECT_EQ(said.empty(), held > 1e-10) << said;
+      EXPECT_TRUE(said.empty() || said.find("singular") != std::string::npos ||
+                  (held == 0.0 && said.find("not positive definite") != std::string::npos))
+          << said;
+      if (held != 1e-14) continue;
+      const auto factor = [&] {
+        return DistributedFactor(MPI_COMM_WORLD, shareOf(A, -1, 3), by(method));
+      };
+      EXPECT_THROW(factor().solve(std::vector<double>(A.rows, 1.0)), Error);
+      EXPECT_THROW(factor().covariance({0}, {0}), Error);
+    }
   }
   DistributedOptions small = kDomains;
   small.memoryLimit = 1e7;  // room for a factor of some hundred kilobytes
@@ -225,17 +248,45 @@ TEST(Domains, RefuseOnAllProcessesAlike) {
   EXPECT_NE(kindOf(grid(30), small).find("more than the limit of"), std::string::npos);
 }
 
+TEST(Domains, TakeASparseInterfaceWhereItIsLargeAndEmptyOrNothingElseFits) {
+  const Communicator comm(MPI_COMM_WORLD);
+  const struct {
+    std::int32_t unknowns, boundary;  // of the process with rank 0, the only one with a boundary
+    double limit;
+    InterfaceMethod method;
+  } cases[] = {{3000, 800, 0.0, InterfaceMethod::Sparse}, {3000, 900, 0.0, InterfaceMethod::Dense},
+               {2999, 0, 0.0, InterfaceMethod::Dense},    {200, 90, 1e9, InterfaceMethod::Dense},
+               {200, 90, 1e4, InterfaceMethod::Sparse},   {0, 0, 1e-3, InterfaceMethod::Dense}};
+  for (const auto& c : cases) {
+    Partition partition;
+    std::vector<std::int32_t> boundary;
+    std::vector<InterfaceEntry> diagonal;
+    for (std::int32_t i = 0; i < c.unknowns; ++i) {
+      partition.interfaceUnknowns.push_back(i);
+      if (comm.first()) diagonal.push_back({i, i, 1.0});
+      if (comm.first() && i < c.boundary) boundary.push_back(i);
+    }
+    DistributedOptions options = kDomains;
+    options.memoryLimit = c.limit;
+    const Assembled A;
+    const auto made = makeInterface({comm, A, partition, options}, boundary, diagonal, 0.0);
+    EXPECT_EQ(made->method(), c.method) << c.unknowns << " " << c.boundary << " " << c.limit;
+  }
+}
+
 TEST(Domains, ScaleExtremeUnitsAndRefuseEntriesOffThePattern) {
   SparseMatrix A = grid(20);
   for (Entry& e : A.entries) {
     e.value = std::ldexp(e.value, (e.row % 2 == 0 ? 300 : -310) + (e.col % 2 == 0 ? 300 : -310));
   }
-  const DistributedFactor f(MPI_COMM_WORLD, shareOf(A, -1, 3), kDomains);
   const Factor known(A);
-  const std::vector<double> variances = f.variances(), expected = known.variances();
-  for (size_t i = 0; i < A.rows; ++i) EXPECT_NEAR(variances[i] / expected[i], 1.0, 1e-12);
-  EXPECT_NEAR(f.logDeterminant() / known.logDeterminant(), 1.0, 1e-12);
-  EXPECT_THROW(f.covariance({0}, {399}), Error);
+  for (const InterfaceMethod method : kMethods) {
+    const DistributedFactor f(MPI_COMM_WORLD, shareOf(A, -1, 3), by(method));
+    const std::vector<double> variances = f.variances(), expected = known.variances();
+    for (size_t i = 0; i < A.rows; ++i) EXPECT_NEAR(variances[i] / expected[i], 1.0, 1e-12);
+    EXPECT_NEAR(f.logDeterminant() / known.logDeterminant(), 1.0, 1e-12);
+    EXPECT_THROW(f.covariance({0}, {399}), Error);
+  }
 }
 
 }  // namespace

@@ -184,6 +184,11 @@ TEST(DistributedFactor, GivesWhatTheFactorInMemoryGives) {
     DistributedOptions options;
     options.engine = Engine::Mumps;
     compareWithMemory(c.A, options, Engine::Mumps, Route::Cholesky, ++seed);
+    options.engine = Engine::Domains;
+    for (const InterfaceMethod method : {InterfaceMethod::Dense, InterfaceMethod::Sparse}) {
+      options.interface = method;
+      compareWithMemory(c.A, options, Engine::Domains, Route::Cholesky, ++seed);
+    }
   }
 }
 

@@ -33,7 +33,7 @@ struct zeph_distributed_answer {
   const double* moved;  ///< a solution for random signs, where the condition is doubtful, or null
   double relative_residual;
 
-  const char *engine, *reason;
+  const char *engine, *interface, *reason;
   int route, processes, threads;  ///< route as in zeph::Route
   std::int64_t unknowns, entries_of_a, entries_of_l, interface_unknowns;
   double operations, bytes, message_bytes, balance;
@@ -44,10 +44,11 @@ struct zeph_distributed_answer {
 
 /// A question to all processes. Each of them asks the same; the functions are called on it.
 struct zeph_distributed_call {
-  int version;  ///< zeph::kDistributedCallVersion
-  int task;     ///< zeph::DistributedTask
-  int engine;   ///< 0 automatic, 1 domains, 2 MUMPS
-  int route;    ///< 0 automatic, where a matrix that should be definite has to be; 1 Cholesky, 2 LU
+  int version;    ///< zeph::kDistributedCallVersion
+  int task;       ///< zeph::DistributedTask
+  int engine;     ///< 0 automatic, 1 domains, 2 MUMPS
+  int interface;  ///< between domains: 0 automatic, 1 dense, 2 sparse
+  int route;  ///< 0 automatic, where a matrix that should be definite has to be; 1 Cholesky, 2 LU
   int threads;
   double memory;        ///< bytes, 0 for no limit
   const char* scratch;  ///< folder, empty for none
@@ -73,7 +74,7 @@ using zeph_distributed_run_function = int (*)(const zeph_distributed_call*);
 
 namespace zeph {
 
-inline constexpr int kDistributedCallVersion = 1;
+inline constexpr int kDistributedCallVersion = 2;
 inline constexpr char kDistributedRun[] = "zeph_distributed_run";
 
 enum class DistributedTask : int { Variances, Solve, LogDeterminant };
