@@ -293,9 +293,15 @@ int giveLogDeterminant(double logarithm, int sign, Console& console) {
   return 0;
 }
 
+Error noInterface() {
+  return Error(ErrorKind::Usage, "--interface is for the engine domains");
+}
+
 // All processes work on it: because there are several, or because the engine is one of theirs.
 bool spreads(const Engine& o) {
-  return processes().count > 1 || isDistributedEngine(o.engine);
+  if (processes().count > 1 || isDistributedEngine(o.engine)) return true;
+  if (o.interface != "auto") throw noInterface();
+  return false;
 }
 
 // The answer, with the route told; nothing on the processes that say nothing.
@@ -315,6 +321,7 @@ std::optional<DistributedAnswer> asked(DistributedTask task, const Engine& o, Co
     if (o.ordering != "auto") {
       throw Error(ErrorKind::Usage, "--ordering is for one process; leave it out, or mpirun");
     }
+    if (o.interface != "auto" && o.engine == "mumps") throw noInterface();
     if (!o.scratch.empty() && o.engine != "mumps") {
       throw Error(ErrorKind::Usage, "--scratch is for one process, or with --engine mumps");
     }

@@ -226,14 +226,19 @@ void tellReport(const DistributedAnswer& answer, Console& console) {
   if (r.backward_error > 0.0) report.add("backward_error", r.backward_error);
   console.figures.add("report", report);
 
-  char line[320];
+  const std::string between = r.interface_unknowns > 0
+                                  ? ", " + std::to_string(r.interface_unknowns) +
+                                        " of them between the domains (" + answer.interface + ")"
+                                  : std::string();
+  char line[400];
   std::snprintf(line, sizeof line,
-                "%lld unknowns on %d processes by the engine %s; %lld entries of A, %lld of the "
+                "%lld unknowns on %d processes by the engine %s%s; %lld entries of A, %lld of the "
                 "factor; %.3g operations, %.2f times the mean on the busiest process; %.3g MB a "
                 "process, %.3g MB sent",
                 static_cast<long long>(r.unknowns), r.processes, answer.engine.c_str(),
-                static_cast<long long>(r.entries_of_a), static_cast<long long>(r.entries_of_l),
-                r.operations, r.balance, r.bytes / 1e6, r.message_bytes / 1e6);
+                between.c_str(), static_cast<long long>(r.entries_of_a),
+                static_cast<long long>(r.entries_of_l), r.operations, r.balance, r.bytes / 1e6,
+                r.message_bytes / 1e6);
   console.detail(line);
   std::snprintf(line, sizeof line, "ordering %.3f s, factorisation %.3f s, inverse %.3f s",
                 r.seconds_ordering, r.seconds_factorisation, r.seconds_inverse);

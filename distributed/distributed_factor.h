@@ -31,7 +31,7 @@ ZEPH_API const char* name(Engine engine);
 
 /// How Engine::Domains treats the matrix of the unknowns between the domains.
 enum class InterfaceMethod {
-  Automatic,  ///< Dense, but Sparse where that promises less work or alone fits into memory
+  Automatic,  ///< Dense; Sparse where it is large and sparse, or alone fits into memory
   Dense,      ///< by ScaLAPACK: the same bits every time
   Sparse      ///< by MUMPS: last digits differ from run to run
 };

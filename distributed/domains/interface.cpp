@@ -11,26 +11,31 @@
 namespace zeph::distributed {
 namespace {
 
-constexpr std::int64_t kLeastSparse = 3000;
+constexpr std::int64_t kLeastSparse = 20000;
 constexpr double kSparseShare = 0.08;
 
+// Automatic where there is no room for the dense one: the sparse one may take less, or more.
 InterfaceMethod chosen(const Interface::Surroundings& around, std::size_t boundary, double beside) {
   const Communicator& comm = around.comm;
+  const DistributedOptions& options = around.options;
   const std::int64_t order = around.partition.interfaceSize();
   if (order == 0) return InterfaceMethod::Dense;
-  if (around.options.interface != InterfaceMethod::Automatic) return around.options.interface;
+  if (options.interface != InterfaceMethod::Automatic) return options.interface;
   if (!BlockMatrix::countable(order, comm.size())) return InterfaceMethod::Sparse;
-  const double machines = around.options.memoryLimit > 0.0 ? 1.0 : comm.here();
-  const bool fits = fitsMemory(machines * (beside + 2.0 * BlockMatrix::bytes(order, comm.size())),
-                               around.options.memoryLimit);
-  if (comm.sum(std::int64_t{fits ? 0 : 1}) > 0) return InterfaceMethod::Sparse;
-  const auto m = static_cast<double>(order), b = static_cast<double>(boundary);
-  const double squares = comm.sum(b * b);
-  return order >= kLeastSparse && squares <= kSparseShare * m * m ? InterfaceMethod::Sparse
-                                                                  : InterfaceMethod::Dense;
+  const auto b = static_cast<double>(boundary);
+  if (isLargeAndSparse(order, comm.sum(b * b))) return InterfaceMethod::Sparse;
+  const double both = 2.0 * BlockMatrix::bytes(order, comm.size());
+  const double together = options.memoryLimit > 0.0 ? 1.0 : comm.here();
+  const bool fits = fitsMemory(together * (beside + both), options.memoryLimit);
+  return comm.least(std::int64_t{fits}) > 0 ? InterfaceMethod::Dense : InterfaceMethod::Automatic;
 }
 
 }  // namespace
+
+bool isLargeAndSparse(std::int64_t unknowns, double squares) {
+  const auto m = static_cast<double>(unknowns);
+  return unknowns >= kLeastSparse && squares <= kSparseShare * m * m;
+}
 
 Interface::Interface(const Surroundings& around, std::vector<std::int32_t> boundary,
                      std::vector<InterfaceEntry> entries)
@@ -47,9 +52,14 @@ std::ptrdiff_t Interface::find(std::int32_t row, std::int32_t col) const {
 std::unique_ptr<Interface> makeInterface(const Interface::Surroundings& around,
                                          std::vector<std::int32_t> boundary,
                                          std::vector<InterfaceEntry> entries, double beside) {
-  if (chosen(around, boundary.size(), beside) == InterfaceMethod::Sparse) {
-    return std::make_unique<SparseInterface>(around, std::move(boundary), std::move(entries),
-                                             beside);
+  const InterfaceMethod method = chosen(around, boundary.size(), beside);
+  if (method != InterfaceMethod::Dense) {
+    auto sparse = std::make_unique<SparseInterface>(around, boundary, entries, beside);
+    const double bytes = around.comm.largest(sparse->factorBytes() + sparse->inverseBytes());
+    if (method == InterfaceMethod::Sparse ||
+        bytes < 2.0 * BlockMatrix::bytes(sparse->order(), around.comm.size())) {
+      return sparse;
+    }
   }
   return std::make_unique<DenseInterface>(around, std::move(boundary), std::move(entries));
 }

@@ -89,11 +89,14 @@ class Interface {
   std::vector<double> inverseAtEntries_;
 };
 
+/// Whether S of so many unknowns is large enough, and full in so little of it, the squares of all
+/// boundaries, that the sparse one is worth its messages. docs/domains.md has the measurements.
+bool isLargeAndSparse(std::int64_t unknowns, double squares);
+
 /// The one that the options ask for, or that fits. Collective, with the arguments of Interface's
 /// constructor; `beside` are the bytes that this process's domain takes. Where the choice is open,
-/// it is the dense one, unless a process has no room for that, or S is large and sparse: at least
-/// 3000 unknowns m and Σ |B|² <= 0.08 m², the squares of all boundaries, which are what is full of
-/// it. docs/domains.md has the measurements.
+/// it is the dense one, unless S is large and sparse, or ScaLAPACK cannot count its entries, or a
+/// process has no room for it, and the sparse one takes less.
 std::unique_ptr<Interface> makeInterface(const Interface::Surroundings& around,
                                          std::vector<std::int32_t> boundary,
                                          std::vector<InterfaceEntry> entries, double beside);

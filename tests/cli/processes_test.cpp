@@ -85,7 +85,7 @@ TEST_F(Processes, GiveWhatOneGives) {
     std::string arguments, ofAll, said;
   } cases[] = {{2, "variances A.mtx", " --engine mumps", "Cholesky"},
                {3, "variances A.mtx", "", "by the engine domains on 3 processes"},
-               {3, "variances A.mtx", " --interface sparse --json", "\"interface\":\"sparse\""},
+               {3, "variances A.mtx", " --interface sparse -v", "between the domains (sparse)"},
                {3, "variances A.4of5.mtx", "", "A.mtx in 5 parts is symmetric"},
                {2, "solve A.mtx b.txt", "", "relative residual"},
                {2, "solve G.mtx b.txt", " --scratch . --engine mumps", "LU"},
@@ -119,6 +119,7 @@ TEST_F(Processes, FailInOneSentence) {
        "more than the limit of"},
       {"variances G.mtx --cholesky -o d.csv", 4, "is not symmetric"},
       {"check A.mtx", 2, "zeph: check is for one process"},
+      {"logdet A.mtx --engine mumps --interface dense", 2, "--interface is for the engine domains"},
   };
   for (const auto& c : cases) {
     const Outcome got = spread(2, c.arguments);

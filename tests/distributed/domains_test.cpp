@@ -254,22 +254,26 @@ TEST(Domains, TakeASparseInterfaceWhereItIsLargeAndEmptyOrNothingElseFits) {
     std::int32_t unknowns, boundary;  // of the process with rank 0, the only one with a boundary
     double limit;
     InterfaceMethod method;
-  } cases[] = {{3000, 800, 0.0, InterfaceMethod::Sparse}, {3000, 900, 0.0, InterfaceMethod::Dense},
-               {2999, 0, 0.0, InterfaceMethod::Dense},    {200, 90, 1e9, InterfaceMethod::Dense},
-               {200, 90, 1e4, InterfaceMethod::Sparse},   {0, 0, 1e-3, InterfaceMethod::Dense}};
+  } cases[] = {{20000, 90, 0.0, InterfaceMethod::Sparse}, {19999, 0, 0.0, InterfaceMethod::Dense},
+               {8000, 90, 1e8, InterfaceMethod::Sparse},  {8000, 90, 2e9, InterfaceMethod::Dense},
+               {200, 90, 1e4, InterfaceMethod::Dense},    {0, 0, 1e-3, InterfaceMethod::Dense}};
+  EXPECT_TRUE(isLargeAndSparse(30000, 0.08 * 9e8));
+  EXPECT_FALSE(isLargeAndSparse(30000, 0.09 * 9e8));
+  EXPECT_FALSE(isLargeAndSparse(19999, 0.0));
   for (const auto& c : cases) {
     Partition partition;
     std::vector<std::int32_t> boundary;
-    std::vector<InterfaceEntry> diagonal;
+    std::vector<InterfaceEntry> chain;
     for (std::int32_t i = 0; i < c.unknowns; ++i) {
       partition.interfaceUnknowns.push_back(i);
-      if (comm.first()) diagonal.push_back({i, i, 1.0});
+      if (comm.first()) chain.push_back({i, i, 3.0});
+      if (comm.first() && i + 1 < c.unknowns) chain.push_back({i + 1, i, -1.0});
       if (comm.first() && i < c.boundary) boundary.push_back(i);
     }
     DistributedOptions options = kDomains;
     options.memoryLimit = c.limit;
     const Assembled A;
-    const auto made = makeInterface({comm, A, partition, options}, boundary, diagonal, 0.0);
+    const auto made = makeInterface({comm, A, partition, options}, boundary, chain, 0.0);
     EXPECT_EQ(made->method(), c.method) << c.unknowns << " " << c.boundary << " " << c.limit;
   }
 }
