@@ -30,7 +30,6 @@ using sparse::Offset;
 using std::size_t;
 using Vector = std::vector<double>;
 
-
 /// A scaled as CholeskyBackend scales it, cut into a domain for each process and the interface
 /// between them.
 class DomainsBackend final : public DistributedBackend {
