@@ -12,7 +12,8 @@ Function find(const char* name) {
 
 }  // namespace
 
-BlasThreads::BlasThreads(int threads) : set_(find<void (*)(int)>("openblas_set_num_threads")) {
+BlasThreads::BlasThreads(int threads) {
+  set_ = find<void (*)(int)>("openblas_set_num_threads");
   const auto get = find<int (*)()>("openblas_get_num_threads");
   if (set_ == nullptr || get == nullptr) return;
   before_ = get();

@@ -13,7 +13,7 @@ class BlasThreads {
   BlasThreads& operator=(const BlasThreads&) = delete;
 
  private:
-  void (*set_)(int);
+  void (*set_)(int) = nullptr;
   int before_ = 0;
 };
 
