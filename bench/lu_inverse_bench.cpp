@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <cmath>
 #include <ctime>
+#include <string>
 
+#include "bench/peers/matrices.h"
 #include "solver/partial_inverse_lu.h"
 #include "solver/selected_inverse.h"
 
@@ -14,17 +16,8 @@ namespace {
 
 using zeph_solver::ProtoSparse;
 
-ProtoSparse convectionDiffusion(std::size_t side) {
-  const std::size_t n = side * side;
-  ProtoSparse A(n, n);
-  for (std::size_t i = 0; i < n; ++i) {
-    A.addElement(i, i, 4.01);
-    if (i % side > 0) A.addElement(i, i - 1, -1.3);
-    if (i % side + 1 < side) A.addElement(i, i + 1, -0.7);
-    if (i >= side) A.addElement(i, i - side, -1.4);
-    if (i + side < n) A.addElement(i, i + side, -0.6);
-  }
-  return A;
+ProtoSparse convectionDiffusion(long side) {
+  return compare::makeMatrix("flow:" + std::to_string(side)).A;
 }
 
 // Processor time, which other programs on the machine disturb less than they do the clock.
@@ -33,7 +26,7 @@ double seconds() {
 }
 
 void SelectedInverse(benchmark::State& state) {
-  const ProtoSparse A = convectionDiffusion(static_cast<std::size_t>(state.range(0)));
+  const ProtoSparse A = convectionDiffusion(state.range(0));
   ZtVector diagonal(A.rowCount);
   for (auto _ : state) {
     zeph_solver::partialInverseLUSelected(A, diagonal);
@@ -45,7 +38,7 @@ void SelectedInverse(benchmark::State& state) {
 // All n solves, timed as a whole; `ratio` is their processor time over that of the fastest of three
 // selected inverses in the same run, `difference` the largest relative one between the two results.
 void AllSolves(benchmark::State& state) {
-  const ProtoSparse A = convectionDiffusion(static_cast<std::size_t>(state.range(0)));
+  const ProtoSparse A = convectionDiffusion(state.range(0));
   ZtVector selected(A.rowCount), solved(A.rowCount);
   double fastest = HUGE_VAL;
   for (int repeat = 0; repeat < 3; ++repeat) {

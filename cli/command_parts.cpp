@@ -63,6 +63,11 @@ double bytesOf(const std::string& text) {
   return text.empty() ? 0.0 : parsedBytes(text);
 }
 
+void addArgument(CLI::App* command, const char* name, std::string& target, const char* help,
+                 const char* shape) {
+  command->add_option(name, target, help)->required()->type_name(shape);
+}
+
 void addForce(CLI::App* command, Files& files) {
   command->add_flag("--force", files.force, "let a result replace a file that is read");
 }

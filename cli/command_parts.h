@@ -55,6 +55,9 @@ CLI::Validator wholeNumber(long long low, long long high);
 CLI::Validator memorySize();
 double bytesOf(const std::string& text);
 
+/// An argument without a dash, which has to be there; help shows `shape` for it.
+void addArgument(CLI::App* command, const char* name, std::string& target, const char* help,
+                 const char* shape);
 void addOutput(CLI::App* command, Files& files, const char* help);
 void addForce(CLI::App* command, Files& files);
 void addInput(CLI::App* command, Files& files);

@@ -509,7 +509,7 @@ CLI::App* declareOnFactor(Application& z, const char* command, const char* summa
                           const char* examples, const std::shared_ptr<Engine>& options,
                           int (*work)(const Engine&, Console&), Engines engines = Engines::Ours) {
   CLI::App* declared = declare(z, command, summary, examples, options, work);
-  declared->add_option("A", options->first, "square matrix")->required()->type_name("A.mtx");
+  addArgument(declared, "A", options->first, "square matrix", "A.mtx");
   addRoutes(declared, *options, std::string(command) == "variances");
   addEngine(declared, *options, engines);
   return declared;
@@ -535,9 +535,7 @@ void declareSolve(Application& z) {
                       "  zeph solve A.mtx b.mtx -o x.mtx\n"
                       "  zeph solve A.mtx B.mtx --cholesky > X.mtx",
                       options, writeSolution, Engines::All);
-  command->add_option("B", options->second, "right-hand sides, one a column")
-      ->required()
-      ->type_name("B.mtx");
+  addArgument(command, "B", options->second, "right-hand sides, one a column", "B.mtx");
   addOutput(command, *options, "the solution");
 }
 

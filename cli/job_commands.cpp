@@ -186,10 +186,8 @@ void declareAdjust(Application& z) {
       "  zeph adjust J.mtx y.mtx --sigma s.mtx -o x.csv --report out.html\n"
       "  zeph adjust J.mtx y.mtx              all standard deviations 1, lines on standard output",
       options, writeAdjusted);
-  command->add_option("J", options->first, "design matrix: a row for each observation")
-      ->required()
-      ->type_name("J.mtx");
-  command->add_option("y", options->second, "observations")->required()->type_name("y.mtx");
+  addArgument(command, "J", options->first, "design matrix: a row for each observation", "J.mtx");
+  addArgument(command, "y", options->second, "observations", "y.mtx");
   command
       ->add_option("--sigma", options->sigma,
                    "standard deviations of the observations, or one for all of them")
@@ -216,9 +214,7 @@ void declarePoseGraph(Application& z) {
               "  zeph pose-graph file.g2o -o poses.csv --pairs 3,17 3,18   covariances on standard "
               "output",
               options, writePoseGraph);
-  command->add_option("file", options->first, "pose graph, 2-D or 3-D")
-      ->required()
-      ->type_name("FILE.g2o");
+  addArgument(command, "file", options->first, "pose graph, 2-D or 3-D", "FILE.g2o");
   addOutput(command, *options, "a line for each pose, with its standard deviations");
   command->add_option("--pairs", options->pairs, "ids of poses whose cross-covariance is wanted")
       ->type_name("I,J");

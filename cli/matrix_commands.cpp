@@ -160,7 +160,7 @@ void declareCheck(Application& z) {
   CLI::App* command = declare(
       z, "check", "Try whether A can be factorised, and tell what speaks against it",
       "  zeph check A.mtx    exit status 1 when A is unfit for factorising", options, printCheck);
-  command->add_option("A", options->first, "matrix")->required()->type_name("A.mtx");
+  addArgument(command, "A", options->first, "matrix", "A.mtx");
   addForms(command, *options);
   addInput(command, *options);
   addMemory(command, *options);
@@ -173,10 +173,8 @@ void declareConvert(Application& z) {
               "  zeph convert A.mtx A.csv\n"
               "  zeph convert A.npz A.mtx",
               options, writeConverted);
-  command->add_option("from", options->first, "matrix")->required()->type_name("A.mtx|A.csv|A.npz");
-  command->add_option("to", options->second, "the same matrix")
-      ->required()
-      ->type_name("B.csv|B.mtx");
+  addArgument(command, "from", options->first, "matrix", "A.mtx|A.csv|A.npz");
+  addArgument(command, "to", options->second, "the same matrix", "B.csv|B.mtx");
   addForce(command, *options);
   addInput(command, *options);
 }
@@ -188,7 +186,7 @@ void declareSplit(Application& z) {
               "  zeph split A.mtx --parts 4              A.1of4.mtx to A.4of4.mtx\n"
               "  mpirun -n 4 zeph variances A.1of4.mtx   each process reads one of them",
               options, writeSplit);
-  command->add_option("A", options->first, "matrix")->required()->type_name("A.mtx");
+  addArgument(command, "A", options->first, "matrix", "A.mtx");
   command->add_option("--parts", options->parts, "how many files")
       ->required()
       ->check(wholeNumber(1, 100000))
@@ -208,9 +206,7 @@ void declareFactor(Application& z) {
               "  zeph factor A.mtx -o L.mtx               L L' = A\n"
               "  zeph factor A.mtx -o L.mtx --perm p.txt  L L' = A(p, p) with far fewer entries",
               options, writeLowerFactor);
-  command->add_option("A", options->first, "symmetric positive definite matrix")
-      ->required()
-      ->type_name("A.mtx");
+  addArgument(command, "A", options->first, "symmetric positive definite matrix", "A.mtx");
   addOutput(command, *options, "the factor");
   addForms(command, *options);
   command
@@ -227,7 +223,7 @@ void declarePattern(Application& z) {
   CLI::App* command = declare(
       z, "pattern", "The positions of the inverse that a partial inversion of A needs",
       "  zeph pattern A.mtx -o set.csv    lines row,col,marker; row <= col", options, writePattern);
-  command->add_option("A", options->first, "square matrix")->required()->type_name("A.mtx");
+  addArgument(command, "A", options->first, "square matrix", "A.mtx");
   addOutput(command, *options, "the set; its values are markers");
   addForms(command, *options);
   addInput(command, *options);
@@ -237,10 +233,8 @@ void declareMultiply(Application& z) {
   auto options = std::make_shared<Files>();
   CLI::App* command = declare(z, "multiply", "The dense product C = A B of a sparse A",
                               "  zeph multiply A.mtx B.mtx -o C.mtx", options, writeProduct);
-  command->add_option("A", options->first, "sparse matrix")->required()->type_name("A.mtx");
-  command->add_option("B", options->second, "matrix with as many rows as A has columns")
-      ->required()
-      ->type_name("B.mtx");
+  addArgument(command, "A", options->first, "sparse matrix", "A.mtx");
+  addArgument(command, "B", options->second, "matrix with as many rows as A has columns", "B.mtx");
   addOutput(command, *options, "the product, a Matrix Market array");
   addInput(command, *options);
 }
@@ -252,8 +246,8 @@ void declareExport(Application& z) {
               "  zeph export M.mtx out.mat --name M           sparse or full, as it is stored\n"
               "  zeph export M.mtx out.mat --name M --dense   full, with every zero",
               options, writeExport);
-  command->add_option("M", options->first, "matrix")->required()->type_name("M.mtx");
-  command->add_option("to", options->second, "MAT-file")->required()->type_name("OUT.mat");
+  addArgument(command, "M", options->first, "matrix", "M.mtx");
+  addArgument(command, "to", options->second, "MAT-file", "OUT.mat");
   command->add_option("--name", options->name, "name of the variable")
       ->required()
       ->type_name("NAME");

@@ -3,8 +3,6 @@
 //   compare_bundle IMAGES [--points=POINTS_PER_IMAGE] [--repeats=N]
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
-#include <exception>
 #include <optional>
 #include <vector>
 
@@ -122,10 +120,5 @@ int measure(const compare::Arguments& arguments) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  try {
-    return measure(compare::Arguments(argc, argv));
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "compare_bundle: %s\n", error.what());
-    return 1;
-  }
+  return compare::run("compare_bundle", measure, argc, argv);
 }

@@ -10,8 +10,6 @@
 #include <Eigen/Geometry>
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
-#include <exception>
 #include <limits>
 #include <utility>
 #include <vector>
@@ -277,10 +275,5 @@ int measure(const compare::Arguments& arguments) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  try {
-    return measure(compare::Arguments(argc, argv));
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "compare_ceres: %s\n", error.what());
-    return 1;
-  }
+  return compare::run("compare_ceres", measure, argc, argv);
 }

@@ -2,7 +2,6 @@
 // the inverse.
 //   compare_general MATRIX [--limit=SECONDS] [--peer-work=N]
 #include <algorithm>
-#include <cstdio>
 #include <exception>
 #include <limits>
 #include <numeric>
@@ -115,10 +114,5 @@ int measure(const compare::Arguments& arguments) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  try {
-    return measure(compare::Arguments(argc, argv));
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "compare_general: %s\n", error.what());
-    return 1;
-  }
+  return compare::run("compare_general", measure, argc, argv);
 }

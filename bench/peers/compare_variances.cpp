@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <exception>
 #include <limits>
 #include <vector>
@@ -290,10 +289,5 @@ int measure(const compare::Arguments& arguments) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  try {
-    return measure(compare::Arguments(argc, argv));
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "compare_variances: %s\n", error.what());
-    return 1;
-  }
+  return compare::run("compare_variances", measure, argc, argv);
 }

@@ -111,4 +111,13 @@ std::string Arguments::text(const std::string& name) const {
   return {};
 }
 
+int run(const char* program, int (*measure)(const Arguments&), int argc, char** argv) {
+  try {
+    return measure(Arguments(argc, argv));
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "%s: %s\n", program, error.what());
+    return 1;
+  }
+}
+
 }  // namespace compare

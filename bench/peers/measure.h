@@ -86,6 +86,9 @@ class Arguments {
   std::vector<std::string> options_;
 };
 
+/// The main of a program: what `measure` returns, or 1 with the sentence of what it throws.
+int run(const char* program, int (*measure)(const Arguments&), int argc, char** argv);
+
 }  // namespace compare
 
 #endif
