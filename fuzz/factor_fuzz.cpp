@@ -1,7 +1,6 @@
 // The whole pipeline: small matrices of every kind by every route, order and number of threads,
 // beside the inverse in long double. An answer is right within its own estimate, or there is none.
 #include <algorithm>
-#include <memory>
 #include <numeric>
 #include <string>
 #include <vector>
@@ -74,36 +73,6 @@ zeph::Options options(Input& in, unsigned n) {
   return o;
 }
 
-// The inverse in long double. A matrix with a positive diagonal is brought to one near 1 by powers
-// of two before, which is exact: pivots chosen by size then suit rows of every unit.
-class Truth {
- public:
-  explicit Truth(const zeph::SparseMatrix& A) : a(DenseTruth(A).a), scale_(A.rows, 0) {
-    const std::size_t n = A.rows;
-    bool positive = true;
-    for (std::size_t i = 0; i < n; ++i) positive = positive && a[i * n + i] > 0.0L;
-    for (std::size_t i = 0; i < n && positive; ++i) scale_[i] = -std::ilogb(a[i * n + i]) / 2;
-    zeph::SparseMatrix B = A;
-    for (zeph::Entry& e : B.entries) {
-      e.value = std::ldexp(e.value, scale_[e.row] + scale_[e.col]);
-    }
-    scaled_ = std::make_unique<DenseTruth>(B);
-    logAbs = scaled_->logAbs;
-    for (const int k : scale_) logAbs -= 2.0L * k * std::log(2.0L);
-  }
-
-  long double operator()(std::size_t i, std::size_t j) const {
-    return std::ldexp((*scaled_)(i, j), scale_[i] + scale_[j]);
-  }
-
-  std::vector<long double> a;
-  long double logAbs;
-
- private:
-  std::vector<int> scale_;
-  std::unique_ptr<DenseTruth> scaled_;
-};
-
 void print(const zeph::SparseMatrix& A) {
   const DenseTruth truth(A);
   for (std::size_t k = 0; k < truth.n * truth.n; ++k) {
@@ -111,7 +80,7 @@ void print(const zeph::SparseMatrix& A) {
   }
 }
 
-std::vector<std::vector<Exact>> exactRows(const Truth& truth, std::size_t n) {
+std::vector<std::vector<Exact>> exactRows(const DenseTruth& truth, std::size_t n) {
   std::vector<std::vector<Exact>> rows(n);
   for (std::size_t k = 0; k < n * n; ++k) {
     rows[k / n].push_back(Exact(static_cast<double>(truth.a[k])));
@@ -121,7 +90,7 @@ std::vector<std::vector<Exact>> exactRows(const Truth& truth, std::size_t n) {
 
 void judge(const zeph::Factor& f, const zeph::SparseMatrix& A, Input& in) {
   const std::vector<double> d = f.variances();
-  const Truth truth(A);
+  const DenseTruth truth(A);
   const std::size_t n = A.rows;
   const bool definite = f.report().route == zeph::Route::Cholesky;
   // How well long double knows the inverse: of matrices that need LU it may know less than zeph.
@@ -136,10 +105,11 @@ void judge(const zeph::Factor& f, const zeph::SparseMatrix& A, Input& in) {
 
   const double estimate = f.report().relativeErrorEstimate + (definite ? spread : 0.0);
   // By LU entries may cancel to nearly nothing, where long double knows no digit of them either.
+  std::vector<std::vector<long double>> exact;
+  if (!definite) exact = exactInverse(exactRows(truth, n));
+  PROMISE(definite || !exact.empty());
   std::vector<long double> diagonal;
-  if (!definite) diagonal = exactInverseDiagonal(exactRows(truth, n));
-  if (!definite) PROMISE(!diagonal.empty());
-  for (std::size_t i = 0; i < n && definite; ++i) diagonal.push_back(truth(i, i));
+  for (std::size_t i = 0; i < n; ++i) diagonal.push_back(definite ? truth(i, i) : exact[i][i]);
   std::int64_t wrong = 0;
   for (std::size_t i = 0; i < n; ++i) {
     if (std::fabs(d[i] - diagonal[i]) <= estimate * std::fabs(diagonal[i])) continue;

@@ -1,15 +1,24 @@
 #ifndef ZEPH_TESTS_ZEPH_FRONT_TEST_H
 #define ZEPH_TESTS_ZEPH_FRONT_TEST_H
 
+// What tests of the public library share, with the standard headers that nearly all of them use.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
+#include <limits>
+#include <numeric>
 #include <random>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "zeph/error.h"
 #include "zeph/sparse_matrix.h"
@@ -64,6 +73,10 @@ class FrontTest : public ::testing::Test {
 
   /// Random number from 0 to n - 1.
   unsigned below(std::size_t n) { return static_cast<unsigned>(random_() % n); }
+
+  double uniform(double low = 0.0, double high = 1.0) {
+    return low + (high - low) * static_cast<double>(random_()) / 4294967296.0;
+  }
 
   std::mt19937 random_{42};
 

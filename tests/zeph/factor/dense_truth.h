@@ -10,7 +10,9 @@
 
 #include "zeph/sparse_matrix.h"
 
-/// Gauss-Jordan elimination of [A I] with pivots chosen in columns, relative to their rows.
+/// Gauss-Jordan elimination of [A I] with pivots chosen in columns, relative to their rows. A
+/// matrix without zeros on the diagonal is brought to one with a diagonal near 1 by powers of two
+/// before, which is exact: such pivots then suit rows of every unit.
 struct DenseTruth {
   explicit DenseTruth(const zeph::SparseMatrix& A) : n(A.rows), a(n * n, 0.0L), inverse(n * n) {
     for (const zeph::Entry& e : A.entries) {
@@ -18,14 +20,23 @@ struct DenseTruth {
       if (A.symmetry == zeph::Symmetry::General || e.row == e.col) continue;
       a[e.col * n + e.row] += A.symmetry == zeph::Symmetry::Symmetric ? e.value : -e.value;
     }
-    std::vector<std::vector<long double>> w(n, std::vector<long double>(2 * n, 0.0L));
+    std::vector<int> scale(n, 0);
     for (std::size_t i = 0; i < n; ++i) {
-      std::copy_n(a.begin() + static_cast<std::ptrdiff_t>(i * n), n, w[i].begin());
-      w[i][n + i] = 1.0L;
+      if (a[i * (n + 1)] == 0.0L) {
+        scale.assign(n, 0);
+        break;
+      }
+      scale[i] = -std::ilogb(a[i * (n + 1)]) / 2;
     }
+    for (const int k : scale) logAbs -= 2.0L * k * std::log(2.0L);
+    std::vector<std::vector<long double>> w(n, std::vector<long double>(2 * n, 0.0L));
     std::vector<long double> size(n);
     for (std::size_t i = 0; i < n; ++i) {
-      for (std::size_t j = 0; j < n; ++j) size[i] = std::max(size[i], std::fabs(w[i][j]));
+      w[i][n + i] = 1.0L;
+      for (std::size_t j = 0; j < n; ++j) {
+        w[i][j] = std::ldexp(a[i * n + j], scale[i] + scale[j]);
+        size[i] = std::max(size[i], std::fabs(w[i][j]));
+      }
     }
     for (std::size_t k = 0; k < n; ++k) {
       std::size_t p = k;
@@ -44,7 +55,11 @@ struct DenseTruth {
         for (std::size_t j = k; f != 0.0L && j < 2 * n; ++j) w[i][j] -= f * w[k][j];
       }
     }
-    for (std::size_t i = 0; i < n * n; ++i) inverse[i] = w[i / n][n + i % n];
+    for (std::size_t i = 0; i < n; ++i) {
+      for (std::size_t j = 0; j < n; ++j) {
+        inverse[i * n + j] = std::ldexp(w[i][n + j], scale[i] + scale[j]);
+      }
+    }
   }
 
   long double operator()(std::size_t i, std::size_t j) const { return inverse[i * n + j]; }

@@ -2,178 +2,67 @@
 #ifndef ZEPH_TESTS_ZEPH_FACTOR_EXACT_H
 #define ZEPH_TESTS_ZEPH_FACTOR_EXACT_H
 
+#include <gmpxx.h>
+
+#include <algorithm>
 #include <cmath>
-#include <cstddef>
-#include <cstdint>
 #include <utility>
 #include <vector>
 
-/// ±m 2^e with a whole m of any length, odd or zero: every double, and sums, products and exact
-/// quotients of such numbers.
+/// m 2^e with a whole m, odd or zero: every double, and sums, products and exact quotients of such
+/// numbers.
 class Exact {
  public:
   Exact() = default;
-  explicit Exact(double value) : negative_(std::signbit(value)) {
-    if (value == 0.0) return;
+  explicit Exact(double value) {
     int exponent = 0;
-    const auto whole =
-        static_cast<std::uint64_t>(std::ldexp(std::frexp(std::fabs(value), &exponent), 53));
-    exponent_ = exponent - 53;
-    limbs_ = {static_cast<std::uint32_t>(whole), static_cast<std::uint32_t>(whole >> 32)};
-    normalise();
+    whole_ = std::ldexp(std::frexp(value, &exponent), 53);
+    *this = Exact(whole_, exponent - 53);
   }
 
-  bool isZero() const { return limbs_.empty(); }
+  bool isZero() const { return whole_ == 0; }
 
-  Exact operator-() const {
-    Exact r = *this;
-    r.negative_ = !negative_;
-    return r;
-  }
+  Exact operator-() const { return Exact(-whole_, exponent_); }
 
   friend Exact operator-(const Exact& a, const Exact& b) {
-    if (a.isZero()) return -b;
-    if (b.isZero()) return a;
-    Exact x = a, y = b;
-    const long least = x.exponent_ < y.exponent_ ? x.exponent_ : y.exponent_;
-    x.lower(least);
-    y.lower(least);
-    if (x.negative_ != y.negative_) {
-      x.addMagnitude(y.limbs_);
-    } else {
-      if (x.smallerThan(y)) {
-        std::swap(x, y);
-        x.negative_ = !x.negative_;
-      }
-      x.subtractMagnitude(y.limbs_, 0, 1);
-    }
-    x.normalise();
-    return x;
+    const long least = std::min(a.exponent_, b.exponent_);
+    return Exact(a.timesTwoTo(a.exponent_ - least) - b.timesTwoTo(b.exponent_ - least), least);
   }
 
   friend Exact operator*(const Exact& a, const Exact& b) {
-    Exact r;
-    r.limbs_.assign(a.limbs_.size() + b.limbs_.size(), 0);
-    for (std::size_t i = 0; i < a.limbs_.size(); ++i) {
-      std::uint64_t carry = 0;
-      for (std::size_t j = 0; j < b.limbs_.size() || carry != 0; ++j) {
-        carry += r.limbs_[i + j];
-        if (j < b.limbs_.size()) carry += std::uint64_t{a.limbs_[i]} * b.limbs_[j];
-        r.limbs_[i + j] = static_cast<std::uint32_t>(carry);
-        carry >>= 32;
-      }
-    }
-    r.exponent_ = a.exponent_ + b.exponent_;
-    r.negative_ = a.negative_ != b.negative_;
-    r.normalise();
-    return r;
+    return Exact(a.whole_ * b.whole_, a.exponent_ + b.exponent_);
   }
 
-  /// Where the quotient is such a number as well: from the lowest limb upwards (Jebelean 1993).
+  /// Where the quotient is such a number as well.
   friend Exact operator/(const Exact& a, const Exact& b) {
-    Exact r, rest = a;
-    std::uint32_t inverse = 1;  // of b's lowest limb modulo 2^32, by Newton's method
-    for (int step = 0; step < 5; ++step) inverse *= 2 - b.limbs_[0] * inverse;
-    for (std::size_t i = 0; i + b.limbs_.size() <= a.limbs_.size(); ++i) {
-      r.limbs_.push_back(rest.limbs_[i] * inverse);
-      rest.subtractMagnitude(b.limbs_, i, r.limbs_[i]);
-    }
-    r.exponent_ = a.exponent_ - b.exponent_;
-    r.negative_ = a.negative_ != b.negative_;
-    r.normalise();
-    return r;
+    return Exact(a.whole_ / b.whole_, a.exponent_ - b.exponent_);
   }
 
-  /// a / b to the digits of a long double.
+  /// a / b, cut to the 64 digits of a long double.
   static long double ratio(const Exact& a, const Exact& b) {
     if (a.isZero()) return 0.0L;
-    const long double q = a.leading() / b.leading();
-    const long exponent = a.exponent_ + 32 * static_cast<long>(a.limbs_.size()) - b.exponent_ -
-                          32 * static_cast<long>(b.limbs_.size());
-    return std::ldexp(a.negative_ == b.negative_ ? q : -q, static_cast<int>(exponent));
+    const long shift = std::max(0L, 65 + b.digits() - a.digits());
+    const Exact q(a.timesTwoTo(shift) / b.whole_, a.exponent_ - b.exponent_ - shift);
+    const long cut = std::max(0L, q.digits() - 64);
+    const mpz_class leading = abs(q.whole_) >> static_cast<unsigned long>(cut);
+    const auto size = static_cast<long double>(leading.get_ui());
+    return std::ldexp(q.whole_ < 0 ? -size : size, static_cast<int>(q.exponent_ + cut));
   }
 
  private:
-  using Limbs = std::vector<std::uint32_t>;
-
-  // The number without sign and exponent, as a fraction of 2^(32 limbs).
-  long double leading() const {
-    long double sum = 0.0L, unit = 0x1p-32L;
-    for (std::size_t k = limbs_.size(); k-- > 0 && k + 4 > limbs_.size(); unit *= 0x1p-32L) {
-      sum += limbs_[k] * unit;
-    }
-    return sum;
+  Exact(const mpz_class& whole, long exponent) : whole_(whole), exponent_(exponent) {
+    if (isZero()) return;
+    const mp_bitcnt_t zeros = mpz_scan1(whole_.get_mpz_t(), 0);
+    whole_ >>= zeros;
+    exponent_ += static_cast<long>(zeros);
   }
 
-  bool smallerThan(const Exact& other) const {
-    if (limbs_.size() != other.limbs_.size()) return limbs_.size() < other.limbs_.size();
-    for (std::size_t k = limbs_.size(); k-- > 0;) {
-      if (limbs_[k] != other.limbs_[k]) return limbs_[k] < other.limbs_[k];
-    }
-    return false;
-  }
+  long digits() const { return static_cast<long>(mpz_sizeinbase(whole_.get_mpz_t(), 2)); }
 
-  // The same number with a smaller exponent.
-  void lower(long exponent) {
-    const auto bits = static_cast<std::size_t>(exponent_ - exponent);
-    Limbs shifted(bits / 32, 0);
-    std::uint64_t carry = 0;
-    for (const std::uint32_t limb : limbs_) {
-      carry |= std::uint64_t{limb} << bits % 32;
-      shifted.push_back(static_cast<std::uint32_t>(carry));
-      carry >>= 32;
-    }
-    shifted.push_back(static_cast<std::uint32_t>(carry));
-    limbs_ = std::move(shifted);
-    exponent_ = exponent;
-    trim();
-  }
+  mpz_class timesTwoTo(long power) const { return whole_ << static_cast<unsigned long>(power); }
 
-  void addMagnitude(const Limbs& other) {
-    if (limbs_.size() < other.size()) limbs_.resize(other.size(), 0);
-    std::uint64_t carry = 0;
-    for (std::size_t k = 0; k < limbs_.size(); ++k) {
-      carry += std::uint64_t{limbs_[k]} + (k < other.size() ? other[k] : 0);
-      limbs_[k] = static_cast<std::uint32_t>(carry);
-      carry >>= 32;
-    }
-    limbs_.push_back(static_cast<std::uint32_t>(carry));
-  }
-
-  // Takes factor * other * 2^(32 at) off; what would fall below zero wraps around.
-  void subtractMagnitude(const Limbs& other, std::size_t at, std::uint32_t factor) {
-    std::uint64_t borrow = 0;
-    for (std::size_t k = at; k < limbs_.size(); ++k) {
-      if (k - at < other.size()) borrow += std::uint64_t{factor} * other[k - at];
-      const auto low = static_cast<std::uint32_t>(borrow);
-      borrow = (borrow >> 32) + (limbs_[k] < low ? 1 : 0);
-      limbs_[k] -= low;
-    }
-  }
-
-  void trim() {
-    while (!limbs_.empty() && limbs_.back() == 0) limbs_.pop_back();
-  }
-
-  void normalise() {
-    trim();
-    if (limbs_.empty()) return;
-    std::size_t zeros = 0;
-    while (limbs_[zeros] == 0) ++zeros;
-    limbs_.erase(limbs_.begin(), limbs_.begin() + static_cast<std::ptrdiff_t>(zeros));
-    int bits = 0;
-    while ((limbs_[0] >> bits & 1u) == 0) ++bits;
-    for (std::size_t k = 0; bits > 0 && k < limbs_.size(); ++k) {
-      const std::uint64_t above = k + 1 < limbs_.size() ? limbs_[k + 1] : 0;
-      limbs_[k] = static_cast<std::uint32_t>((above << 32 | limbs_[k]) >> bits);
-    }
-    exponent_ += 32 * static_cast<long>(zeros) + bits;
-    trim();
-  }
-
-  Limbs limbs_;
+  mpz_class whole_;
   long exponent_ = 0;
-  bool negative_ = false;
 };
 
 /// The inverse of an n x n matrix, both by rows, or nothing where it is singular: Gauss-Jordan
@@ -206,13 +95,6 @@ inline std::vector<std::vector<long double>> exactInverse(std::vector<std::vecto
   }
   if (determinant != nullptr) *determinant = std::fabs(Exact::ratio(before, Exact(1.0)));
   return inverse;
-}
-
-inline std::vector<long double> exactInverseDiagonal(std::vector<std::vector<Exact>> a) {
-  std::vector<long double> diagonal;
-  const auto inverse = exactInverse(std::move(a));
-  for (const std::vector<long double>& row : inverse) diagonal.push_back(row[diagonal.size()]);
-  return diagonal;
 }
 
 #endif

@@ -8,12 +8,13 @@
 #include "zeph/factor.h"
 #include "zeph/factor/lu_backend.h"
 
+namespace zeph {
 namespace {
 
 void judgeAll() {
   for (const HardMatrix& m : hardMatrices()) {
     const HardOutcome o = judge(m, m.A);
-    if (!zeph::hasLuRoute() && o.refusal.find("LU") != std::string::npos) continue;
+    if (!hasLuRoute() && o.refusal.find("LU") != std::string::npos) continue;
     EXPECT_EQ(o.fault, "") << m.name << ": error " << o.error << ", estimate " << o.estimate;
     for (unsigned seed = 1; m.scalable && seed < 4; ++seed) {
       const HardOutcome s = judge(m, inOtherUnits(m.A, seed == 1 ? 3 : 75, seed));
@@ -27,9 +28,9 @@ void judgeAll() {
 // fronts: a dense block of 300 unknowns is one.
 TEST(HardMatrices, AreRightWithinTheEstimateOrRefusedInAnyUnitsAndOnEveryLevel) {
   using korin::kernels::ProcessorLevel;
-  zeph::SparseMatrix large;
+  SparseMatrix large;
   large.rows = large.cols = 300;
-  large.symmetry = zeph::Symmetry::Symmetric;
+  large.symmetry = Symmetry::Symmetric;
   for (unsigned i = 0; i < 300; ++i) {
     for (unsigned j = 0; j < i; ++j) large.entries.push_back({i, j, std::sin(i * j + 1.0)});
     large.entries.push_back({i, i, 60.0 + i});
@@ -41,7 +42,7 @@ TEST(HardMatrices, AreRightWithinTheEstimateOrRefusedInAnyUnitsAndOnEveryLevel) 
        {ProcessorLevel::Baseline, ProcessorLevel::Avx2, ProcessorLevel::Avx512}) {
     if (korin::kernels::forceProcessorLevel(level) != level) continue;
     judgeAll();
-    const zeph::Factor f(large);
+    const Factor f(large);
     const std::vector<double> d = f.variances();
     estimate += f.report().relativeErrorEstimate;
     if (first.empty()) first = d;
@@ -54,3 +55,4 @@ TEST(HardMatrices, AreRightWithinTheEstimateOrRefusedInAnyUnitsAndOnEveryLevel) 
 }
 
 }  // namespace
+}  // namespace zeph

@@ -1,23 +1,13 @@
-#include <algorithm>
-#include <cmath>
-#include <cstdio>
-#include <limits>
-#include <numeric>
-#include <random>
-#include <string>
-#include <vector>
-
-#include "tests/zeph/factor/sparse_truth.h"
+#include "tests/zeph/factor/dense_truth.h"
 #include "tests/zeph/front_test.h"
+#include "tests/zeph/matrices.h"
 #include "zeph/factor.h"
 #include "zeph/factor/lu_backend.h"
 #include "zeph/matrix/multiply.h"
 #include "zeph/matrix_file.h"
 
+namespace zeph {
 namespace {
-
-using zeph::Entry;
-using zeph::SparseMatrix;
 
 constexpr double kEps = std::numeric_limits<double>::epsilon();
 
@@ -29,22 +19,22 @@ struct Measured {
 };
 
 Measured measure(const SparseMatrix& A, std::mt19937& random) {
-  const std::vector<long double> truth = truthOfVariances(A);
+  const DenseTruth truth(A);
   Measured m;
-  zeph::Options o;
+  Options o;
   for (int round = 0; round < 6; ++round) {
-    const zeph::Factor f(A, o);
+    const Factor f(A, o);
     const std::vector<double> d = f.variances();
     double worst = 0.0;
     for (std::size_t i = 0; i < d.size(); ++i) {
-      worst = std::max(worst, static_cast<double>(std::fabs((d[i] - truth[i]) / truth[i])));
+      worst = std::max(worst, static_cast<double>(std::fabs(d[i] / truth(i, i) - 1.0L)));
     }
     m.largest = std::max(m.largest, worst);
     m.error.push_back(worst);
     m.residual.push_back(f.report().identityResidual);
     m.estimate.push_back(f.report().relativeErrorEstimate);
     EXPECT_EQ(f.selectedInverse().rows, A.rows);  // refused where variances are
-    o.ordering = zeph::Ordering::Given;
+    o.ordering = Ordering::Given;
     o.permutation.resize(A.rows);
     std::iota(o.permutation.begin(), o.permutation.end(), 0);
     std::shuffle(o.permutation.begin(), o.permutation.end(), random);
@@ -54,15 +44,11 @@ Measured measure(const SparseMatrix& A, std::mt19937& random) {
 
 class TrustTest : public FrontTest {
  protected:
-  double power(double decades) {
-    return std::pow(10.0, decades * (static_cast<double>(random_()) / 4294967296.0 - 0.5));
-  }
+  double power(double decades) { return std::pow(10.0, decades * uniform(-0.5, 0.5)); }
 
   // Differences along edges with weights over so many decades, one point held by `held`.
   SparseMatrix network(unsigned n, unsigned shape, double decades, double held) {
-    SparseMatrix A;
-    A.rows = A.cols = n;
-    A.symmetry = zeph::Symmetry::Symmetric;
+    SparseMatrix A = squareMatrix(n, Symmetry::Symmetric);
     const auto side = static_cast<unsigned>(std::sqrt(n));
     const auto join = [&](unsigned i, unsigned j) {
       const double w = power(decades);
@@ -86,26 +72,17 @@ class TrustTest : public FrontTest {
           if (i % 12 == 0) join(i, i - 1);
       }
     }
-    A.entries.push_back({below(n), 0, 0.0});
-    A.entries.back().col = A.entries.back().row;
-    A.entries.back().value = held;
+    const unsigned point = below(n);
+    A.entries.push_back({point, point, held});
     return A;
   }
 
   // Hilbert matrices of that order, chained by weak entries.
-  SparseMatrix hilbert(unsigned order, unsigned blocks) {
-    SparseMatrix A;
-    A.rows = A.cols = order * blocks;
-    A.symmetry = zeph::Symmetry::Symmetric;
-    for (unsigned b = 0; b < blocks; ++b) {
-      for (unsigned i = 0; i < order; ++i) {
-        for (unsigned j = 0; j <= i; ++j) {
-          A.entries.push_back({b * order + i, b * order + j, 1.0 / (i + j + 1)});
-        }
-      }
-      if (b > 0) A.entries.push_back({b * order, b * order - 1, 1e-14});
-    }
-    return A;
+  static SparseMatrix hilbert(unsigned order, unsigned blocks) {
+    return symmetricMatrix(order * blocks, [order](unsigned i, unsigned j) {
+      if (i / order == j / order) return 1.0 / (i % order + j % order + 1);
+      return i == j + 1 ? 1e-14 : 0.0;
+    });
   }
 };
 
@@ -116,10 +93,9 @@ TEST_F(TrustTest, estimateIsNeverBelowTheErrorNorHundredTimesAbove) {
     Measured m;
     try {
       m = measure(A, random_);
-    } catch (const zeph::Error& e) {
-      EXPECT_TRUE(e.kind() == zeph::ErrorKind::Singular || !zeph::hasLuRoute())
-          << what << ": " << e.what();
-      EXPECT_THROW(zeph::Factor(A).selectedInverse(), zeph::Error) << what;
+    } catch (const Error& e) {
+      EXPECT_TRUE(e.kind() == ErrorKind::Singular || !hasLuRoute()) << what << ": " << e.what();
+      EXPECT_THROW(Factor(A).selectedInverse(), Error) << what;
       return;
     }
     for (std::size_t k = 0; k < m.error.size(); ++k) {
@@ -155,10 +131,10 @@ TEST_F(TrustTest, solutionsAreRefined) {
   for (unsigned round = 0; round < 60; ++round) {
     const unsigned n = 30 + below(200), count = 1 + below(3);
     const SparseMatrix A = network(n, round % 4, 4.0, power(4.0));
-    const zeph::Factor f(A);
-    auto B = zeph::DenseMatrix::zeros(n, count);
+    const Factor f(A);
+    auto B = DenseMatrix::zeros(n, count);
     for (double& b : B.values) b = power(8.0) * (below(2) ? 1.0 : -1.0);
-    if (round % 8 < 4) B = zeph::multiply(A, B);  // solutions of many sizes are the harder ones
+    if (round % 8 < 4) B = multiply(A, B);  // solutions of many sizes are the harder ones
     f.solve(B);
     EXPECT_LE(f.report().backwardError, 8.0 * kEps) << round;
   }
@@ -167,24 +143,21 @@ TEST_F(TrustTest, solutionsAreRefined) {
 // Unknowns 0 to 3 are held well, those from 4 on are tied to each other and held by next to
 // nothing.
 TEST_F(TrustTest, everyResultIsWarnedOfWithAnUnknownThatIsHeldWeakly) {
-  SparseMatrix A;
-  A.rows = A.cols = 8;
+  SparseMatrix A = symmetricMatrix(8, [](unsigned i, unsigned j) {
+    if (i != j) return i == j + 1 && i != 4 ? -1.0 : 0.0;
+    return i < 4 ? 3.0 : i == 4 ? 1.0 + 1e-10 : i < 7 ? 2.0 : 1.0;
+  });
   A.source = "A.mtx";
   A.indexBase = 1;
-  A.symmetry = zeph::Symmetry::Symmetric;
-  for (unsigned i = 0; i < 8; ++i) {
-    A.entries.push_back({i, i, i < 4 ? 3.0 : i % 4 == 0 ? 1.0 + 1e-10 : i < 7 ? 2.0 : 1.0});
-    if (i % 4 > 0) A.entries.push_back({i, i - 1, -1.0});
-  }
-  for (const zeph::Route route : {zeph::Route::Cholesky, zeph::Route::Lu}) {
-    if (route == zeph::Route::Lu && !zeph::hasLuRoute()) continue;
-    zeph::Options o;
+  for (const Route route : {Route::Cholesky, Route::Lu}) {
+    if (route == Route::Lu && !hasLuRoute()) continue;
+    Options o;
     o.route = route;
-    zeph::Factor f(A, o);
+    Factor f(A, o);
     EXPECT_EQ(f.warnings().size(), 0U);
     const auto expectWarning = [&](const std::string& what, std::int64_t least = 4) {
-      const zeph::Report r = f.report();
-      EXPECT_GT(r.lastErrorEstimate, zeph::kDoubtfulError) << what;
+      const Report r = f.report();
+      EXPECT_GT(r.lastErrorEstimate, kDoubtfulError) << what;
       EXPECT_LT(r.lastErrorEstimate, 1e-2) << what;
       EXPECT_GE(r.worstUnknown, least) << what;
       ASSERT_EQ(f.warnings().size(), 1U) << what;
@@ -205,7 +178,7 @@ TEST_F(TrustTest, everyResultIsWarnedOfWithAnUnknownThatIsHeldWeakly) {
       expectWarning("the determinant");
       f.traceOfInverseTimes(A);
       expectWarning("the trace");
-      if (route == zeph::Route::Cholesky) {
+      if (route == Route::Cholesky) {
         f.sample(1, 1);
         expectWarning("the samples");
         f.selectedInverse();
@@ -226,3 +199,4 @@ TEST_F(TrustTest, everyResultIsWarnedOfWithAnUnknownThatIsHeldWeakly) {
 }
 
 }  // namespace
+}  // namespace zeph
