@@ -1,21 +1,15 @@
 // Networks that nothing holds, found and named; and no others.
 #include "zeph/checks/datum.h"
 
-#include <algorithm>
 #include <array>
-#include <cmath>
-#include <numeric>
 #include <set>
-#include <vector>
 
 #include "tests/zeph/front_test.h"
+#include "tests/zeph/matrices.h"
 #include "zeph/factor.h"
 
+namespace zeph {
 namespace {
-
-using zeph::DatumDefect;
-using zeph::Entry;
-using zeph::SparseMatrix;
 
 class DatumTest : public FrontTest {
  protected:
@@ -26,15 +20,11 @@ class DatumTest : public FrontTest {
     std::vector<std::vector<double>> motions = {};  // that change nothing, where they are checked
   };
 
-  double uniform(double from, double to) {
-    return from + (to - from) * static_cast<double>(random_() % 100001) / 1e5;
-  }
-
   /// J with rows appended by `observe`, as its normal matrix with random weights.
   SparseMatrix normal(const SparseMatrix& J, double decades) {
     std::vector<double> weights(J.rows);
     for (double& w : weights) w = std::pow(10.0, uniform(-decades / 2, decades / 2));
-    return zeph::normalEquations(J, weights);
+    return normalEquations(J, weights);
   }
 
   static void observe(SparseMatrix& J, const std::vector<std::pair<unsigned, double>>& row) {
@@ -118,10 +108,10 @@ class DatumTest : public FrontTest {
   }
 
   void expectCase(const Case& c, const char* what) {
-    const auto found = zeph::findDatumDefect(c.A);
+    const auto found = findDatumDefect(c.A);
     ASSERT_EQ(found.has_value(), c.dimension > 0) << what;
     if (!found) {
-      EXPECT_NO_THROW(zeph::Factor{c.A}.variances()) << what;
+      EXPECT_NO_THROW(Factor{c.A}.variances()) << what;
       return;
     }
     EXPECT_EQ(found->dimension, c.dimension) << what;
@@ -130,11 +120,13 @@ class DatumTest : public FrontTest {
     EXPECT_EQ(found->carriers.size(), c.parts) << what;
     if (!c.motions.empty()) expectCarrier(c, found->carriers.at(0));
     // What the factor says when it is asked, by any route.
-    for (const auto route : {zeph::Route::Automatic, zeph::Route::Cholesky, zeph::Route::Lu}) {
-      zeph::Options options;
+    for (const auto route : {Route::Automatic, Route::Cholesky, Route::Lu}) {
+      Options options;
       options.route = route;
-      expectError([&] { zeph::Factor(c.A, options).variances(); },
-                  route == zeph::Route::Lu ? "" : "6 the normal matrix", true);
+      const char* said = route == Route::Lu ? "" : "6 the normal matrix";
+      expectError([&] { Factor(c.A, options).variances(); }, said);
+      expectError([&] { Factor(c.A, options).variances({0}); }, said);
+      expectError([&] { Factor(c.A, options).solve(std::vector<double>(c.A.rows, 1.0)); }, said);
     }
     // Known values of as many unknowns of each part as its share is make it regular.
     if (c.dimension > c.parts) return;
@@ -144,7 +136,7 @@ class DatumTest : public FrontTest {
         if (e.row == i && e.col == i) e.value *= 2.0;
       }
     }
-    EXPECT_FALSE(zeph::findDatumDefect(held)) << what;
+    EXPECT_FALSE(findDatumDefect(held)) << what;
   }
 };
 
@@ -164,31 +156,25 @@ TEST_F(DatumTest, namesWhatNothingHoldsAndNothingElse) {
 }
 
 TEST_F(DatumTest, otherMatricesHaveNoDatumToMiss) {
-  const auto dense = [](unsigned n, const auto& entry) {
-    SparseMatrix m;
-    m.rows = m.cols = n;
-    m.symmetry = zeph::Symmetry::Symmetric;
-    for (unsigned c = 0; c < n; ++c) {
-      for (unsigned r = c; r < n; ++r) m.entries.push_back({r, c, entry(r, c)});
-    }
-    return m;
-  };
   const SparseMatrix cases[] = {
-      dense(14, [](unsigned r, unsigned c) { return 1.0 / (r + c + 1); }),            // Hilbert
-      dense(5, [](unsigned r, unsigned c) { return r == c ? 1.0 : 2.0; }),            // indefinite
-      dense(3, [](unsigned r, unsigned c) { return r == c && r != 1 ? 1.0 : 0.0; }),  // empty row
-      dense(40, [](unsigned r, unsigned c) { return r == c       ? 2.0
-                                                    : r == c + 1 ? -1.0
-                                                                 : 0.0; }),
+      symmetricMatrix(14, [](unsigned r, unsigned c) { return 1.0 / (r + c + 1); }),  // Hilbert
+      symmetricMatrix(5, [](unsigned r, unsigned c) { return r == c ? 1.0 : 2.0; }),  // indefinite
+      symmetricMatrix(
+          3, [](unsigned r, unsigned c) { return r == c && r != 1 ? 1.0 : 0.0; }),  // empty row
+      symmetricMatrix(
+          40, [](unsigned r, unsigned c) { return r == c       ? 2.0
+                                                  : r == c + 1 ? -1.0
+                                                               : 0.0; }),
       // Heights held by a benchmark of little weight.
-      dense(9, [](unsigned r, unsigned c) {
+      symmetricMatrix(9, [](unsigned r, unsigned c) {
         return r == c ? (r % 8 == 0 ? 1.0 : 2.0) + (r == 0 ? 1e-8 : 0.0) : r == c + 1 ? -1.0 : 0.0;
       })};
-  for (const SparseMatrix& A : cases) EXPECT_FALSE(zeph::findDatumDefect(A)) << A.rows;
-  zeph::Options stopped;
+  for (const SparseMatrix& A : cases) EXPECT_FALSE(findDatumDefect(A)) << A.rows;
+  Options stopped;
   stopped.progress = [](const char*, double) { return false; };
   const Case free = plane(9, true, 0, 0.0);
-  expectError([&] { zeph::findDatumDefect(free.A, stopped); }, "130 stopped on request");
+  expectError([&] { findDatumDefect(free.A, stopped); }, "130 stopped on request");
 }
 
 }  // namespace
+}  // namespace zeph
