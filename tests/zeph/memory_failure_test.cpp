@@ -1,23 +1,17 @@
 // Every single allocation of an operation fails once, or from one on all of them, in the libraries
 // below as well as in our own code.
-#include <gtest/gtest.h>
 #include <malloc.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cstdlib>
-#include <cstring>
-#include <functional>
 #include <new>
-#include <random>
 #include <thread>
-#include <utility>
-#include <vector>
 
 #include "kernels/team.h"
 #include "solver/assembly/protosparse.h"
 #include "tests/zeph/files/archives.h"
 #include "tests/zeph/front_test.h"
+#include "tests/zeph/matrices.h"
 #include "zeph/checks/matrix_check.h"
 #include "zeph/factor/lower_factor.h"
 #include "zeph/files/mat_export.h"
@@ -121,97 +115,15 @@ ZEPH_UNCHECKED void free(void* block) {
   std::free(block);
 }
 
+namespace zeph {
 namespace {
 
-using zeph::Route;
-
-class MemoryFailure : public ::testing::Test {
+class MemoryFailure : public FrontTest {
  protected:
   ~MemoryFailure() override { remaining = -1; }
-
-  // Repeats the attempt, a later allocation failing each time, until none is left to fail; gives
-  // the number of failures.
-  static long failEach(const std::function<void(bool& failed)>& attempt) {
-    long failures = 0;
-    for (bool injected = true; injected; ++failures) {
-      bool failed = false;
-      remaining = failures;
-      attempt(failed);
-      injected = remaining < 0;
-      remaining = -1;
-      if (failed && !injected) ADD_FAILURE() << "failed on its own";
-    }
-    return failures - 1;
-  }
 };
 
-TEST_F(MemoryFailure, IsCalledSoOnEveryRoute) {
-  constexpr std::uint32_t n = 150;
-  zeph::SparseMatrix A;
-  A.rows = A.cols = n;
-  for (std::uint32_t i = 0; i < n; ++i) {
-    A.entries.push_back({i, i, 5.0});
-    for (const std::uint32_t j : {i + 1, i + 12}) {
-      if (j < n) A.entries.push_back({i, j, -1.0}), A.entries.push_back({j, i, -1.0});
-    }
-  }
-  auto B = zeph::DenseMatrix::zeros(n, 3);
-  B(2, 1) = 1.0;
-  using M = zeph::SparseMatrix;
-  const std::function<void(M)> operations[] = {
-      [](M m) { zeph::variances(std::move(m), Route::Cholesky); },
-      [](M m) { zeph::variances(std::move(m), Route::Lu); },
-      [](M m) { zeph::variances(std::move(m), Route::LuSolves); },
-      [&](M m) { zeph::solve(std::move(m), B, Route::Cholesky); },
-      [&](M m) { zeph::solve(std::move(m), B, Route::Lu); },
-      [](M m) { zeph::cholmodFactor(std::move(m), true); }};
-  for (const auto& operation : operations) {
-    const long failures = failEach([&](bool& failed) {
-      const long later = remaining.exchange(-1);
-      M copy(A);
-      remaining = later;
-      try {
-        operation(std::move(copy));
-      } catch (const zeph::Error& e) {
-        failed = true;
-        EXPECT_EQ(e.kind(), zeph::ErrorKind::Memory) << &operation - operations << e.what();
-      }
-    });
-    EXPECT_GT(failures, 30) << &operation - operations;
-  }
-}
-
-TEST_F(MemoryFailure, LeavesAnAssembledMatrixAsItWas) {
-  zeph_solver::ProtoSparse sparse(40, 40), dense(50, 50);
-  for (std::size_t i = 0; i < 40; ++i) sparse.addElement(i, 3, 1.0), dense.addElement(3, i, 2.0);
-  dense.makeDense();
-  const std::function<void(zeph_solver::ProtoSparse&)> changes[] = {
-      [&](auto& p) { p = p.isDense() ? sparse : dense; }, [](auto& p) { p.makeSparse(); }};
-  for (const auto& change : changes) {
-    for (const zeph_solver::ProtoSparse* start : {&sparse, &dense}) {
-      failEach([&](bool& failed) {
-        const long later = remaining.exchange(-1);
-        zeph_solver::ProtoSparse p(*start);
-        remaining = later;
-        try {
-          change(p);
-        } catch (const std::bad_alloc&) {
-          remaining = -1;
-          failed = true;
-          EXPECT_TRUE(p.rowCount == start->rowCount && p.isDense() == start->isDense());
-          EXPECT_EQ(p.elements.size(), start->elements.size());
-          EXPECT_EQ(p.nz(), 40u);
-        }
-      });
-    }
-  }
-}
-
 using Numbers = std::vector<double>;
-
-bool sameBits(const Numbers& a, const Numbers& b) {
-  return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(double)) == 0;
-}
 
 // Runs work of the test itself, in which no allocation fails.
 template <class Work>
@@ -235,7 +147,7 @@ Operation throwing(std::function<Numbers()> work) {
     try {
       result = work();
       return 0;
-    } catch (const zeph::Error& e) {
+    } catch (const Error& e) {
       return e.what()[0] != 0 ? exitCode(e.kind()) : -1;
     } catch (...) {
       return -1;
@@ -276,44 +188,48 @@ long failEverywhere(const Operation& operation, std::size_t randomSteps) {
   return failures;
 }
 
-// The stencil on a grid of m x m nodes, or on a cube, with `together` unknowns each.
-zeph::SparseMatrix stencil(std::uint32_t m, bool cube, std::uint32_t together) {
-  zeph::SparseMatrix A;
-  const std::uint32_t nodes = m * m * (cube ? m : 1);
-  A.rows = A.cols = nodes * together;
-  A.symmetry = zeph::Symmetry::Symmetric;
-  for (std::uint32_t i = 0; i < nodes; ++i) {
-    for (std::uint32_t a = 0; a < together; ++a) {
-      for (std::uint32_t b = 0; b < together; ++b) {
-        const auto add = [&](std::uint32_t j, double value) {
-          if (i != j || b <= a) A.entries.push_back({i * together + a, j * together + b, value});
-        };
-        add(i, a == b ? 7.0 * together : 0.5);
-        if (i % m != 0) add(i - 1, -1.0);
-        if (i / m % m != 0) add(i - m, -1.0);
-        if (i >= m * m) add(i - m * m, -1.0);
-      }
+TEST_F(MemoryFailure, LeavesAnAssembledMatrixAsItWas) {
+  using zeph_solver::ProtoSparse;
+  ProtoSparse sparse(40, 40), dense(50, 50);
+  for (std::size_t i = 0; i < 40; ++i) sparse.addElement(i, 3, 1.0), dense.addElement(3, i, 2.0);
+  dense.makeDense();
+  const std::function<void(ProtoSparse&)> changes[] = {
+      [&](auto& p) { p = p.isDense() ? sparse : dense; }, [](auto& p) { p.makeSparse(); }};
+  for (const auto& change : changes) {
+    for (const ProtoSparse* start : {&sparse, &dense}) {
+      const Operation changed = [&](Numbers& result) {
+        ProtoSparse p = unfailing([&] { return *start; });
+        try {
+          change(p);
+        } catch (const std::bad_alloc&) {
+          const bool same = p.rowCount == start->rowCount && p.isDense() == start->isDense() &&
+                            p.elements.size() == start->elements.size() && p.nz() == 40;
+          return same ? 8 : -1;
+        }
+        result = numbers(static_cast<double>(p.nz()), p.isDense());
+        return 0;
+      };
+      failEverywhere(changed, 0);
     }
   }
-  return A;
 }
 
 struct Subject {
-  zeph::SparseMatrix A;
-  zeph::Options options;
+  SparseMatrix A;
+  Options options;
   std::size_t randomSteps = 0;
 };
 
 std::vector<Subject> subjects() {
   std::vector<Subject> all(5);
   for (Subject& s : all) s.options.threads = 1;
-  all[0].A = stencil(12, false, 1);
+  all[0].A = stencil(12, false);
   all[1].A = stencil(4, false, 3);
-  all[2].A = stencil(12, false, 1);
-  all[2].options.ordering = zeph::Ordering::NestedDissection;
-  all[3].A = stencil(7, false, 1);
+  all[2].A = stencil(12, false);
+  all[2].options.ordering = Ordering::NestedDissection;
+  all[3].A = stencil(7, false);
   all[3].options.route = Route::Lu;
-  all[4].A = stencil(12, true, 1);
+  all[4].A = stencil(12, true);
   all[4].options.threads = 3;
   all[4].randomSteps = 60;
   return all;
@@ -324,24 +240,19 @@ TEST_F(MemoryFailure, LeavesFactorsAsTheyWereWithThreads) {
     const auto n = static_cast<std::int64_t>(s.A.rows);
     const bool lu = s.options.route == Route::Lu;
     const std::vector<std::int64_t> some{0, n / 2, n - 1, 1}, others{1, n / 2, 0, 2};
-    Numbers b(s.A.rows, 1.0), values;
-    for (const zeph::Entry& e : s.A.entries) values.push_back(e.value);
-    zeph::Factor f(s.A, s.options);
+    const Numbers b(s.A.rows, 1.0), values = valuesOf(s.A);
+    Factor f(s.A, s.options);
     const std::vector<std::function<Numbers()>> questions{
-        [&] { return zeph::Factor(s.A, s.options).variances(); },
-        [&] { return numbers(zeph::plan(s.A, s.options).operations, 0.0); },
+        [&] { return Factor(s.A, s.options).variances(); },
+        [&] { return numbers(plan(s.A, s.options).operations, 0.0); },
         [&] { return f.variances(); },
         [&] { return f.variances(some); },
         [&] { return f.covariance(some, others); },
         [&] { return f.covarianceBlock(some).values; },
         [&] {
           if (lu) return f.solve(b);
-          const zeph::SparseMatrix Z = f.selectedInverse();
-          return unfailing([&] {
-            Numbers z;
-            for (const zeph::Entry& e : Z.entries) z.push_back(e.value);
-            return z;
-          });
+          const SparseMatrix Z = f.selectedInverse();
+          return unfailing([&] { return valuesOf(Z); });
         },
         [&] { return f.solve(b); },
         [&] { return lu ? f.solve(b) : f.sample(2, 7).values; },
@@ -365,16 +276,16 @@ TEST_F(MemoryFailure, LeavesFactorsAsTheyWereWithThreads) {
 
 // METIS ends the process where an allocation of its own fails, so that it may not come to that.
 TEST_F(MemoryFailure, IsFoundBeforeALibraryEndsTheProcess) {
-  const zeph::SparseMatrix A = stencil(45, false, 1);
-  zeph::Options options;
+  const SparseMatrix A = stencil(45, false);
+  Options options;
   options.threads = 1;
-  for (const auto ordering : {zeph::Ordering::NestedDissection, zeph::Ordering::MinimumDegree}) {
+  for (const auto ordering : {Ordering::NestedDissection, Ordering::MinimumDegree}) {
     for (const auto route : {Route::Cholesky, Route::Lu}) {
       options.ordering = ordering;
       options.route = route;
       Numbers expected, result;
       const Operation operation =
-          throwing([&] { return zeph::Factor(A, options).solve(Numbers(A.rows, 1.0)); });
+          throwing([&] { return Factor(A, options).solve(Numbers(A.rows, 1.0)); });
       EXPECT_EQ(operation(expected), 0);
       const auto within = [&](long bytes) {
         used = most = 0;
@@ -465,25 +376,23 @@ TEST_F(MemoryFailure, ComesThroughTheCInterfaceAsAStatusAndASentence) {
   zeph_factor_free(f);
 }
 
-class MemoryFailureInFiles : public FrontTest {};
-
-Numbers numbersOf(const zeph::SparseMatrix& m) {
+Numbers numbersOf(const SparseMatrix& m) {
   return unfailing([&] {
     Numbers all{static_cast<double>(m.rows), static_cast<double>(m.cols)};
-    for (const zeph::Entry& e : m.entries) {
+    for (const Entry& e : m.entries) {
       all.insert(all.end(), {static_cast<double>(e.row), static_cast<double>(e.col), e.value});
     }
     return all;
   });
 }
 
-TEST_F(MemoryFailureInFiles, ReadersWritersAndJobsSaySo) {
-  const zeph::SparseMatrix A = stencil(6, false, 1);
-  zeph::SparseMatrix J = A;
-  J.symmetry = zeph::Symmetry::General;
+TEST_F(MemoryFailure, IsSaidByReadersWritersJobsAndTheGeneralRoutes) {
+  const SparseMatrix A = stencil(6, false);
+  SparseMatrix J = A;
+  J.symmetry = Symmetry::General;
   const std::string mtx = path("A.mtx"), out = path("out.mtx");
-  zeph::writeSparse(mtx, A);
-  zeph::writeSparse(path("A.csv"), A);
+  writeSparse(mtx, A);
+  writeSparse(path("A.csv"), A);
   write("A.mtx.gz", gzipped(read(mtx)));
   write("A.npz", sparseArchive(A, "csc"));
   write("A.rb",
@@ -493,44 +402,59 @@ TEST_F(MemoryFailureInFiles, ReadersWritersAndJobsSaySo) {
   const std::string pose = write("p.g2o",
                                  "EDGE_SE2 0 1 1 0 0 4 0 0 4 0 1\nEDGE_SE2 1 2 1 0 0 4 0 0 4 0 1\n"
                                  "EDGE_SE2 0 2 2 .1 0 4 0 0 4 0 1\n");
-  std::vector<std::pair<std::string, std::function<Numbers()>>> questions;
-  for (const char* name : {"A.mtx", "A.csv", "A.mtx.gz", "A.npz", "A.rb"}) {
-    questions.emplace_back(name, [file = path(name)] { return numbersOf(zeph::readSparse(file)); });
-  }
-  const zeph::DenseMatrix B = zeph::DenseMatrix::zeros(A.rows, 2);
+  auto B = DenseMatrix::zeros(A.rows, 2);
+  B(2, 1) = 1.0;
   const std::vector<double> y(A.rows, 1.0);
+  const auto fresh = [&] { return unfailing([&] { return A; }); };
+  const std::string inputs[] = {mtx, path("A.csv"), packed, path("A.npz"), path("A.rb")};
+  const auto readBack = [&](int k) { return numbersOf(readSparse(inputs[k])); };
+  const auto variancesBy = [&](Route route) {
+    const Variances v = zeph::variances(fresh(), route);
+    return unfailing([&] { return Numbers(v.diagonal.data, v.diagonal.data + v.diagonal.size); });
+  };
   const auto poses = [&] {
-    zeph::PoseGraphResult result = zeph::optimise(zeph::readPoseGraph(pose));
+    PoseGraphResult result = optimise(readPoseGraph(pose));
     return std::make_pair(result.covariances(), std::move(result));
   };
-  const zeph::AdjustmentReportOptions about;
-  const zeph::Adjustment adjustment = zeph::adjust(J, y, {});
-  using Work = std::function<Numbers()>;
-  const std::pair<const char*, Work> others[] = {
-      {"dense", [&] { return zeph::readDense(list).values; }},
-      {"archive as dense", [&] { return zeph::readDense(packed).values; }},
-      {"poses", [&] { return std::move(poses().first.back().values); }},
-      {"adjust", [&] { return zeph::adjust(J, y, {}).sigma; }},
-      {"page", [&] { return zeph::writeAdjustmentReport(out, adjustment, about), numbers(0, 0); }},
-      {"normal equations", [&] { return numbersOf(zeph::normalEquations(J, y)); }},
-      {"lower factor", [&] { return numbersOf(zeph::lowerFactor(A, {}).L); }},
-      {"check", [&] { return numbers(zeph::checkMatrix(A).fit(), 0); }},
-      {"product", [&] { return zeph::multiply(unfailing([&] { return A; }), B).values; }},
-      {"sparse file",
-       [&] { return zeph::writeSparse(out, unfailing([&] { return A; })), numbers(0, 0); }},
-      {"dense file", [&] { return zeph::writeDense(out, B), numbers(0, 0); }},
-      {"export",
-       [&] { return zeph::exportMat(out, unfailing([&] { return A; }), "A"), numbers(0, 0); }},
+  const AdjustmentReportOptions about;
+  const Adjustment adjustment = adjust(J, y, {});
+  const struct {
+    const char* name;
+    std::size_t randomSteps;
+    std::function<Numbers()> work;
+  } questions[] = {
+      {"A.mtx", 0, [&] { return readBack(0); }},
+      {"A.csv", 0, [&] { return readBack(1); }},
+      {"A.mtx.gz", 0, [&] { return readBack(2); }},
+      {"A.npz", 0, [&] { return readBack(3); }},
+      {"A.rb", 0, [&] { return readBack(4); }},
+      {"Cholesky", 0, [&] { return variancesBy(Route::Cholesky); }},
+      {"LU", 0, [&] { return variancesBy(Route::Lu); }},
+      {"LU by solves", 0, [&] { return variancesBy(Route::LuSolves); }},
+      {"solution", 0, [&] { return solve(fresh(), B, Route::Cholesky).X.values; }},
+      {"solution by LU", 0, [&] { return solve(fresh(), B, Route::Lu).X.values; }},
+      {"factor", 0, [&] { return numbersOf(cholmodFactor(fresh(), true).L); }},
+      {"dense", 30, [&] { return readDense(list).values; }},
+      {"archive as dense", 30, [&] { return readDense(packed).values; }},
+      {"poses", 30, [&] { return std::move(poses().first.back().values); }},
+      {"adjust", 30, [&] { return adjust(J, y, {}).sigma; }},
+      {"page", 30, [&] { return writeAdjustmentReport(out, adjustment, about), numbers(0, 0); }},
+      {"normal equations", 30, [&] { return numbersOf(normalEquations(J, y)); }},
+      {"lower factor", 30, [&] { return numbersOf(lowerFactor(A, {}).L); }},
+      {"check", 30, [&] { return numbers(checkMatrix(A).fit(), 0); }},
+      {"product", 30, [&] { return multiply(fresh(), B).values; }},
+      {"sparse file", 30, [&] { return writeSparse(out, fresh()), numbers(0, 0); }},
+      {"dense file", 30, [&] { return writeDense(out, B), numbers(0, 0); }},
+      {"export", 30, [&] { return exportMat(out, fresh(), "A"), numbers(0, 0); }},
   };
-  questions.insert(questions.end(), std::begin(others), std::end(others));
   const std::size_t files = fileCount();
-  for (const auto& [name, question] : questions) {
-    EXPECT_GT(failEverywhere(throwing(question), name[0] == 'A' ? 0 : 30), 0);
+  for (const auto& [name, randomSteps, work] : questions) {
+    EXPECT_GT(failEverywhere(throwing(work), randomSteps), 0);
     std::filesystem::remove(out);
     EXPECT_EQ(fileCount(), files);
-    EXPECT_FALSE(HasFailure()) << name;
-    if (HasFailure()) break;
+    ASSERT_FALSE(HasFailure()) << name;
   }
 }
 
 }  // namespace
+}  // namespace zeph
