@@ -1,10 +1,7 @@
 // Sizes about 2^31 and 2^63, without the memory that they would take: counted right, or refused in
 // a sentence with the figures.
-#include <gtest/gtest.h>
 
 #include <cstdint>
-#include <string>
-#include <vector>
 
 #include "tests/zeph/files/archives.h"
 #include "tests/zeph/front_test.h"
@@ -13,11 +10,8 @@
 #include "zeph/zeph.h"
 #include "zeph/zeph_c.h"
 
+namespace zeph {
 namespace {
-
-using zeph::DenseMatrix;
-using zeph::Options;
-using zeph::SparseMatrix;
 
 constexpr std::int64_t kBeyond = std::int64_t{1} << 31;
 
@@ -59,19 +53,19 @@ TEST_F(Limits, OfRowsAndColumnsAreToldWithTheFigures) {
   for (const auto& f : files) {
     const std::string file = write(f.name, f.content);
     if (f.said[0] != '\0') {
-      expectError([&] { zeph::readSparse(file); }, f.said);
+      expectError([&] { readSparse(file); }, f.said);
       continue;
     }
-    const SparseMatrix A = zeph::readSparse(file);
+    const SparseMatrix A = readSparse(file);
     EXPECT_EQ(A.entries.back().row + 1, A.rows) << f.name;
-    if (A.rows < zeph::kLargestSize) continue;
-    expectError([&] { zeph::plan(A); }, "2147483647 rows need", false);
-    expectError([&] { zeph::normalEquations(A, {}); }, "0 weights for the 2147483647", false);
+    if (A.rows < kLargestSize) continue;
+    expectError([&] { plan(A); }, "2147483647 rows need", false);
+    expectError([&] { normalEquations(A, {}); }, "0 weights for the 2147483647", false);
   }
   // The least memory that a wide design takes is more than there is, or is there.
   SparseMatrix wide;
-  wide.rows = 0, wide.cols = zeph::kLargestSize + 1;
-  expectError([&] { zeph::normalEquations(wide, {}); }, "4 the matrix is 0 x 2147483648");
+  wide.rows = 0, wide.cols = kLargestSize + 1;
+  expectError([&] { normalEquations(wide, {}); }, "4 the matrix is 0 x 2147483648");
 
   const std::int64_t starts[] = {0};
   zeph_factor* f = nullptr;
@@ -79,7 +73,7 @@ TEST_F(Limits, OfRowsAndColumnsAreToldWithTheFigures) {
   EXPECT_STREQ(zeph_last_error(),
                "the matrix is 2147483648 x 2147483648; the largest size is 2147483647");
   // As many unknowns as the normal matrix of 357,913,942 poses in space has.
-  expectError([] { zeph::requireSizes("the normal matrix of g", 6 * 357913942UL, 1); },
+  expectError([] { requireSizes("the normal matrix of g", 6 * 357913942UL, 1); },
               "4 the normal matrix of g is 2147483652 x 1; the largest size is 2147483647");
 }
 
@@ -88,7 +82,7 @@ TEST_F(Limits, OfRowsAndColumnsAreToldWithTheFigures) {
 SparseMatrix starHubFirst(std::uint32_t n, std::uint32_t step = 1) {
   SparseMatrix A;
   A.rows = A.cols = n;
-  A.symmetry = zeph::Symmetry::Symmetric;
+  A.symmetry = Symmetry::Symmetric;
   for (std::uint32_t i = 0; i < n; ++i) {
     A.entries.push_back({i, i, 2.0 * n});
     if (i > 0 && i % step == 0) A.entries.push_back({i, 0, -1.0});
@@ -99,27 +93,27 @@ SparseMatrix starHubFirst(std::uint32_t n, std::uint32_t step = 1) {
 
 TEST_F(Limits, OfAFactorAreExactBeyondTwoToThe31AndRefusedByItsBytes) {
   Options natural;
-  natural.ordering = zeph::Ordering::Natural;
+  natural.ordering = Ordering::Natural;
   for (const std::uint32_t step : {1, 3}) {
     const SparseMatrix A = starHubFirst(step * 70000, step);
-    const zeph::Report r = zeph::plan(A, natural);
+    const Report r = plan(A, natural);
     const std::int64_t k = 70000, paths = k * (step - 1);
     EXPECT_EQ(r.entriesOfL, k * (k + 1) / 2 + (step == 1 ? 0 : 2 * paths - k)) << step;
     EXPECT_EQ(r.operations, static_cast<double>(k * (k + 1) * (2 * k + 1) / 6 +
                                                 (step == 1 ? 0 : 4 * paths - 3 * k)));
     EXPECT_GE(r.bytes, 8.0 * static_cast<double>(k * (k + 1) / 2));
-    expectError([&] { zeph::lowerFactor(A, natural); },
+    expectError([&] { lowerFactor(A, natural); },
                 "has " + std::to_string(r.entriesOfL) + " entries; a matrix to be written", false);
   }
   // 16 TB, by what the machine has; and the same by a limit.
   const SparseMatrix large = starHubFirst(1400000);
-  expectError([&] { zeph::Factor(large, natural); }, " are available", false);
+  expectError([&] { Factor(large, natural); }, " are available", false);
   natural.memoryLimit = 1e9;
-  expectError([&] { zeph::Factor(large, natural); }, "more than the limit of 1 GB", false);
+  expectError([&] { Factor(large, natural); }, "more than the limit of 1 GB", false);
 }
 
 TEST_F(Limits, OfBytesAreNeverWrappedRound) {
-  const zeph::Factor f(starHubFirst(4));
+  const Factor f(starHubFirst(4));
   const std::size_t quarter = SIZE_MAX / 4 + 1, bytes = SIZE_MAX / 8 + 1;
   std::vector<double> b(4, 1.0);
   expectError([&] { f.solve(b.data(), b.data(), quarter); }, "8 the solutions for 46116860184273");
@@ -139,3 +133,4 @@ TEST_F(Limits, OfBytesAreNeverWrappedRound) {
 }
 
 }  // namespace
+}  // namespace zeph

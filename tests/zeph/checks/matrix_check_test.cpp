@@ -1,10 +1,6 @@
 #include "zeph/checks/matrix_check.h"
 
-#include <algorithm>
-#include <cmath>
-#include <limits>
 #include <set>
-#include <vector>
 
 #include "math/korin.h"
 #include "tests/zeph/front_test.h"
@@ -12,11 +8,8 @@
 #include "zeph/matrix/record.h"
 #include "zeph/matrix/to_dense.h"
 
+namespace zeph {
 namespace {
-
-using zeph::MatrixReport;
-using zeph::SparseMatrix;
-using zeph::Symmetry;
 
 constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
 
@@ -47,7 +40,7 @@ void expectReportOfDense(const MatrixReport& report, const SparseMatrix& m) {
     for (const auto& e : m.entries) stored.insert({e.col, e.row});
   }
   EXPECT_EQ(report.entries, stored.size());
-  const korin::Matrix a(zeph::toRecord(zeph::toDense(m)));
+  const korin::Matrix a(toRecord(toDense(m)));
   bool structural = true, numerical = true;
   std::vector<int> emptyRows, emptyCols;
   for (unsigned i = 0; i < m.rows; ++i) {
@@ -68,7 +61,7 @@ void expectReportOfDense(const MatrixReport& report, const SparseMatrix& m) {
   for (unsigned k = 1; k <= m.rows; ++k) definite = definite && determinant(a, k) > 0.5;
   EXPECT_EQ(report.fitForCholesky(), definite);
   const bool regular = std::abs(determinant(a, static_cast<unsigned>(m.rows))) > 0.5;
-  EXPECT_EQ(report.fitForLu(), zeph::hasLuRoute() ? regular : definite);
+  EXPECT_EQ(report.fitForLu(), hasLuRoute() ? regular : definite);
 }
 
 TEST_F(MatrixCheckTest, agreesWithTheDenseMatrix) {
@@ -94,7 +87,7 @@ TEST_F(MatrixCheckTest, agreesWithTheDenseMatrix) {
     symmetric += m.symmetry == Symmetry::General && report.symmetry.numerical;
   }
   EXPECT_GT(std::min(symmetric, definite), 20);
-  EXPECT_GT(indefinite, zeph::hasLuRoute() ? 20 : -1);
+  EXPECT_GT(indefinite, hasLuRoute() ? 20 : -1);
 }
 
 TEST_F(MatrixCheckTest, namesWhatIsWrongAndWhere) {
@@ -139,7 +132,8 @@ TEST_F(MatrixCheckTest, shapesAndRounding) {
   EXPECT_TRUE(checkMatrix(m).fitForCholesky());
   m.entries[2].value = 1e-13;
   EXPECT_FALSE(checkMatrix(m).fitForCholesky());
-  EXPECT_EQ(checkMatrix(m).fitForLu(), zeph::hasLuRoute());
+  EXPECT_EQ(checkMatrix(m).fitForLu(), hasLuRoute());
 }
 
 }  // namespace
+}  // namespace zeph

@@ -1,13 +1,11 @@
 #include "zeph/demo/network_picture.h"
 
-#include <algorithm>
-#include <cmath>
 #include <map>
-#include <vector>
 
 #include "tests/zeph/drawn.h"
 #include "tests/zeph/front_test.h"
 
+namespace zeph {
 namespace {
 
 class NetworkPictureTest : public FrontTest {};
@@ -17,7 +15,7 @@ class NetworkPictureTest : public FrontTest {};
 TEST_F(NetworkPictureTest, PiecesLieAtTheirPointsAndShadesFollowTheStandardDeviations) {
   for (const unsigned size : {300u, 25000u}) {
     const bool lines = size == 300;
-    zeph::LevellingNetwork net;
+    LevellingNetwork net;
     ZtVector variances(size);
     const double scale = 820.0 / 8.0, cell = 820.0 / 160;  // pixels
     net.points = {{3.0, -7.0, 0.0}, {11.0, -1.0, 0.0}};    // the corners
@@ -32,7 +30,7 @@ TEST_F(NetworkPictureTest, PiecesLieAtTheirPointsAndShadesFollowTheStandardDevia
     net.points[3] = {3.0 + 430.2 / scale, -1.0 - 300.2 / scale, 0.0};
     net.lines[0] = {2, 3, 1.0};
     for (unsigned k = 0; k < 9; ++k) net.benchmarks.push_back({below(size), 1.0});
-    const std::string svg = zeph::drawNetwork(net, variances, 0);  // the line between these
+    const std::string svg = drawNetwork(net, variances, 0);  // the line between these
     expectInside(svg);
 
     const auto x = [&](unsigned i) { return (net.points[i].x - 3.0) * scale; };
@@ -42,7 +40,7 @@ TEST_F(NetworkPictureTest, PiecesLieAtTheirPointsAndShadesFollowTheStandardDevia
       wanted[{std::min(159L, long(x(i) / cell)), long(y(i) / cell)}].push_back(
           std::sqrt(variances.data[i]));
     }
-    for (const auto& l : lines ? net.lines : std::vector<zeph::LevellingLine>()) {
+    for (const auto& l : lines ? net.lines : std::vector<LevellingLine>()) {
       wanted[{std::lround(x(l.from)), std::lround(y(l.from)), std::lround(x(l.to)),
               std::lround(y(l.to))}] = {std::sqrt(variances.data[l.from]),
                                         std::sqrt(variances.data[l.to])};
@@ -81,3 +79,4 @@ TEST_F(NetworkPictureTest, PiecesLieAtTheirPointsAndShadesFollowTheStandardDevia
 }
 
 }  // namespace
+}  // namespace zeph

@@ -2,8 +2,6 @@
 #define ZEPH_TESTS_ZEPH_FILES_ANY_MATRIX_H
 
 #include <bit>
-#include <cmath>
-#include <utility>
 
 #include "tests/zeph/front_test.h"
 

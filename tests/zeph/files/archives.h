@@ -85,56 +85,52 @@ inline std::string ints(const Ints& values) {
   return npy("<i4", tuple({values.size()}), values);
 }
 
-// What scipy.sparse.save_npz writes: csr, csc, coo, bsr with blocks of 2 x 3 where they fit, dia.
+// What scipy.sparse.save_npz writes: coo, dia, and by lines of blocks csr, csc, and bsr, whose
+// blocks are 2 x 3 where they fit.
 inline std::string sparseArchive(const zeph::SparseMatrix& m, const std::string& format) {
-  const bool byRows = format == "csr";
-  Ints rows, cols, starts(1, 0);
+  const std::vector<double> dense = zeph::toDense(m).values;
+  const auto rows = static_cast<int>(m.rows), cols = static_cast<int>(m.cols);
+  Ints starts(1, 0), indices, others;
   std::vector<double> data;
-  if (format == "bsr" || format == "dia") {
-    const std::vector<double> dense = zeph::toDense(m).values;
-    const std::size_t high = m.rows % 2 == 0 ? 2 : 1, wide = m.cols % 3 == 0 ? 3 : 1;
-    for (std::size_t row = 0; row < m.rows && format == "bsr"; row += high) {
-      for (std::size_t col = 0; col < m.cols; col += wide) {
-        for (std::size_t k = 0; k < high * wide; ++k) {
-          data.push_back(dense[(col + k % wide) * m.rows + row + k / wide]);
-        }
-        if (std::count(data.end() - static_cast<long>(high * wide), data.end(), 0.0) ==
-            static_cast<long>(high * wide)) {
-          data.resize(data.size() - high * wide);
-        } else {
-          cols.push_back(static_cast<int>(col / wide));
-        }
-      }
-      starts.push_back(static_cast<int>(cols.size()));
-    }
-    if (format == "bsr") {
-      return sparseArchive(format, m.rows, m.cols,
-                           npy("<f8", tuple({cols.size(), high, wide}), data),
-                           {{"indptr.npy", ints(starts)}, {"indices.npy", ints(cols)}});
-    }
-    for (auto d = 1 - static_cast<int>(m.rows); d < static_cast<int>(m.cols); ++d) {
-      rows.push_back(d);
-      for (int j = 0; j < static_cast<int>(m.cols); ++j) {
-        const bool inside = j >= d && j - d < static_cast<int>(m.rows);
-        data.push_back(inside ? dense[static_cast<std::size_t>(j) * m.rows + (j - d)] : 9.0);
-      }
-    }
-    return sparseArchive(format, m.rows, m.cols, npy("<f8", tuple({rows.size(), m.cols}), data),
-                         {{"offsets.npy", ints(rows)}});
-  }
-  for (std::size_t line = 0; line < (byRows ? m.rows : m.cols); ++line) {
+  if (format == "coo") {
     for (const auto& e : m.entries) {
-      if ((byRows ? e.row : e.col) != line) continue;
-      rows.push_back(static_cast<int>(e.row));
-      cols.push_back(static_cast<int>(e.col));
+      indices.push_back(static_cast<int>(e.row));
+      others.push_back(static_cast<int>(e.col));
       data.push_back(e.value);
     }
-    starts.push_back(static_cast<int>(data.size()));
+    return sparseArchive(format, m.rows, m.cols, npy("<f8", tuple({data.size()}), data),
+                         {{"row.npy", ints(indices)}, {"col.npy", ints(others)}});
   }
-  const Members own = format == "coo" ? Members{{"row.npy", ints(rows)}, {"col.npy", ints(cols)}}
-                                      : Members{{"indptr.npy", ints(starts)},
-                                                {"indices.npy", ints(byRows ? cols : rows)}};
-  return sparseArchive(format, m.rows, m.cols, npy("<f8", tuple({data.size()}), data), own);
+  if (format == "dia") {
+    for (int d = 1 - rows; d < cols; ++d) {
+      indices.push_back(d);
+      for (int j = 0; j < cols; ++j) {
+        const bool inside = j >= d && j - d < rows;
+        data.push_back(inside ? dense[static_cast<std::size_t>(j * rows + j - d)] : 9.0);
+      }
+    }
+    return sparseArchive(format, m.rows, m.cols, npy("<f8", tuple({indices.size(), m.cols}), data),
+                         {{"offsets.npy", ints(indices)}});
+  }
+  const bool bsr = format == "bsr", byCols = format == "csc";
+  const int high = bsr && rows % 2 == 0 ? 2 : 1, wide = bsr && cols % 3 == 0 ? 3 : 1;
+  for (int line = 0; line < (byCols ? cols : rows); line += high) {
+    for (int other = 0; other < (byCols ? rows : cols); other += wide) {
+      std::vector<double> block;
+      for (int k = 0; k < high * wide; ++k) {
+        const int i = line + k / wide, j = other + k % wide;
+        block.push_back(dense[static_cast<std::size_t>(byCols ? i * rows + j : j * rows + i)]);
+      }
+      if (std::count(block.begin(), block.end(), 0.0) == high * wide) continue;
+      data.insert(data.end(), block.begin(), block.end());
+      indices.push_back(other / wide);
+    }
+    starts.push_back(static_cast<int>(indices.size()));
+  }
+  std::vector<std::size_t> shape(1, indices.size());
+  if (bsr) shape = {indices.size(), std::size_t(high), std::size_t(wide)};
+  return sparseArchive(format, m.rows, m.cols, npy("<f8", tuple(shape), data),
+                       {{"indptr.npy", ints(starts)}, {"indices.npy", ints(indices)}});
 }
 
 #endif

@@ -1,19 +1,12 @@
 // Files as people have them: forms, spellings, and what is none of ours.
-#include <cmath>
-#include <cstring>
-#include <utility>
-#include <vector>
 
 #include "tests/zeph/files/any_matrix.h"
 #include "tests/zeph/files/archives.h"
 #include "zeph/files/matrix_file.h"
 #include "zeph/matrix/to_dense.h"
 
+namespace zeph {
 namespace {
-
-using zeph::FileFormat;
-using zeph::ReadOptions;
-using zeph::SparseMatrix;
 
 const std::string kMtx = "%%MatrixMarket matrix coordinate real general\n2 2 2\n1 1 4\n2 1 -1\n";
 
@@ -23,19 +16,19 @@ const char* const kRb =
 
 class FormsTest : public AnyMatrixTest {
  protected:
-  static std::vector<double> dense(const SparseMatrix& m) { return zeph::toDense(m).values; }
+  static std::vector<double> dense(const SparseMatrix& m) { return toDense(m).values; }
 };
 
 TEST_F(FormsTest, archivesOfScipyAndCompressedFilesReadBack) {
   const char* formats[] = {"csr", "csc", "coo", "bsr", "dia"};
   for (int round = 0; round < 30; ++round) {
-    SparseMatrix m = randomMatrix(zeph::Symmetry::General);
+    SparseMatrix m = randomMatrix(Symmetry::General);
     for (auto& e : m.entries) e.value = std::scalbn(e.value, -std::ilogb(e.value));  // sums fit
     const std::string file = sparseArchive(m, formats[round % 5]);
-    const SparseMatrix back = zeph::readSparse(write("m.npz", file));
+    const SparseMatrix back = readSparse(write("m.npz", file));
     EXPECT_TRUE(back.rows == m.rows && back.cols == m.cols);
     EXPECT_EQ(dense(back), dense(m)) << formats[round % 5];
-    EXPECT_EQ(dense(zeph::readSparse(write("z", gzipped(file)))), dense(m));
+    EXPECT_EQ(dense(readSparse(write("z", gzipped(file)))), dense(m));
     // Whatever is wrong with an archive, it is read or refused, and never overruns.
     for (int k = 0; k < 25; ++k) {
       std::string broken = file;
@@ -45,10 +38,9 @@ TEST_F(FormsTest, archivesOfScipyAndCompressedFilesReadBack) {
         broken[below(broken.size())] = static_cast<char>(random_());
       }
       try {
-        zeph::readSparse(write("b.npz", broken));
-      } catch (const zeph::Error& e) {
-        EXPECT_TRUE(e.kind() == zeph::ErrorKind::Input || e.kind() == zeph::ErrorKind::Memory)
-            << e.what();
+        readSparse(write("b.npz", broken));
+      } catch (const Error& e) {
+        EXPECT_TRUE(e.kind() == ErrorKind::Input || e.kind() == ErrorKind::Memory) << e.what();
       }
     }
   }
@@ -73,14 +65,14 @@ TEST_F(FormsTest, archivesOfScipyAndCompressedFilesReadBack) {
   };
   for (const auto& [file, sentence] : faults) {
     const std::string name = write("f.npz", file);
-    expectError([&] { zeph::readSparse(name); }, sentence, false);
+    expectError([&] { readSparse(name); }, sentence, false);
   }
   std::string mtx = kMtx;  // with a line that no buffer holds
   mtx.insert(mtx.find('\n'), "\n%" + std::string(5'000'000, ' '));
   const std::string twice = gzipped(mtx.substr(0, 50)) + gzipped(mtx.substr(50)) + "\0\0";
-  EXPECT_EQ(dense(zeph::readSparse(write("m.mtx.gz", twice))), (std::vector<double>{4, -1, 0, 0}));
+  EXPECT_EQ(dense(readSparse(write("m.mtx.gz", twice))), (std::vector<double>{4, -1, 0, 0}));
   const std::string array = npy<float>("<f4", "(2, 3)", {1, 2, 3, 4, 5, 6});
-  EXPECT_EQ(zeph::readDense(write("b.npy", array)).values, (std::vector<double>{1, 4, 2, 5, 3, 6}));
+  EXPECT_EQ(readDense(write("b.npy", array)).values, (std::vector<double>{1, 4, 2, 5, 3, 6}));
 }
 
 TEST_F(FormsTest, tablesInEverySpelling) {
@@ -110,13 +102,13 @@ TEST_F(FormsTest, tablesInEverySpelling) {
   };
   for (const auto& c : cases) {
     const std::string file = write(c.name, c.text);
-    EXPECT_EQ(zeph::readDense(file, c.options).values, c.values) << c.text;
+    EXPECT_EQ(readDense(file, c.options).values, c.values) << c.text;
     if (!c.alsoSparse) continue;
-    EXPECT_EQ(dense(zeph::readSparse(file, c.options)), c.values) << c.text;
+    EXPECT_EQ(dense(readSparse(file, c.options)), c.values) << c.text;
   }
   std::string told;
   const ReadOptions curious = {.note = [&](const std::string& sentence) { told += sentence; }};
-  zeph::readSparse(write("m.csv", "1,1,4\n2,2,4\n"), curious);
+  readSparse(write("m.csv", "1,1,4\n2,2,4\n"), curious);
   EXPECT_NE(told.find("--one-based"), told.npos);
 }
 
@@ -167,20 +159,20 @@ TEST_F(FormsTest, whatIsNoMatrixIsNamed) {
   };
   for (const auto& c : cases) {
     const std::string file = write(c.name, c.text);
-    expectError([&] { zeph::readSparse(file); }, "3 " + c.sentence);
+    expectError([&] { readSparse(file); }, "3 " + c.sentence);
   }
   const std::string file = write("bomb.gz", bomb);
   EXPECT_LT(bomb.size(), 10000u);
-  expectError([&] { zeph::readSparse(file, {.memoryLimit = 1e6}); },
+  expectError([&] { readSparse(file, {.memoryLimit = 1e6}); },
               "8 reading bomb.gz would take 1.05 MB of memory, more than the limit of 1 MB");
   const std::string wide = write("wide.csv", "0,200000,1\n");
-  expectError([&] { zeph::readDense(wide, {.memoryLimit = 1e6}); },
+  expectError([&] { readDense(wide, {.memoryLimit = 1e6}); },
               "8 a dense matrix of 1 x 200001 from wide.csv would take 1.6 MB of memory");
-  expectError([&] { zeph::readDense(write("b.csv", "0,1\n2,1\n")); },
+  expectError([&] { readDense(write("b.csv", "0,1\n2,1\n")); },
               "3 the indices of b.csv are not 0 to 1, each of them once, as 2 shows");
-  expectError([&] { zeph::readDense(write("b.txt", "1 2\n3\n")); },
-              "3 b.txt, line 2: found 1 numbers");
-  expectError([] { zeph::requireMatrixEnding("A.xyz"); }, "2");
+  expectError([&] { readDense(write("b.txt", "1 2\n3\n")); }, "3 b.txt, line 2: found 1 numbers");
+  expectError([] { requireMatrixEnding("A.xyz"); }, "2");
 }
 
 }  // namespace
+}  // namespace zeph

@@ -1,8 +1,5 @@
 #include "zeph/files/matrix_market.h"
 
-#include <cmath>
-#include <cstring>
-
 #include "tests/math/dense/dense_testing.h"
 #include "tests/zeph/files/any_matrix.h"
 #include "zeph/checks/matrix_check.h"
@@ -10,15 +7,14 @@
 #include "zeph/matrix/record.h"
 #include "zeph/matrix/to_dense.h"
 
+namespace zeph {
 namespace {
 
 using dense_testing::sameBits;
 using korin::Matrix;
-using zeph::SparseMatrix;
-using zeph::Symmetry;
 
-Matrix record(const zeph::DenseMatrix& m) {
-  return Matrix(zeph::toRecord(m));
+Matrix record(const DenseMatrix& m) {
+  return Matrix(toRecord(m));
 }
 
 class MatrixMarketTest : public AnyMatrixTest {};
@@ -78,12 +74,12 @@ TEST_F(MatrixMarketTest, refusesBadFilesWithTheLineAtFault) {
   };
   for (const auto& c : cases) {
     const std::string file = write("m.mtx", c.text);
-    expectError([&] { zeph::readMatrixMarket(file); }, c.sentence, false);
-    expectError([&] { zeph::readMatrixMarketDense(file); }, c.sentence, false);
+    expectError([&] { readMatrixMarket(file); }, c.sentence, false);
+    expectError([&] { readMatrixMarketDense(file); }, c.sentence, false);
   }
-  expectError([&] { zeph::readMatrixMarket(path("none.mtx")); },
+  expectError([&] { readMatrixMarket(path("none.mtx")); },
               "3 cannot read none.mtx: No such file or directory");
-  expectError([&] { zeph::readMatrixMarket(path("")); }, "directory", false);
+  expectError([&] { readMatrixMarket(path("")); }, "directory", false);
 }
 
 TEST_F(MatrixMarketTest, acceptsEveryLegalSpelling) {
@@ -92,23 +88,23 @@ TEST_F(MatrixMarketTest, acceptsEveryLegalSpelling) {
             "%%matrixmarket MATRIX Coordinate Real GENERAL  \r\n"
             "% comment\r\n%\r\n\r\n  2\t3   4 \r\n"
             "+1 1 +1.5e+0\r\n% comment\r\n\r\n 2 3 -.25 \r\n2\t3\t1e-400\r\n1 3 0");
-  const SparseMatrix m = zeph::readMatrixMarket(file);
+  const SparseMatrix m = readMatrixMarket(file);
   ASSERT_EQ(m.entries.size(), 4u);  // duplicates and zeros are kept
-  EXPECT_EQ(record(zeph::toDense(m)), dense_testing::matrixOf(2, 3, {1.5, 0, 0, 0, 0, -0.25}));
+  EXPECT_EQ(record(toDense(m)), dense_testing::matrixOf(2, 3, {1.5, 0, 0, 0, 0, -0.25}));
   const std::string bad = write("n.mtx", kReal + "2 2 3\n1 2 NaN\n2 1 inf\n1 1 1e999\n");
-  const SparseMatrix n = zeph::readMatrixMarket(bad, {true});
+  const SparseMatrix n = readMatrixMarket(bad, {true});
   EXPECT_TRUE(std::isnan(n.entries[0].value));
   EXPECT_TRUE(std::isinf(n.entries[1].value) && std::isinf(n.entries[2].value));
   const std::string big = write("i.mtx", kInteger + "1 1 1\n1 1 -9007199254740993\n");
-  EXPECT_EQ(zeph::readMatrixMarket(big).entries[0].value, -9007199254740992.0);
+  EXPECT_EQ(readMatrixMarket(big).entries[0].value, -9007199254740992.0);
 }
 
 TEST_F(MatrixMarketTest, everyDoubleReadsBackToTheSameBits) {
   for (int round = 0; round < 30; ++round) {
     SparseMatrix m = randomMatrix(static_cast<Symmetry>(round % 3));
     if (m.symmetry != Symmetry::SkewSymmetric) m.entries.push_back({1, 1, -0.0});
-    zeph::writeSparse(path("m.mtx"), m);
-    const SparseMatrix back = zeph::readMatrixMarket(path("m.mtx"));
+    writeSparse(path("m.mtx"), m);
+    const SparseMatrix back = readMatrixMarket(path("m.mtx"));
     ASSERT_EQ(back.entries.size(), m.entries.size());
     EXPECT_TRUE(back.rows == m.rows && back.cols == m.cols && back.symmetry == m.symmetry);
     EXPECT_TRUE(m.entries.empty() || std::memcmp(back.entries.data(), m.entries.data(),
@@ -117,11 +113,11 @@ TEST_F(MatrixMarketTest, everyDoubleReadsBackToTheSameBits) {
     Matrix dense(3, 4);
     for (int k = 0; k < 12; ++k) dense.data[k] = anyDouble();
     for (const char* name : {"d.mtx", "d.csv"}) {
-      zeph::writeDense(path(name), zeph::fromRecord(dense));
-      EXPECT_TRUE(sameBits(record(zeph::readDense(path(name))), dense)) << name;
+      writeDense(path(name), fromRecord(dense));
+      EXPECT_TRUE(sameBits(record(readDense(path(name))), dense)) << name;
     }
-    zeph::writeVector(path("v.mtx"), dense.data, 12);
-    EXPECT_TRUE(sameBits(record(zeph::readDense(path("v.mtx"))), Matrix(12, 1, dense.data)));
+    writeVector(path("v.mtx"), dense.data, 12);
+    EXPECT_TRUE(sameBits(record(readDense(path("v.mtx"))), Matrix(12, 1, dense.data)));
   }
 }
 
@@ -129,19 +125,20 @@ TEST_F(MatrixMarketTest, linesLongerThanTheBufferAndPipesAreRead) {
   const std::string text =
       kReal + "%" + std::string(700000, '-') + "\n1 2 1\n1 2" + std::string(300000, ' ') + "4";
   const std::string file = write("m.mtx", text);
-  EXPECT_EQ(zeph::readMatrixMarket(file).entries.at(0).value, 4.0);
+  EXPECT_EQ(readMatrixMarket(file).entries.at(0).value, 4.0);
   ASSERT_EQ(std::system(("mkfifo " + path("pipe")).c_str()), 0);
   ASSERT_EQ(std::system(("cat " + file + " > " + path("pipe") + " &").c_str()), 0);
-  EXPECT_EQ(zeph::readMatrixMarket(path("pipe")).entries.at(0).value, 4.0);
+  EXPECT_EQ(readMatrixMarket(path("pipe")).entries.at(0).value, 4.0);
 }
 
 TEST_F(MatrixMarketTest, hugeSizesAreRefusedNotAttempted) {
   const std::string file = write("m.mtx", kReal + "2000000000 2000000000 1\n1 1 1\n");
-  EXPECT_EQ(zeph::readMatrixMarket(file).entries.size(), 1u);
-  expectError([&] { zeph::readDense(file); }, "8");
-  expectError([&] { zeph::checkMatrix(zeph::readSparse(file)); }, "8");
-  expectError([] { zeph::readSparse("/dev/zero"); },
+  EXPECT_EQ(readMatrixMarket(file).entries.size(), 1u);
+  expectError([&] { readDense(file); }, "8");
+  expectError([&] { checkMatrix(readSparse(file)); }, "8");
+  expectError([] { readSparse("/dev/zero"); },
               "3 /dev/zero holds binary data; a matrix file is text");
 }
 
 }  // namespace
+}  // namespace zeph

@@ -1,16 +1,12 @@
 #include <sys/stat.h>
 
-#include <limits>
-
 #include "tests/zeph/front_test.h"
 #include "zeph/files/atomic_file.h"
 #include "zeph/files/matrix_file.h"
 #include "zeph/files/parts.h"
 
+namespace zeph {
 namespace {
-
-using zeph::AtomicFile;
-using zeph::SparseMatrix;
 
 class OutputTest : public FrontTest {};
 
@@ -67,8 +63,8 @@ TEST_F(OutputTest, stopRequestKeepsWhatStoodThere) {
       AtomicFile::stopAll();
       out.commit();
       ADD_FAILURE() << "written after the request";
-    } catch (const zeph::Error& e) {
-      EXPECT_EQ(e.kind(), zeph::ErrorKind::Cancelled);
+    } catch (const Error& e) {
+      EXPECT_EQ(e.kind(), ErrorKind::Cancelled);
     }
     AtomicFile::stopAll(false);
     EXPECT_EQ(read(path("old")), "kept");
@@ -87,7 +83,7 @@ TEST_F(OutputTest, unwritablePlacesAreNamed) {
   expectError(
       [&] {
         const double three[3] = {};
-        zeph::writeVector("/dev/full", three, 3);
+        writeVector("/dev/full", three, 3);
       },
       "7 cannot write /dev/full: No space left");
   EXPECT_EQ(fileCount(), 1u);
@@ -95,46 +91,47 @@ TEST_F(OutputTest, unwritablePlacesAreNamed) {
 
 TEST_F(OutputTest, vectorsReadBackToTheSameDoubles) {
   const double values[] = {0.1, -0.0, std::numeric_limits<double>::denorm_min()};
-  zeph::writeVector(path("v.csv"), values, 3);
+  writeVector(path("v.csv"), values, 3);
   EXPECT_EQ(read(path("v.csv")), "0,0.10000000000000001\n1,-0\n2,4.9406564584124654e-324\n");
 }
 
 TEST_F(OutputTest, partsAddUpToTheMatrix) {
   SparseMatrix A;
   A.rows = A.cols = 9;
-  A.symmetry = zeph::Symmetry::Symmetric;
+  A.symmetry = Symmetry::Symmetric;
   for (std::uint32_t k = 0; k < 9; ++k) A.entries.push_back({k, k / 2, 1.0 / (k + 1.0)});
   for (const std::size_t parts : {1, 4, 9, 12}) {
-    zeph::PartName name{path("A"), ".mtx", 1, parts};
-    zeph::writeParts(name, A);
+    PartName name{path("A"), ".mtx", 1, parts};
+    writeParts(name, A);
     EXPECT_EQ(fileCount(), parts);
-    const auto found = zeph::partName(name.path(parts));
+    const auto found = partName(name.path(parts));
     ASSERT_TRUE(found && found->part == parts && found->parts == parts && found->after == ".mtx");
     std::vector<double> values;
     for (std::size_t k = 1; k <= 2; ++k) {  // as two processes read them
-      for (const auto& e : zeph::readParts(*found, k, 2, {}).entries) values.push_back(e.value);
+      for (const auto& e : readParts(*found, k, 2, {}).entries) values.push_back(e.value);
     }
     std::sort(values.rbegin(), values.rend());
     ASSERT_EQ(values.size(), A.entries.size());
     for (std::size_t k = 0; k < values.size(); ++k) EXPECT_EQ(values[k], A.entries[k].value);
     expectError(
         [&] {
-          zeph::readParts({path("A"), ".mtx", 1, parts + 1}, 1, 1, {});
+          readParts({path("A"), ".mtx", 1, parts + 1}, 1, 1, {});
         },
         "3 cannot read A.1of");
     if (parts > 1) {
       write("A.2of" + std::to_string(parts) + ".mtx",
             "%%MatrixMarket matrix coordinate real general\n9 9 1\n1 1 1\n");
-      expectError([&] { zeph::readParts(*found, 1, 1, {}); }, "another size or form", false);
+      expectError([&] { readParts(*found, 1, 1, {}); }, "another size or form", false);
     }
     for (std::size_t k = 1; k <= parts; ++k) std::filesystem::remove(name.path(k));
   }
   for (const char* no :
        {"A.mtx", "A.0of4.mtx", "A.5of4.mtx", "A.1of4", "1of4/A.mtx", "A.1of4.d/A.mtx",
         "A.1off4.mtx", "A.1of99999999999999999999.mtx", ".", ""}) {
-    EXPECT_FALSE(zeph::partName(no)) << no;
+    EXPECT_FALSE(partName(no)) << no;
   }
-  EXPECT_EQ(zeph::partName("d.1of2/A.b.02of3.csv.gz")->path(3), "d.1of2/A.b.3of3.csv.gz");
+  EXPECT_EQ(partName("d.1of2/A.b.02of3.csv.gz")->path(3), "d.1of2/A.b.3of3.csv.gz");
 }
 
 }  // namespace
+}  // namespace zeph

@@ -1,9 +1,6 @@
 // Files as CHOLMOD reads them and as the sparse library writes them.
 #include <cholmod.h>
 
-#include <cmath>
-#include <cstdio>
-
 #include "tests/math/dense/dense_testing.h"
 #include "tests/zeph/files/any_matrix.h"
 #include "zeph/files/matrix_file.h"
@@ -12,15 +9,14 @@
 #include "zeph/matrix/record.h"
 #include "zeph/matrix/to_dense.h"
 
+namespace zeph {
 namespace {
 
 using korin::Matrix;
-using zeph::SparseMatrix;
-using zeph::Symmetry;
 
 class FormatsTest : public AnyMatrixTest {
  protected:
-  static Matrix record(const zeph::DenseMatrix& m) { return Matrix(zeph::toRecord(m)); }
+  static Matrix record(const DenseMatrix& m) { return Matrix(toRecord(m)); }
 
   // Both readers take the file as CHOLMOD's does.
   static void expectAgreement(const std::string& path, bool array) {
@@ -35,8 +31,8 @@ class FormatsTest : public AnyMatrixTest {
     ASSERT_NE(dense, nullptr) << read(path);
     const Matrix byColumns(dense->ncol, dense->nrow, static_cast<double*>(dense->x));
     const Matrix expected = dense_testing::transposed(byColumns);
-    EXPECT_EQ(record(zeph::readMatrixMarketDense(path)), expected) << read(path);
-    EXPECT_EQ(record(zeph::toDense(zeph::readMatrixMarket(path))), expected) << read(path);
+    EXPECT_EQ(record(readMatrixMarketDense(path)), expected) << read(path);
+    EXPECT_EQ(record(toDense(readMatrixMarket(path))), expected) << read(path);
     cholmod_free_dense(&dense, &common);
     cholmod_free_sparse(&sparse, &common);
     cholmod_finish(&common);
@@ -49,13 +45,13 @@ const std::string kSkew = "%%MatrixMarket matrix coordinate real skew-symmetric\
 TEST_F(FormatsTest, agreesWithCholmodsReader) {
   expectAgreement(write("u.mtx", kSymmetric + "2 2 2\n1 1 3\n1 2 5\n"), false);
   const std::string skew = write("s.mtx", kSkew + "2 2 1\n1 2 5\n");
-  zeph::writeSparse(path("w.mtx"), zeph::readMatrixMarket(skew));
+  writeSparse(path("w.mtx"), readMatrixMarket(skew));
   EXPECT_NE(read(path("w.mtx")).find("\n2 1 -5\n"), std::string::npos);
   for (int round = 0; round < 60; ++round) {
     const auto symmetry = static_cast<Symmetry>(round % 3);
     SparseMatrix m = randomMatrix(symmetry);
     for (auto& e : m.entries) e.value = std::scalbn(e.value, -std::ilogb(e.value));  // sums fit
-    zeph::writeSparse(path("m.mtx"), m);
+    writeSparse(path("m.mtx"), m);
     std::string text = read(path("m.mtx"));
     if (round % 2 == 0) text.insert(text.find('\n') + 1, "% a comment\n\n");
     expectAgreement(write("m.mtx", text), false);
@@ -78,16 +74,17 @@ TEST_F(FormatsTest, csvIsWhatTheLibraryWrites) {
           std::ldexp(static_cast<double>(random_()), static_cast<int>(below(200)) - 100);
       m.entries.push_back({below(m.rows), below(m.cols), value});
     }
-    zeph::assemble(m, zeph::Triangles::Both).writeToCsv(path("library.csv").c_str());
-    zeph::writeSparse(path("ours.csv"), m);
+    assemble(m, Triangles::Both).writeToCsv(path("library.csv").c_str());
+    writeSparse(path("ours.csv"), m);
     const std::string text = read(path("library.csv"));
     ASSERT_EQ(read(path("ours.csv")), text);
     if (text.empty() || m.rows == 1 || m.cols == 1) continue;
-    const SparseMatrix back = zeph::readSparse(path("ours.csv"));
-    zeph::writeSparse(path("again.csv"), back);
+    const SparseMatrix back = readSparse(path("ours.csv"));
+    writeSparse(path("again.csv"), back);
     if (back.rows == 1 || back.cols == 1) continue;
     EXPECT_EQ(read(path("again.csv")), text);
   }
 }
 
 }  // namespace
+}  // namespace zeph

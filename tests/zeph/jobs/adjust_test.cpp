@@ -1,16 +1,10 @@
 #include "zeph/adjust.h"
 
-#include <cmath>
-#include <limits>
-#include <vector>
-
 #include "tests/zeph/factor/dense_truth.h"
 #include "tests/zeph/front_test.h"
 
+namespace zeph {
 namespace {
-
-using zeph::Adjustment;
-using zeph::SparseMatrix;
 
 struct Network {
   SparseMatrix J;
@@ -28,10 +22,6 @@ struct Network {
 
 class AdjustTest : public FrontTest {
  protected:
-  double uniform(double low, double high) {
-    return low + (high - low) * static_cast<double>(random_()) / 4294967296.0;
-  }
-
   /// Unknown 0 is held; the last one hangs on a single observation, whose number is `hanging`.
   /// One observation has its only term in two parts.
   Network network(unsigned n, unsigned& hanging) {
@@ -59,10 +49,10 @@ TEST_F(AdjustTest, AgreesWithDenseStatistics) {
     unsigned hanging = 0;
     const Network w = network(n, hanging);
     const std::size_t m = w.J.rows;
-    const Adjustment a = zeph::adjust(w.J, w.y, w.sigma);
+    const Adjustment a = adjust(w.J, w.y, w.sigma);
 
     std::vector<std::vector<long double>> J(m, std::vector<long double>(n, 0.0L));
-    for (const zeph::Entry& e : w.J.entries) J[e.row][e.col] += e.value;
+    for (const Entry& e : w.J.entries) J[e.row][e.col] += e.value;
     SparseMatrix N;
     N.rows = N.cols = n;
     std::vector<long double> right(n, 0.0L), x(n, 0.0L);
@@ -111,29 +101,6 @@ TEST_F(AdjustTest, AgreesWithDenseStatistics) {
   }
 }
 
-// The example of docs/least-squares.md.
-TEST_F(AdjustTest, GivesTheLevellingExampleWorkedByHand) {
-  Network w;
-  w.J.cols = 2;
-  w.observe({{0, 1.0}}, 101.001, 0.002);
-  w.observe({{1, 1.0}, {0, -1.0}}, 0.500, 0.002);
-  w.observe({{1, 1.0}}, 101.499, 0.002);
-  w.observe({{1, 1.0}}, 101.513, 0.002);
-  const Adjustment a = zeph::adjust(w.J, w.y, {0.002});
-  const double v[] = {-0.002, -0.002, -0.006, 0.008}, r[] = {0.4, 0.4, 0.6, 0.6};
-  for (int i = 0; i < 4; ++i) {
-    EXPECT_NEAR(a.residuals[i], v[i], 1e-12);
-    EXPECT_NEAR(a.redundancy[i], r[i], 1e-12);
-  }
-  EXPECT_NEAR(a.x[0], 101.003, 1e-12);
-  EXPECT_NEAR(a.x[1], 101.505, 1e-12);
-  EXPECT_NEAR(a.sigma[0], 0.001549, 5e-7);
-  EXPECT_NEAR(a.sigma[1], 0.001265, 5e-7);
-  EXPECT_NEAR(a.varianceFactor, 13.5, 1e-8);
-  EXPECT_EQ(a.suspect, 3);
-  EXPECT_NEAR(a.normalizedResiduals[3], 5.164, 5e-4);
-}
-
 // The normal matrix alone would leave about half of the digits.
 TEST_F(AdjustTest, RegainsWhatTheNormalMatrixLoses) {
   Network w;
@@ -145,23 +112,7 @@ TEST_F(AdjustTest, RegainsWhatTheNormalMatrixLoses) {
     for (unsigned k = 7; k-- > 0;) sum += powers[k].second;
     w.observe(powers, sum, 0.1);
   }
-  for (const double x : zeph::adjust(w.J, w.y, w.sigma).x) EXPECT_NEAR(x, 1.0, 2e-11);
-}
-
-TEST_F(AdjustTest, FindsThePlantedBlunder) {
-  for (int trial = 0; trial < 10; ++trial) {
-    Network w;
-    w.J.cols = 400;
-    for (unsigned i = 0; i < 400; ++i) {
-      if (i % 20 != 0) w.observe({{i, 1.0}, {i - 1, -1.0}}, uniform(-2, 2), 1.0);
-      if (i >= 20) w.observe({{i, 1.0}, {i - 20, -1.0}}, uniform(-2, 2), 1.0);
-    }
-    w.observe({{0, 1.0}}, 0.0, 0.1);
-    w.observe({{399, 1.0}}, 0.0, 0.1);
-    const unsigned wrong = below(w.y.size() - 2);
-    w.y[wrong] += 20.0;
-    EXPECT_EQ(zeph::adjust(w.J, w.y, w.sigma).suspect, wrong);
-  }
+  for (const double x : adjust(w.J, w.y, w.sigma).x) EXPECT_NEAR(x, 1.0, 2e-11);
 }
 
 TEST_F(AdjustTest, FaultsAreNamedInTheUsersTerms) {
@@ -189,7 +140,7 @@ TEST_F(AdjustTest, FaultsAreNamedInTheUsersTerms) {
   for (const auto& c : cases) {
     Network w = good;
     c.spoil(w, nan);
-    expectError([&] { zeph::adjust(w.J, w.y, w.sigma); }, c.error);
+    expectError([&] { adjust(w.J, w.y, w.sigma); }, c.error);
   }
   // Free networks, alone and beside one that is held; rounding hides the defect from the pivots.
   for (const unsigned n : {2u, 30u, 3000u}) {
@@ -201,9 +152,10 @@ TEST_F(AdjustTest, FaultsAreNamedInTheUsersTerms) {
         w.observe({{i, 1.1}, {i - 1, -1.1}}, 1.0, uniform(0.3, 3.0));
         w.observe({{i, 1.7}, {below(i), -1.7}}, 1.0, uniform(0.3, 3.0));
       }
-      expectError([&] { zeph::adjust(w.J, w.y, w.sigma); }, "no point is held fixed", false);
+      expectError([&] { adjust(w.J, w.y, w.sigma); }, "no point is held fixed", false);
     }
   }
 }
 
 }  // namespace
+}  // namespace zeph

@@ -1,9 +1,5 @@
 #include "zeph/adjustment_report.h"
 
-#include <algorithm>
-#include <cmath>
-#include <vector>
-
 #include "tests/zeph/drawn.h"
 #include "tests/zeph/front_test.h"
 #include "zeph/files/atomic_file.h"
@@ -11,32 +7,30 @@
 #include "zeph/jobs/report/distributions.h"
 #include "zeph/jobs/report/figures.h"
 
+namespace zeph {
 namespace {
-
-using zeph::Adjustment;
-using zeph::AdjustmentReportOptions;
 
 class AdjustmentReportTest : public FrontTest {};
 
 /// n observations of one unknown, the mean of them.
 Adjustment mean(const std::vector<double>& y, double sigma) {
-  zeph::SparseMatrix J;
+  SparseMatrix J;
   J.rows = y.size(), J.cols = 1;
   for (unsigned i = 0; i < y.size(); ++i) J.entries.push_back({i, 0, 1.0});
-  return zeph::adjust(J, y, {sigma});
+  return adjust(J, y, {sigma});
 }
 
 TEST_F(AdjustmentReportTest, QuantilesAreThoseOfTheirDistributions) {
   for (const double p : {1e-6, 0.025, 0.5, 0.975, 0.999999}) {
-    EXPECT_NEAR(zeph::chiSquareQuantile(2.0, p) / (-2.0 * std::log1p(-p)), 1.0, 1e-9);
-    const double z = zeph::normalQuantile(0.5 * (1.0 - p));
+    EXPECT_NEAR(chiSquareQuantile(2.0, p) / (-2.0 * std::log1p(-p)), 1.0, 1e-9);
+    const double z = normalQuantile(0.5 * (1.0 - p));
     EXPECT_NEAR(std::erf(z / std::sqrt(2.0)), p, 1e-14);
-    EXPECT_NEAR(zeph::chiSquareQuantile(1.0, p) / (z * z), 1.0, 1e-8);
+    EXPECT_NEAR(chiSquareQuantile(1.0, p) / (z * z), 1.0, 1e-8);
   }
-  const double f = 1e7, z = zeph::normalQuantile(0.025);  // Cornish and Fisher, 1937
+  const double f = 1e7, z = normalQuantile(0.025);  // Cornish and Fisher, 1937
   const double expected = f + z * std::sqrt(2.0 * f) + 2.0 / 3.0 * (z * z - 1.0) +
                           (z * z * z - 7.0 * z) / (9.0 * std::sqrt(2.0 * f));
-  EXPECT_NEAR(zeph::chiSquareQuantile(f, 0.975) / expected, 1.0, 1e-9);
+  EXPECT_NEAR(chiSquareQuantile(f, 0.975) / expected, 1.0, 1e-9);
 }
 
 TEST_F(AdjustmentReportTest, VerdictsFollowTheTests) {
@@ -63,7 +57,7 @@ TEST_F(AdjustmentReportTest, VerdictsFollowTheTests) {
       {mean({1}, 1.0), given, "Nothing is left", "Blunders cannot be found", "checked by others"},
   };
   for (const auto& c : cases) {
-    const zeph::ReportFigures f = zeph::figuresOf({c.a, c.options, {}, {}, {}});
+    const ReportFigures f = figuresOf({c.a, c.options, {}, {}, {}});
     EXPECT_EQ(f.factorTest.headline.find(c.factor), 0u) << f.factorTest.headline;
     EXPECT_EQ(f.suspicion.headline.find(c.suspicion), 0u) << f.suspicion.headline;
     EXPECT_NE(f.suspicion.sentence.find(c.sentence), std::string::npos) << f.suspicion.sentence;
@@ -72,11 +66,11 @@ TEST_F(AdjustmentReportTest, VerdictsFollowTheTests) {
 
 TEST_F(AdjustmentReportTest, ChartsDrawWhatTheyCount) {
   for (const std::size_t most : {3u, 40u, 90000u}) {
-    zeph::Histogram h;
+    Histogram h;
     h.limit = 4.0, h.width = 0.5, h.below = 2, h.above = 1;
     for (int k = 0; k < 16; ++k) h.counts.push_back(k == 5 ? most : 1 + below(most));
     for (const std::size_t c : h.counts) h.checked += c;
-    const std::string svg = zeph::drawHistogram(h);
+    const std::string svg = drawHistogram(h);
     expectInside(svg);
     // Lines across, with their numbers; bars stand on that of 0.
     const auto ticks = drawn(svg, "d=\"M62.0 #L[^\n]*\n<text text-anchor=\"end\"[^>]*>#");
@@ -101,8 +95,8 @@ TEST_F(AdjustmentReportTest, ChartsDrawWhatTheyCount) {
   // Dots and the suspect where the line of 0 and the frame say, on either scale.
   for (const double blunder : {5.0, 500.0}) {
     const Adjustment a = mean({0, 1, -1, 2, -2, 0.5, blunder, 0.1}, 1.0);
-    const zeph::ReportContents c = {a, {}, {}, {}, {}};
-    const std::string svg = zeph::drawResiduals(c, zeph::figuresOf(c));
+    const ReportContents c = {a, {}, {}, {}, {}};
+    const std::string svg = drawResiduals(c, figuresOf(c));
     expectInside(svg);
     const auto ticks = drawn(svg, "d=\"M62.0 #L[^\n]*\n<text text-anchor=\"end\"[^>]*>#");
     const auto dots = drawn(svg, "M# #h0"), suspect = drawn(svg, "cx=\"#\" cy=\"#");
@@ -128,16 +122,17 @@ TEST_F(AdjustmentReportTest, IsWrittenWholeOrNotAtAll) {
   Adjustment a = mean({1, 2, 4}, 1.0);
   const std::string file = write("old.html", "old");
   a.factor = nullptr;
-  EXPECT_NE(errorOf([&] { zeph::writeAdjustmentReport(path("none/r.html"), a); }).find("none"),
+  EXPECT_NE(errorOf([&] { writeAdjustmentReport(path("none/r.html"), a); }).find("none"),
             std::string::npos);
-  zeph::AtomicFile::stopAll();
-  EXPECT_NE(errorOf([&] { zeph::writeAdjustmentReport(file, a); }), "");
-  zeph::AtomicFile::stopAll(false);
+  AtomicFile::stopAll();
+  EXPECT_NE(errorOf([&] { writeAdjustmentReport(file, a); }), "");
+  AtomicFile::stopAll(false);
   EXPECT_EQ(read(file), "old");
   EXPECT_EQ(fileCount(), 1u);
-  zeph::writeAdjustmentReport(file, a);
+  writeAdjustmentReport(file, a);
   EXPECT_TRUE(read(file).ends_with("</html>\n"));
   EXPECT_EQ(read(file).find("Condition of"), std::string::npos);
 }
 
 }  // namespace
+}  // namespace zeph

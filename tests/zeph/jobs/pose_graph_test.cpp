@@ -1,22 +1,15 @@
 #include "zeph/pose_graph.h"
 
-#include <algorithm>
 #include <array>
-#include <cmath>
-#include <cstdio>
 #include <sstream>
-#include <vector>
 
 #include "tests/zeph/factor/dense_truth.h"
 #include "tests/zeph/front_test.h"
 #include "zeph/jobs/pose_graph_output.h"
 #include "zeph/jobs/pose_motion.h"
 
+namespace zeph {
 namespace {
-
-using zeph::Pose;
-using zeph::PoseEdge;
-using zeph::PoseGraph;
 
 class PoseGraphTest : public FrontTest {
  protected:
@@ -28,7 +21,7 @@ class PoseGraphTest : public FrontTest {
     double step[6];
     for (double& s : step) s = uniform(turn);
     step[0] = uniform(5.0);
-    return zeph::moved(freedom, zeph::identityPose(freedom), step);
+    return moved(freedom, identityPose(freedom), step);
   }
 
   /// A chain with loops; measurements are exact but for `noise`, initial poses but for 0.1.
@@ -46,9 +39,8 @@ class PoseGraphTest : public FrontTest {
       e.to = to;
       double off[6];
       for (double& v : off) v = uniform(noise);
-      e.measurement = zeph::moved(
-          freedom, zeph::composed(freedom, zeph::inverted(freedom, g.poses[from]), g.poses[to]),
-          off);
+      e.measurement =
+          moved(freedom, composed(freedom, inverted(freedom, g.poses[from]), g.poses[to]), off);
       std::array<double, 36> root{};
       for (double& v : root) v = uniform(1.0);
       for (std::size_t k = 0; k < freedom * freedom; ++k) {
@@ -68,7 +60,7 @@ class PoseGraphTest : public FrontTest {
     for (std::size_t i = 1; i < count; ++i) {
       double off[6];
       for (double& v : off) v = uniform(0.1);
-      g.poses[i] = zeph::moved(freedom, g.poses[i], off);
+      g.poses[i] = moved(freedom, g.poses[i], off);
     }
     return g;
   }
@@ -77,14 +69,14 @@ class PoseGraphTest : public FrontTest {
 double distance(const PoseGraph& a, const PoseGraph& b) {
   double largest = 0.0;
   for (std::size_t i = 0; i < a.poses.size(); ++i) {
-    const Pose d = zeph::composed(a.freedom, zeph::inverted(a.freedom, a.poses[i]), b.poses[i]);
+    const Pose d = composed(a.freedom, inverted(a.freedom, a.poses[i]), b.poses[i]);
     for (std::size_t k = 0; k < 6; ++k) largest = std::max(largest, std::fabs(d[k]));
   }
   return largest;
 }
 
 std::vector<double> terms(const PoseGraph& g, const PoseEdge& e, const Pose& from, const Pose& to) {
-  const auto r = zeph::edgeTerms(g.freedom, from, to, e.measurement).residual;
+  const auto r = edgeTerms(g.freedom, from, to, e.measurement).residual;
   return {r.begin(), r.begin() + static_cast<std::ptrdiff_t>(g.freedom)};
 }
 
@@ -94,15 +86,15 @@ TEST_F(PoseGraphTest, DerivativesAndCovariancesAgreeWithDifferencesAndADenseInve
     for (const double noise : {1e-7, 0.3, 1.5}) {
       const PoseGraph g = graph(d, 6, noise, nullptr);
       const std::size_t n = d * (g.poses.size() - 1);
-      zeph::SparseMatrix dense;
+      SparseMatrix dense;
       dense.rows = dense.cols = n;
-      zeph::PoseGraphOptions one;
+      PoseGraphOptions one;
       one.maxIterations = 0;  // covariances where the graph stands
-      const zeph::PoseGraphResult result = zeph::optimise(g, one);
+      const PoseGraphResult result = optimise(g, one);
       EXPECT_FALSE(result.converged);
       for (const PoseEdge& e : g.edges) {
         const Pose ends[] = {g.poses[e.from], g.poses[e.to]};
-        const zeph::EdgeTerms t = zeph::edgeTerms(d, ends[0], ends[1], e.measurement);
+        const EdgeTerms t = edgeTerms(d, ends[0], ends[1], e.measurement);
         std::vector<double> J(d * 2 * d);  // by differences, the columns of both ends
         for (std::size_t c = 0; c < 2 * d; ++c) {
           std::vector<double> side[2];
@@ -110,7 +102,7 @@ TEST_F(PoseGraphTest, DerivativesAndCovariancesAgreeWithDifferencesAndADenseInve
             double step[6] = {};
             step[c % d] = s ? kStep : -kStep;
             Pose p[] = {ends[0], ends[1]};
-            p[c / d] = zeph::moved(d, p[c / d], step);
+            p[c / d] = moved(d, p[c / d], step);
             side[s] = terms(g, e, p[0], p[1]);
           }
           for (std::size_t r = 0; r < d; ++r) {
@@ -142,7 +134,7 @@ TEST_F(PoseGraphTest, DerivativesAndCovariancesAgreeWithDifferencesAndADenseInve
       const auto all = result.covariances();
       for (std::size_t i = 0; i < g.poses.size(); ++i) {
         for (std::size_t j = 0; j < g.poses.size(); ++j) {
-          const zeph::DenseMatrix block = result.covariance(i, j);
+          const DenseMatrix block = result.covariance(i, j);
           for (std::size_t k = 0; k < d * d; ++k) {
             const std::size_t r = k % d, c = k / d;
             const auto truth =
@@ -157,19 +149,19 @@ TEST_F(PoseGraphTest, DerivativesAndCovariancesAgreeWithDifferencesAndADenseInve
 }
 
 TEST_F(PoseGraphTest, MovesByAStepAndFindsItAgain) {
-  const Pose start = zeph::identityPose(6);
+  const Pose start = identityPose(6);
   for (double size = 1.0; size > 1e-9; size *= 0.8) {
     const double step[6] = {0, 0, 0, uniform(size), uniform(size), uniform(size)};
-    const auto found = zeph::edgeTerms(6, start, zeph::moved(6, start, step), start).residual;
+    const auto found = edgeTerms(6, start, moved(6, start, step), start).residual;
     for (const int k : {3, 4, 5}) EXPECT_NEAR(found[k], step[k], 1e-14 * size);
   }
 }
 
 TEST_F(PoseGraphTest, PictureShowsPositionsAndTheirEllipses) {
   for (const std::size_t d : {3u, 6u}) {
-    const zeph::PoseGraphResult r = zeph::optimise(graph(d, 25, 0.05, nullptr));
+    const PoseGraphResult r = optimise(graph(d, 25, 0.05, nullptr));
     const auto covariances = r.covariances();
-    const std::string svg = zeph::drawPoseGraph(r.graph, covariances);
+    const std::string svg = drawPoseGraph(r.graph, covariances);
     double width = 0.0, height = 0.0;
     ASSERT_EQ(
         std::sscanf(svg.c_str() + svg.find("viewBox"), "viewBox=\"0 0 %lf %lf", &width, &height),
@@ -201,7 +193,7 @@ TEST_F(PoseGraphTest, PictureShowsPositionsAndTheirEllipses) {
       for (std::size_t k = 0; k < d; ++k) {
         double step[6] = {};
         step[k] = 1e-6;
-        const Pose p = zeph::moved(d, poses[i], step);
+        const Pose p = moved(d, poses[i], step);
         for (const int c : {0, 1}) to[c].push_back((p[c] - poses[i][c]) / 1e-6);
       }
       double own[4] = {};
@@ -226,7 +218,7 @@ TEST_F(PoseGraphTest, FindsTheTrueGraphAndALeastCost) {
   for (const std::size_t d : {3u, 6u}) {
     PoseGraph truth;
     const PoseGraph exact = graph(d, 30, 0.0, &truth);
-    zeph::PoseGraphResult r = zeph::optimise(exact);
+    PoseGraphResult r = optimise(exact);
     EXPECT_TRUE(r.converged);
     EXPECT_LT(r.cost, 1e-18);
     EXPECT_LT(distance(r.graph, truth), 1e-9);
@@ -237,18 +229,18 @@ TEST_F(PoseGraphTest, FindsTheTrueGraphAndALeastCost) {
       for (std::size_t i = 1; i < 30; ++i) {
         double step[6];
         for (double& s : step) s = uniform(off);
-        start.poses[i] = zeph::moved(d, start.poses[i], step);
+        start.poses[i] = moved(d, start.poses[i], step);
       }
       double last = 0.0, largest = 0.0;
       int calls = 0;
-      zeph::PoseGraphOptions told;
+      PoseGraphOptions told;
       told.iterated = [&](int iteration, double cost, double damping) {
         EXPECT_EQ(iteration, calls++);
         EXPECT_TRUE(iteration == 0 || cost <= last);
         last = cost;
         largest = std::max(largest, damping);
       };
-      r = zeph::optimise(start, told);
+      r = optimise(start, told);
       EXPECT_TRUE(r.converged);
       EXPECT_EQ(largest > 0.0, off > 0.0 && d == 6);
       EXPECT_EQ(calls, r.iterations + 1);
@@ -258,10 +250,10 @@ TEST_F(PoseGraphTest, FindsTheTrueGraphAndALeastCost) {
         double step[6];
         for (double& s : step) s = uniform(1e-3);
         Pose& pose = other.poses[1 + below(29)];
-        pose = zeph::moved(d, pose, step);
+        pose = moved(d, pose, step);
         told.maxIterations = 0;
         told.iterated = nullptr;
-        EXPECT_GT(zeph::optimise(other, told).cost, r.cost);
+        EXPECT_GT(optimise(other, told).cost, r.cost);
       }
     }
   }
@@ -269,7 +261,7 @@ TEST_F(PoseGraphTest, FindsTheTrueGraphAndALeastCost) {
 
 TEST_F(PoseGraphTest, ReadsTheTextFormAndPlacesMissingPoses) {
   const std::string info = " 1 0 0 1 0 1\n";
-  const PoseGraph g = zeph::readPoseGraph(
+  const PoseGraph g = readPoseGraph(
       write("a.g2o", "# a square walked round\r\nEDGE_SE2 10 11 1 0 1.5707963267948966" + info +
                          "EDGE_SE2 12 11 1 0 -1.5707963267948966 4 1 2 5 3 6\n\n"
                          "EDGE_SE2 11 40 7 0 0" +
@@ -280,13 +272,13 @@ TEST_F(PoseGraphTest, ReadsTheTextFormAndPlacesMissingPoses) {
   for (std::size_t i : {0u, 1u, 3u}) {
     for (int k = 0; k < 3; ++k) EXPECT_NEAR(g.poses[i][k], places[i][k], 1e-15) << i << k;
   }
-  EXPECT_NEAR(zeph::optimise(g).initialCost, 0.0, 1e-25);  // every edge is met exactly
+  EXPECT_NEAR(optimise(g).initialCost, 0.0, 1e-25);  // every edge is met exactly
   EXPECT_EQ(g.edges[1].information[2 + 1 * 3], 3.0);
   EXPECT_EQ(g.edges[1].information[1 + 2 * 3], 3.0);
   const PoseGraph s =
-      zeph::readPoseGraph(write("b.g2o",
-                                "VERTEX_SE3:QUAT 3 1 2 3 0 0 2 0\nEDGE_SE3:QUAT 3 4 1 0 0 0 0 0 1 "
-                                "1 0 0 0 0 0 1 0 0 0 0 1 0 0 0 1 0 0 1 0 1\n"));
+      readPoseGraph(write("b.g2o",
+                          "VERTEX_SE3:QUAT 3 1 2 3 0 0 2 0\nEDGE_SE3:QUAT 3 4 1 0 0 0 0 0 1 "
+                          "1 0 0 0 0 0 1 0 0 0 0 1 0 0 0 1 0 0 1 0 1\n"));
   EXPECT_EQ(s.poses[0], (Pose{1, 2, 3, 0, 0, 1, 0}));
   EXPECT_NEAR(s.poses[1][0], 0.0, 1e-15);
 }
@@ -310,15 +302,16 @@ TEST_F(PoseGraphTest, FaultsAreNamedWithTheirLine) {
   };
   for (const auto& [line, error] : cases) {
     const std::string file = write("x", good + line);
-    expectError([&] { zeph::optimise(zeph::readPoseGraph(file)); }, error);
+    expectError([&] { optimise(readPoseGraph(file)); }, error);
   }
   const std::string empty = write("x", "# nothing\n");
-  expectError([&] { zeph::readPoseGraph(empty); }, "3 x holds no poses");
+  expectError([&] { readPoseGraph(empty); }, "3 x holds no poses");
   PoseGraph g = graph(3, 3, 0.1, nullptr);
-  const zeph::PoseGraphResult r = zeph::optimise(g);
+  const PoseGraphResult r = optimise(g);
   expectError([&] { r.covariance(3); }, "4 there is no pose with index 3");
   g.edges[0].to = 3;
-  expectError([&] { zeph::optimise(g); }, "4 the graph: edge 0 does not join");
+  expectError([&] { optimise(g); }, "4 the graph: edge 0 does not join");
 }
 
 }  // namespace
+}  // namespace zeph
