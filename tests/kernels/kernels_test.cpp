@@ -1,7 +1,5 @@
 #include "kernels/products/fused_product.h"
 
-#include <limits>
-
 #include "kernels/processor.h"
 #include "kernels/triangles/front_cholesky.h"
 #include "tests/math/dense/dense_testing.h"

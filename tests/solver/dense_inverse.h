@@ -1,11 +1,16 @@
-// Reference for the partial inverses: the dense inverse by Gauss-Jordan elimination with pivoting.
+// Reference for the partial inverses: the dense inverse in long double.
 #ifndef ZEPH_TESTS_SOLVER_DENSE_INVERSE_H
 #define ZEPH_TESTS_SOLVER_DENSE_INVERSE_H
 
+#include <gtest/gtest.h>
+
 #include <cmath>
+#include <random>
+#include <vector>
 
 #include "math/dense/korin_matrix.h"
 #include "solver/assembly/protosparse.h"
+#include "tests/zeph/factor/dense_truth.h"
 
 namespace zeph_solver {
 
@@ -15,27 +20,16 @@ struct DenseInverse {
 };
 
 inline DenseInverse denseInverse(const ProtoSparse& A) {
-  const std::size_t n = A.rowCount;
-  korin::Matrix a(n, n), work(n, 2 * n);
+  const auto n = static_cast<unsigned>(A.rowCount);
+  korin::Matrix a(n, n), inverse(n, n);
   A.toDenseMatrix(a, false);
-  work.setIdentity(0.0);
-  work.setSub_mat(a, 0, 0);
-  work.setSub_identity(0, n, n, n);
-  for (std::size_t k = 0; k < n; ++k) {
-    std::size_t pivot = k;
-    for (std::size_t i = k; i < n; ++i) {
-      if (std::fabs(work(i, k)) > std::fabs(work(pivot, k))) pivot = i;
-    }
-    if (work(pivot, k) == 0.0) return {};
-    work.swapRows(k, pivot, 1, 0);
-    const double divisor = work(k, k);
-    for (std::size_t j = k; j < 2 * n; ++j) work(k, j) /= divisor;
-    for (std::size_t i = 0; i < n; ++i) {
-      if (i != k) work.setRow_rowAddScaMulRow(i, -work(i, k), k);
-    }
-  }
-  const korin::Matrix inverse(n, n, work, 0, n);  // a view; the result is a copy
-  return {inverse, static_cast<double>(n) * a.maxAbsVal() * inverse.maxAbsVal()};
+  zeph::SparseMatrix entries;
+  entries.rows = entries.cols = n;
+  for (unsigned k = 0; k < n * n; ++k) entries.entries.push_back({k / n, k % n, *a.flatRow(k)});
+  const DenseTruth truth(entries);
+  if (!std::isfinite(truth.logAbs)) return {};
+  for (unsigned k = 0; k < n * n; ++k) *inverse.flatRow(k) = static_cast<double>(truth.inverse[k]);
+  return {inverse, n * a.maxAbsVal() * inverse.maxAbsVal()};
 }
 
 }  // namespace zeph_solver

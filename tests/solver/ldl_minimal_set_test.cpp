@@ -1,9 +1,5 @@
 #include "solver/ldl_minimal_set.h"
 
-#include <gtest/gtest.h>
-
-#include <random>
-
 #include "math/dense/korin_vector.h"
 #include "tests/solver/assembly/entry_model.h"
 

@@ -1,7 +1,5 @@
 #include "solver/library.h"
 
-#include <gtest/gtest.h>
-
 #include "solver/assembly/sparsexmlmatrix.h"
 #include "tests/solver/assembly/entry_model.h"
 

@@ -1,13 +1,6 @@
 #include "solver/partial_inverse_chol.h"
 
-#include <algorithm>
-#include <cmath>
-#include <functional>
 #include <numeric>
-#include <random>
-#include <string>
-#include <tuple>
-#include <vector>
 
 #include "solver/partial_inverse_lu.h"
 #include "tests/math/dense/dense_testing.h"

@@ -1,10 +1,5 @@
 #include "solver/partial_inverse_sqrt.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <random>
-
 #include "math/dense/korin_vector.h"
 #include "tests/solver/dense_inverse.h"
 

@@ -1,12 +1,7 @@
 #include "solver/selected_inverse.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <cmath>
 #include <limits>
-#include <random>
-#include <vector>
 
 #include "solver/assembly/compressed_columns.h"
 #include "solver/partial_inverse_lu.h"

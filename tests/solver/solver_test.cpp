@@ -1,12 +1,6 @@
 #include "solver/solver.h"
 
 #include <cholmod.h>
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <random>
-#include <string>
-#include <vector>
 
 #include "solver/assembly/protosparse.h"
 #include "solver/suitesparse/factorisation_status.h"

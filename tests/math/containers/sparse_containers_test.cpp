@@ -1,13 +1,6 @@
-#include <algorithm>
-#include <cmath>
-#include <functional>
 #include <map>
 #include <new>
-#include <random>
 #include <set>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "math/containers/sparsematrix.h"
 #include "tests/math/dense/dense_testing.h"

@@ -1,14 +1,19 @@
-// What the tests of the dense classes share.
+// What the tests of the dense classes share, with the standard headers that nearly all use.
 #ifndef ZEPH_TESTS_MATH_DENSE_DENSE_TESTING_H
 #define ZEPH_TESTS_MATH_DENSE_DENSE_TESTING_H
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstdint>
+#include <functional>
+#include <limits>
 #include <random>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "math/korin.h"

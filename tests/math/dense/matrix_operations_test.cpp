@@ -1,6 +1,3 @@
-#include <cmath>
-#include <limits>
-
 #include "tests/math/dense/dense_testing.h"
 
 namespace {

@@ -1,6 +1,3 @@
-#include <functional>
-#include <limits>
-
 #include "kernels/processor.h"
 #include "tests/math/dense/dense_testing.h"
 
@@ -89,10 +86,6 @@ Matrix blockReference(const Matrix& a, const Matrix& b) {
   }
   return c;
 }
-
-struct Shape {
-  ZtSize m, n, k;
-};
 
 TEST(MatrixProduct, LoopKernelUpToTheBoundBlockRecursionAboveItAtEveryDepth) {
   using Level = korin::kernels::ProcessorLevel;

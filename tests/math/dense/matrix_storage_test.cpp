@@ -1,6 +1,3 @@
-#include <functional>
-#include <utility>
-
 #include "tests/math/dense/dense_testing.h"
 
 namespace {

@@ -1,8 +1,6 @@
 #include <unistd.h>
 
 #include <clocale>
-#include <cmath>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -10,9 +8,7 @@
 #include <fstream>
 #include <iomanip>
 #include <iterator>
-#include <limits>
 #include <sstream>
-#include <tuple>
 
 #include "tests/math/dense/dense_testing.h"
 

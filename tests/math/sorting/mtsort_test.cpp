@@ -173,16 +173,6 @@ TEST(MtSort, KeepsKeysInOrderAndLosesNothingAmongNaNs) {
   }
 }
 
-TEST(MtSort, FollowsTheOrderDefinedForAnotherType) {
-  std::vector<Event> events;
-  for (u32 i = 0; i < 5000; ++i) events.push_back({i * 77 % 701 + 0.5, i * 77 % 701});
-  korin::mtSort(events.data(), 5000, 4);
-  for (std::size_t i = 0; i < events.size(); ++i) {
-    ASSERT_EQ(events[i].payload, events[i].time + 0.5);
-    ASSERT_LE(events[i ? i - 1 : 0].time, events[i].time);
-  }
-}
-
 TEST(MtSort, StaysFastWhereEveryPivotIsTheLeastOfTheRangeAndOccursTwice) {
   constexpr u32 kCount = 8000;
   std::vector<Event> list, moving;

@@ -1,9 +1,5 @@
 #include "solver/assembly/compressed_columns.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
-
 #include "tests/solver/assembly/entry_model.h"
 
 namespace zeph_solver {

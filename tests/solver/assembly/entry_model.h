@@ -2,9 +2,15 @@
 #ifndef ZEPH_TESTS_SOLVER_ASSEMBLY_ENTRY_MODEL_H
 #define ZEPH_TESTS_SOLVER_ASSEMBLY_ENTRY_MODEL_H
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
 #include <map>
 #include <random>
+#include <tuple>
 #include <utility>
+#include <vector>
 
 #include "solver/assembly/protosparse.h"
 

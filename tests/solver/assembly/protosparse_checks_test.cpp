@@ -1,8 +1,4 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <cfloat>
-#include <cmath>
 #include <cstdio>
 #include <fstream>
 #include <sstream>

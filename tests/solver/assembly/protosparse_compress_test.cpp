@@ -1,9 +1,3 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
-#include <tuple>
-
 #include "tests/solver/assembly/entry_model.h"
 
 namespace zeph_solver {

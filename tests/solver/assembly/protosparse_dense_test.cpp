@@ -1,7 +1,3 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-
 #include "tests/solver/assembly/entry_model.h"
 
 namespace zeph_solver {

@@ -1,6 +1,3 @@
-#include <random>
-#include <vector>
-
 #include "kernels/processor.h"
 #include "kernels/triplets/triplet_bands.h"
 #include "kernels/triplets/triplet_product.h"

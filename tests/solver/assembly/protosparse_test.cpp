@@ -1,8 +1,5 @@
 #include "solver/assembly/protosparse.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
 #include <new>
 #include <stdexcept>
 

@@ -1,11 +1,7 @@
 #include "sparse/symbolic/analyse.h"
 
-#include <gtest/gtest.h>
-
 #include <limits>
 #include <new>
-#include <numeric>
-#include <random>
 #include <stdexcept>
 
 #include "kernels/panel_storage.h"
