@@ -2,7 +2,6 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
@@ -10,9 +9,10 @@
 #include <map>
 #include <sstream>
 #include <thread>
-#include <vector>
 
 #include "tests/zeph/front_test.h"
+#include "tests/zeph/matrices.h"
+#include "zeph/files/matrix_file.h"
 
 namespace {
 
@@ -60,17 +60,17 @@ const std::vector<Job> kJobs = {
 class ZephUnderFaults : public FrontTest {
  protected:
   ZephUnderFaults() {
-    writeGrid("A.mtx", 30, 1);
-    std::string b = "%%MatrixMarket matrix array real general\n900 1\n", y = "", j = "";
-    for (int i = 0; i < 900; ++i) b += "1\n";
-    write("b.mtx", b);
-    for (int i = 1; i <= 60; ++i) {
-      const std::string row = std::to_string(i);
-      y += row + "\n";
-      j += row + " " + std::to_string((i + 1) / 2) + " 1\n";
+    zeph::writeSparse(path("A.mtx"), zeph::stencil(30, false));
+    std::vector<double> b(900, 1.0), y(60);
+    zeph::SparseMatrix J;
+    J.rows = 60, J.cols = 30;
+    for (unsigned i = 0; i < 60; ++i) {
+      J.entries.push_back({i, i / 2, 1.0});
+      y[i] = i + 1.0;
     }
-    write("y.mtx", "%%MatrixMarket matrix array real general\n60 1\n" + y);
-    write("J.mtx", "%%MatrixMarket matrix coordinate real general\n60 30 60\n" + j);
+    zeph::writeVector(path("b.mtx"), b.data(), 900);
+    zeph::writeVector(path("y.mtx"), y.data(), 60);
+    zeph::writeSparse(path("J.mtx"), J);
     std::string graph;
     for (const int apart : {1, 4}) {
       for (int i = 0; i + apart < 12; ++i) {
@@ -79,26 +79,6 @@ class ZephUnderFaults : public FrontTest {
       }
     }
     write("p.g2o", graph);
-  }
-
-  // The stencil on a grid of m nodes a side, in two dimensions or three.
-  void writeGrid(const std::string& name, int m, int depth) const {
-    std::string text;
-    const int n = m * m * depth;
-    int count = 0;
-    const auto add = [&](int i, int j, const char* value) {
-      text += std::to_string(i + 1) + " " + std::to_string(j + 1) + " " + value + "\n";
-      ++count;
-    };
-    for (int i = 0; i < n; ++i) {
-      add(i, i, "7");
-      if (i % m != 0) add(i, i - 1, "-1");
-      if (i / m % m != 0) add(i, i - m, "-1");
-      if (i >= m * m) add(i, i - m * m, "-1");
-    }
-    const std::string size = std::to_string(n) + " " + std::to_string(n) + " ";
-    write(name, "%%MatrixMarket matrix coordinate real symmetric\n" + size + std::to_string(count) +
-                    "\n" + text);
   }
 
   // Runs zeph in the test's folder; with signal, sends that after so many seconds.
@@ -295,7 +275,7 @@ TEST_F(ZephUnderFaults, SignalsLeaveTheOldResult) {
 }
 
 TEST_F(ZephUnderFaults, SignalsAreAnsweredAtOnce) {
-  writeGrid("C.mtx", 15, 15);
+  zeph::writeSparse(path("C.mtx"), zeph::stencil(15, true));
   double slowest = 0.0;
   for (const char* how : {"--ordering nested-dissection", "--engine cholmod"}) {
     const Job job{std::string("variances C.mtx -o o.csv ") + how, {"o.csv"}};

@@ -2,14 +2,8 @@
 // failures.
 #include <sys/wait.h>
 
-#include <algorithm>
-#include <cmath>
 #include <cstdlib>
-#include <filesystem>
-#include <random>
 #include <sstream>
-#include <string>
-#include <vector>
 
 #include "tests/zeph/front_test.h"
 

@@ -1,13 +1,9 @@
 // Runs the real program on real files: results, exit codes, sentences, and what is left on disk.
 #include <sys/wait.h>
 
-#include <algorithm>
 #include <cctype>
-#include <cmath>
 #include <cstdlib>
-#include <cstring>
 #include <sstream>
-#include <vector>
 
 #include "tests/zeph/front_test.h"
 #include "zeph/factor/lu_backend.h"
@@ -252,17 +248,10 @@ TEST_F(ZephProgram, BadInputGetsOneSentenceAndLeavesNothingBehind) {
   write("G.mtx", kGeneral2);
   write("b.mtx", kVector2);
   write("truncated.mtx", head + "2 2 3\n1 1 4\n2 2 1\n");
-  write("surplus.mtx", head + "2 2 1\n1 1 4\n2 2 1\n");
-  write("header.mtx", "%%MatrixMarkt matrix coordinate real general\n2 2 0\n");
   write("pattern.mtx", "%%MatrixMarket matrix coordinate pattern general\n2 2 1\n1 1\n");
-  write("complex.mtx", "%%MatrixMarket matrix coordinate complex general\n2 2 1\n1 1 1 0\n");
-  write("range.mtx", head + "2 2 2\n1 1 4\n3 1 7\n");
-  write("word.mtx", head + "2 2 2\n1 1 4\n2 2 two\n");
   write("nan.mtx", head + "2 2 2\n1 1 4\n2 2 nan\n");
-  write("inf.mtx", head + "2 2 2\n1 1 4\n2 2 inf\n");
   write("wide.mtx", head + "2 3 2\n1 1 4\n2 2 1\n");
   write("empty.mtx", head + "0 0 0\n");
-  write("blank.mtx", "");
   write("tall.mtx", "%%MatrixMarket matrix array real general\n3 1\n1\n2\n3\n");
   write("singular.mtx", head + "3 3 2\n1 1 4\n3 3 1\n");
   write("dependent.mtx", head + "2 2 4\n1 1 1\n1 2 2\n2 1 2\n2 2 4\n");
@@ -276,25 +265,16 @@ TEST_F(ZephProgram, BadInputGetsOneSentenceAndLeavesNothingBehind) {
   const std::vector<BadCase> cases = {
       {"missing file", "variances none.mtx -o o.csv", 3, {"none.mtx"}},
       {"truncated file", "variances truncated.mtx -o o.csv", 3, {"truncated.mtx", "line 4"}},
-      {"surplus entry", "variances surplus.mtx -o o.csv", 3, {"surplus.mtx", "line 4"}},
-      {"wrong header", "variances header.mtx -o o.csv", 3, {"header.mtx", "line 1"}},
       {"pattern file", "variances pattern.mtx -o o.csv", 3, {"pattern.mtx", "pattern"}},
-      {"complex file", "solve complex.mtx b.mtx -o o.mtx", 3, {"complex.mtx", "complex"}},
-      {"index out of range", "check range.mtx", 3, {"range.mtx", "line 4", "3"}},
-      {"not a number", "variances word.mtx -o o.csv", 3, {"word.mtx", "line 4", "two"}},
       {"NaN", "variances nan.mtx -o o.csv", 3, {"nan.mtx", "line 4"}},
-      {"infinity", "solve inf.mtx b.mtx -o o.mtx", 3, {"inf.mtx", "line 4"}},
       {"not square", "variances wide.mtx -o o.csv", 4, {"wide.mtx", "2 x 3"}},
       {"right side of the wrong height", "solve A.mtx tall.mtx -o o.mtx", 4, {"tall.mtx", "3"}},
       {"product of the wrong height", "multiply A.mtx tall.mtx -o o.mtx", 4, {"tall.mtx", "3"}},
       {"empty matrix", "variances empty.mtx -o o.csv", 4, {"empty.mtx", "empty"}},
-      {"empty file", "variances blank.mtx -o o.csv", 3, {"blank.mtx", "empty"}},
       {"singular", "variances singular.mtx -o o.csv", 6, {"singular.mtx", "singular"}},
-      {"singular by solves", "variances singular.mtx --lu-solves -o o.csv", 6, {"singular"}, true},
       {"singular system", "solve singular.mtx tall.mtx -o o.mtx", 6, {"singular"}},
       {"dependent rows", "variances dependent.mtx --lu -o o.csv", 6, {"singular"}, true},
       {"indefinite", "variances indefinite.mtx -o o.csv", 5, {"indefinite.mtx", "--lu"}},
-      {"indefinite factor", "factor indefinite.mtx -o o.mtx", 5, {"indefinite.mtx"}},
       {"indefinite system", "solve indefinite.mtx b.mtx --cholesky -o o.mtx", 5, {"--lu"}},
       {"one triangle", "variances G.mtx -o o.csv", 4, {"lower", "--symmetric", "--general"}},
       {"forced on unsymmetric", "variances G.mtx --general --cholesky -o o.csv", 4, {"G.mtx"}},
@@ -302,7 +282,6 @@ TEST_F(ZephProgram, BadInputGetsOneSentenceAndLeavesNothingBehind) {
       {"unwritable folder", "demo --size 100 --out A.mtx", 7, {"A.mtx"}},
       {"unknown ending", "variances A.mtx -o o.xyz", 2, {"o.xyz", ".mtx"}},
       {"bad variable name", "export b.mtx o.mat --name 2x", 2, {"2x"}},
-      {"bad triplet line", "convert bad.csv o.mtx", 3, {"bad.csv", "line 2"}},
       {"free network solved",
        "solve net.mtx tall.mtx",
        6,
