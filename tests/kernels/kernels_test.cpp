@@ -4,12 +4,10 @@
 #include "kernels/triangles/front_cholesky.h"
 #include "tests/math/dense/dense_testing.h"
 
+namespace dense_testing {
 namespace {
 
 using namespace korin::kernels;
-using namespace dense_testing;
-using dense_testing::Block;
-using korin::Matrix;
 
 // A strided block inside a guarded buffer; element (i, j) at data[kOffset + i*rs + j*cs].
 struct Strided {
@@ -211,3 +209,4 @@ INSTANTIATE_TEST_SUITE_P(Levels, KernelsOnEveryLevel,
                          levelName);
 
 }  // namespace
+}  // namespace dense_testing

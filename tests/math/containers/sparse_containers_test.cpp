@@ -5,6 +5,7 @@
 #include "math/containers/sparsematrix.h"
 #include "tests/math/dense/dense_testing.h"
 
+namespace dense_testing {
 namespace {
 
 using korin::SparseMatrix;
@@ -522,7 +523,8 @@ TEST_F(SparseMatrices, WithoutDataReadingThrowsItsMessage) {
        [&] { none.getDenseSubMatrix(d, 0, 0, 3, 3, 0, 0); }},
       {scope + "setSub_mat(const korin::SparseMatrix&, " + six + ") source has no data",
        [&] { m.setSub_mat(none, 0, 0, 3, 3, 0, 0); }}};
-  for (const auto& [message, call] : cases) dense_testing::expectThrow(call, message);
+  for (const auto& [message, call] : cases) expectThrow(call, message);
 }
 
 }  // namespace
+}  // namespace dense_testing

@@ -20,31 +20,34 @@
 
 namespace dense_testing {
 
+using korin::Matrix;
+using korin::Vector;
+
 // Missing values are zero.
-inline korin::Matrix matrixOf(ZtSize rows, ZtSize cols, std::vector<ZtReal> values) {
+inline Matrix matrixOf(ZtSize rows, ZtSize cols, std::vector<ZtReal> values) {
   values.resize(rows * cols);
-  return korin::Matrix(rows, cols, values.data());
+  return Matrix(rows, cols, values.data());
 }
 
-inline korin::Vector vectorOf(const std::vector<ZtReal>& values) {
-  return korin::Vector(values.size(), values.data());
+inline Vector vectorOf(const std::vector<ZtReal>& values) {
+  return Vector(values.size(), values.data());
 }
 
-inline korin::Matrix randomMatrix(ZtSize rows, ZtSize cols) {
+inline Matrix randomMatrix(ZtSize rows, ZtSize cols) {
   static std::mt19937 generator(11);
   std::uniform_real_distribution<ZtReal> uniform(-2.0, 2.0);
-  korin::Matrix m(rows, cols);
+  Matrix m(rows, cols);
   for (ZtSize i = 0; i < m.rows * m.cols; ++i) m.data[i] = uniform(generator);
   return m;
 }
 
-inline korin::Vector randomVector(ZtSize size) {
-  return size == 0 ? korin::Vector() : randomMatrix(1, size).row(0);
+inline Vector randomVector(ZtSize size) {
+  return size == 0 ? Vector() : randomMatrix(1, size).row(0);
 }
 
 // A random block of a larger matrix, which knows whether something outside it was written.
 struct Block {
-  korin::Matrix parent, before, view;
+  Matrix parent, before, view;
 
   Block(ZtSize rows, ZtSize cols, ZtSize gap = 2)
       : parent(randomMatrix(rows + 3, cols + gap)),
@@ -56,7 +59,7 @@ struct Block {
     for (ZtSize i = 0; i < view.rows * view.cols; ++i) *view.flatRow(i) = next();
   }
   bool outsideUntouched() const {
-    korin::Matrix now = parent;
+    Matrix now = parent;
     const ZtSize c = (parent.cols - view.cols) / 2;
     now.setSub_mat(before, 2, c, view.rows, view.cols, 2, c);
     return now == before;
@@ -64,7 +67,7 @@ struct Block {
 };
 
 // Bit-equal, except that any NaN stands for any other.
-inline testing::AssertionResult sameBits(const korin::Matrix& x, const korin::Matrix& y) {
+inline testing::AssertionResult sameBits(const Matrix& x, const Matrix& y) {
   if (x.rows != y.rows || x.cols != y.cols) return testing::AssertionFailure() << "other shape";
   for (ZtSize i = 0; i < x.rows; ++i) {
     for (ZtSize j = 0; j < x.cols; ++j) {
@@ -79,9 +82,8 @@ inline testing::AssertionResult sameBits(const korin::Matrix& x, const korin::Ma
 }
 
 // Sums in increasing inner index from 0.0.
-inline korin::Matrix plainProduct(const korin::Matrix& a, const korin::Matrix& b,
-                                  bool transposeB = false) {
-  korin::Matrix c(a.rows, transposeB ? b.rows : b.cols);
+inline Matrix plainProduct(const Matrix& a, const Matrix& b, bool transposeB = false) {
+  Matrix c(a.rows, transposeB ? b.rows : b.cols);
   ZtMatrix_setZero(&c);
   for (ZtSize i = 0; i < c.rows; ++i) {
     for (ZtSize p = 0; p < a.cols; ++p) {
@@ -91,8 +93,8 @@ inline korin::Matrix plainProduct(const korin::Matrix& a, const korin::Matrix& b
   return c;
 }
 
-inline korin::Matrix transposed(const korin::Matrix& a) {
-  korin::Matrix t(a.cols, a.rows);
+inline Matrix transposed(const Matrix& a) {
+  Matrix t(a.cols, a.rows);
   for (ZtSize i = 0; i < a.rows; ++i) {
     for (ZtSize j = 0; j < a.cols; ++j) t(j, i) = a(i, j);
   }

@@ -1,16 +1,7 @@
 #include "tests/math/dense/dense_testing.h"
 
+namespace dense_testing {
 namespace {
-
-using dense_testing::Block;
-using dense_testing::matrixOf;
-using dense_testing::plainProduct;
-using dense_testing::randomMatrix;
-using dense_testing::randomVector;
-using dense_testing::sameBits;
-using dense_testing::transposed;
-using korin::Matrix;
-using korin::Vector;
 
 constexpr ZtReal kNan = std::numeric_limits<ZtReal>::quiet_NaN();
 constexpr ZtReal kInfinity = std::numeric_limits<ZtReal>::infinity();
@@ -155,7 +146,7 @@ TEST(VectorOperations, AreTheMatrixOperationsOfOneRow) {
 }
 
 TEST(MatrixQueries, StatisticsAndComparisons) {
-  const Vector v = dense_testing::vectorOf({3, -7, 0.5, -0.0, 2, 4});
+  const Vector v = vectorOf({3, -7, 0.5, -0.0, 2, 4});
   Matrix m(2, 3, v.data);
   EXPECT_TRUE(m.trace() == 5 && m.countNonZeros() == 5 && m.sumVal() == 2.5 && m.minVal() == -7);
   EXPECT_TRUE(v.sumSquaredVal() == 78.25 && v.avgVal() == 2.5 / 6 && v.minVal() == -7);
@@ -205,13 +196,11 @@ TEST(TriangularSolves, FollowTheirOrderOfOperations) {
 
 TEST(Cholesky, FailuresAreReportedAndNanIsCarriedOn) {
   Matrix m = matrixOf(2, 2, {1, 2, 2, 1}), inverse = matrixOf(2, 2, {2, 5, 5, 0});
-  dense_testing::expectThrow(
-      [&] { Vector(2).setSolveCholesky(Vector(2), m); },
-      "bool korin::Matrix::setCholesky(bool) matrix not symmetric positive-definite");
+  expectThrow([&] { Vector(2).setSolveCholesky(Vector(2), m); },
+              "bool korin::Matrix::setCholesky(bool) matrix not symmetric positive-definite");
   EXPECT_EQ(m, matrixOf(2, 2, {1, 2, 2, -3}));
-  dense_testing::expectThrow(
-      [&] { inverse.setInverseDiagonal(inverse); },
-      "void korin::Matrix::setInverseDiagonal(const ZtMatrix&) matrix is singular");
+  expectThrow([&] { inverse.setInverseDiagonal(inverse); },
+              "void korin::Matrix::setInverseDiagonal(const ZtMatrix&) matrix is singular");
   EXPECT_EQ(inverse, matrixOf(2, 2, {0.5, 5, 5, 0}));
   m = matrixOf(2, 2, {kNan, 0, 1, 2});
   EXPECT_TRUE(m.setCholesky(true) && std::isnan(m(1, 0)) && std::isnan(m(1, 1)));
@@ -241,3 +230,4 @@ TEST(Cholesky, SolveSumsBeforeItSubtractsAndLeavesTheTransposedFactor) {
 }
 
 }  // namespace
+}  // namespace dense_testing

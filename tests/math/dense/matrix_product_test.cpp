@@ -1,15 +1,10 @@
 #include "kernels/processor.h"
 #include "tests/math/dense/dense_testing.h"
 
+namespace dense_testing {
 namespace {
 
-using dense_testing::Block;
-using dense_testing::plainProduct;
-using dense_testing::randomMatrix;
-using dense_testing::sameBits;
-using dense_testing::transposed;
 using korin::MatMulMatTemplate;
-using korin::Matrix;
 using korin::MatrixShape;
 using korin::SparseInfo;
 
@@ -236,3 +231,4 @@ TEST(MatrixProduct, PatternsFollowTheDeclaredShapes) {
 }
 
 }  // namespace
+}  // namespace dense_testing

@@ -1,11 +1,7 @@
 #include "tests/math/dense/dense_testing.h"
 
+namespace dense_testing {
 namespace {
-
-using dense_testing::matrixOf;
-using dense_testing::vectorOf;
-using korin::Matrix;
-using korin::Vector;
 
 TEST(MatrixStorage, ConstructorsOwnWrapOrView) {
   EXPECT_TRUE(Matrix(0, 5).cols == 0 && Matrix(5, 0).rows == 0);  // on purpose: 0 x 0
@@ -94,7 +90,7 @@ TEST(MatrixStorage, ViewsRefuseToChangeSizeWithTheirOwnMessages) {
        "Vector::insertItems(ZtSize, ZtSize, ZtReal) Resizing"},
       {[&] { slice.push_back(1.0); }, "Vector::changeSize(ZtSize) Resizing"}};
   for (const auto& [action, start] : cases) {
-    dense_testing::expectThrow(action, "void korin::" + start + " of this object is not allowed");
+    expectThrow(action, "void korin::" + start + " of this object is not allowed");
   }
   EXPECT_TRUE(view == matrixOf(2, 3, {1, 2, 3}) && slice == vectorOf({2, 3}));
 }
@@ -134,3 +130,4 @@ TEST(MatrixStorage, SwapsExchangeOnlyTheGivenPart) {
 }
 
 }  // namespace
+}  // namespace dense_testing

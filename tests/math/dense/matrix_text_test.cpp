@@ -12,11 +12,8 @@
 
 #include "tests/math/dense/dense_testing.h"
 
+namespace dense_testing {
 namespace {
-
-using dense_testing::matrixOf;
-using korin::Matrix;
-using korin::Vector;
 
 constexpr ZtReal kInfinity = std::numeric_limits<ZtReal>::infinity();
 
@@ -208,3 +205,4 @@ TEST(MatFile, HasEveryPartInItsPlace) {
 }
 
 }  // namespace
+}  // namespace dense_testing
