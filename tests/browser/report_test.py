@@ -155,16 +155,6 @@ def check_figures(browser, unknowns, observations, sigma):
                          "r.cells[0].textContent)")
     assert marked == [str(PLANTED)]
 
-    width = 0.5
-    counts = {}
-    for w in checked:
-        k = min(15, max(0, math.floor((w + 4) / width)))
-        counts[k] = counts.get(k, 0) + 1
-    bars = browser.ask("[...document.querySelectorAll('.bar')].map(b => +b.getAttribute('height'))")
-    most = max(counts.values())
-    for bar, (_, count) in zip(bars, sorted(counts.items()), strict=True):
-        assert abs(bar - max(1.5, max(bars) * count / most)) < 0.2
-
 
 def key(text, by_size):
     """What a cell is sorted by: its number, or the words and numbers of its name; None for NaN."""
