@@ -80,14 +80,6 @@ void print(const zeph::SparseMatrix& A) {
   }
 }
 
-std::vector<std::vector<Exact>> exactRows(const DenseTruth& truth, std::size_t n) {
-  std::vector<std::vector<Exact>> rows(n);
-  for (std::size_t k = 0; k < n * n; ++k) {
-    rows[k / n].push_back(Exact(static_cast<double>(truth.a[k])));
-  }
-  return rows;
-}
-
 void judge(const zeph::Factor& f, const zeph::SparseMatrix& A, Input& in) {
   const std::vector<double> d = f.variances();
   const DenseTruth truth(A);
@@ -106,7 +98,7 @@ void judge(const zeph::Factor& f, const zeph::SparseMatrix& A, Input& in) {
   const double estimate = f.report().relativeErrorEstimate + (definite ? spread : 0.0);
   // By LU entries may cancel to nearly nothing, where long double knows no digit of them either.
   std::vector<std::vector<long double>> exact;
-  if (!definite) exact = exactInverse(exactRows(truth, n));
+  if (!definite) exact = exactInverse(A);
   PROMISE(definite || !exact.empty());
   std::vector<long double> diagonal;
   for (std::size_t i = 0; i < n; ++i) diagonal.push_back(definite ? truth(i, i) : exact[i][i]);

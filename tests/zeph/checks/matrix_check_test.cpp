@@ -3,6 +3,7 @@
 #include <set>
 
 #include "math/korin.h"
+#include "tests/zeph/factor/dense_truth.h"
 #include "tests/zeph/front_test.h"
 #include "zeph/factor/lu_backend.h"
 #include "zeph/matrix/record.h"
@@ -15,20 +16,12 @@ constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
 
 class MatrixCheckTest : public FrontTest {};
 
-// Of the leading k rows and columns, by elimination; exact enough for small whole numbers.
-double determinant(korin::Matrix a, unsigned k) {
-  double product = 1.0;
-  for (unsigned p = 0; p < k; ++p) {
-    unsigned best = p;
-    for (unsigned i = p; i < k; ++i) best = std::abs(a(i, p)) > std::abs(a(best, p)) ? i : best;
-    for (unsigned j = 0; j < k && best != p; ++j) std::swap(a(p, j), a(best, j));
-    product *= best == p ? a(p, p) : -a(p, p);
-    for (unsigned i = p + 1; i < k && a(p, p) != 0.0; ++i) {
-      const double factor = a(i, p) / a(p, p);
-      for (unsigned j = p; j < k; ++j) a(i, j) -= factor * a(p, j);
-    }
-  }
-  return product;
+// Of the leading k rows and columns.
+double determinant(SparseMatrix m, unsigned k) {
+  std::erase_if(m.entries, [k](const Entry& e) { return e.row >= k || e.col >= k; });
+  m.rows = m.cols = k;
+  const DenseTruth truth(m);
+  return truth.sign * std::exp(static_cast<double>(truth.logAbs));
 }
 
 // Everything the report says, found again on the dense matrix.
@@ -58,9 +51,9 @@ void expectReportOfDense(const MatrixReport& report, const SparseMatrix& m) {
   EXPECT_EQ(report.symmetry.numerical, numerical);
   EXPECT_TRUE(report.emptyRows == emptyRows && report.emptyCols == emptyCols);
   bool definite = numerical;  // Sylvester
-  for (unsigned k = 1; k <= m.rows; ++k) definite = definite && determinant(a, k) > 0.5;
+  for (unsigned k = 1; k <= m.rows; ++k) definite = definite && determinant(m, k) > 0.5;
   EXPECT_EQ(report.fitForCholesky(), definite);
-  const bool regular = std::abs(determinant(a, static_cast<unsigned>(m.rows))) > 0.5;
+  const bool regular = std::abs(determinant(m, static_cast<unsigned>(m.rows))) > 0.5;
   EXPECT_EQ(report.fitForLu(), hasLuRoute() ? regular : definite);
 }
 

@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "zeph/sparse_matrix.h"
+
 /// m 2^e with a whole m, odd or zero: every double, and sums, products and exact quotients of such
 /// numbers.
 class Exact {
@@ -65,15 +67,20 @@ class Exact {
   long exponent_ = 0;
 };
 
-/// The inverse of an n x n matrix, both by rows, or nothing where it is singular: Gauss-Jordan
-/// elimination of [A I] without fractions (Bareiss 1968). `determinant` becomes its absolute value.
-inline std::vector<std::vector<long double>> exactInverse(std::vector<std::vector<Exact>> a,
+/// The inverse by rows, or nothing where A is singular: Gauss-Jordan elimination of [A I] without
+/// fractions (Bareiss 1968). `determinant` becomes its absolute value.
+inline std::vector<std::vector<long double>> exactInverse(const zeph::SparseMatrix& A,
                                                           long double* determinant = nullptr) {
-  const std::size_t n = a.size();
-  for (std::size_t i = 0; i < n; ++i) {
-    a[i].resize(2 * n);
-    a[i][n + i] = Exact(1.0);
+  const std::size_t n = A.rows;
+  std::vector<std::vector<Exact>> a(n, std::vector<Exact>(2 * n));
+  for (const zeph::Entry& e : A.entries) {
+    const Exact value(e.value);
+    a[e.row][e.col] = a[e.row][e.col] - -value;
+    if (A.symmetry == zeph::Symmetry::General || e.row == e.col) continue;
+    const bool same = A.symmetry == zeph::Symmetry::Symmetric;
+    a[e.col][e.row] = a[e.col][e.row] - (same ? -value : value);
   }
+  for (std::size_t i = 0; i < n; ++i) a[i][n + i] = Exact(1.0);
   Exact before(1.0);
   for (std::size_t k = 0; k < n; ++k) {
     std::size_t p = k;

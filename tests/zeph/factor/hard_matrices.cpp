@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "tests/zeph/factor/exact.h"
+#include "tests/zeph/matrices.h"
 #include "zeph/factor.h"
 
 namespace {
@@ -22,9 +23,7 @@ using Formula = std::function<double(unsigned, unsigned)>;
 
 // The lower triangle of a symmetric or skew-symmetric matrix, or all of a general one.
 SparseMatrix made(unsigned n, Symmetry symmetry, const Formula& entry) {
-  SparseMatrix A;
-  A.rows = A.cols = n;
-  A.symmetry = symmetry;
+  SparseMatrix A = zeph::squareMatrix(n, symmetry);
   A.triangular = true;  // what has one triangle only is meant so
   for (unsigned i = 0; i < n; ++i) {
     const unsigned end = symmetry == Symmetry::General         ? n
@@ -71,9 +70,7 @@ Formula path(double held, unsigned n = 0) {
 // Height differences between all neighbours of a grid of that width with weights 1 to 4, no height
 // held.
 SparseMatrix levelling(unsigned width, unsigned height) {
-  SparseMatrix A;
-  A.rows = A.cols = std::size_t{width} * height;
-  A.symmetry = Symmetry::Symmetric;
+  SparseMatrix A = zeph::squareMatrix(std::size_t{width} * height, Symmetry::Symmetric);
   for (unsigned i = 0; i < A.rows; ++i) {
     for (const unsigned j : {i + 1, i + width}) {
       if (j >= A.rows || (j == i + 1 && j % width == 0)) continue;
@@ -113,8 +110,7 @@ SparseMatrix poses(unsigned count, double held) {
 
 // One block after the other, without an entry between them.
 SparseMatrix beside(const std::vector<SparseMatrix>& blocks) {
-  SparseMatrix A;
-  A.symmetry = Symmetry::Symmetric;
+  SparseMatrix A = zeph::squareMatrix(0, Symmetry::Symmetric);
   for (const SparseMatrix& block : blocks) {
     const auto shift = static_cast<std::uint32_t>(A.rows);
     for (const zeph::Entry& e : block.entries) {
@@ -134,23 +130,19 @@ SparseMatrix saddle(unsigned n, unsigned m) {
 }
 
 SparseMatrix uncertain() {
-  const zeph::Entry entries[] = {{0, 0, 0.000611871313772057},
-                                 {7, 0, 7.1342254177910995},
-                                 {5, 1, -9.7673812559167974},
-                                 {7, 1, 7.25},
-                                 {2, 2, 1e-4},
-                                 {3, 2, 6691.3159030292163},
-                                 {4, 3, -0.5},
-                                 {5, 3, -2.75},
-                                 {6, 3, -0.68395890427628625},
-                                 {5, 4, 7.625},
-                                 {7, 5, 7.0},
-                                 {6, 6, 2.0}};
-  SparseMatrix A;
-  A.rows = A.cols = 8;
-  A.symmetry = Symmetry::Symmetric;
-  A.entries.assign(std::begin(entries), std::end(entries));
-  return A;
+  return zeph::squareMatrix(8, Symmetry::Symmetric,
+                            {{0, 0, 0.000611871313772057},
+                             {7, 0, 7.1342254177910995},
+                             {5, 1, -9.7673812559167974},
+                             {7, 1, 7.25},
+                             {2, 2, 1e-4},
+                             {3, 2, 6691.3159030292163},
+                             {4, 3, -0.5},
+                             {5, 3, -2.75},
+                             {6, 3, -0.68395890427628625},
+                             {5, 4, 7.625},
+                             {7, 5, 7.0},
+                             {6, 6, 2.0}});
 }
 
 Formula always(double value) {
@@ -161,17 +153,6 @@ SparseMatrix pair(double first, double other, double second) {
   return symmetric(2, [=](unsigned i, unsigned j) {
     return i != j ? other : i == 0 ? first : second;
   });
-}
-
-std::vector<std::vector<Exact>> exactRows(const SparseMatrix& A) {
-  std::vector<std::vector<Exact>> rows(A.rows, std::vector<Exact>(A.rows));
-  for (const zeph::Entry& e : A.entries) {
-    const Exact value(e.value), none;
-    rows[e.row][e.col] = rows[e.row][e.col] - -value;
-    if (A.symmetry == Symmetry::General || e.row == e.col) continue;
-    rows[e.col][e.row] = rows[e.col][e.row] - (A.symmetry == Symmetry::Symmetric ? -value : value);
-  }
-  return rows;
 }
 
 }  // namespace
@@ -383,7 +364,7 @@ HardOutcome judge(const HardMatrix& m, const SparseMatrix& A, const zeph::Option
   }
   if (m.expected == Expected::Refusal) o.fault = "not refused";
   long double determinant = 0.0L;
-  const Truth truth = exactInverse(exactRows(A), &determinant);
+  const Truth truth = exactInverse(A, &determinant);
   if (truth.empty()) return o;
   // What is stored is rounded to the spacing of the denormal numbers.
   constexpr long double kSpacing = std::numeric_limits<double>::denorm_min();
