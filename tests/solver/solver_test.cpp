@@ -6,14 +6,10 @@
 #include "solver/suitesparse/factorisation_status.h"
 #include "tests/math/dense/dense_testing.h"
 
-using dense_testing::Block;
-using dense_testing::randomMatrix;
-using korin::Matrix;
-using zeph_solver::Factorisation;
-using zeph_solver::ProtoSparse;
-using zeph_solver::Solver;
-
+namespace zeph_solver {
 namespace {
+
+using namespace dense_testing;
 
 constexpr const char* kSolveFailed =
     "void zeph_solver::Solver::solveGeneric(const zeph_solver::ProtoSparse&, ZtMatrix&, const "
@@ -94,7 +90,7 @@ TEST(SolverReuse, KeepsReplacesAndOnlyFactorisesAsAsked) {
       wrong();
       EXPECT_TRUE(allNaN(X));
     } else {
-      dense_testing::expectThrow(wrong, kSolveFailed);
+      expectThrow(wrong, kSolveFailed);
       EXPECT_EQ(X, B);
     }
     solver.solveGeneric(other, Y, C, cholesky, &f, true, true);
@@ -220,3 +216,4 @@ TEST(FactorisationStatusReport, NamesTheFailingColumnOfA) {
 }
 
 }  // namespace
+}  // namespace zeph_solver

@@ -4,13 +4,10 @@
 #include "solver/assembly/protosparse.h"
 #include "tests/math/dense/dense_testing.h"
 
+namespace zeph_solver {
 namespace {
 
-using dense_testing::Block;
-using dense_testing::transposed;
-using korin::Matrix;
-using korin::kernels::ProcessorLevel;
-using zeph_solver::ProtoSparse;
+using namespace dense_testing;
 
 Matrix zeros(std::size_t rows, std::size_t cols) {
   Matrix m(rows, cols);
@@ -85,9 +82,10 @@ TEST_F(ProtoSparseProducts, WindowProductsMatchTheDenseModelInBothModes) {
 }
 
 TEST_F(ProtoSparseProducts, SumsInListOrderOnEveryProcessorLevelAndWidth) {
-  const ProcessorLevel before = korin::kernels::processorLevel();
+  using namespace korin::kernels;
+  const ProcessorLevel before = processorLevel();
   for (auto level : {ProcessorLevel::Baseline, ProcessorLevel::Avx2, ProcessorLevel::Avx512}) {
-    korin::kernels::forceProcessorLevel(level);
+    forceProcessorLevel(level);
     for (std::size_t cols = 1; cols < 70; ++cols) {
       ProtoSparse a(20, 15);
       for (int i = 0; i < 300; ++i) {
@@ -103,7 +101,7 @@ TEST_F(ProtoSparseProducts, SumsInListOrderOnEveryProcessorLevelAndWidth) {
           << cols << " columns, level " << static_cast<int>(level);
     }
   }
-  korin::kernels::forceProcessorLevel(before);
+  forceProcessorLevel(before);
 }
 
 TEST_F(ProtoSparseProducts, ScatteredListsSumInListOrderWithinEveryRow) {
@@ -209,3 +207,4 @@ TEST_F(ProtoSparseProducts, TransposeSelfKeepsTheListOrder) {
 }
 
 }  // namespace
+}  // namespace zeph_solver
