@@ -19,9 +19,9 @@ using std::size_t;
 /// beside any memory that a factor is too large for.
 constexpr size_t kChunk = size_t{1} << 22;
 /// Chunks that are fetched before they are read.
-constexpr size_t kAhead = 4;
+constexpr size_t kAhead = 3;
 /// Chunks written that stay: leaves are read again, mostly soon, and the disk gets time to write.
-constexpr size_t kBehind = 4;
+constexpr size_t kBehind = 3;
 
 static_assert((kAhead + kBehind + 2) * kChunk == PanelFile::kWindow);
 constexpr size_t kZeros = size_t{1} << 20;

@@ -23,7 +23,7 @@ class PanelFile final : public Lender {
  public:
   /// Bytes of the file that are in memory at once for a thread on its way, as long as no panel is
   /// larger.
-  static constexpr std::size_t kWindow = std::size_t{40} << 20;
+  static constexpr std::size_t kWindow = std::size_t{32} << 20;
 
   /// `descriptor` is open for reading and writing, `count` doubles long, and closed in the end.
   /// Throws std::system_error where the file cannot be mapped, and leaves it open.

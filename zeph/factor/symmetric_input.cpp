@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "sparse/pattern/assembly.h"
+#include "zeph/checks/memory.h"
 #include "zeph/error.h"
 #include "zeph/files/number_text.h"
 #include "zeph/matrix/requirements.h"
@@ -83,7 +84,23 @@ void findPattern(const SparseMatrix& A, SymmetricInput& in) {
   findSlots(in.lower, places, Part::OneTriangle, in.slots);
 }
 
+// Share of the estimate that is taken for certain, and how much is worth a look at the system.
+constexpr double kCertain = 0.9;
+constexpr double kWorthLooking = 1e7;
+
+void requireRoomForAnalysis(const SparseMatrix& A) {
+  const auto given = static_cast<double>(A.entries.size());
+  const double triangle = A.symmetry == Symmetry::Symmetric ? given : 0.5 * given;
+  const double bytes = kCertain * analysisBytes(static_cast<double>(A.rows), triangle);
+  if (bytes > kWorthLooking) requireBytes("analysing " + A.source, bytes, 0.0);
+}
+
 }  // namespace
+
+// Least squares over grids, networks, pose graphs and bundles of 10^4 to 10^5 unknowns.
+double analysisBytes(double unknowns, double entries) {
+  return 16.0 * entries + 85.0 * unknowns;
+}
 
 std::string sumValues(const SymmetricInput& in, const NamedColumns& columns, const double* values,
                       size_t step, double* sum, double* upper) {
@@ -115,6 +132,7 @@ std::string sumValues(const SymmetricInput& in, const NamedColumns& columns, con
 }
 
 SymmetricInput symmetricInput(const SparseMatrix& A, std::string& against) {
+  requireRoomForAnalysis(A);
   SymmetricInput in;
   in.source = A.source;
   in.indexBase = A.indexBase;

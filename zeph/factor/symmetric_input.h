@@ -38,6 +38,10 @@ struct NamedColumns {
       name;
 };
 
+/// Bytes that assembling, ordering and analysing take beside A: about, and for each node of the
+/// graph some more.
+double analysisBytes(double unknowns, double entriesOfATriangle);
+
 /// Assembles A, whose form has been checked. `against` becomes why A is not symmetric, empty when
 /// it is.
 SymmetricInput symmetricInput(const SparseMatrix& A, std::string& against);

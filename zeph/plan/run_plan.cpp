@@ -14,11 +14,8 @@
 namespace zeph {
 namespace {
 
-/// Bytes that assembly, ordering and analysis take for each entry of a triangle, each unknown, and
-/// each node of the compressed graph; and how many more where nested dissection is tried. Least
-/// squares over grids, networks, pose graphs and bundles of 10^4 to 10^5 unknowns.
-constexpr double kPerEntry = 16.0;
-constexpr double kPerUnknown = 85.0;
+/// What the analysis takes beside analysisBytes() for each node of the compressed graph, and how
+/// much more where nested dissection is tried: from the same least squares.
 constexpr double kPerNode = 30.0;
 constexpr double kPerDissected = 450.0;
 
@@ -26,12 +23,11 @@ constexpr double kPerDissected = 450.0;
 /// nothing on pose graphs in space, all on grids there.
 constexpr double kUnreturned = 0.6;
 
-double analysisBytes(const Report& r) {
+double bytesToAnalyse(const Report& r) {
   const auto unknowns = static_cast<double>(r.unknowns), nodes = static_cast<double>(r.groups);
   const double entries = 0.5 * (static_cast<double>(r.entriesOfA) + unknowns);
   const bool dissected = r.ordering == Ordering::NestedDissection;
-  return kPerEntry * entries + kPerUnknown * unknowns +
-         (kPerNode + (dissected ? kPerDissected : 0.0)) * nodes;
+  return analysisBytes(unknowns, entries) + (kPerNode + (dissected ? kPerDissected : 0.0)) * nodes;
 }
 
 /// Of the file that a run writes where only the panels lack room: update matrices and panels of the
@@ -66,7 +62,7 @@ RunPlan planRun(const SparseMatrix& A, const Options& options, const CostModel& 
     plan.report.secondsFactorisation = seconds.factor;
     plan.report.secondsInverse = seconds.inverse;
     plan.oneThread = threads == 1 ? seconds : runSeconds(model, s, entries, 1);
-    const double analysis = analysisBytes(plan.report);
+    const double analysis = bytesToAnalyse(plan.report);
     plan.memory = {analysis, factor->bytesToFactorise(false), factor->bytesToInvert(false)};
     const double panelsAtWork =
         korin::sparse::frontMemory(s, plan.report.threads, {true, korin::sparse::kKeepNothing}) -
