@@ -43,6 +43,9 @@ constexpr Kind kKinds[] = {{"plane", Shape::Plane},     {"space", Shape::Space},
 // What a round leaves behind: seconds of the stages, and bytes that went to the disk and came back.
 enum Result { kAnalysis, kFactor, kInverse, kWritten, kRead, kResults };
 constexpr double kDiskBlock = 512.0;
+// Short runs are repeated more often, up to so many seconds.
+constexpr int kMostRounds = 12;
+constexpr double kEnough = 0.3;
 
 double now(bool processorTime) {
   std::timespec t{};
@@ -101,13 +104,15 @@ void check(const std::string& text, const zeph::CostModel& model, zeph::Options 
   malloc_trim(0);
   compare::Best best[kResults];
   double peak = 0.0;
-  for (int k = 0; k < rounds; ++k) {
+  double spent = 0.0;
+  for (int k = 0; k < rounds || (k < kMostRounds && spent < kEnough); ++k) {
     const compare::IsolatedRun run =
         compare::runIsolated(kResults, [&](double* results) { runOnce(A, options, results); });
     if (!run.completed) {
       throw zeph::Error(zeph::ErrorKind::Unfit, text + " did not come to its end");
     }
     for (int r = 0; r < kResults; ++r) best[r].add(run.results[static_cast<std::size_t>(r)]);
+    spent += run.results[kFactor] + run.results[kInverse];
     peak = std::max(peak, run.megabytes);
   }
   const zeph::Report& r = plan.report;

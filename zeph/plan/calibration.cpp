@@ -244,6 +244,7 @@ Calibration calibrate(const CalibrationOptions& how) {
     model.scratchRead = disk.read;
     model.scratchWriting = disk.writing;
     model.scratchReading = disk.reading;
+    model.scratchPanel = disk.panel;
   }
   const char* stage = "measuring fronts";
   double done = 0.0, all = static_cast<double>(FrontTable::kWidths.size()) *

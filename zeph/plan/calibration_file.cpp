@@ -84,7 +84,7 @@ std::vector<Field> fields(CostModel& m) {
           {"sharing", {&m.sharing}, 1.0},
           {"program", {&m.program}, 0.0},
           {"scratch_rates", {&m.scratchWrite, &m.scratchRead}, 1.0},
-          {"scratch_moves", {&m.scratchWriting, &m.scratchReading}, 0.0}};
+          {"scratch_moves", {&m.scratchWriting, &m.scratchReading, &m.scratchPanel}, 0.0}};
 }
 
 /// Fowler, Noll and Vo's hash: a file that was cut off or edited does not pass.

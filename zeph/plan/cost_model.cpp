@@ -180,11 +180,13 @@ FrontCounts countCommon(double unknowns, double entriesGiven) {
   return counts;
 }
 
+double touchSeconds(const CostModel& model, double bytes) {
+  return bytes * (bytes >= korin::kernels::kLargePanels ? model.largePages : model.smallPages);
+}
+
 StageSeconds pageSeconds(const CostModel& model, const Symbolic& s, double entriesGiven,
                          int threads) {
-  const auto fresh = [&](double bytes) {
-    return bytes * (bytes >= korin::kernels::kLargePanels ? model.largePages : model.smallPages);
-  };
+  const auto fresh = [&](double bytes) { return touchSeconds(model, bytes); };
   return {fresh(sizeof(double) * static_cast<double>(s.storage())) +
               fresh(korin::sparse::frontMemory(s, threads)) +
               model.smallPages * sizeof(double) * entriesGiven,

@@ -81,6 +81,7 @@ struct CostModel {
   double scratchRead = 1.5e9;
   double scratchWriting = 6e-10;  ///< the processor's seconds a byte meanwhile
   double scratchReading = 3e-10;
+  double scratchPanel = 2e-6;  ///< and for each panel, however small
 };
 
 /// Figures of one processor of the level that is at hand, rounded.
@@ -107,6 +108,9 @@ StageSeconds frontSeconds(const CostModel& model, const korin::sparse::Symbolic&
 
 /// The same of what is not any front's: A's rows and its entries, as many as the caller gives.
 FrontCounts countCommon(double unknowns, double entriesGiven);
+
+/// The first touch of a block of so many bytes.
+double touchSeconds(const CostModel& model, double bytes);
 
 /// First touches of the memory that the stages take.
 StageSeconds pageSeconds(const CostModel& model, const korin::sparse::Symbolic& symbolic,

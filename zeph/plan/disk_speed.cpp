@@ -1,5 +1,7 @@
 #include "zeph/plan/disk_speed.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <cstddef>
 #include <memory>
 #include <system_error>
@@ -18,6 +20,9 @@ using std::size_t;
 constexpr size_t kPanel = size_t{1} << 19;
 constexpr size_t kPanels = 64;
 constexpr size_t kCacheLine = 8;
+/// Those of a small one, a third of a page, and how many of them.
+constexpr size_t kSmall = 170;
+constexpr size_t kSmallPanels = 20000;
 
 }  // namespace
 
@@ -41,9 +46,18 @@ DiskSpeed diskSpeed(const std::string& folder) {
       for (size_t i = first; i < end; i += kCacheLine) sum += file->values()[i];
       file->passedBackward(first, end, k > 0 ? first - kPanel : first);
     }
-    if (!(sum > 0.0)) throw std::system_error(EIO, std::generic_category());
     speed.read = bytes / reading.wall();
     speed.reading = reading.seconds() / bytes;
+
+    file->clear();
+    const Stopwatch small;
+    for (size_t k = 0; k < kSmallPanels; ++k) {
+      file->write(k * kSmall, panel.data(), kSmall);
+      sum += file->values()[k * kSmall];
+    }
+    const double each = small.seconds() / static_cast<double>(kSmallPanels);
+    speed.panel = std::max(0.0, each - speed.writing * kSmall * sizeof(double));
+    if (!(sum > 0.0)) throw std::system_error(EIO, std::generic_category());
   } catch (const std::system_error& e) {
     throwScratchError(folder, e.code().value());
   }

@@ -12,6 +12,8 @@ struct DiskSpeed {
   double read = 0.0;
   double writing = 0.0;
   double reading = 0.0;
+  /// Of a small panel that is written and soon read, as leaves are.
+  double panel = 0.0;
 };
 
 /// Writes 256 MiB of panels to a scratch file in `folder` as a factorisation does, and reads them

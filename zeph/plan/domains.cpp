@@ -287,7 +287,8 @@ DomainsPlan planDomains(const CostModel& model, const SparseMatrix& A, double no
     return d.held + std::max(d.toFactorise, 3.0 * sizeof(double) * triangle(d));
   });
   const double inverting = cut.largest([](const DomainCost& d) {
-    return d.held + d.toInvert + 2.0 * sizeof(double) * (d.interior + d.boundary);
+    // With triangles that the heap keeps.
+    return d.held + d.toInvert + 2.0 * sizeof(double) * (d.interior + d.boundary + triangle(d));
   });
   plan.bytes = std::max({cutting, dealing, factorising + part + vectors + given,
                          inverting + 2.0 * part + vectors + given + 5.0 * sizeof(double) * n});

@@ -80,7 +80,7 @@ RunPlan planRun(const SparseMatrix& A, const Options& options, const CostModel& 
 DomainsPlan planDomains(const CostModel& model, const SparseMatrix& A, double nodes, int processes);
 /// A has so many entries in both triangles.
 SolvesPlan planSolves(const CostModel& model, const korin::sparse::Symbolic& symbolic,
-                      double entriesOfA, int processes);
+                      double entriesOfA);
 
 }  // namespace zeph
 

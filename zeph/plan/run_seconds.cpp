@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "sparse/symbolic/schedule.h"
+#include "sparse/symbolic/tree.h"
 
 namespace zeph {
 namespace {
@@ -106,12 +107,44 @@ class Play {
   std::vector<std::vector<int>> next_;
 };
 
+/// The heap that update matrices come from which wait for another task: blocks larger than any that
+/// was freed are mapped anew and go back to the system when they are used (the GNU C library's
+/// dynamic threshold).
+class Heap {
+ public:
+  explicit Heap(const CostModel& model) : model_(model) {}
+
+  /// Seconds that the block of group g takes, of a task with the groups first .. last-1; after
+  /// which those of its children are free.
+  double waits(const korin::sparse::Symbolic& s, Index g, Index first, Index last) {
+    const bool leaf = s.firstDescendant[g] == g;
+    const double block = s.parent[g] >= last && !leaf ? bytes(s, g) : 0.0;
+    const double seconds = block > threshold_ ? touchSeconds(model_, block) : 0.0;
+    korin::sparse::forEachChild(s, g, [&](Index child) {
+      if (child < first) threshold_ = std::max(threshold_, std::min(bytes(s, child), kMost));
+    });
+    return seconds;
+  }
+
+ private:
+  static constexpr double kMost = 0x1p25;
+
+  static double bytes(const korin::sparse::Symbolic& s, Index g) {
+    const double below = s.below(g);
+    return sizeof(double) * below * below;
+  }
+
+  const CostModel& model_;
+  double threshold_ = 0x1p17;
+};
+
 }  // namespace
 
 StageSeconds runSeconds(const CostModel& model, const korin::sparse::Symbolic& symbolic,
                         double entriesGiven, int threads) {
   const korin::sparse::Schedule schedule = korin::sparse::makeSchedule(symbolic, threads);
   std::vector<Task> factor(static_cast<std::size_t>(schedule.tasks())), inverse(factor);
+  Heap heap(model);
   const double slowed = threads > 1 ? model.sharing : 1.0;
   for (int t = 0; t < schedule.tasks(); ++t) {
     for (Index g = schedule.first[t]; g < schedule.first[t + 1]; ++g) {
@@ -119,9 +152,14 @@ StageSeconds runSeconds(const CostModel& model, const korin::sparse::Symbolic& s
       const bool joined = threads > 1 && korin::sparse::frontWork(symbolic, g) > kSharedFront;
       (joined ? factor[t].shared : factor[t].alone) += slowed * own.factor;
       (joined ? inverse[t].shared : inverse[t].alone) += slowed * own.inverse;
+      if (threads > 1)
+        factor[t].alone += heap.waits(symbolic, g, schedule.first[t], schedule.first[t + 1]);
     }
   }
-  const StageSeconds common = commonSeconds(model, symbolic, entriesGiven, threads);
+  StageSeconds common = commonSeconds(model, symbolic, entriesGiven, threads);
+  // What the inverse does with A's entries and rows is done by whoever has the panel.
+  const double pages = pageSeconds(model, symbolic, entriesGiven, threads).inverse;
+  common.inverse = pages + slowed * (common.inverse - pages) / threads;
   return {common.factor +
               Play(schedule.forest, std::move(factor), threads).seconds(Direction::ChildrenFirst),
           common.inverse +

@@ -46,7 +46,7 @@ StageSeconds scratchSeconds(const CostModel& model, const korin::sparse::Symboli
   StageSeconds result = inMemory;
   Disk written(model.scratchWrite), read(model.scratchRead);
   for (Index g = 0; g < s.groups(); ++g) {
-    const double moving = model.scratchWriting * bytes(g);
+    const double moving = model.scratchPanel + model.scratchWriting * bytes(g);
     const double work = factorSpeed * frontSeconds(model, s, g).factor + moving;
     result.factor += moving + written.pass(bytes(g), work);
   }

@@ -8,22 +8,23 @@ namespace {
 using korin::sparse::Index;
 using korin::sparse::Symbolic;
 
-/// Seconds of MUMPS on an EPYC, least squares over grids, networks, pose graphs, a bundle and a
-/// band of 10^3 to 6*10^4 unknowns: its factorisation for each unknown, beside ours; its solves for
-/// each unknown, entry of L and entry of A (whose places it computes for the check), beside
-/// operations at this share of our rate on a large front.
-constexpr double kFactorUnknown = 3e-6;
-constexpr double kFactorRatio = 1.0;
-constexpr double kSolvesUnknown = 2.2e-6;
-constexpr double kSolvesEntryOfL = 1e-7;
-constexpr double kSolvesEntryOfA = 6e-8;
-constexpr double kSolvesRate = 0.32;
-/// What each further process adds to the speed of one, with two.
-constexpr double kGain = 0.6;
+/// Seconds of MUMPS on two processes of an EPYC, least squares over grids, networks, pose graphs, a
+/// bundle and a band of 2*10^3 to 6*10^4 unknowns: its factorisation for each unknown and entry of
+/// A, beside ours; its solves for each unknown, entry of L and entry of A (whose places it computes
+/// for the check), beside operations at this share of our rate on a large front. Two processes
+/// factorise 1.3 times as fast as one and take 1.3 times as long for the solves; more were not
+/// measured.
+constexpr double kFactorUnknown = 1.2e-6;
+constexpr double kFactorEntryOfA = 1.3e-8;
+constexpr double kFactorRatio = 1.6;
+constexpr double kSolvesUnknown = 6.8e-6;
+constexpr double kSolvesEntryOfL = 5e-8;
+constexpr double kSolvesEntryOfA = 1.6e-7;
+constexpr double kSolvesRate = 0.52;
 
 }  // namespace
 
-SolvesPlan planSolves(const CostModel& model, const Symbolic& s, double entriesOfA, int processes) {
+SolvesPlan planSolves(const CostModel& model, const Symbolic& s, double entriesOfA) {
   constexpr double kWidth = 256.0, kBelow = 1024.0;
   const double rate = kWidth * kBelow * kBelow / model.factor.seconds(kWidth, kBelow);
   SolvesPlan plan;
@@ -35,10 +36,10 @@ SolvesPlan planSolves(const CostModel& model, const Symbolic& s, double entriesO
     plan.operations += 2.0 * s.width(g) * path[g];
     factor += frontSeconds(model, s, g).factor;
   }
-  const double n = s.n, speed = 1.0 + kGain * (processes - 1);
-  const double solves = kSolvesUnknown * n + kSolvesEntryOfL * static_cast<double>(s.entries) +
-                        kSolvesEntryOfA * entriesOfA + plan.operations / (kSolvesRate * rate);
-  plan.seconds = {(kFactorUnknown * n + kFactorRatio * factor) / speed, solves / speed};
+  const double n = s.n;
+  plan.seconds.factor = kFactorUnknown * n + kFactorEntryOfA * entriesOfA + kFactorRatio * factor;
+  plan.seconds.inverse = kSolvesUnknown * n + kSolvesEntryOfL * static_cast<double>(s.entries) +
+                         kSolvesEntryOfA * entriesOfA + plan.operations / (kSolvesRate * rate);
   return plan;
 }
 

@@ -115,14 +115,17 @@ TEST_F(PlanTest, threadsAndProcessesShareTheWorkAndNoMore) {
     const auto factor = zeph::plannedStructure(A, options, report);
     const double entries = static_cast<double>(A.entries.size());
     const auto at = [&](int threads) {
-      const StageSeconds common = commonSeconds(model_, factor->symbolic(), entries, threads);
-      return total(runSeconds(model_, factor->symbolic(), entries, threads)) - total(common);
+      const auto& s = factor->symbolic();
+      const double alone = commonSeconds(model_, s, entries, threads).factor +
+                           pageSeconds(model_, s, entries, threads).inverse;
+      return total(runSeconds(model_, s, entries, threads)) - alone;
     };
     double last = at(1);
     const double alone = last;
     for (const int threads : {2, 3, 4, 8, 64}) {
       const double here = at(threads);
-      EXPECT_LE(here, alone * model_.sharing * 1.0001) << name(shape) << threads;
+      // With the first touch of blocks that pass between threads.
+      EXPECT_LE(here, alone * model_.sharing * 1.1) << name(shape) << threads;
       EXPECT_GE(here, alone / threads * model_.sharing * 0.9999) << name(shape) << threads;
       // Other cuts into tasks may cost a little.
       EXPECT_LE(here, 1.2 * std::max(last, at(2))) << name(shape) << threads;
@@ -137,8 +140,7 @@ TEST_F(PlanTest, threadsAndProcessesShareTheWorkAndNoMore) {
       EXPECT_GT(d.bytes, d.factorBytes);
       EXPECT_TRUE(d.interfaceUnknowns >= 0 && d.interfaceUnknowns < report.unknowns);
       largest = d.bytes;
-      const zeph::SolvesPlan solves =
-          planSolves(model_, factor->symbolic(), 2.0 * entries, processes);
+      const zeph::SolvesPlan solves = planSolves(model_, factor->symbolic(), 2.0 * entries);
       EXPECT_GE(solves.operations, 2.0 * static_cast<double>(report.entriesOfL));
     }
   }
@@ -148,6 +150,7 @@ TEST_F(PlanTest, aScratchFileTakesItsTimeAndThatOfASlowDisk) {
   const SparseMatrix A = zeph::generatedProblem(Shape::Space, 17000);
   const auto at = [&](double rate) {
     model_.scratchWrite = model_.scratchRead = rate;
+    model_.scratchPanel = 0.0;
     return planned(A, 1);
   };
   const RunPlan fast = at(1e15), slow = at(1e6);
