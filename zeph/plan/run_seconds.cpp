@@ -28,6 +28,26 @@ struct Task {
   double shared = 0.0;
 };
 
+/// Columns that the engine eliminates at once, and the operations of a step of that from which on
+/// it is shared.
+constexpr double kChunk = 192.0;
+constexpr double kSharedStep = 4e6;
+
+/// The share of a front's operations that others may join in: neither the squares on the diagonal
+/// nor small steps.
+double sharedShare(double width, double below) {
+  double all = 0.0, shared = 0.0;
+  for (double left = width; left > 0.0; left -= kChunk) {
+    const double columns = std::min(left, kChunk), rest = left + below - columns;
+    all += columns * columns * columns / 3.0;
+    for (const double step : {columns * columns * rest, columns * rest * rest}) {
+      all += step;
+      if (step > kSharedStep) shared += step;
+    }
+  }
+  return shared / all;
+}
+
 /// How much faster a front is worked on by m threads.
 double speed(double m) {
   return 1.0 / (1.0 - kSharedWork + kSharedWork / m);
@@ -150,8 +170,11 @@ StageSeconds runSeconds(const CostModel& model, const korin::sparse::Symbolic& s
     for (Index g = schedule.first[t]; g < schedule.first[t + 1]; ++g) {
       const StageSeconds own = frontSeconds(model, symbolic, g);
       const bool joined = threads > 1 && korin::sparse::frontWork(symbolic, g) > kSharedFront;
-      (joined ? factor[t].shared : factor[t].alone) += slowed * own.factor;
-      (joined ? inverse[t].shared : inverse[t].alone) += slowed * own.inverse;
+      const double share = joined ? sharedShare(symbolic.width(g), symbolic.below(g)) : 0.0;
+      factor[t].shared += share * slowed * own.factor;
+      factor[t].alone += (1.0 - share) * slowed * own.factor;
+      inverse[t].shared += share * slowed * own.inverse;
+      inverse[t].alone += (1.0 - share) * slowed * own.inverse;
       if (threads > 1)
         factor[t].alone += heap.waits(symbolic, g, schedule.first[t], schedule.first[t + 1]);
     }
