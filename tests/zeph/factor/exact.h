@@ -18,8 +18,8 @@ class Exact {
   Exact() = default;
   explicit Exact(double value) {
     int exponent = 0;
-    whole_ = std::ldexp(std::frexp(value, &exponent), 53);
-    *this = Exact(whole_, exponent - 53);
+    const double leading = std::frexp(value, &exponent);
+    *this = Exact(std::ldexp(leading, 53), exponent - 53);
   }
 
   bool isZero() const { return whole_ == 0; }
