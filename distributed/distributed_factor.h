@@ -102,12 +102,12 @@ struct DistributedReport {
 ///     zeph::DistributedFactor f(MPI_COMM_WORLD, share);
 ///     std::vector<double> sigma2 = f.variances();          // whole, on every process
 ///
-/// Every member but the destructor's work is collective: all processes call it with the same
-/// arguments, and all return, or throw the same zeph::Error, whose sentence names the rank where it
-/// arose if not all processes failed alike. Kinds of errors as for zeph::Factor. A process on which
-/// memory runs out in the midst of a message ends the run (MPI_Abort). The same shares on the same
-/// number of processes give the same bits, for every number of threads, with Engine::Domains and
-/// InterfaceMethod::Dense.
+/// Members are collective unless they say otherwise, the destructor too: all processes call them
+/// with the same arguments, and all return, or throw the same zeph::Error, whose sentence names the
+/// rank where it arose if not all processes failed alike. Kinds of errors as for zeph::Factor. A
+/// process on which memory runs out in the midst of a message ends the run (MPI_Abort). The same
+/// shares on the same number of processes give the same bits, for every number of threads, with
+/// Engine::Domains and InterfaceMethod::Dense.
 class ZEPH_API DistributedFactor {
  public:
   /// Checks the shares, assembles, orders and factorises. rows, cols, symmetry and triangular are

@@ -92,6 +92,14 @@ size_t pieces(size_t count, size_t size) {
   return (count + size - 1) / size;
 }
 
+/// What is below the square of columns begin .. end-1, in a strip of the columns first .. last-1
+/// that begins with row `first`, is wanted right of it as well.
+void turnRight(size_t first, size_t begin, size_t end, size_t last, Block strip) {
+  if (end == last) return;
+  kernels::transpose(end - begin, last - end, strip.at(end - first, begin - first).data,
+                     strip.colStride, strip.at(begin - first, end - first).data, strip.colStride);
+}
+
 }  // namespace
 
 InverterSizes::InverterSizes(const PanelStructure& s) {
@@ -216,10 +224,8 @@ void PanelInverter::gatherAncestor(const Part& part, Index ancestor, size_t firs
     kernels::copyPlaced(source, height * static_cast<size_t>(place[later] - place[c]),
                         place + begin, part.count - begin, target + begin);
   }
-  // The ancestors' squares are full; what is below them is wanted right of them as well.
-  if (end == last) return;
-  kernels::transpose(end - begin, last - end, strip.at(end - first, begin - first).data,
-                     strip.colStride, strip.at(begin - first, end - first).data, strip.colStride);
+  // The ancestors' squares are full.
+  turnRight(first, begin, end, last, strip);
 }
 
 /// The same for columns that the known block has, of which only the lower triangle is there.
@@ -235,9 +241,7 @@ void PanelInverter::gatherKnown(const Part& part, size_t first, size_t begin, si
                         part.count - c, target + c);
     for (size_t i = begin; i < c; ++i) target[i] = strip.at(c - first, i - first).data[0];
   }
-  if (end == last) return;
-  kernels::transpose(end - begin, last - end, strip.at(end - first, begin - first).data,
-                     strip.colStride, strip.at(begin - first, end - first).data, strip.colStride);
+  turnRight(first, begin, end, last, strip);
 }
 
 /// Columns first .. last-1 of Z22, from row `first` down, out of the ancestors' panels; the strip's

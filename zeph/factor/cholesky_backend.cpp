@@ -198,8 +198,10 @@ void CholeskyBackend::factorise(const double* values, size_t step, Symmetric sym
   const char* const how = inFile_ ? " with its factor in a scratch file" : "";
   requireRoom("factorising " + input_.source + how, means.bytes, bytes() - own);
   if (inFile_ && !file_) {
+    // Triangles of what would wait in memory.
     const bool keeps = means.thrift.keptFrom != sparse::kKeepNothing;
-    const double kept = keeps ? fronts(threads(), sparse::kKeepNothing) : 0.0;
+    const int apart = means.thrift.together ? 1 : threads();
+    const double kept = keeps ? 0.5 * fronts(apart, sparse::kKeepNothing) : 0.0;
     file_ = makeScratchFile(options_.scratchFolder, storage, kept, "the factor of " + input_.source,
                             watch.poll());
   } else if (!hasPanels()) {

@@ -75,8 +75,8 @@ RunPlan planRun(const SparseMatrix& A, const Options& options, const CostModel& 
                 int processes = 1);
 
 /// Of A, which is symmetric with a positive diagonal and whose compressed graph has so many nodes.
-/// Throws std::bad_alloc, also where A's graph
-/// is too large to be cut, which the processes would end with.
+/// Throws std::bad_alloc, also where A's graph is too large to be cut, which the processes would
+/// end with.
 DomainsPlan planDomains(const CostModel& model, const SparseMatrix& A, double nodes, int processes);
 /// A has so many entries in both triangles.
 SolvesPlan planSolves(const CostModel& model, const korin::sparse::Symbolic& symbolic,
