@@ -26,13 +26,15 @@ double parsedBytes(const std::string& text) {
   double value = 0.0;
   const char* const end = text.data() + text.size();
   const auto [rest, status] = std::from_chars(text.data(), end, value);
-  if (status != std::errc() || !(value > 0.0) || !std::isfinite(value)) return -1.0;
+  if (status != std::errc()) return -1.0;
   const std::map<std::string, double> units = {
       {"", 1.0},       {"K", 1e3},      {"M", 1e6},     {"G", 1e9},   {"T", 1e12},
       {"KB", 1e3},     {"MB", 1e6},     {"GB", 1e9},    {"TB", 1e12}, {"KiB", 0x1p10},
       {"MiB", 0x1p20}, {"GiB", 0x1p30}, {"TiB", 0x1p40}};
   const auto unit = units.find(std::string(rest, end));
-  return unit == units.end() ? -1.0 : value * unit->second;
+  if (unit == units.end()) return -1.0;
+  value *= unit->second;
+  return value >= 1.0 && std::isfinite(value) ? value : -1.0;
 }
 
 }  // namespace

@@ -308,6 +308,7 @@ TEST_F(ZephProgram, BadInputGetsOneSentenceAndLeavesNothingBehind) {
       {"demo --size -5 --out o", 2, {"--size: \"-5\" is no whole number"}},
       {"variances A.mtx --threads abc", 2, {"--threads: \"abc\" is no whole number"}},
       {"solve A.mtx b.mtx --memory 3X", 2, {"\"3X\" is no amount of memory"}},
+      {"plan A.mtx --memory 1e308G", 2, {"\"1e308G\" is no amount of memory"}},
       {"variences A.mtx", 2, {"did you mean \"variances\"?"}},
       {"help frobnicate", 2, {"there is no command \"frobnicate\""}},
       {"plan A.mtx --odering=amd", 2, {"\"--ordering\"", "zeph help plan"}},
