@@ -120,66 +120,11 @@ Factor factorInsteadOf(SparseMatrix& A, const Engine& o, Console& console) {
   return f;
 }
 
-// What of a matrix its judges speak of.
-struct Judged {
-  const std::string& source;
-  std::size_t indexBase;
-  std::vector<double> diagonal;
-};
-
-// The unknown of which value(i) is largest, as A counts it.
-template <class Value>
-std::size_t weakest(const Judged& A, const Value& value) {
-  std::size_t best = 0;
-  for (std::size_t i = 1; i < A.diagonal.size(); ++i) {
-    if (value(i) > value(best)) best = i;
-  }
-  return best + A.indexBase;
-}
-
-void warnOfError(const Judged& A, const char* what, double estimate, std::size_t unknown,
-                 const Console& console) {
-  char line[160];
-  std::snprintf(line, sizeof line,
-                "the relative error of the %s may reach %.1g, first of all at unknown %zu of ",
-                what, estimate, unknown);
-  console.warning(line + A.source + ": it is hardly determined");
-}
-
-// Variances say themselves which of them stands on the weakest feet: a(i,i) z(i,i) is how much
-// larger it is than if all other unknowns were known.
-void judgeVariances(double estimate, std::int64_t uncertain, std::int64_t firstUncertain,
-                    const std::vector<double>& d, const Judged& A, Console& console) {
+void tellVariances(double estimate, Console& console) {
   char line[96];
   std::snprintf(line, sizeof line, "estimated relative error of the variances: at most %.1g",
                 estimate);
   console.note(line);
-  if (uncertain > 0) {
-    console.warning(std::to_string(uncertain) + " of the " + std::to_string(d.size()) +
-                    " entries cancel to nearly nothing, the first of them that of unknown " +
-                    std::to_string(static_cast<std::size_t>(firstUncertain) + A.indexBase) +
-                    " of " + A.source + ": no digit of these is certain");
-  }
-  if (!(estimate > kDoubtfulRelativeError)) return;
-  const std::size_t i = weakest(A, [&](std::size_t k) { return std::abs(A.diagonal[k] * d[k]); });
-  warnOfError(A, "variances", estimate, i, console);
-}
-
-double sizeOf(double diagonal) {
-  return diagonal != 0.0 ? std::sqrt(std::abs(diagonal)) : 1.0;
-}
-
-// A right-hand side of random signs moves the unknowns most that are determined least. `moved` is
-// asked for where the condition makes the solution doubtful.
-void judgeSolution(double condition, const Judged& A,
-                   const std::function<std::vector<double>()>& moved, Console& console) {
-  const double estimate = condition * std::numeric_limits<double>::epsilon();
-  console.figures.add("relative_error_estimate", estimate);
-  if (!(estimate > kDoubtfulRelativeError)) return;
-  const std::vector<double> x = moved();
-  const std::size_t i =
-      weakest(A, [&](std::size_t k) { return std::abs(x[k]) * sizeOf(A.diagonal[k]); });
-  warnOfError(A, "solution", estimate, i, console);
 }
 
 // What the factor says of its last result.
@@ -335,7 +280,7 @@ std::optional<DistributedAnswer> asked(DistributedTask task, const Engine& o, Co
     }
     SparseMatrix A = readParts(*part, static_cast<std::size_t>(rank) + 1,
                                static_cast<std::size_t>(count), readOptions(o, console));
-    if (!A.entries.empty()) o.declare(A);
+    if (A.rows > 0) o.declare(A);
     return A;
   };
   if (task == DistributedTask::Solve) {
@@ -360,11 +305,9 @@ int writeVariances(const Engine& o, Console& console) {
   if (spreads(o)) {
     const auto answer = asked(DistributedTask::Variances, o, console);
     if (!answer) return 0;
-    const Judged A{answer->source, answer->indexBase, answer->diagonal};
-    const zeph_distributed_answer& r = answer->figures;
-    judgeVariances(r.relative_error_estimate, r.uncertain_variances, r.first_uncertain,
-                   answer->values, A, console);
-    warnOfNegative(answer->values, A.source, A.indexBase, console);
+    tellVariances(answer->figures.relative_error_estimate, console);
+    warnOfNegative(answer->values, answer->source, answer->indexBase, console);
+    for (const std::string& sentence : answer->warnings) console.warning(sentence);
     giveVariances(o, answer->values, console);
     return 0;
   }
@@ -378,11 +321,7 @@ int writeVariances(const Engine& o, Console& console) {
   } else {
     const Factor f = factorInsteadOf(A, o, console);
     d = f.variances();
-    const double estimate = f.report().relativeErrorEstimate;
-    char line[96];
-    std::snprintf(line, sizeof line, "estimated relative error of the variances: at most %.1g",
-                  estimate);
-    console.note(line);
+    tellVariances(f.report().relativeErrorEstimate, console);
     warnOfNegative(d, A.source, A.indexBase, console);
     tellLast(f, A, console);
   }
@@ -394,14 +333,14 @@ int writeSolution(const Engine& o, Console& console) {
   if (spreads(o)) {
     auto answer = asked(DistributedTask::Solve, o, console);
     if (!answer) return 0;
-    const Judged A{answer->source, answer->indexBase, answer->diagonal};
-    judgeSolution(
-        answer->figures.condition_estimate, A, [&] { return answer->moved; }, console);
+    const zeph_distributed_answer& r = answer->figures;
+    console.figures.add("relative_error_estimate", r.last_error_estimate);
+    for (const std::string& sentence : answer->warnings) console.warning(sentence);
     DenseMatrix X;
-    X.rows = A.diagonal.size();
+    X.rows = static_cast<std::size_t>(r.unknowns);
     X.cols = answer->values.size() / X.rows;
     X.values = std::move(answer->values);
-    giveSolution(o, X, answer->figures.relative_residual, console);
+    giveSolution(o, X, r.relative_residual, console);
     return 0;
   }
   requireMatrixOutput(o, {o.first, o.second});
@@ -484,6 +423,7 @@ int printLogDeterminant(const Engine& o, Console& console) {
   if (spreads(o)) {
     const auto answer = asked(DistributedTask::LogDeterminant, o, console);
     if (!answer) return 0;
+    for (const std::string& sentence : answer->warnings) console.warning(sentence);
     return giveLogDeterminant(answer->figures.log_determinant, answer->figures.sign, console);
   }
   const SparseMatrix A = load(o, console, o);

@@ -143,8 +143,7 @@ class Asking {
     try {
       answer_.figures = a;
       answer_.values.assign(a.values, a.values + a.count);
-      answer_.diagonal.assign(a.diagonal, a.diagonal + a.unknowns);
-      if (a.moved != nullptr) answer_.moved.assign(a.moved, a.moved + a.unknowns);
+      answer_.warnings.assign(a.warnings, a.warnings + a.warning_count);
       answer_.engine = a.engine;
       answer_.interface = a.interface;
       answer_.reason = a.reason;
@@ -224,6 +223,10 @@ void tellReport(const DistributedAnswer& answer, Console& console) {
     report.add("relative_error_estimate", r.relative_error_estimate);
   if (r.uncertain_variances > 0) report.add("uncertain_variances", r.uncertain_variances);
   if (r.backward_error > 0.0) report.add("backward_error", r.backward_error);
+  if (r.last_error_estimate > 0.0) report.add("last_error_estimate", r.last_error_estimate);
+  if (r.worst_unknown >= 0) {
+    report.add("worst_unknown", static_cast<std::size_t>(r.worst_unknown) + answer.indexBase);
+  }
   console.figures.add("report", report);
 
   const std::string between = r.interface_unknowns > 0

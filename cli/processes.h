@@ -43,7 +43,8 @@ struct DistributedQuestion {
 /// What all processes have found together; it owns what the figures point to.
 struct DistributedAnswer {
   zeph_distributed_answer figures{};
-  std::vector<double> values, diagonal, moved;
+  std::vector<double> values;
+  std::vector<std::string> warnings;
   std::string engine, interface, reason, source;
   std::size_t indexBase = 0;
 };

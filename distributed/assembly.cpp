@@ -35,6 +35,11 @@ const char* text(Symmetry symmetry) {
   return "";
 }
 
+std::string form(std::int64_t symmetry, std::int64_t triangular) {
+  const std::string name = text(static_cast<Symmetry>(symmetry));
+  return triangular != 0 ? name + " with one triangle alone" : name;
+}
+
 // Every process names the first other one, so that all say the same.
 void requireSameShape(const Communicator& comm, const SparseMatrix& share) {
   const std::int64_t mine[] = {static_cast<std::int64_t>(share.rows),
@@ -47,9 +52,9 @@ void requireSameShape(const Communicator& comm, const SparseMatrix& share) {
     if (std::equal(mine, mine + 4, firsts)) return;
     throw Error(ErrorKind::Unfit,
                 "the share is " + std::to_string(share.rows) + " x " + std::to_string(share.cols) +
-                    ", " + text(share.symmetry) + ", that of rank 0 " + std::to_string(firsts[0]) +
-                    " x " + std::to_string(firsts[1]) + ", " +
-                    text(static_cast<Symmetry>(firsts[2])) +
+                    ", " + form(mine[2], mine[3]) + ", that of rank 0 " +
+                    std::to_string(firsts[0]) + " x " + std::to_string(firsts[1]) + ", " +
+                    form(firsts[2], firsts[3]) +
                     "; all shares have the size and the form of the whole matrix");
   });
 }

@@ -26,10 +26,14 @@ class DistributedBackend {
   /// The diagonal of A⁻¹, and how far it can be trusted. Throws Error(Singular) only where it is
   /// not finite; the estimate is judged by the caller.
   virtual InverseCheck variances(double* diagonal) const = 0;
-  virtual void covariance(const std::int64_t* rows, const std::int64_t* cols, std::size_t count,
-                          double* values) const = 0;
+  virtual Doubt covariance(const std::int64_t* rows, const std::int64_t* cols, std::size_t count,
+                           double* values) const = 0;
   /// In place, one right-hand side; the caller refines. `transposed` solves Aᵀ x = b.
   virtual void solve(double* x, bool transposed) const = 0;
+  /// Of a solution with that backward error.
+  virtual Doubt solutionDoubt(double backwardError) const = 0;
+  /// Of the determinant, not of its logarithm.
+  virtual Doubt determinantDoubt() const = 0;
   virtual double logDeterminant() const = 0;
   virtual int determinantSign() const = 0;
 };

@@ -80,6 +80,9 @@ namespace {
 // Refinement stops here, or where it gains less than half.
 constexpr double kGoodBackwardError = 8.0 * std::numeric_limits<double>::epsilon();
 constexpr int kMostRefinements = 5;
+// Rows whose terms are all so small that they lose digits to underflow are not judged.
+constexpr double kLeastMagnitude =
+    std::numeric_limits<double>::min() / std::numeric_limits<double>::epsilon();
 
 // In front of a Cholesky factorisation, why there can be none; empty where nothing is known.
 std::string againstCholesky(const Assembled& A) {
@@ -176,6 +179,13 @@ class DistributedFactor::Impl {
     }
   }
 
+  // A result has been made, which it is.
+  void tell(const char* what, const Doubt& doubt) const {
+    result = {what, doubt.error <= 1.0 ? doubt.error : 1.0, doubt.unknown};
+    report.lastErrorEstimate = result.error;
+    report.worstUnknown = result.unknown;
+  }
+
   void countMessages() const { report.messageBytes = comm.sum(comm.bytesSent()); }
 
   const Communicator comm;
@@ -183,18 +193,20 @@ class DistributedFactor::Impl {
   Assembled A;
   Made made;
   mutable DistributedReport report;
+  mutable GivenResult result;
 
  private:
   void requireSameOptions() const {
-    const std::int64_t mine[] = {static_cast<std::int64_t>(options.engine),
-                                 static_cast<std::int64_t>(options.route),
-                                 static_cast<std::int64_t>(options.interface)};
-    std::int64_t firsts[] = {mine[0], mine[1], mine[2]};
+    const std::int64_t mine[] = {
+        static_cast<std::int64_t>(options.engine), static_cast<std::int64_t>(options.route),
+        static_cast<std::int64_t>(options.interface), options.scratchFolder.empty() ? 0 : 1};
+    std::int64_t firsts[] = {mine[0], mine[1], mine[2], mine[3]};
     comm.broadcast(0, firsts, std::size(firsts));
     comm.together([&] {
       if (std::equal(std::begin(mine), std::end(mine), firsts)) return;
       throw Error(ErrorKind::Usage,
-                  "engine, route or interface are not those that rank 0 asks for");
+                  "engine, route, interface or the use of a scratch folder are not those that "
+                  "rank 0 asks for");
     });
   }
 };
@@ -226,6 +238,9 @@ std::vector<double> DistributedFactor::variances() const {
     if (check.condition > 0.0) f.report.conditionEstimate = check.condition;
     f.countMessages();
     if (!(check.relativeErrorEstimate <= kLargestRelativeError)) f.comm.fail(singular(f.A.source));
+    f.tell("the variances", {check.relativeErrorEstimate, check.worstUnknown});
+    f.result.uncertain = check.uncertainVariances;
+    f.result.firstUncertain = check.firstUncertain;
     return diagonal;
   });
 }
@@ -254,7 +269,9 @@ std::vector<double> DistributedFactor::covariance(const std::vector<std::int64_t
     }
     beginStage(f.comm, f.options, "inverting");
     std::vector<double> values = f.comm.together([&] { return std::vector<double>(rows.size()); });
-    f.made.backend->covariance(rows.data(), cols.data(), rows.size(), values.data());
+    const Doubt doubt =
+        f.made.backend->covariance(rows.data(), cols.data(), rows.size(), values.data());
+    if (!rows.empty()) f.tell("the entries of the inverse", doubt);
     f.countMessages();
     return values;
   });
@@ -293,7 +310,7 @@ std::vector<double> DistributedFactor::solve(const std::vector<double>& b) const
       residual(f.comm, f.A, x.data(), right.data(), left.data(), size.data());
       double backward = 0.0;
       for (size_t i = 0; i < f.A.n; ++i) {
-        if (left[i] == 0.0) continue;
+        if (left[i] == 0.0 || size[i] <= kLeastMagnitude) continue;
         const double share = std::abs(left[i]) / size[i];
         if (!(share <= backward)) backward = share;  // also where it is none
       }
@@ -306,7 +323,6 @@ std::vector<double> DistributedFactor::solve(const std::vector<double>& b) const
       for (size_t i = 0; i < f.A.n; ++i) x[i] += left[i];
     }
     f.report.backwardError = least;
-    f.countMessages();
     const bool finite =
         std::all_of(best.begin(), best.end(), [](double v) { return std::isfinite(v); });
     if (!std::isfinite(least) || !finite) {
@@ -314,12 +330,19 @@ std::vector<double> DistributedFactor::solve(const std::vector<double>& b) const
                         "the solution overflows the range of a double; scale the right-hand side"));
     }
     if (least > kLargestRelativeError) f.comm.fail(singular(f.A.source));
+    f.tell("the solution", f.made.backend->solutionDoubt(least));
+    f.countMessages();
     return best;
   });
 }
 
 double DistributedFactor::logDeterminant() const {
-  return impl_->made.backend->logDeterminant();
+  const Impl& f = *impl_;
+  return f.ask([&] {
+    f.tell("the determinant", f.made.backend->determinantDoubt());
+    f.countMessages();
+    return f.made.backend->logDeterminant();
+  });
 }
 
 int DistributedFactor::determinantSign() const {
@@ -334,6 +357,11 @@ double DistributedFactor::estimateCondition() const {
     }
     return f.report.conditionEstimate;
   });
+}
+
+std::vector<std::string> DistributedFactor::warnings() const {
+  const Impl& f = *impl_;
+  return warningsOf(f.result, f.A.source, f.A.indexBase, f.A.n);
 }
 
 DistributedReport DistributedFactor::report() const {

@@ -90,6 +90,8 @@ struct DistributedReport {
   double backwardError = 0.0;           ///< as in Report
   /// What was taken between the domains; Automatic where there was nothing to take.
   InterfaceMethod interface = InterfaceMethod::Automatic;
+  double lastErrorEstimate = 0.0;  ///< as in Report
+  std::int64_t worstUnknown = -1;  ///< as in Report
 };
 
 /// A factorised square matrix A that is spread over the processes of an MPI communicator, and what
@@ -137,13 +139,16 @@ class ZEPH_API DistributedFactor {
   /// ε or does not fall any more.
   std::vector<double> solve(const std::vector<double>& b) const;
 
-  /// log |det A|, the natural logarithm.
+  /// log |det A|, the natural logarithm. Error(Singular) where no digit of det A is certain.
   double logDeterminant() const;
   /// The sign of det A: 1 or -1.
   int determinantSign() const;
 
   /// Estimate of the condition number as of Factor::estimateCondition(): some ten solves.
   double estimateCondition() const;
+
+  /// Sentences on the last result, as those of Factor::warnings(). None, as a rule. Not collective.
+  std::vector<std::string> warnings() const;
 
   /// What the factor is and what it took. Not collective.
   DistributedReport report() const;

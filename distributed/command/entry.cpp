@@ -4,14 +4,12 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <limits>
 #include <string>
 #include <vector>
 
 #include "distributed/distributed_factor.h"
 #include "distributed/factor_parts.h"
 #include "zeph/dense_matrix.h"
-#include "zeph/factor/normal_numbers.h"
 #include "zeph/jobs/distributed_call.h"
 
 namespace zeph::distributed {
@@ -83,7 +81,7 @@ Question read(const Communicator& comm, const zeph_distributed_call& call) {
       Communicator::Naming::None);
   int whole = got.whole;
   comm.broadcast(0, &whole, 1);
-  shareShape(comm, q.share, got.entries != nullptr);
+  shareShape(comm, q.share, got.rows > 0);
   if (whole != 0) {
     scatter(comm, got.entries, got.count, q.share.entries);
   } else {
@@ -93,20 +91,15 @@ Question read(const Communicator& comm, const zeph_distributed_call& call) {
   return q;
 }
 
-// Σ |a(i,j)| of each row, and the diagonal.
-void sizesOf(const FactorParts& f, Vector& rows, Vector& diagonal) {
-  rows.assign(f.A.n, 0.0);
-  diagonal.assign(f.A.n, 0.0);
+// Σ |a(i,j)| of each row.
+Vector rowSizes(const FactorParts& f) {
+  Vector rows(f.A.n, 0.0);
   for (const Entry& e : f.A.entries) {
     rows[e.row] += std::abs(e.value);
-    if (e.row == e.col) {
-      diagonal[e.row] = e.value;
-    } else if (f.A.symmetric()) {
-      rows[e.col] += std::abs(e.value);
-    }
+    if (e.row != e.col && f.A.symmetric()) rows[e.col] += std::abs(e.value);
   }
   f.comm.sum(rows.data(), rows.size());
-  f.comm.sum(diagonal.data(), diagonal.size());
+  return rows;
 }
 
 double largestOf(const Vector& v) {
@@ -121,17 +114,6 @@ double relativeResidual(const FactorParts& f, const Vector& x, const Vector& b, 
   residual(f.comm, f.A, x.data(), b.data(), left.data(), size.data());
   const double r = largestOf(left);
   return r > 0.0 ? r / (norm * largestOf(x) + largestOf(b)) : 0.0;
-}
-
-// Right-hand sides of random signs move the unknowns most that are determined least.
-Vector randomSigns(const Vector& diagonal) {
-  Vector signs(diagonal.size());
-  NormalNumbers numbers(1);
-  for (size_t i = 0; i < signs.size(); ++i) {
-    const double size = diagonal[i] != 0.0 ? std::sqrt(std::abs(diagonal[i])) : 1.0;
-    signs[i] = std::copysign(size, numbers.next());
-  }
-  return signs;
 }
 
 void addReport(const DistributedReport& r, zeph_distributed_answer& a) {
@@ -156,30 +138,32 @@ void addReport(const DistributedReport& r, zeph_distributed_answer& a) {
   a.relative_error_estimate = r.relativeErrorEstimate;
   a.backward_error = r.backwardError;
   a.uncertain_variances = r.uncertainVariances;
-  a.first_uncertain = r.firstUncertain;
+  a.last_error_estimate = r.lastErrorEstimate;
+  a.worst_unknown = r.worstUnknown;
 }
 
+// `report` and `warnings` are those of the worst column.
 void solveAll(const DistributedFactor& f, const FactorParts& parts, DenseMatrix& right,
-              const Vector& rowSizes, const Vector& diagonal, Vector& values, Vector& moved,
-              zeph_distributed_answer& answer) {
+              Vector& values, zeph_distributed_answer& answer, DistributedReport& report,
+              std::vector<std::string>& warnings) {
   const Communicator& comm = parts.comm;
   comm.broadcast(0, &right.cols, 1);
-  const double norm = largestOf(rowSizes);
-  double worst = 0.0;
+  const double norm = largestOf(rowSizes(parts));
   for (size_t c = 0; c < right.cols; ++c) {
     Vector b(parts.A.n);
     if (comm.first()) std::copy_n(right.values.begin() + c * parts.A.n, parts.A.n, b.begin());
     comm.broadcast(0, b.data(), b.size());
     const Vector x = f.solve(b);
-    worst = std::max(worst, f.report().backwardError);
+    const double worst = report.backwardError;
+    if (f.report().lastErrorEstimate >= report.lastErrorEstimate) {
+      report = f.report();
+      warnings = f.warnings();
+    }
+    report.backwardError = std::max(worst, f.report().backwardError);
     answer.relative_residual =
         std::max(answer.relative_residual, relativeResidual(parts, x, b, norm));
     if (comm.first()) values.insert(values.end(), x.begin(), x.end());
   }
-  answer.backward_error = worst;
-  answer.condition_estimate = f.estimateCondition();
-  const double error = answer.condition_estimate * std::numeric_limits<double>::epsilon();
-  if (error > kDoubtfulRelativeError) moved = f.solve(randomSigns(diagonal));
 }
 
 void ask(const zeph_distributed_call& call) {
@@ -200,29 +184,34 @@ void ask(const zeph_distributed_call& call) {
   const FactorParts parts = FactorParts::of(f);
 
   zeph_distributed_answer answer{};
-  Vector values, diagonal, rowSizes, moved;
-  sizesOf(parts, rowSizes, diagonal);
+  Vector values;
+  DistributedReport report = f.report();
+  std::vector<std::string> warnings;
   switch (static_cast<DistributedTask>(call.task)) {
     case DistributedTask::Variances:
       values = f.variances();
       break;
     case DistributedTask::Solve:
-      solveAll(f, parts, q.right, rowSizes, diagonal, values, moved, answer);
+      solveAll(f, parts, q.right, values, answer, report, warnings);
       break;
     case DistributedTask::LogDeterminant:
       answer.log_determinant = f.logDeterminant();
       answer.sign = f.determinantSign();
       break;
   }
-  const double backwardError = answer.backward_error, condition = answer.condition_estimate;
-  const DistributedReport report = f.report();
+  if (static_cast<DistributedTask>(call.task) != DistributedTask::Solve) {
+    report = f.report();
+    warnings = f.warnings();
+  }
+  report.messageBytes = f.report().messageBytes;
   addReport(report, answer);
-  answer.backward_error = std::max(backwardError, 0.0);
-  answer.condition_estimate = std::max(condition, answer.condition_estimate);
+  std::vector<const char*> sentences;
+  sentences.reserve(warnings.size());
+  for (const std::string& sentence : warnings) sentences.push_back(sentence.c_str());
+  answer.warnings = sentences.data();
+  answer.warning_count = sentences.size();
   answer.values = values.data();
   answer.count = values.size();
-  answer.diagonal = diagonal.data();
-  answer.moved = moved.empty() ? nullptr : moved.data();
   if (comm.first()) call.take(call.context, &answer);
 }
 

@@ -38,9 +38,11 @@ class DomainsBackend final : public DistributedBackend {
 
   DistributedReport report() const override { return report_; }
   InverseCheck variances(double* diagonal) const override;
-  void covariance(const std::int64_t* rows, const std::int64_t* cols, size_t count,
-                  double* values) const override;
+  Doubt covariance(const std::int64_t* rows, const std::int64_t* cols, size_t count,
+                   double* values) const override;
   void solve(double* x, bool transposed) const override;
+  Doubt solutionDoubt(double backwardError) const override;
+  Doubt determinantDoubt() const override;
   double logDeterminant() const override { return logDeterminant_; }
   int determinantSign() const override { return 1; }
 
@@ -59,6 +61,7 @@ class DomainsBackend final : public DistributedBackend {
   void reportFactor(double secondsOrdering, double secondsFactorisation);
   void requireInverse() const;
   void requireTrust() const;
+  const Weakness& weak() const;
   void scaleRows(double* x) const;
   void solveScaled(double* x) const;
   Vector interfaceSums(const Vector& ofDomain) const;
@@ -88,6 +91,7 @@ class DomainsBackend final : public DistributedBackend {
   mutable bool inverted_ = false;
   /// 0 where the pivots leave no doubt.
   double condition_ = 0.0;
+  mutable std::optional<Weakness> weakness_;
 };
 
 DomainsBackend::DomainsBackend(const Communicator& comm, const Assembled& A,
@@ -302,13 +306,19 @@ InverseCheck DomainsBackend::variances(double* diagonal) const {
   check.identityResidual = comm_.largest(largest);
   if (std::isnan(norm)) check.identityResidual = norm;
   double products = 0.0;
+  Weakness weak;
+  comm_.together([&] { weak.rows.reserve(A_.n); });
   for (size_t i = 0; i < A_.n; ++i) {
     const double product = diagonal_[i] * diagonal[i];
     products += product * product;
     check.condition += product;
+    weak.rows.push_back(product);
   }
+  weak.size = check.condition;
+  check.worstUnknown = weak.weakest();
   check.relativeErrorEstimate = relativeErrorEstimate(norm, std::sqrt(products));
   if (!(check.relativeErrorEstimate <= kLargestRelativeError)) return check;
+  weakness_ = std::move(weak);  // of what chance has told
   for (size_t i = 0; i < A_.n; ++i) {
     diagonal[i] = std::ldexp(diagonal[i], 2 * exponent(i));
     if (std::isfinite(diagonal[i])) continue;
@@ -367,8 +377,8 @@ Vector DomainsBackend::onPattern(const std::int64_t* rows, const std::int64_t* c
   return values;
 }
 
-void DomainsBackend::covariance(const std::int64_t* rows, const std::int64_t* cols, size_t count,
-                                double* values) const {
+Doubt DomainsBackend::covariance(const std::int64_t* rows, const std::int64_t* cols, size_t count,
+                                 double* values) const {
   requireTrust();
   requireInverse();
   Vector found;
@@ -394,6 +404,10 @@ void DomainsBackend::covariance(const std::int64_t* rows, const std::int64_t* co
     values[k] = std::ldexp(
         found[k], exponent(static_cast<size_t>(rows[k])) + exponent(static_cast<size_t>(cols[k])));
   }
+  if (count == 0) return {};
+  std::vector<std::int64_t> asked(rows, rows + count);
+  asked.insert(asked.end(), cols, cols + count);
+  return {kEntryErrors * weak().size, weak().weakest(asked.data(), asked.size())};
 }
 
 void DomainsBackend::scaleRows(double* x) const {
@@ -434,6 +448,27 @@ void DomainsBackend::solve(double* x, bool) const {
 // Before results that come without a check of their own.
 void DomainsBackend::requireTrust() const {
   if (!(condition_ < kWorthlessCondition)) comm_.fail(singular(A_.source));
+}
+
+// The pivots tell of single directions that chance may have missed.
+const Weakness& DomainsBackend::weak() const {
+  if (!weakness_) {
+    weakness_ = weakness(comm_, A_, *this);
+    weakness_->size = std::max(weakness_->size, 1.0 / smallestPivotShare_);
+  }
+  return *weakness_;
+}
+
+Doubt DomainsBackend::solutionDoubt(double backwardError) const {
+  // What is no larger than one off a diagonal of ones adds up to about the length of a row.
+  const double row = static_cast<double>(A_.positions) / static_cast<double>(A_.n) + 1.0;
+  const double error = std::max(backwardError, std::numeric_limits<double>::epsilon());
+  return {error * row * weak().size, weak().weakest()};
+}
+
+Doubt DomainsBackend::determinantDoubt() const {
+  requireTrust();
+  return {kEntryErrors * weak().size, weak().weakest()};
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -41,16 +42,19 @@ class MumpsBackend : public DistributedBackend {
 
   DistributedReport report() const override { return report_; }
   InverseCheck variances(double* diagonal) const override;
-  void covariance(const std::int64_t* rows, const std::int64_t* cols, size_t count,
-                  double* values) const override;
+  Doubt covariance(const std::int64_t* rows, const std::int64_t* cols, size_t count,
+                   double* values) const override;
   void solve(double* x, bool transposed) const override;
+  Doubt solutionDoubt(double backwardError) const override;
+  Doubt determinantDoubt() const override { return solutionDoubt(kEntryErrors); }
   double logDeterminant() const override { return mumps_.logDeterminant(); }
   int determinantSign() const override { return mumps_.realGlobal(12) < 0.0 ? -1 : 1; }
 
  private:
   void analyse();
   void factorise();
-  InverseCheck judge(const std::vector<Entry>& whole, const WantedEntries& z) const;
+  InverseCheck judge(const std::vector<Entry>& whole, const WantedEntries& z,
+                     const std::vector<double>& sizes) const;
 
   const Communicator& comm_;
   const Assembled& A_;
@@ -58,6 +62,7 @@ class MumpsBackend : public DistributedBackend {
   const DistributedOptions& options_;
   mutable Instance mumps_;  // its solves change parameters
   double condition_ = 0.0;
+  mutable std::optional<Weakness> weakness_;
   DistributedReport report_;
 };
 
@@ -133,39 +138,54 @@ void MumpsBackend::solve(double* x, bool transposed) const {
   mumps_.solve(x, transposed && !A_.symmetric());
 }
 
-// From Σ a(j,k) z(k,j), which is 1. `whole` has all of A.
-InverseCheck MumpsBackend::judge(const std::vector<Entry>& whole, const WantedEntries& z) const {
-  std::vector<double> sum(A_.n, 0.0), product(A_.n, 0.0), largest(A_.n, 0.0);
+Doubt MumpsBackend::solutionDoubt(double backwardError) const {
+  const double error = condition_ * std::max(backwardError, kEpsilon);
+  if (!(error > kDoubtfulError)) return {error, 0};
+  if (!weakness_) weakness_ = weakness(comm_, A_, *this);
+  return {error, weakness_->weakest()};
+}
+
+// From Σ a(j,k) z(k,j), which is 1, and where A is not definite from the sizes of the inverse's
+// rows and columns, whose errors its diagonal has. `whole` has all of A.
+InverseCheck MumpsBackend::judge(const std::vector<Entry>& whole, const WantedEntries& z,
+                                 const std::vector<double>& sizes) const {
+  std::vector<double> sum(A_.n, 0.0), product(A_.n, 0.0);
   for (const Entry& e : whole) {
     const double across = A_.symmetric() ? z.at(e.row, e.col) : z.at(e.col, e.row);
     sum[e.row] += e.value * across;
-    const double sizes = std::abs(e.value * across);
-    largest[e.row] = std::max(largest[e.row], sizes);
     if (e.row == e.col) {
       product[e.row] = e.value * across;
     } else if (A_.symmetric()) {
       sum[e.col] += e.value * across;
-      largest[e.col] = std::max(largest[e.col], sizes);
     }
   }
   InverseCheck check;
   check.condition = condition_;
-  double residuals = 0.0, products = 0.0;
+  double residuals = 0.0, products = 0.0, weakest = -1.0;
   for (size_t j = 0; j < A_.n; ++j) {
     const double r = sum[j] - 1.0;
     check.identityResidual = std::max(check.identityResidual, std::abs(r));
     residuals += r * r;
     products += product[j] * product[j];
+    if (std::abs(product[j]) <= weakest) continue;
+    weakest = std::abs(product[j]);
+    check.worstUnknown = static_cast<std::int64_t>(j);
   }
   if (definite_) {
     check.relativeErrorEstimate = relativeErrorEstimate(std::sqrt(residuals), std::sqrt(products));
     return check;
   }
   check.relativeErrorEstimate = std::max(kLuSafety * condition_ * kEpsilon, check.identityResidual);
+  if (!(check.relativeErrorEstimate <= kLargestRelativeError)) return check;
+  check.relativeErrorEstimate = kLuSafety * kEpsilon;
   for (size_t j = 0; j < A_.n; ++j) {
-    const double certain = check.relativeErrorEstimate * largest[j];
-    if (std::abs(product[j]) * kLargestRelativeError > certain || product[j] == 0.0) continue;
-    if (check.uncertainVariances++ == 0) check.firstUncertain = static_cast<std::int64_t>(j);
+    const double size = std::abs(z.at(j, j)), error = kEntryErrors * sizes[j];
+    if (error > kLargestRelativeError * size) {
+      if (check.uncertainVariances++ == 0) check.firstUncertain = static_cast<std::int64_t>(j);
+    } else if (error > check.relativeErrorEstimate * size) {
+      check.relativeErrorEstimate = error / size;
+      check.worstUnknown = static_cast<std::int64_t>(j);
+    }
   }
   return check;
 }
@@ -188,6 +208,8 @@ InverseCheck MumpsBackend::variances(double* diagonal) const {
     wanted.set(std::move(places));
   });
   mumps_.invert(wanted);
+  std::vector<double> sizes;
+  if (!definite_) sizes = sensitivities(comm_, A_, *this);
   InverseCheck check;
   bool finite = true;
   if (comm_.first()) {
@@ -195,7 +217,7 @@ InverseCheck MumpsBackend::variances(double* diagonal) const {
       diagonal[j] = wanted.at(j, j);
       finite = finite && std::isfinite(diagonal[j]);
     }
-    check = judge(whole, wanted);
+    check = judge(whole, wanted, sizes);
   }
   comm_.broadcast(0, diagonal, A_.n);
   comm_.broadcast(0, &check, 1);
@@ -204,9 +226,9 @@ InverseCheck MumpsBackend::variances(double* diagonal) const {
   return check;
 }
 
-void MumpsBackend::covariance(const std::int64_t* rows, const std::int64_t* cols, size_t count,
-                              double* values) const {
-  if (count == 0) return;
+Doubt MumpsBackend::covariance(const std::int64_t* rows, const std::int64_t* cols, size_t count,
+                               double* values) const {
+  if (count == 0) return {};
   WantedEntries wanted(A_.n);
   comm_.together([&] {
     if (!comm_.first()) return;
@@ -223,6 +245,19 @@ void MumpsBackend::covariance(const std::int64_t* rows, const std::int64_t* cols
     }
   }
   comm_.broadcast(0, values, count);
+  for (size_t k = 0; k < count; ++k) {
+    if (!std::isfinite(values[k])) comm_.fail(singular(A_.source));
+  }
+  Doubt doubt = determinantDoubt();
+  if (weakness_) doubt.unknown = weakness_->weakest(rows, count);
+  if (definite_) return doubt;
+  // Entries on the diagonal may be small beside their rows and columns, whose errors they have.
+  const std::vector<double> sizes = sensitivities(comm_, A_, *this);
+  for (size_t k = 0; k < count; ++k) {
+    if (rows[k] != cols[k]) continue;
+    raise(doubt, kEntryErrors * sizes[rows[k]] / std::abs(values[k]), rows[k]);
+  }
+  return doubt;
 }
 
 }  // namespace

@@ -74,6 +74,9 @@ class Processes : public FrontTest {
 
 TEST_F(Processes, GiveWhatOneGives) {
   ASSERT_EQ(alone("split A.mtx --parts 5").status, 0);
+  const std::string head = "%%MatrixMarket matrix coordinate real general\n2 2 ";
+  write("W.1of2.mtx", head + "0\n");  // nearly singular, and one part has nothing
+  write("W.2of2.mtx", head + "3\n1 1 1\n2 1 1\n2 2 1.000000001\n");
   const struct {
     int count;
     std::string arguments, ofAll, said;
@@ -83,6 +86,7 @@ TEST_F(Processes, GiveWhatOneGives) {
                {3, "variances A.4of5.mtx", "", "A.mtx in 5 parts is symmetric"},
                {2, "solve A.mtx b.txt", "", "relative residual"},
                {2, "solve G.mtx b.txt", " --scratch . --engine mumps", "LU"},
+               {3, "logdet W.1of2.mtx --symmetric", "", "hardly determined"},
                {3, "logdet G.mtx", "", "by the engine mumps"}};
   for (const auto& c : cases) {
     const Outcome want = alone(c.arguments), got = spread(c.count, c.arguments + c.ofAll);

@@ -246,7 +246,8 @@ TEST(DistributedFactor, OneFailureIsThatOfAllProcesses) {
       {[](SparseMatrix&, DistributedOptions& options) { options.memoryLimit = 1e3; },
        "8 " + who + "the part of one process in the factor of the matrix would take"},
       {[](SparseMatrix&, DistributedOptions& options) { options.scratchFolder = "/nowhere"; },
-       "7 " + who + "no scratch files can be written in /nowhere: No such file or directory"},
+       last == 0 ? "7 no scratch files can be written in /nowhere: No such file or directory"
+                 : "2 " + who + "engine, route, interface or the use of a scratch folder"},
       {[](SparseMatrix& share, DistributedOptions&) {
          share.entries.push_back({1, 0, -9.0});
        },
@@ -309,6 +310,65 @@ TEST(DistributedFactor, RefusesWhatHasNoAnswer) {
   EXPECT_NE(thrown(shareOf(hilbert, 1), mumps), "");
 }
 
+// A chain of unit weights that is held by h at one end, whose determinant is h: what is off is
+// told, or refused.
+TEST(DistributedFactor, TellsWhatIsHardlyDetermined) {
+  for (const double h : {1e-1, 1e-9, 1e-13}) {
+    SparseMatrix A;
+    A.rows = A.cols = 30;
+    A.symmetry = Symmetry::Symmetric;
+    for (std::uint32_t k = 0; k < 30; ++k) {
+      A.entries.push_back({k, k, k == 0 ? 1.0 + h : k == 29 ? 1.0 : 2.0});
+      if (k > 0) A.entries.push_back({k, k - 1, -1.0});
+    }
+    const double held = std::log(A.entries[0].value - 1.0);
+    for (const char* how : {"dense", "sparse", "mumps"}) {
+      SCOPED_TRACE(how + (" " + std::to_string(h)));
+      DistributedOptions options;
+      options.engine = std::string(how) == "mumps" ? Engine::Mumps : Engine::Domains;
+      if (std::string(how) == "sparse") options.interface = InterfaceMethod::Sparse;
+      int answers = 0;
+      try {
+        const DistributedFactor f(MPI_COMM_WORLD, shareOf(A, 7), options);
+        const std::function<void()> questions[] = {
+            [&] {
+              const double error = std::abs(f.logDeterminant() - held);
+              EXPECT_LT(error, 1e-13 + f.report().lastErrorEstimate);
+            },
+            [&] { f.solve(std::vector<double>(30, 1.0)); },
+            [&] {
+              f.covariance({3, 4}, {3, 3});
+            },
+            [&] { f.variances(); }};
+        for (const auto& question : questions) {
+          try {
+            question();
+            ++answers;
+            EXPECT_EQ(f.warnings().size(), h < 1e-2 ? 1u : 0u);
+            EXPECT_EQ(f.report().lastErrorEstimate > 1e-6, h < 1e-2);
+          } catch (const Error& e) {
+            EXPECT_EQ(e.kind(), ErrorKind::Singular);
+          }
+        }
+      } catch (const Error& e) {
+        EXPECT_EQ(e.kind(), ErrorKind::Singular);
+      }
+      EXPECT_EQ(answers, h < 1e-12 ? 0 : 4);
+    }
+  }
+  // The inverse has a zero where A has one, of which rounding leaves something.
+  SparseMatrix A;
+  A.rows = A.cols = 3;
+  A.entries = {{0, 0, .1},  {0, 1, .3},  {1, 0, .3},  {1, 1, .9},
+               {0, 2, 1.0}, {2, 0, 1.0}, {1, 2, 2.0}, {2, 1, 2.0}};
+  const DistributedFactor f(MPI_COMM_WORLD, shareOf(A, 8));
+  EXPECT_LT(std::abs(f.variances()[2]), 1e-15);
+  EXPECT_EQ(f.report().uncertainVariances, 1);
+  EXPECT_EQ(f.report().firstUncertain, 2);
+  f.covariance({2}, {2});
+  EXPECT_EQ(f.warnings().size(), 1u);
+}
+
 TEST(DistributedFactor, StopsOnRequestAndRefusesWrongArguments) {
   const SparseMatrix A = network(5, 4, 1, 1, 1, false, 1);
   DistributedOptions options;
@@ -325,6 +385,7 @@ TEST(DistributedFactor, StopsOnRequestAndRefusesWrongArguments) {
   EXPECT_THROW(f.covariance({0}, {20}), Error);
   EXPECT_THROW(f.covariance({0}, {}), Error);
   EXPECT_EQ(f.covariance({}, {}).size(), 0u);
+  EXPECT_LT(f.solve(std::vector<double>(A.rows, 5e-324))[0], 1e-320);  // no digits to judge by
   expectSame(f.solve(std::vector<double>(A.rows, 1.0)),
              Factor(A).solve(std::vector<double>(A.rows, 1.0)), 1e-12);
 }

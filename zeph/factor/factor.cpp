@@ -591,23 +591,12 @@ Report Factor::report() const {
 std::vector<std::string> Factor::warnings() const {
   return guarded(impl_->source, [&] {
     const std::lock_guard<std::mutex> lock(impl_->mutex);
-    const auto unknown = [&](std::int64_t row) {
-      return "unknown " + std::to_string(static_cast<size_t>(row) + impl_->indexBase) + " of " +
-             impl_->source;
-    };
-    std::vector<std::string> sentences;
-    const InverseCheck& check = impl_->check;
-    if (impl_->result == kVariances && check.uncertainVariances > 0) {
-      sentences.push_back(std::to_string(check.uncertainVariances) + " of the " +
-                          std::to_string(impl_->rows) +
-                          " entries cancel to nearly nothing, the first of them that of " +
-                          unknown(check.firstUncertain) + ": no digit of these is certain");
+    GivenResult given{impl_->result, impl_->last.error, impl_->last.unknown};
+    if (impl_->result == kVariances) {
+      given.uncertain = impl_->check.uncertainVariances;
+      given.firstUncertain = impl_->check.firstUncertain;
     }
-    if (impl_->last.error > kDoubtfulError) {
-      sentences.push_back(
-          doubtSentence(impl_->result, impl_->last.error, unknown(impl_->last.unknown)));
-    }
-    return sentences;
+    return warningsOf(given, impl_->source, impl_->indexBase, impl_->rows);
   });
 }
 

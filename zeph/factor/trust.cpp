@@ -2,6 +2,7 @@
 
 #include <limits>
 
+#include "zeph/factor.h"
 #include "zeph/files/number_text.h"
 
 namespace zeph {
@@ -28,6 +29,23 @@ std::string doubtSentence(const std::string& what, double error, const std::stri
   appendDigits(size, error, 1);
   return "the relative error of " + what + " may reach " + size + ", first of all at " + unknown +
          ": it is hardly determined";
+}
+
+std::vector<std::string> warningsOf(const GivenResult& result, const std::string& source,
+                                    std::size_t indexBase, std::size_t rows) {
+  const auto unknown = [&](std::int64_t row) {
+    return "unknown " + std::to_string(static_cast<std::size_t>(row) + indexBase) + " of " + source;
+  };
+  std::vector<std::string> sentences;
+  if (result.uncertain > 0) {
+    sentences.push_back(std::to_string(result.uncertain) + " of the " + std::to_string(rows) +
+                        " entries cancel to nearly nothing, the first of them that of " +
+                        unknown(result.firstUncertain) + ": no digit of these is certain");
+  }
+  if (result.error > kDoubtfulError) {
+    sentences.push_back(doubtSentence(result.what, result.error, unknown(result.unknown)));
+  }
+  return sentences;
 }
 
 Error notPositiveDefinite(const std::string& source, std::size_t indexBase, std::int64_t row) {

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <limits>
 #include <string>
+#include <vector>
 
 #include "zeph/error.h"
 
@@ -45,6 +46,19 @@ inline constexpr double kEntryErrors = 24.0 * std::numeric_limits<double>::epsil
 
 /// "the relative error of WHAT may reach 3e-05, first of all at UNKNOWN: it is hardly determined"
 std::string doubtSentence(const std::string& what, double error, const std::string& unknown);
+
+/// A result that a factor has given: what it is, its estimated relative error, the unknown where
+/// that is largest, and how many variances cancel to nearly nothing, the first of them.
+struct GivenResult {
+  const char* what = "";
+  double error = 0.0;
+  std::int64_t unknown = -1;
+  std::int64_t uncertain = 0, firstUncertain = -1;
+};
+
+/// What is to be said of a result of a matrix of so many rows, as Factor::warnings() says it.
+std::vector<std::string> warningsOf(const GivenResult& result, const std::string& source,
+                                    std::size_t indexBase, std::size_t rows);
 
 Error notPositiveDefinite(const std::string& source, std::size_t indexBase, std::int64_t row);
 Error singular(const std::string& source);

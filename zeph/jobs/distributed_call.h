@@ -29,9 +29,9 @@ struct zeph_distributed_answer {
   std::uint64_t count;
   double log_determinant;
   int sign;
-  const double* diagonal;  ///< that of the matrix
-  const double* moved;  ///< a solution for random signs, where the condition is doubtful, or null
   double relative_residual;
+  const char* const* warnings;  ///< sentences, as of zeph::DistributedFactor::warnings()
+  std::uint64_t warning_count;
 
   const char *engine, *interface, *reason;
   int route, processes, threads;  ///< route as in zeph::Route
@@ -39,7 +39,8 @@ struct zeph_distributed_answer {
   double operations, bytes, message_bytes, balance;
   double seconds_ordering, seconds_factorisation, seconds_inverse;
   double condition_estimate, relative_error_estimate, backward_error;
-  std::int64_t uncertain_variances, first_uncertain;
+  double last_error_estimate;
+  std::int64_t uncertain_variances, worst_unknown;
 };
 
 /// A question to all processes. Each of them asks the same; the functions are called on it.
@@ -74,13 +75,10 @@ using zeph_distributed_run_function = int (*)(const zeph_distributed_call*);
 
 namespace zeph {
 
-inline constexpr int kDistributedCallVersion = 2;
+inline constexpr int kDistributedCallVersion = 3;
 inline constexpr char kDistributedRun[] = "zeph_distributed_run";
 
 enum class DistributedTask : int { Variances, Solve, LogDeterminant };
-
-/// From this condition number times ε on, results come with a warning.
-inline constexpr double kDoubtfulRelativeError = 1e-6;
 
 }  // namespace zeph
 
