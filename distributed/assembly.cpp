@@ -6,6 +6,7 @@
 #include <optional>
 #include <utility>
 
+#include "sparse/pattern/assembly.h"
 #include "zeph/checks/one_triangle.h"
 #include "zeph/error.h"
 #include "zeph/files/number_text.h"
@@ -14,7 +15,11 @@
 namespace zeph::distributed {
 namespace {
 
+using korin::sparse::Index;
 using std::size_t;
+
+// Of the values of entries.
+constexpr size_t kStep = sizeof(Entry) / sizeof(double);
 
 size_t smaller(const Entry& e) {
   return std::min(e.row, e.col);
@@ -77,43 +82,166 @@ std::vector<std::int64_t> cutColumns(const Communicator& comm, const SparseMatri
   return first;
 }
 
-// The entries of this process's columns, from all, unsorted; one triangle becomes the lower one.
-std::vector<Entry> sendToOwners(const Communicator& comm, const SparseMatrix& share,
-                                const std::vector<std::int64_t>& firstColumn) {
-  std::vector<std::vector<Entry>> to = comm.together([&] {
-    std::vector<std::vector<Entry>> parts(static_cast<size_t>(comm.size()));
-    for (Entry e : share.entries) {
-      const auto next = std::upper_bound(firstColumn.begin() + 1, firstColumn.end() - 1,
+struct Place {
+  Index row, col;
+};
+
+// Tells every process which places of its columns it gets values for, and makes A's entries there,
+// without values: the lower one of each pair.
+void findDestinations(const Communicator& comm, const SparseMatrix& share, Assembled& A) {
+  Destinations& d = A.destinations;
+  d.symmetry = share.symmetry;
+  std::vector<std::vector<Place>> to = comm.together([&] {
+    std::vector<std::vector<Place>> parts(static_cast<size_t>(comm.size()));
+    d.owner = korin::sparse::Slots(share.entries.size());
+    for (const Entry& e : share.entries) {
+      const auto next = std::upper_bound(A.firstColumn.begin() + 1, A.firstColumn.end() - 1,
                                          static_cast<std::int64_t>(smaller(e)));
-      if (share.symmetry == Symmetry::Symmetric && e.row < e.col) std::swap(e.row, e.col);
-      auto& part = parts[static_cast<size_t>(next - firstColumn.begin() - 1)];
-      part.push_back(e);
-      if (share.symmetry != Symmetry::SkewSymmetric) continue;
-      std::swap(e.row, e.col);
-      e.value = -e.value;
-      part.push_back(e);
+      const auto p = next - A.firstColumn.begin() - 1;
+      d.owner.append(p, false);
+      parts[static_cast<size_t>(p)].push_back(
+          {static_cast<Index>(e.row), static_cast<Index>(e.col)});
     }
     return parts;
   });
-  return comm.exchange(to);
+  std::vector<std::vector<std::uint64_t>> counts;
+  counts.reserve(to.size());
+  for (const auto& part : to) counts.push_back({part.size()});
+  const std::vector<std::uint64_t> coming = comm.exchange(counts);
+  d.coming.assign(coming.begin(), coming.end());
+  const std::vector<Place> came = comm.exchange(to);
+  to.clear();
+  comm.together([&] {
+    korin::sparse::Places<Index> places;
+    if (!came.empty()) places = {&came.front().row, &came.front().col, came.size(), 2};
+    const auto n = static_cast<Index>(A.n);
+    const korin::sparse::Columns lower =
+        assemblePattern(n, n, places, korin::sparse::Part::OneTriangle);
+    findSlots(lower, places, korin::sparse::Part::OneTriangle, d.pair);
+    d.pairs = lower.row.size();
+    A.entries.reserve(d.pairs);
+    for (Index col = 0; col < n; ++col) {
+      for (const Index row : lower.rowsOf(col)) {
+        A.entries.push_back({static_cast<std::uint32_t>(row), static_cast<std::uint32_t>(col), 0});
+      }
+    }
+  });
 }
 
-// Sorted as Assembled has them, those at one place added up in the order in which they came.
-void merge(std::vector<Entry>& entries) {
-  std::stable_sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) {
-    if (smaller(a) != smaller(b)) return smaller(a) < smaller(b);
-    if (larger(a) != larger(b)) return larger(a) < larger(b);
-    return a.row > b.row;
-  });
-  size_t kept = 0;
-  for (const Entry& e : entries) {
-    if (kept > 0 && entries[kept - 1].row == e.row && entries[kept - 1].col == e.col) {
-      entries[kept - 1].value += e.value;
-    } else {
-      entries[kept++] = e;
+// The places that were given of a matrix that is not symmetric, where `entries` has pairs.
+void splitPairs(Assembled& A) {
+  const Destinations& d = A.destinations;
+  std::vector<bool> given[] = {std::vector<bool>(d.pairs), std::vector<bool>(d.pairs)};
+  d.pair.forEach([&](korin::sparse::Offset pair, bool mirrored) {
+    const auto k = static_cast<size_t>(pair);
+    given[mirrored ? 1 : 0][k] = true;
+    if (d.symmetry == Symmetry::SkewSymmetric && A.entries[k].row != A.entries[k].col) {
+      given[mirrored ? 0 : 1][k] = true;
     }
+  });
+  std::vector<Entry> both;
+  for (size_t k = 0; k < d.pairs; ++k) {
+    Entry e = A.entries[k];
+    if (given[0][k]) both.push_back(e);
+    std::swap(e.row, e.col);
+    if (given[1][k]) both.push_back(e);
   }
-  entries.resize(kept);
+  A.entries = std::move(both);
+}
+
+// Calls use(pair, entry) for the entries, of which those of a pair follow one another.
+template <class Entries, class Use>
+void forEachInPairs(Entries& entries, const Use& use) {
+  size_t pair = 0;
+  for (size_t k = 0; k < entries.size(); ++k) {
+    if (k > 0 && (smaller(entries[k]) != smaller(entries[k - 1]) ||
+                  larger(entries[k]) != larger(entries[k - 1]))) {
+      ++pair;
+    }
+    use(pair, entries[k]);
+  }
+}
+
+// A place of a pair, for messages.
+Entry placeOf(const Assembled& A, size_t wanted, bool upper) {
+  Entry place{};
+  forEachInPairs(A.entries, [&](size_t pair, const Entry& e) {
+    if (pair == wanted) place = e;
+  });
+  if ((place.row < place.col) != upper) std::swap(place.row, place.col);
+  return place;
+}
+
+Error notFinite(const Assembled& A, const std::string& what, const Entry& place, double value) {
+  return Error(ErrorKind::Unfit,
+               what + " " + position(A.indexBase, place.row, place.col) + " of " + A.source +
+                   " is " + toText(value) + "; scale or replace it",
+               place.row);
+}
+
+// The sums of what was given for each pair: below the diagonal and on it; above it, for a general
+// matrix.
+struct Sums {
+  std::vector<double> lower, upper;
+};
+
+// A value that is not finite is told with the rank from which it came.
+Sums sumsOf(const Communicator& comm, const Assembled& A, const std::vector<double>& came) {
+  const Destinations& d = A.destinations;
+  Sums sums;
+  sums.lower.assign(d.pairs, 0.0);
+  if (d.symmetry == Symmetry::General) sums.upper.assign(d.pairs, 0.0);
+  size_t next = 0;
+  d.pair.forEach([&](korin::sparse::Offset at, bool mirrored) {
+    const auto pair = static_cast<size_t>(at);
+    const double value = came[next++];
+    if (!std::isfinite(value)) {
+      size_t from = 0;
+      for (size_t last = d.coming[0]; last < next; last += d.coming[++from]) {
+      }
+      const std::string who = comm.size() > 1 ? "rank " + std::to_string(from) + ": " : "";
+      throw notFinite(A, who + "the value of entry", placeOf(A, pair, mirrored), value);
+    }
+    if (mirrored && d.symmetry == Symmetry::General) {
+      sums.upper[pair] += value;
+    } else {
+      sums.lower[pair] += mirrored && d.symmetry == Symmetry::SkewSymmetric ? -value : value;
+    }
+  });
+  for (const std::vector<double>* part : {&sums.lower, &sums.upper}) {
+    const auto bad =
+        std::find_if_not(part->begin(), part->end(), [](double v) { return std::isfinite(v); });
+    if (bad == part->end()) continue;
+    const Entry place = placeOf(A, static_cast<size_t>(bad - part->begin()), part == &sums.upper);
+    throw notFinite(A, "the sum of the entries at", place, *bad);
+  }
+  return sums;
+}
+
+// Adds up the values of all shares, this one's `step` apart.
+Sums addUp(const Communicator& comm, const Assembled& A, const double* values, size_t step) {
+  std::vector<std::vector<double>> to = comm.together([&] {
+    std::vector<std::vector<double>> parts(static_cast<size_t>(comm.size()));
+    const double* next = values;
+    A.destinations.owner.forEach([&](korin::sparse::Offset p, bool) {
+      parts[static_cast<size_t>(p)].push_back(*next);
+      next += step;
+    });
+    return parts;
+  });
+  const std::vector<double> came = comm.exchange(to);
+  to.clear();
+  return comm.together([&] { return sumsOf(comm, A, came); }, Communicator::Naming::None);
+}
+
+void setValues(const Sums& sums, Assembled& A) {
+  forEachInPairs(A.entries, [&](size_t pair, Entry& e) {
+    if (e.row >= e.col) {
+      e.value = sums.lower[pair];
+    } else {
+      e.value = sums.upper.empty() ? -sums.lower[pair] : sums.upper[pair];
+    }
+  });
 }
 
 // What the first process has to say of those that found something; the same on all.
@@ -124,26 +252,21 @@ std::string firstOf(const Communicator& comm, std::string mine) {
   return mine;
 }
 
-void requireFiniteSums(const Communicator& comm, const Assembled& A) {
-  std::string fault;
-  for (const Entry& e : A.entries) {
-    if (std::isfinite(e.value)) continue;
-    fault = "the sum of the entries at " + position(A.indexBase, e.row, e.col) + " of " + A.source +
-            " is " + toText(e.value) + "; scale or replace it";
-    break;
-  }
-  fault = firstOf(comm, std::move(fault));
-  if (!fault.empty()) comm.fail(Error(ErrorKind::Unfit, fault));
-}
-
-void requireBothTriangles(const Communicator& comm, const Assembled& A, const SparseMatrix& share) {
+void requireBothTriangles(const Communicator& comm, const Assembled& A, const Sums& sums,
+                          const SparseMatrix& share) {
   if (share.symmetry != Symmetry::General || share.triangular) return;
   std::int64_t count[] = {0, 0};
   std::optional<Entry> first;
-  for (const Entry& e : A.entries) {
-    if (e.row == e.col || e.value == 0.0) continue;
-    ++count[e.row > e.col ? 0 : 1];
-    if (!first) first = e;
+  for (size_t k = 0; k < A.entries.size(); ++k) {
+    Entry place = A.entries[k];
+    if (place.row == place.col) continue;
+    for (const auto* part : {&sums.lower, &sums.upper}) {
+      if ((*part)[k] != 0.0) {
+        ++count[part == &sums.lower ? 0 : 1];
+        if (!first) first = place;
+      }
+      std::swap(place.row, place.col);
+    }
   }
   comm.sum(count, 2);
   if ((count[0] == 0) == (count[1] == 0)) return;
@@ -165,47 +288,31 @@ std::vector<double> diagonalOf(const Communicator& comm, const Assembled& A) {
   return diagonal;
 }
 
-// Calls pair(lower, upper) for each pair of mirrored places; one that is not stored is a zero.
-template <class Pair>
-void forEachPair(const std::vector<Entry>& entries, const Pair& pair) {
-  for (size_t k = 0; k < entries.size(); ++k) {
-    const Entry& e = entries[k];
-    if (e.row == e.col) continue;
-    const Entry mirrored{e.col, e.row, 0.0};
-    if (e.row < e.col) {
-      pair(mirrored, e);
-    } else if (k + 1 < entries.size() && entries[k + 1].row == e.col &&
-               entries[k + 1].col == e.row) {
-      pair(e, entries[++k]);
-    } else {
-      pair(e, mirrored);
-    }
-  }
-}
-
-// Where the two triangles disagree by more than rounding, or nothing.
-std::string asymmetry(const Communicator& comm, const Assembled& A,
+// Where the two triangles of a general matrix, whose entries are pairs, disagree by more than
+// rounding, or nothing. A place that was not given is a zero.
+std::string asymmetry(const Communicator& comm, const Assembled& A, const Sums& sums,
                       const std::vector<double>& diagonal) {
   std::string found;
-  forEachPair(A.entries, [&](const Entry& lower, const Entry& upper) {
-    if (lower.value == upper.value || !found.empty()) return;
-    const double scale = std::max(
-        {std::abs(lower.value), std::abs(upper.value),
-         std::sqrt(std::abs(diagonal[lower.row])) * std::sqrt(std::abs(diagonal[lower.col]))});
+  for (size_t k = 0; k < sums.upper.size() && found.empty(); ++k) {
+    const double lower = sums.lower[k], upper = sums.upper[k];
+    const Entry& e = A.entries[k];
+    if (e.row == e.col || lower == upper) continue;
+    const double scale =
+        std::max({std::abs(lower), std::abs(upper),
+                  std::sqrt(std::abs(diagonal[e.row])) * std::sqrt(std::abs(diagonal[e.col]))});
     // Halved, lest the difference overflows.
-    if (std::abs(0.5 * lower.value - 0.5 * upper.value) <= 0.5 * kSymmetryTolerance * scale) return;
-    found = A.source + " is not symmetric: entry " + position(A.indexBase, lower.row, lower.col) +
-            " is " + toText(lower.value) + " but entry " +
-            position(A.indexBase, upper.row, upper.col) + " is " + toText(upper.value);
-  });
+    if (std::abs(0.5 * lower - 0.5 * upper) <= 0.5 * kSymmetryTolerance * scale) continue;
+    found = A.source + " is not symmetric: entry " + position(A.indexBase, e.row, e.col) + " is " +
+            toText(lower) + " but entry " + position(A.indexBase, e.col, e.row) + " is " +
+            toText(upper);
+  }
   return firstOf(comm, std::move(found));
 }
 
-// Both triangles to the lower one. An upper entry that stands alone is zero or of rounding size.
-void keepLower(std::vector<Entry>& entries) {
-  entries.erase(
-      std::remove_if(entries.begin(), entries.end(), [](const Entry& e) { return e.row < e.col; }),
-      entries.end());
+std::int64_t firstNotPositive(const std::vector<double>& diagonal) {
+  const auto bad =
+      std::find_if_not(diagonal.begin(), diagonal.end(), [](double d) { return d > 0.0; });
+  return bad == diagonal.end() ? -1 : bad - diagonal.begin();
 }
 
 }  // namespace
@@ -233,24 +340,42 @@ Assembled assemble(const Communicator& comm, const SparseMatrix& share) {
   }
 
   A.firstColumn = cutColumns(comm, share);
-  A.entries = sendToOwners(comm, share, A.firstColumn);
-  comm.together([&] { merge(A.entries); });
-  requireFiniteSums(comm, A);
-  requireBothTriangles(comm, A, share);
+  findDestinations(comm, share, A);
+  const Sums sums =
+      addUp(comm, A, share.entries.empty() ? nullptr : &share.entries.front().value, kStep);
+  requireBothTriangles(comm, A, sums, share);
+  setValues(sums, A);
   const std::vector<double> diagonal = diagonalOf(comm, A);
-  if (share.symmetry == Symmetry::SkewSymmetric) {
-    A.against = A.source + " is skew-symmetric";
-  } else if (share.symmetry == Symmetry::General) {
-    A.against = asymmetry(comm, A, diagonal);
-    if (A.symmetric()) keepLower(A.entries);
+  A.against = share.symmetry == Symmetry::SkewSymmetric ? A.source + " is skew-symmetric"
+                                                        : asymmetry(comm, A, sums, diagonal);
+  if (!A.symmetric()) {
+    comm.together([&] { splitPairs(A); });
+    setValues(sums, A);
   }
   std::int64_t positions = 0;
   for (const Entry& e : A.entries) positions += A.symmetric() && e.row != e.col ? 2 : 1;
   A.positions = comm.sum(positions);
-  const auto bad =
-      std::find_if_not(diagonal.begin(), diagonal.end(), [](double d) { return d > 0.0; });
-  if (bad != diagonal.end()) A.unusableDiagonal = bad - diagonal.begin();
+  A.unusableDiagonal = firstNotPositive(diagonal);
   return A;
+}
+
+std::string assembleAgain(const Communicator& comm, const double* values, size_t count,
+                          Assembled& A) {
+  comm.together([&] {
+    const size_t entries = A.destinations.owner.count();
+    if (count != entries) {
+      throw Error(ErrorKind::Unfit, "there are " + std::to_string(count) + " values for the " +
+                                        std::to_string(entries) + " entries of " + A.source);
+    }
+    if (values == nullptr && count > 0) {
+      throw Error(ErrorKind::Usage, "the array of values is a null pointer");
+    }
+  });
+  const Sums sums = addUp(comm, A, values, 1);
+  setValues(sums, A);
+  const std::vector<double> diagonal = diagonalOf(comm, A);
+  A.unusableDiagonal = firstNotPositive(diagonal);
+  return A.symmetric() ? asymmetry(comm, A, sums, diagonal) : std::string();
 }
 
 void residual(const Communicator& comm, const Assembled& A, const double* x, const double* b,

@@ -26,7 +26,8 @@ SparseMatrix shareOf(const SparseMatrix& A, const Communicator& comm, unsigned s
 
 TEST(Assembly, AddsUpSharesInAnyDivision) {
   const Communicator comm(MPI_COMM_WORLD);
-  for (const Symmetry symmetry : {Symmetry::General, Symmetry::Symmetric}) {
+  for (const Symmetry symmetry :
+       {Symmetry::General, Symmetry::Symmetric, Symmetry::SkewSymmetric}) {
     for (unsigned seed = 0; seed < 20; ++seed) {
       std::mt19937 chance(seed);
       SparseMatrix A;
@@ -36,20 +37,29 @@ TEST(Assembly, AddsUpSharesInAnyDivision) {
       for (unsigned k = 0; k < 8 * (seed + 1); ++k) {
         auto row = static_cast<std::uint32_t>(chance() % A.rows);
         auto col = static_cast<std::uint32_t>(chance() % A.rows);
-        if (symmetry == Symmetry::Symmetric && row > col) std::swap(row, col);
+        if (symmetry != Symmetry::General && row > col) std::swap(row, col);
+        if (symmetry == Symmetry::SkewSymmetric && row == col) continue;
         const auto value = static_cast<double>(chance() % 9) + 1.0;  // sums are exact
         A.entries.push_back({row, col, value});
         if (symmetry == Symmetry::Symmetric) std::swap(row, col);
         sums[{row, col}] += value;
+        if (symmetry == Symmetry::SkewSymmetric) sums[{col, row}] -= value;
       }
+      const SparseMatrix share = shareOf(A, comm, seed);
       Assembled whole;
       try {
-        whole = assemble(comm, shareOf(A, comm, seed));
+        whole = assemble(comm, share);
       } catch (const Error& e) {
         EXPECT_LT(A.rows, 3u) << e.what();  // all by chance in one triangle
         continue;
       }
       ASSERT_EQ(whole.symmetric(), symmetry == Symmetry::Symmetric || A.rows == 1) << seed;
+      std::vector<double> other;
+      for (const Entry& e : share.entries) other.push_back(3.0 * e.value);
+      if (seed % 2 == 0) {
+        EXPECT_EQ(assembleAgain(comm, other.data(), other.size(), whole), "");
+        for (auto& sum : sums) sum.second *= 3.0;
+      }
       std::int64_t count = 0;
       for (const Entry& e : whole.entries) {
         EXPECT_EQ(e.value, (sums.at({e.row, e.col}))) << e.row << ", " << e.col;
