@@ -23,6 +23,10 @@ class DistributedBackend {
   /// Without what belongs to a call: messageBytes, secondsInverse and the estimates.
   virtual DistributedReport report() const = 0;
 
+  /// A has new values on the same pattern; no ordering, no symbolic work. Where it throws, nothing
+  /// but report() and this may be called.
+  virtual void refactorise() = 0;
+
   /// The diagonal of A⁻¹, and how far it can be trusted. Throws Error(Singular) only where it is
   /// not finite; the estimate is judged by the caller.
   virtual InverseCheck variances(double* diagonal) const = 0;

@@ -151,25 +151,67 @@ class DistributedFactor::Impl {
     if (options.threads <= 0) {
       options.threads = std::max(1, korin::kernels::availableProcessors() / comm.here());
     }
-    ask([&] {
+    call([&] {
       requireSameOptions();
       beginStage(comm, options, "assembling");
       A = assemble(comm, share);
       made = factorised(comm, A, options, firm);
-      report = made.backend->report();
-      report.reason = made.reason;
-      report.processes = comm.size();
-      report.threads = options.threads;
-      report.unknowns = static_cast<std::int64_t>(A.n);
-      report.entriesOfA = A.positions;
-      report.messageBytes = comm.sum(comm.bytesSent());
+      describe();
+    });
+  }
+
+  void refactorise(const double* values, size_t count) {
+    call([&] {
+      hasNumbers = false;
+      describe();
+      report.conditionEstimate = 0.0;
+      result = {};
+      beginStage(comm, options, "assembling");
+      const std::string against = assembleAgain(comm, values, count, A);
+      const bool cholesky = report.route == Route::Cholesky;
+      if (!against.empty()) {
+        comm.fail(Error(ErrorKind::Unfit,
+                        against + (cholesky ? "; the Cholesky route needs a symmetric matrix"
+                                            : "; its factor was made for symmetric values, make "
+                                              "another one for these")));
+      }
+      if (cholesky && A.unusableDiagonal >= 0) {
+        comm.fail(notPositiveDefinite(A.source, A.indexBase, A.unusableDiagonal));
+      }
+      made.backend->refactorise();
+      describe();
+      hasNumbers = true;
+    });
+  }
+
+  // What the engine reports, and what holds of every factor.
+  void describe() {
+    report = made.backend->report();
+    report.reason = made.reason;
+    report.processes = comm.size();
+    report.threads = options.threads;
+    report.unknowns = static_cast<std::int64_t>(A.n);
+    report.entriesOfA = A.positions;
+    countMessages();
+  }
+
+  // A call that needs the numbers of the factor.
+  template <class Work>
+  auto ask(const Work& work) const -> decltype(work()) {
+    return call([&] {
+      if (!hasNumbers) {
+        comm.fail(Error(
+            ErrorKind::Unfit,
+            "the factor of " + A.source + " has no numbers since its last refactorisation failed"));
+      }
+      return work();
     });
   }
 
   // Errors that the processes have agreed on come through; any other one would leave processes
   // waiting for ever.
   template <class Work>
-  auto ask(const Work& work) const -> decltype(work()) {
+  auto call(const Work& work) const -> decltype(work()) {
     comm.beginCall();
     try {
       return work();
@@ -192,6 +234,7 @@ class DistributedFactor::Impl {
   DistributedOptions options;
   Assembled A;
   Made made;
+  bool hasNumbers = true;
   mutable DistributedReport report;
   mutable GivenResult result;
 
@@ -346,7 +389,15 @@ double DistributedFactor::logDeterminant() const {
 }
 
 int DistributedFactor::determinantSign() const {
-  return impl_->made.backend->determinantSign();
+  return impl_->ask([&] { return impl_->made.backend->determinantSign(); });
+}
+
+void DistributedFactor::refactorise(const double* values, size_t count) {
+  impl_->refactorise(values, count);
+}
+
+void DistributedFactor::refactorise(const std::vector<double>& values) {
+  refactorise(values.data(), values.size());
 }
 
 double DistributedFactor::estimateCondition() const {

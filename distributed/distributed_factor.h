@@ -3,6 +3,7 @@
 
 #include <mpi.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -80,7 +81,7 @@ struct DistributedReport {
   double messageBytes = 0.0;           ///< sent so far by all processes, but for MUMPS's own
   double balance = 0.0;          ///< operations of the busiest process over their mean; Domains
   double secondsOrdering = 0.0;  ///< wall time, as all that follow; with symbolic work
-  double secondsFactorisation = 0.0;    ///< of the numbers
+  double secondsFactorisation = 0.0;    ///< of the last numbers
   double secondsInverse = 0.0;          ///< of the last variances()
   double conditionEstimate = 0.0;       ///< as in Report
   double identityResidual = 0.0;        ///< as in Report
@@ -103,6 +104,7 @@ struct DistributedReport {
 ///     zeph::SparseMatrix share = ...;                      // all rows and cols, some entries
 ///     zeph::DistributedFactor f(MPI_COMM_WORLD, share);
 ///     std::vector<double> sigma2 = f.variances();          // whole, on every process
+///     f.refactorise(newValues);                            // of the share's entries: numbers only
 ///
 /// Members are collective unless they say otherwise, the destructor too: all processes call them
 /// with the same arguments, and all return, or throw the same zeph::Error, whose sentence names the
@@ -143,6 +145,16 @@ class ZEPH_API DistributedFactor {
   double logDeterminant() const;
   /// The sign of det A: 1 or -1.
   int determinantSign() const;
+
+  /// New values for the same shares: each process gives those of its share, in the order of its
+  /// entries; no ordering, no symbolic work, and only values travel. The engine, the route and what
+  /// lies between the domains stay; a matrix that was symmetric has to be so again. The checks are
+  /// those of Factor::refactorise(), and an error tells the rank that a value came from. If it
+  /// throws, the factor has no numbers: everything but rows(), report(), warnings(), which has none
+  /// then, and refactorise() throws Error(Unfit) until it succeeds, on all processes.
+  void refactorise(const double* values, std::size_t count);
+  /// The same, from a vector.
+  void refactorise(const std::vector<double>& values);
 
   /// Estimate of the condition number as of Factor::estimateCondition(): some ten solves.
   double estimateCondition() const;

@@ -13,7 +13,7 @@ using std::size_t;
 
 DenseInterface::DenseInterface(const Surroundings& around, std::vector<std::int32_t> boundary,
                                std::vector<InterfaceEntry> entries)
-    : Interface(around, std::move(boundary), std::move(entries)),
+    : Interface(around, std::move(boundary), {}),
       matrix_(comm(), order()),
       boundaries_(comm(), matrix_, this->boundary()) {
   if (!BlockMatrix::countable(order(), comm().size())) {
@@ -23,10 +23,14 @@ DenseInterface::DenseInterface(const Surroundings& around, std::vector<std::int3
                           " processes is more than ScaLAPACK takes; use another number of "
                           "processes, or the sparse interface"));
   }
-  // To where the blocks are. They stay in order: the processes have ranges of ascending columns.
+  DenseInterface::setEntries(std::move(entries));
+}
+
+// To where the blocks are. They stay in order: the processes have ranges of ascending columns.
+void DenseInterface::setEntries(std::vector<InterfaceEntry> entries) {
   auto to = comm().together([&] {
     std::vector<std::vector<InterfaceEntry>> parts(static_cast<size_t>(comm().size()));
-    for (const InterfaceEntry& e : entries_) {
+    for (const InterfaceEntry& e : entries) {
       parts[static_cast<size_t>(matrix_.owner(e.row, e.col))].push_back(e);
     }
     return parts;

@@ -24,6 +24,7 @@ class DenseInterface final : public Interface {
   double inverseBytes() const override { return factorBytes(); }
   double operations() const override;
   std::int64_t entriesOfL() const override { return order() * (order() + 1) / 2; }
+  void setEntries(std::vector<InterfaceEntry> entries) override;
   void factorise(const Domain& domain) override;
   double logDeterminant() const override;
   std::optional<double> smallestPivotShare(const std::vector<double>& diagonal) const override;

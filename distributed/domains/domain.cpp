@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstddef>
+#include <utility>
 
 #include "kernels/team.h"
 #include "sparse/inverse/selected_inverse.h"
@@ -19,11 +20,12 @@ using std::size_t;
 
 }  // namespace
 
-Domain::Domain(const sparse::Columns& lower, Index boundary, int threads) : threads_(threads) {
+Domain::Domain(const sparse::Columns& lower, sparse::Slots slots, Index boundary, int threads)
+    : slots_(std::move(slots)), threads_(threads) {
   sparse::AnalysisOptions options;
   options.kept = boundary;
   symbolic_ = sparse::analyse(lower.view(), options);
-  entries_ = sparse::place(symbolic_, lower.view());
+  entries_ = sparse::place(symbolic_, lower.view(), &slots_);
   placeOfRow_.resize(static_cast<size_t>(symbolic_.n));
   for (Index k = 0; k < symbolic_.n; ++k) placeOfRow_[symbolic_.permutation[k]] = k;
 }
@@ -32,7 +34,8 @@ double Domain::bytes() const {
   const sparse::MemoryPrediction memory = sparse::predictMemory(symbolic_);
   return memory.panels + memory.structure +
          static_cast<double>(entries_.position.size()) * (sizeof(double) + sizeof(Index)) +
-         static_cast<double>(symbolic_.n) * (sizeof(Offset) + sizeof(Index));
+         static_cast<double>(symbolic_.n) * (sizeof(Offset) + sizeof(Index)) +
+         static_cast<double>(slots_.bytes());
 }
 
 double Domain::factorisationBytes() const {
@@ -43,8 +46,13 @@ double Domain::inverseBytes() const {
   return sparse::inverseMemory(symbolic_, threads_) + sparse::identityMemory(symbolic_, entries_);
 }
 
+void Domain::setValues(const std::vector<double>& values) {
+  auto next = values.begin();
+  slots_.forEach([&](Offset place, bool) { entries_.value[static_cast<size_t>(place)] = *next++; });
+}
+
 Domain::Index Domain::factorise() {
-  panels_ = korin::kernels::rawPanels(static_cast<size_t>(symbolic_.storage()));
+  if (!panels_) panels_ = korin::kernels::rawPanels(static_cast<size_t>(symbolic_.storage()));
   Team team(threads_);
   return sparse::factorise(symbolic_, entries_, panels_.get(), team, nullptr);
 }

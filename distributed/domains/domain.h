@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "kernels/panel_storage.h"
+#include "sparse/pattern/slots.h"
 #include "sparse/symbolic/symbolic.h"
 
 namespace zeph::distributed {
@@ -22,8 +23,10 @@ class Domain {
   using Index = korin::sparse::Index;
   using Offset = korin::sparse::Offset;
 
-  /// Orders and analyses; `lower` has each entry once. Its values are kept.
-  Domain(const korin::sparse::Columns& lower, Index boundary, int threads);
+  /// Orders and analyses; `lower` has each entry once. Its values are kept. `slots` are the places
+  /// there of the values that setValues() takes.
+  Domain(const korin::sparse::Columns& lower, korin::sparse::Slots slots, Index boundary,
+         int threads);
 
   Index interior() const { return symbolic_.n - symbolic_.kept; }
   Index boundary() const { return symbolic_.kept; }
@@ -34,6 +37,8 @@ class Domain {
   double factorisationBytes() const;
   double inverseBytes() const;
 
+  /// Other values, before factorise().
+  void setValues(const std::vector<double>& values);
   /// Returns -1, or the unknown of the interior without a positive pivot.
   Index factorise();
   /// The least l(k,k)² / a(k,k) of the interior; 0 where one is NaN.
@@ -72,6 +77,7 @@ class Domain {
 
   korin::sparse::Symbolic symbolic_;
   korin::sparse::PlacedEntries entries_;
+  korin::sparse::Slots slots_;
   /// Place of each unknown among the rows of L.
   std::vector<Index> placeOfRow_;
   korin::kernels::PanelStorage panels_;

@@ -37,6 +37,7 @@ class DomainsBackend final : public DistributedBackend {
   DomainsBackend(const Communicator& comm, const Assembled& A, const DistributedOptions& options);
 
   DistributedReport report() const override { return report_; }
+  void refactorise() override;
   InverseCheck variances(double* diagonal) const override;
   Doubt covariance(const std::int64_t* rows, const std::int64_t* cols, size_t count,
                    double* values) const override;
@@ -53,7 +54,10 @@ class DomainsBackend final : public DistributedBackend {
   };
 
   void readDiagonal();
+  template <class ToDomain, class ToInterface>
+  void forEachScaled(const ToDomain& toDomain, const ToInterface& toInterface) const;
   void distribute(Partition partition);
+  void distributeValues();
   void balance();
   double operations() const;
   void requireRoom(const std::string& what, double beside) const;
@@ -115,6 +119,22 @@ DomainsBackend::DomainsBackend(const Communicator& comm, const Assembled& A,
   reportFactor(secondsOrdering, comm.largest(clock.seconds()));
 }
 
+void DomainsBackend::refactorise() {
+  beginStage(comm_, options_, "factorising");
+  const StopWatch clock;
+  inverted_ = false;
+  condition_ = 0.0;
+  weakness_.reset();
+  readDiagonal();
+  distributeValues();
+  // The factors are there, and taken over.
+  requireRoom("the factor of " + A_.source,
+              domain_->factorisationBytes() +
+                  std::max(0.0, interface_->factorBytes() - interface_->bytes()));
+  factorise();
+  reportFactor(report_.secondsOrdering, comm_.largest(clock.seconds()));
+}
+
 void DomainsBackend::readDiagonal() {
   diagonal_ = comm_.together([&] { return Vector(A_.n, 0.0); });
   for (const Entry& e : A_.entries) {
@@ -123,6 +143,23 @@ void DomainsBackend::readDiagonal() {
   comm_.sum(diagonal_.data(), A_.n);
   comm_.together([&] { exponent_ = scalingExponents(diagonal_); });
   for (size_t i = 0; i < A_.n; ++i) diagonal_[i] = std::ldexp(diagonal_[i], 2 * exponent(i));
+}
+
+// Of A's entries that this process has: toDomain(p, e) for those with an end in the interior of
+// process p, toInterface(e) for those of the interface.
+template <class ToDomain, class ToInterface>
+void DomainsBackend::forEachScaled(const ToDomain& toDomain, const ToInterface& toInterface) const {
+  const auto& domainOf = partition_.domainOf;
+  const auto& place = partition_.placeInInterface;
+  for (Entry e : A_.entries) {
+    e.value = std::ldexp(e.value, exponent(e.row) + exponent(e.col));
+    const std::int32_t owner = std::max(domainOf[e.row], domainOf[e.col]);
+    if (owner < 0) {
+      toInterface(InterfaceEntry{place[e.row], place[e.col], e.value});
+    } else {
+      toDomain(static_cast<size_t>(owner), e);
+    }
+  }
 }
 
 // Every entry goes to the process with an end of it in its interior; those of the interface stay
@@ -137,15 +174,8 @@ void DomainsBackend::distribute(Partition partition) {
   const auto& place = partition_.placeInInterface;
   auto to = comm_.together([&] {
     std::vector<std::vector<Entry>> parts(static_cast<size_t>(comm_.size()));
-    for (Entry e : A_.entries) {
-      e.value = std::ldexp(e.value, exponent(e.row) + exponent(e.col));
-      const std::int32_t owner = std::max(domainOf[e.row], domainOf[e.col]);
-      if (owner < 0) {
-        between.push_back({place[e.row], place[e.col], e.value});
-      } else {
-        parts[static_cast<size_t>(owner)].push_back(e);
-      }
-    }
+    forEachScaled([&](size_t p, const Entry& e) { parts[p].push_back(e); },
+                  [&](const InterfaceEntry& e) { between.push_back(e); });
     return parts;
   });
   std::vector<Entry> entries = comm_.exchange(to);
@@ -177,13 +207,29 @@ void DomainsBackend::distribute(Partition partition) {
     }
     entries = {};
     const auto n = static_cast<Index>(interior_.size() + mine.size());
-    domain_ = std::make_unique<Domain>(
-        sparse::assembleTriplets(n, n, row.data(), col.data(), value.data(), value.size(),
-                                 sparse::Part::OneTriangle),
-        static_cast<Index>(mine.size()), std::max(1, options_.threads));
+    const auto part = sparse::Part::OneTriangle;
+    const sparse::Columns lower =
+        sparse::assembleTriplets(n, n, row.data(), col.data(), value.data(), value.size(), part);
+    sparse::Slots slots;
+    findSlots(lower, sparse::Places<Index>{row.data(), col.data(), row.size()}, part, slots);
+    domain_ = std::make_unique<Domain>(lower, std::move(slots), static_cast<Index>(mine.size()),
+                                       std::max(1, options_.threads));
   });
   interface_ = makeInterface({comm_, A_, partition_, options_}, std::move(mine), std::move(between),
                              domain_->bytes() + domain_->factorisationBytes());
+}
+
+// The values of all entries, to where distribute() sent them.
+void DomainsBackend::distributeValues() {
+  std::vector<InterfaceEntry> between;
+  const auto to = comm_.together([&] {
+    std::vector<Vector> parts(static_cast<size_t>(comm_.size()));
+    forEachScaled([&](size_t p, const Entry& e) { parts[p].push_back(e.value); },
+                  [&](const InterfaceEntry& e) { between.push_back(e); });
+    return parts;
+  });
+  domain_->setValues(comm_.exchange(to));
+  interface_->setEntries(std::move(between));
 }
 
 // Of this process, with its share of the interface's.

@@ -61,7 +61,10 @@ class Interface {
   /// Of the factor, over all processes. Once there is one.
   virtual std::int64_t entriesOfL() const = 0;
 
-  /// Factorises S, with the Schur complement of this process's domain.
+  /// Other values, in the places of the constructor's entries and in their order.
+  virtual void setEntries(std::vector<InterfaceEntry> entries) { entries_ = std::move(entries); }
+  /// Factorises S, with the Schur complement of this process's domain. What was known of it before
+  /// is gone.
   virtual void factorise(const Domain& domain) = 0;
   /// log det S, of which this process has a part.
   virtual double logDeterminant() const = 0;

@@ -70,6 +70,8 @@ double SparseInterface::triplets() const {
 // MUMPS wants arrays even where there is nothing in them.
 void SparseInterface::setPattern() {
   comm().together([&] {
+    rows_.clear();  // where the last run threw
+    cols_.clear();
     rows_.reserve(static_cast<size_t>(triplets()) + 1);
     cols_.reserve(static_cast<size_t>(triplets()) + 1);
     const auto add = [&](std::int32_t row, std::int32_t col) {

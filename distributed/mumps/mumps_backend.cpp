@@ -38,9 +38,15 @@ class MumpsBackend : public DistributedBackend {
                A.source, options) {
     analyse();
     factorise();
+    requireUsable();
   }
 
   DistributedReport report() const override { return report_; }
+  void refactorise() override {
+    weakness_.reset();
+    factorise();
+    requireUsable();
+  }
   InverseCheck variances(double* diagonal) const override;
   Doubt covariance(const std::int64_t* rows, const std::int64_t* cols, size_t count,
                    double* values) const override;
@@ -51,8 +57,10 @@ class MumpsBackend : public DistributedBackend {
   int determinantSign() const override { return mumps_.realGlobal(12) < 0.0 ? -1 : 1; }
 
  private:
+  void setPattern();
   void analyse();
   void factorise();
+  void requireUsable();
   InverseCheck judge(const std::vector<Entry>& whole, const WantedEntries& z,
                      const std::vector<double>& sizes) const;
 
@@ -61,24 +69,33 @@ class MumpsBackend : public DistributedBackend {
   const bool definite_;
   const DistributedOptions& options_;
   mutable Instance mumps_;  // its solves change parameters
+  /// Of A's entries, counted from 1; there only while MUMPS reads them.
+  std::vector<MUMPS_INT> rows_, cols_;
   double condition_ = 0.0;
   mutable std::optional<Weakness> weakness_;
   DistributedReport report_;
 };
 
+// MUMPS wants arrays even where there is nothing in them.
+void MumpsBackend::setPattern() {
+  comm_.together([&] {
+    rows_.clear();  // where the last run threw
+    cols_.clear();
+    rows_.reserve(A_.entries.size() + 1);
+    cols_.reserve(A_.entries.size() + 1);
+    for (const Entry& e : A_.entries) {
+      rows_.push_back(static_cast<MUMPS_INT>(e.row) + 1);
+      cols_.push_back(static_cast<MUMPS_INT>(e.col) + 1);
+    }
+  });
+  mumps_->nnz_loc = static_cast<MUMPS_INT8>(rows_.size());
+  mumps_->irn_loc = rows_.data();
+  mumps_->jcn_loc = cols_.data();
+}
+
 void MumpsBackend::analyse() {
   beginStage(comm_, options_, "ordering");
   const StopWatch clock;
-  // MUMPS wants arrays even where there is nothing in them.
-  std::vector<MUMPS_INT> rows, cols;
-  comm_.together([&] {
-    rows.reserve(A_.entries.size() + 1);
-    cols.reserve(A_.entries.size() + 1);
-    for (const Entry& e : A_.entries) {
-      rows.push_back(static_cast<MUMPS_INT>(e.row) + 1);
-      cols.push_back(static_cast<MUMPS_INT>(e.col) + 1);
-    }
-  });
   mumps_.control(18) = 3;  // entries are distributed
   mumps_.control(28) = 1;  // ordered on one process, so that results do not depend on chance
   mumps_.control(33) = 1;  // the determinant too
@@ -87,10 +104,9 @@ void MumpsBackend::analyse() {
     mumps_.control(24) = 1;
   }
   mumps_->n = static_cast<MUMPS_INT>(A_.n);
-  mumps_->nnz_loc = static_cast<MUMPS_INT8>(A_.entries.size());
-  mumps_->irn_loc = rows.data();
-  mumps_->jcn_loc = cols.data();
+  setPattern();
   mumps_.run(Phase::Analyse);
+  rows_ = cols_ = {};
   report_.secondsOrdering = comm_.largest(clock.seconds());
 
   const bool files = !options_.scratchFolder.empty();
@@ -99,9 +115,12 @@ void MumpsBackend::analyse() {
     requireRoom(comm_, options_, "the factor of " + A_.source, kMega * predicted);
   });
   if (files) mumps_.useFiles(options_.scratchFolder);
+}
 
+void MumpsBackend::factorise() {
   beginStage(comm_, options_, "factorising");
   const StopWatch numbers;
+  setPattern();
   std::vector<double> values;
   comm_.together([&] {
     values.reserve(A_.entries.size() + 1);
@@ -111,10 +130,11 @@ void MumpsBackend::analyse() {
   mumps_.run(Phase::Factorise);
   mumps_->irn_loc = mumps_->jcn_loc = nullptr;
   mumps_->a_loc = nullptr;
+  rows_ = cols_ = {};
   report_.secondsFactorisation = comm_.largest(numbers.seconds());
 }
 
-void MumpsBackend::factorise() {
+void MumpsBackend::requireUsable() {
   const MUMPS_INT negative = mumps_.global(12), null = mumps_.global(28);
   if (definite_ && negative > 0) {
     comm_.fail(negativePivots(A_.source, negative));

@@ -10,6 +10,7 @@
 #include "distributed/communication.h"
 #include "distributed/distributed_factor.h"
 #include "distributed/domains/interface.h"
+#include "tests/distributed/other_values.h"
 #include "tests/sparse/symbolic/symbolic_model.h"
 #include "zeph/factor.h"
 #include "zeph/plan/run_plan.h"
@@ -126,8 +127,21 @@ TEST(Domains, AgreeWithOneProcessOnEveryShape) {
     const int only = round % 3 - 1;
     for (const InterfaceMethod method : kMethods) {
       SCOPED_TRACE(name(method));
-      const DistributedFactor f(MPI_COMM_WORLD, shareOf(A, only, unsigned(round)), by(method));
+      const SparseMatrix share = shareOf(A, only, unsigned(round));
+      DistributedFactor f(MPI_COMM_WORLD, share, by(method));
+      const std::vector<double> b(A.rows, 1.0), x = f.solve(b);
+      const double doubt = f.report().lastErrorEstimate;
       expectLikeFactor(A, f, method);
+      // Other values, of ordinary or of extreme units, and then the first ones again.
+      const std::vector<double> variances = f.variances();
+      const int size = round % 2 == 0 ? 2 : 320;
+      f.refactorise(valuesOf(scaled(share, size)));
+      expectLikeFactor(scaled(A, size), f, method);
+      f.refactorise(valuesOf(share));
+      if (method == InterfaceMethod::Sparse) continue;
+      EXPECT_EQ(f.solve(b), x);
+      EXPECT_EQ(f.report().lastErrorEstimate, doubt);
+      EXPECT_EQ(f.variances(), variances);
     }
   }
 }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
@@ -13,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "tests/distributed/other_values.h"
 #include "zeph/factor.h"
 #include "zeph/factor/lu_backend.h"
 
@@ -149,10 +151,19 @@ void expectSame(const std::vector<double>& got, const std::vector<double>& want,
   }
 }
 
-void compareWithMemory(const SparseMatrix& A, const DistributedOptions& options, Engine engine,
-                       Route route, unsigned seed) {
+void compareWithMemory(const SparseMatrix& given, const DistributedOptions& options, Engine engine,
+                       Route route, unsigned seed, bool again = false) {
+  const SparseMatrix share = shareOf(given, seed);
+  const SparseMatrix A = again ? scaled(given, 2) : given;
+  DistributedFactor f(MPI_COMM_WORLD, share, options);
+  if (again) {
+    f.variances();
+    f.refactorise(valuesOf(scaled(share, 2)));
+    EXPECT_EQ(f.report().secondsInverse, 0.0);
+  } else {
+    compareWithMemory(given, options, engine, route, seed, true);
+  }
   const Factor reference(A);
-  const DistributedFactor f(MPI_COMM_WORLD, shareOf(A, seed), options);
   expectSame(f.variances(), reference.variances(), 1e-11);
   std::vector<double> b(A.rows);
   std::mt19937 chance(seed);
@@ -203,10 +214,9 @@ TEST(DistributedFactor, TakesGeneralMatricesByMumps) {
 }
 
 // The kind and the sentence of what all processes throw alike.
-std::string thrown(const SparseMatrix& share, const DistributedOptions& options = {}) {
+std::string thrown(const std::function<void()>& work) {
   try {
-    const DistributedFactor f(MPI_COMM_WORLD, share, options);
-    f.variances();
+    work();
   } catch (const Error& e) {
     std::string mine = std::to_string(exitCode(e.kind())) + " " + e.what();
     std::vector<char> first(mine.size() + 1, ' ');
@@ -216,6 +226,10 @@ std::string thrown(const SparseMatrix& share, const DistributedOptions& options 
     return mine;
   }
   return {};
+}
+
+std::string thrown(const SparseMatrix& share, const DistributedOptions& options = {}) {
+  return thrown([&] { DistributedFactor(MPI_COMM_WORLD, share, options).variances(); });
 }
 
 TEST(DistributedFactor, OneFailureIsThatOfAllProcesses) {
@@ -262,6 +276,62 @@ TEST(DistributedFactor, OneFailureIsThatOfAllProcesses) {
       EXPECT_EQ(sentence, "");  // no longer symmetric, and factorised as what it is
     } else {
       EXPECT_EQ(sentence.substr(0, fault.sentence.size()), fault.sentence);
+    }
+  }
+}
+
+TEST(DistributedFactor, HasNoNumbersBetweenARefactorisationThatFailsAndOneThatDoesNot) {
+  const double infinity = std::numeric_limits<double>::infinity();
+  const int last = processes() - 1;
+  const std::string who = last == 0 ? "" : "rank " + std::to_string(last) + ": ";
+  const std::string alone = "4is not symmetric: entry (19, 0) is 0 but entry (0, 19) is 1; ";
+  // All values times a factor, and on the last process others at the end, of which the first has no
+  // mirror image. What is refused: the kind, and words of the sentence.
+  const struct {
+    double factor;
+    std::array<double, 5> end;
+    std::string byCholesky, byLu;
+  } faults[] = {
+      {1, {infinity}, "4" + who + "the value of entry (0, 19) of the matrix is inf", "="},
+      {1, {0, 1.5e308, 1.5e308}, "4the sum of the entries at (9, 9) of the matrix is inf", "="},
+      {1, {1}, alone + "the Cholesky route", alone + "its factor was made"},
+      {0, {}, "5is not positive definite", "6is singular"},
+      {1, {0, 0, 0, 90, 90}, "5is not positive definite", ""},
+      {2, {}, "4" + who + "there are ", "="},  // one too few
+  };
+  for (const int kind : {0, 1, 2, 3}) {
+    DistributedOptions asked;
+    asked.engine = kind < 2 ? Engine::Domains : Engine::Mumps;
+    asked.interface = kind == 0 ? InterfaceMethod::Dense : InterfaceMethod::Sparse;
+    asked.route = kind < 3 ? Route::Cholesky : Route::Lu;
+    SparseMatrix share = shareOf(network(5, 4, 1, 1, 1, true, 1), 3);
+    if (rankOf() == last) {
+      share.entries.insert(share.entries.end(),
+                           {{0, 19, 0.}, {9, 9, 0.}, {9, 9, 0.}, {9, 10, 0.}, {10, 9, 0.}});
+    }
+    DistributedFactor f(MPI_COMM_WORLD, share, asked);
+    const std::vector<double> variances = f.variances(), x = f.solve(variances);
+    const std::function<void()> queries[] = {
+        [&] { f.variances(); },      [&] { f.solve(x); },          [&] { f.covariance({0}, {0}); },
+        [&] { f.logDeterminant(); }, [&] { f.determinantSign(); }, [&] { f.estimateCondition(); }};
+    for (const auto& fault : faults) {
+      std::vector<double> values = valuesOf(share);
+      for (double& value : values) value *= fault.factor;
+      if (rankOf() == last) {
+        std::copy(fault.end.begin(), fault.end.end(), values.end() - 5);
+        if (fault.factor == 2.0) values.pop_back();
+      }
+      const std::string expected = kind < 3 || fault.byLu == "=" ? fault.byCholesky : fault.byLu;
+      const std::string said = thrown([&] { f.refactorise(values); });
+      EXPECT_EQ(said.substr(0, 1), expected.substr(0, 1)) << said;
+      if (expected.empty()) continue;
+      EXPECT_NE(said.find(expected.substr(1)), std::string::npos) << said << expected;
+      const std::string none = "4 the factor of the matrix has no numbers since its last refac";
+      for (const auto& query : queries) EXPECT_EQ(thrown(query).substr(0, none.size()), none);
+      EXPECT_EQ(f.report().conditionEstimate, 0.0);
+      f.refactorise(valuesOf(share));
+      expectSame(f.variances(), variances, 1e-13);
+      expectSame(f.solve(variances), x, 1e-13);
     }
   }
 }
@@ -401,8 +471,20 @@ TEST(DistributedFactor, KeepsItsFactorInFilesThatDoNotStay) {
   options.scratchFolder = folder.string();
   compareWithMemory(A, options, Engine::Mumps, Route::Cholesky, 1);
   {
-    const DistributedFactor f(MPI_COMM_WORLD, shareOf(A, 2), options);
+    const SparseMatrix share = shareOf(A, 2);
+    DistributedFactor f(MPI_COMM_WORLD, share, options);
     EXPECT_FALSE(fs::is_empty(folder));
+    const std::vector<double> b(A.rows, 1.0), x = f.solve(b);
+    const fs::path elsewhere = folder.string() + "-elsewhere";
+    MPI_Barrier(MPI_COMM_WORLD);
+    if (rankOf() == 0) fs::rename(folder, elsewhere);
+    MPI_Barrier(MPI_COMM_WORLD);
+    EXPECT_EQ(thrown([&] { f.refactorise(valuesOf(share)); }).substr(0, 24),
+              "7 the scratch files of t");
+    if (rankOf() == 0) fs::rename(elsewhere, folder);
+    MPI_Barrier(MPI_COMM_WORLD);
+    f.refactorise(valuesOf(share));
+    expectSame(f.solve(b), x, 1e-13);
   }
   MPI_Barrier(MPI_COMM_WORLD);
   EXPECT_TRUE(fs::is_empty(folder));

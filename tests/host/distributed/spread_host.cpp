@@ -31,8 +31,10 @@ int main(int argc, char** argv) {
   for (const auto engine : {zeph::Engine::Domains, zeph::Engine::Mumps}) {
     zeph::DistributedOptions options;
     options.engine = engine;
-    const zeph::DistributedFactor f(MPI_COMM_WORLD, A, options);
+    zeph::DistributedFactor f(MPI_COMM_WORLD, A, options);
     fine = fine && std::fabs(f.variances()[1] - 0.25) < 1e-15 && f.report().processes == p;
+    f.refactorise({8.0 / p, 4.0 / p, 10.0 / p});
+    fine = fine && std::fabs(f.variances()[1] - 0.125) < 1e-15;
   }
   A.entries[2].value = -1.0;
   zeph::DistributedOptions cholesky;
