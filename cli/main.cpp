@@ -1,5 +1,6 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <initializer_list>
 #include <iostream>
@@ -80,6 +81,8 @@ int parseAndRun(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // A file above the limit (ulimit -f) is to be told as a full disk is.
+  std::signal(SIGXFSZ, SIG_IGN);
   try {
     return parseAndRun(argc, argv);
   } catch (const std::bad_alloc&) {  // perhaps for the list of options already

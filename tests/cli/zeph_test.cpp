@@ -354,6 +354,7 @@ TEST_F(ZephProgram, PipesLinksTerminalsAndFullDisks) {
     {"$Z factor A.mtx -o L.mtx --perm ./L.mtx", 2, ""},
     {"$Z factor A.mtx --perm -", 2, ""},
     {"$Z --help > /dev/full", 7, ""},
+    {"(ulimit -f 0; exec $Z convert A.mtx over.csv); status=$?; ls over.csv; exit $status", 7, ""},
     {"$Z version > /dev/full", 7, ""},
     {"$Z factor A.mtx > /dev/full", 7, ""},
     {"export COLUMNS=80; " SHOWN(
