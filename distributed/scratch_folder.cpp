@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "zeph/error.h"
+#include "zeph/factor/scratch_file.h"
 
 namespace zeph::distributed {
 namespace {
@@ -22,6 +23,7 @@ Error noFiles(const std::string& inside, int reason) {
 }  // namespace
 
 ScratchFolder::ScratchFolder(const std::string& inside) : path_(inside + "/zeph-XXXXXX") {
+  requireScratchFolder(inside);
   if (::mkdtemp(path_.data()) == nullptr) throw noFiles(inside, errno);
   const int reason = watch();
   if (reason == 0) return;
