@@ -359,8 +359,8 @@ Assembled assemble(const Communicator& comm, const SparseMatrix& share) {
   return A;
 }
 
-std::string assembleAgain(const Communicator& comm, const double* values, size_t count,
-                          Assembled& A) {
+void requireValues(const Communicator& comm, const double* values, size_t count,
+                   const Assembled& A) {
   comm.together([&] {
     const size_t entries = A.destinations.owner.count();
     if (count != entries) {
@@ -371,6 +371,9 @@ std::string assembleAgain(const Communicator& comm, const double* values, size_t
       throw Error(ErrorKind::Usage, "the array of values is a null pointer");
     }
   });
+}
+
+std::string assembleAgain(const Communicator& comm, const double* values, Assembled& A) {
   const Sums sums = addUp(comm, A, values, 1);
   setValues(sums, A);
   const std::vector<double> diagonal = diagonalOf(comm, A);

@@ -48,12 +48,15 @@ struct Assembled {
 /// entries, 2 to 8 bytes for each entry given. Throws the same Error on all.
 Assembled assemble(const Communicator& comm, const SparseMatrix& share);
 
-/// New values for the same shares, `count` of this process in the order of its entries: all of A
+/// Throws the same Error on all where a process has not as many values as its share has entries.
+void requireValues(const Communicator& comm, const double* values, std::size_t count,
+                   const Assembled& A);
+
+/// New values for the same shares, those of this process in the order of its entries: all of A
 /// that depends on values but `against`. Returns why an A that was symmetric is not any more; empty
 /// where it is, and for all others. Throws the same Error on all, after which A's values are of no
 /// use.
-std::string assembleAgain(const Communicator& comm, const double* values, std::size_t count,
-                          Assembled& A);
+std::string assembleAgain(const Communicator& comm, const double* values, Assembled& A);
 
 /// out = b - A x and size = |A| |x| + |b| for whole vectors, on every process.
 void residual(const Communicator& comm, const Assembled& A, const double* x, const double* b,

@@ -162,12 +162,13 @@ class DistributedFactor::Impl {
 
   void refactorise(const double* values, size_t count) {
     call([&] {
+      requireValues(comm, values, count, A);
       hasNumbers = false;
       describe();
       report.conditionEstimate = 0.0;
       result = {};
       beginStage(comm, options, "assembling");
-      const std::string against = assembleAgain(comm, values, count, A);
+      const std::string against = assembleAgain(comm, values, A);
       const bool cholesky = report.route == Route::Cholesky;
       if (!against.empty()) {
         comm.fail(Error(ErrorKind::Unfit,

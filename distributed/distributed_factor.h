@@ -149,8 +149,9 @@ class ZEPH_API DistributedFactor {
   /// New values for the same shares: each process gives those of its share, in the order of its
   /// entries; no ordering, no symbolic work, and only values travel. The engine, the route and what
   /// lies between the domains stay; a matrix that was symmetric has to be so again. The checks are
-  /// those of Factor::refactorise(), and an error tells the rank that a value came from. If it
-  /// throws, the factor has no numbers: everything but rows(), report(), warnings(), which has none
+  /// those of Factor::refactorise(), and an error tells the rank that a value came from. A count of
+  /// values on any process that is not that of its entries changes nothing. If anything else is
+  /// thrown, the factor has no numbers: everything but rows(), report(), warnings(), which has none
   /// then, and refactorise() throws Error(Unfit) until it succeeds, on all processes.
   void refactorise(const double* values, std::size_t count);
   /// The same, from a vector.

@@ -103,8 +103,9 @@ class ZEPH_API Factor {
   DenseMatrix sample(std::size_t count, std::uint64_t seed) const;
 
   /// New values for the same pattern, in the order of the entries that the factor was made from; no
-  /// ordering, no symbolic work. The route stays. If it throws, the factor has no numbers:
-  /// everything but rows(), report() and refactorise() then throws Error(Unfit) until it succeeds.
+  /// ordering, no symbolic work. The route stays. A count of values that is not that of the entries
+  /// changes nothing. If anything else is thrown, the factor has no numbers: everything but rows(),
+  /// report() and refactorise() then throws Error(Unfit) until it succeeds.
   void refactorise(const double* values, std::size_t count);
   /// The same, from a vector.
   void refactorise(const std::vector<double>& values);
