@@ -22,6 +22,9 @@ inline constexpr Index kLeastDissected = 1500;
 /// them.
 std::vector<Index> nestedDissection(const Graph& graph, Index kept = 0);
 
+/// Bytes of memory that nestedDissection takes, about.
+double dissectionMemory(const Graph& graph);
+
 }  // namespace korin::sparse
 
 #endif

@@ -102,6 +102,12 @@ std::vector<Index> minimumDegree(const Graph& graph) {
   return withWorkspace<SuiteSparse_long>(graph, amd_l2);
 }
 
+double minimumDegreeMemory(const Graph& graph) {
+  if (graph.neighbour.empty()) return sizeof(Index) * static_cast<double>(graph.nodes());
+  const auto edges = static_cast<double>(graph.neighbour.size());
+  return sizeof(int) * (1.2 * edges + 11.0 * graph.nodes());  // see withWorkspace
+}
+
 bool canDissect(const Graph& graph) {
   return graph.neighbour.size() < static_cast<std::size_t>(std::numeric_limits<idx_t>::max()) / 2;
 }

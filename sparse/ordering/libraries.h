@@ -15,6 +15,9 @@ namespace korin::sparse {
 /// std::bad_alloc if memory runs out. The same graph gives the same order every time.
 std::vector<Index> minimumDegree(const Graph& graph);
 
+/// Bytes of memory that it takes.
+double minimumDegreeMemory(const Graph& graph);
+
 /// The same where stage[k] says when node k is eliminated: those of a smaller stage first, and
 /// minimum degree decides within a stage (CAMD). Stages are 0, 1, ... without gaps, and not of more
 /// than `canDissect` takes.

@@ -47,20 +47,23 @@ OrderedGraph withOrder(const Graph& graph, Ordering ordering, std::vector<Index>
   return result;
 }
 
-OrderedGraph orderGraph(const Graph& graph, Ordering ordering, Index kept) {
-  if (ordering == Ordering::NestedDissection) {
-    return withOrder(graph, ordering, nestedDissection(graph, kept), kept);
-  }
+OrderedGraph orderGraph(const Graph& graph, Ordering ordering, Index kept,
+                        const std::function<void(double bytes)>& room) {
+  const auto dissected = [&] {
+    if (room) room(dissectionMemory(graph));
+    return withOrder(graph, Ordering::NestedDissection, nestedDissection(graph, kept), kept);
+  };
+  if (ordering == Ordering::NestedDissection) return dissected();
   if (ordering == Ordering::Natural) {
     std::vector<Index> order(static_cast<std::size_t>(graph.nodes()));
     std::iota(order.begin(), order.end(), Index{0});
     return withOrder(graph, ordering, std::move(order), kept);
   }
+  if (room) room(minimumDegreeMemory(graph));
   OrderedGraph best =
       withOrder(graph, Ordering::MinimumDegree, minimumDegreeBefore(graph, kept), kept);
   if (ordering == Ordering::Automatic && dissectionMayPay(graph, best.predicted)) {
-    OrderedGraph other =
-        withOrder(graph, Ordering::NestedDissection, nestedDissection(graph, kept), kept);
+    OrderedGraph other = dissected();
     if (other.predicted.operations < best.predicted.operations) best = std::move(other);
   }
   return best;

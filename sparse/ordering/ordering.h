@@ -2,6 +2,7 @@
 #ifndef ZEPH_SPARSE_ORDERING_ORDERING_H
 #define ZEPH_SPARSE_ORDERING_ORDERING_H
 
+#include <functional>
 #include <vector>
 
 #include "sparse/ordering/choice.h"
@@ -39,10 +40,14 @@ bool dissectionMayPay(const Graph& graph, const Prediction& predicted);
 /// here. Automatic keeps the order with fewer predicted operations of the one or two that it tried.
 /// std::bad_alloc as the libraries below.
 ///
+/// `room`, where given, is called with the bytes of memory that an order is about to take; may
+/// throw.
+///
 /// The last `kept` nodes come last, in their order, and are not eliminated: in the tree they are a
 /// chain, as if all of them were neighbours, and the prediction leaves them out. Minimum degree
 /// counts them among the neighbours of the others.
-OrderedGraph orderGraph(const Graph& graph, Ordering ordering, Index kept = 0);
+OrderedGraph orderGraph(const Graph& graph, Ordering ordering, Index kept = 0,
+                        const std::function<void(double bytes)>& room = {});
 
 /// The same for an order that is there already.
 OrderedGraph withOrder(const Graph& graph, Ordering ordering, std::vector<Index> order,

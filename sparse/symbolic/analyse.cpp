@@ -34,6 +34,16 @@ std::vector<Index> checkedPermutation(const Index* permutation, Index n) {
   return std::vector<Index>(permutation, permutation + n);
 }
 
+/// Bytes of the structure, and of what it is filled with.
+double structureMemory(Index n, Index nodes, const Grouping& grouping) {
+  double rows = 0.0;
+  for (Index g = 0; g < grouping.groups(); ++g) {
+    rows += static_cast<double>(grouping.width[g]) + grouping.below[g];
+  }
+  return sizeof(Index) * (2.0 * rows + 3.0 * n + nodes + 3.0 * grouping.groups()) +
+         (2.0 * sizeof(Offset) + sizeof(Index*)) * grouping.groups();
+}
+
 /// Sizes of the groups and their places in `permutation`, `rows` and the panels. `order` becomes
 /// the nodes in their final order.
 void layOut(const CompressedGraph& compressed, const OrderedGraph& ordered,
@@ -119,7 +129,7 @@ Symbolic analyse(const ColumnsView& lower, const AnalysisOptions& options) {
   } else {
     const bool natural = options.ordering == Ordering::Natural;
     compressed = compress(lower, natural ? Compression::Runs : Compression::All, s.kept);
-    ordered = orderGraph(compressed.graph, options.ordering, s.kept);
+    ordered = orderGraph(compressed.graph, options.ordering, s.kept, options.room);
   }
   s.secondsOrdering = std::chrono::duration<double>(Clock::now() - begin).count();
   const Graph& graph = compressed.graph;
@@ -131,6 +141,7 @@ Symbolic analyse(const ColumnsView& lower, const AnalysisOptions& options) {
   std::vector<Index> weight(ordered.order.size());
   for (std::size_t k = 0; k < weight.size(); ++k) weight[k] = graph.weight[ordered.order[k]];
   const Grouping grouping = groupNodes(ordered.tree, weight, s.kept);
+  if (options.room) options.room(structureMemory(s.n, graph.nodes(), grouping));
   layOut(compressed, ordered, grouping, s);
   fillRows(graph, ordered, grouping, s);
   findParentPlaces(s);

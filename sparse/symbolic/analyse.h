@@ -2,6 +2,8 @@
 #ifndef ZEPH_SPARSE_SYMBOLIC_ANALYSE_H
 #define ZEPH_SPARSE_SYMBOLIC_ANALYSE_H
 
+#include <functional>
+
 #include "sparse/ordering/ordering.h"
 #include "sparse/symbolic/symbolic.h"
 
@@ -15,6 +17,8 @@ struct AnalysisOptions {
   /// square without rows below it, as if all of them were neighbours: what `factorise` leaves there
   /// is what eliminating the others adds to them. Not with Ordering::Given.
   Index kept = 0;
+  /// As of `orderGraph`, and before the structure is laid out.
+  std::function<void(double bytes)> room = {};
 };
 
 /// The structure of the Cholesky factor of a symmetric matrix from the pattern of its lower

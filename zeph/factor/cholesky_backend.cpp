@@ -1,7 +1,5 @@
 #include "zeph/factor/cholesky_backend.h"
 
-#include <malloc.h>
-
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -93,12 +91,6 @@ std::vector<Index> checkedPermutation(const Options& options, size_t n) {
 // the factor's large arrays do not fit into, is worth going through it.
 constexpr size_t kWorthTrimming = size_t{1} << 18;
 
-void returnFreeMemory() {
-#ifdef __GLIBC__
-  malloc_trim(0);
-#endif
-}
-
 }  // namespace
 
 CholeskyBackend::CholeskyBackend(SymmetricInput input, const Options& options, Watch& watch)
@@ -111,11 +103,15 @@ CholeskyBackend::CholeskyBackend(SymmetricInput input, const Options& options, W
   sparse::AnalysisOptions analysis;
   analysis.ordering = engineOrdering(options.ordering);
   analysis.permutation = permutation.data();
+  analysis.room = [&](double bytes) { requireToAnalyse(input_.source, bytes); };
   try {
     symbolic_ = sparse::analyse(input_.lower.view(), analysis);
   } catch (const std::invalid_argument& e) {
     throw Error(ErrorKind::Unfit, e.what());
   }
+  // Their places, and where each entry of the input goes; and what is made on the way.
+  requireToAnalyse(input_.source, 8.0 * static_cast<double>(input_.lower.row.size()) +
+                                      20.0 * static_cast<double>(symbolic_.n));
   entries_ = sparse::place(symbolic_, input_.lower.view(), &input_.slots);
   input_.lower = {};
   if (entries_.position.size() > kWorthTrimming) returnFreeMemory();

@@ -1,5 +1,7 @@
 #include "zeph/factor/symmetric_input.h"
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <cmath>
 
@@ -88,14 +90,29 @@ void findPattern(const SparseMatrix& A, SymmetricInput& in) {
 constexpr double kCertain = 0.9;
 constexpr double kWorthLooking = 1e7;
 
-void requireRoomForAnalysis(const SparseMatrix& A) {
-  const auto given = static_cast<double>(A.entries.size());
-  const double triangle = A.symmetry == Symmetry::Symmetric ? given : 0.5 * given;
-  const double bytes = kCertain * analysisBytes(static_cast<double>(A.rows), triangle);
-  if (bytes > kWorthLooking) requireBytes("analysing " + A.source, bytes, 0.0);
-}
+// Of each entry as it was given, before duplicates are merged, and of each unknown, whatever the
+// pattern: rows, counters of the columns, and the order.
+constexpr double kLeastOfEntry = 4.0;
+constexpr double kLeastOfUnknown = 60.0;
+// And of the entries of a triangle and the unknowns, from then on: together with the pattern and
+// the slots three quarters of what grids, networks, pose graphs, bundles and bands take.
+constexpr double kMoreOfEntry = 7.0;
+constexpr double kMoreOfUnknown = 77.0;
 
 }  // namespace
+
+void requireToAnalyse(const std::string& source, double estimate) {
+  const double bytes = kCertain * estimate;
+  if (bytes <= kWorthLooking || fitsMemory(bytes, 0.0)) return;
+  returnFreeMemory();
+  requireBytes("analysing " + source, bytes, 0.0);
+}
+
+void returnFreeMemory() {
+#ifdef __GLIBC__
+  malloc_trim(0);
+#endif
+}
 
 // Least squares over grids, networks, pose graphs and bundles of 10^4 to 10^5 unknowns.
 double analysisBytes(double unknowns, double entries) {
@@ -132,7 +149,8 @@ std::string sumValues(const SymmetricInput& in, const NamedColumns& columns, con
 }
 
 SymmetricInput symmetricInput(const SparseMatrix& A, std::string& against) {
-  requireRoomForAnalysis(A);
+  requireToAnalyse(A.source, kLeastOfEntry * static_cast<double>(A.entries.size()) +
+                                 kLeastOfUnknown * static_cast<double>(A.rows));
   SymmetricInput in;
   in.source = A.source;
   in.indexBase = A.indexBase;
@@ -154,6 +172,10 @@ SymmetricInput symmetricInput(const SparseMatrix& A, std::string& against) {
     const bool stored = first < a.start[c + 1] && a.row[first] == c;
     if (!stored || !(sum[first] > 0.0)) in.unusableDiagonal = c;
   }
+  if (!against.empty() || in.unusableDiagonal >= 0) return in;
+  requireToAnalyse(A.source, kMoreOfEntry * static_cast<double>(a.row.size()) +
+                                 kMoreOfUnknown * static_cast<double>(a.cols) -
+                                 static_cast<double>(in.slots.bytes()));
   return in;
 }
 

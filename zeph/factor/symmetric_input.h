@@ -42,6 +42,13 @@ struct NamedColumns {
 /// graph some more.
 double analysisBytes(double unknowns, double entriesOfATriangle);
 
+/// Throws Error(Memory) unless there is room for most of what a step of the analysis is estimated
+/// to take.
+void requireToAnalyse(const std::string& source, double estimate);
+
+/// Gives back to the system what the heap keeps of freed memory.
+void returnFreeMemory();
+
 /// Assembles A, whose form has been checked. `against` becomes why A is not symmetric, empty when
 /// it is.
 SymmetricInput symmetricInput(const SparseMatrix& A, std::string& against);

@@ -17,7 +17,7 @@ namespace {
 /// What the analysis takes beside analysisBytes() for each node of the compressed graph, and how
 /// much more where nested dissection is tried: from the same least squares.
 constexpr double kPerNode = 30.0;
-constexpr double kPerDissected = 450.0;
+constexpr double kPerDissected = 250.0;
 
 /// Share of the update matrices that the heap of several threads keeps when they are freed: 0.6 to
 /// 1.1 on dissected grids in space, whose threads have large ones at the same time, 0.2 to 0.7 on
