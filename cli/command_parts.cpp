@@ -228,16 +228,19 @@ std::string scratchText(const Report& r) {
 
 void tellReport(const Report& r, Console& console, const std::size_t* indexBase) {
   const bool known = r.route == Route::Cholesky;
+  const bool made = known || r.entriesOfL > 0;  // of LU nothing is known before
   JsonObject report;
   report.add("route", name(r.route)).add("reason", r.reason);
   if (known) report.add("ordering", name(r.ordering));
   report.add("unknowns", r.unknowns).add("groups", r.groups).add("threads", r.threads);
-  report.add("entries_of_a", r.entriesOfA).add("entries_of_l", r.entriesOfL);
-  report.add("operations", r.operations).add("bytes", r.bytes);
-  report.add("scratch_bytes", r.scratchBytes);
-  report.add("seconds_ordering", r.secondsOrdering).add("seconds_analysis", r.secondsAnalysis);
-  report.add("seconds_factorisation", r.secondsFactorisation);
-  report.add("seconds_inverse", r.secondsInverse);
+  report.add("entries_of_a", r.entriesOfA);
+  if (made) {
+    report.add("entries_of_l", r.entriesOfL).add("operations", r.operations).add("bytes", r.bytes);
+    report.add("scratch_bytes", r.scratchBytes);
+    report.add("seconds_ordering", r.secondsOrdering).add("seconds_analysis", r.secondsAnalysis);
+    report.add("seconds_factorisation", r.secondsFactorisation);
+    report.add("seconds_inverse", r.secondsInverse);
+  }
   if (r.conditionEstimate > 0.0) report.add("condition_estimate", r.conditionEstimate);
   if (r.relativeErrorEstimate > 0.0) report.add("relative_error_estimate", r.relativeErrorEstimate);
   if (r.uncertainVariances > 0) report.add("uncertain_variances", r.uncertainVariances);
@@ -247,6 +250,7 @@ void tellReport(const Report& r, Console& console, const std::size_t* indexBase)
     report.add("worst_unknown", static_cast<std::size_t>(r.worstUnknown) + *indexBase);
   }
   console.figures.add("report", report);
+  if (!made) return;
 
   char line[256];
   std::snprintf(line, sizeof line,

@@ -104,6 +104,45 @@ void printMemory(const RunPlan& p) {
   std::printf("  inverting       %s\n", memoryText(p.memory.inversion).c_str());
 }
 
+// Pivots are chosen by value, and with them the fill: there are bounds, and no times.
+void tellLu(const RunPlan& p, double limit, const std::string& room, Console& console) {
+  const bool print = !console.manner.json;
+  if (!p.lu) {
+    if (print) std::printf("this build has no LU route\n");
+    return;
+  }
+  const LuPlan& lu = *p.lu;
+  const bool expected = lu.entriesOnDiagonal > 0.0;
+  const bool certain = lu.mostBytes <= limit, never = lu.leastBytes > limit;
+  JsonObject memory, entries;
+  memory.add("least", lu.leastBytes).add("most", lu.mostBytes);
+  entries.add("most", lu.mostEntries);
+  if (expected) {
+    memory.add("on_diagonal", lu.bytesOnDiagonal);
+    entries.add("on_diagonal", lu.entriesOnDiagonal);
+  }
+  memory.add("input", p.inputBytes).add("limit", limit);
+  if (certain || never) memory.add("fits", certain);
+  console.figures.add("memory", memory).add("entries_of_lu", entries);
+  if (!print) return;
+  std::printf("entries of A:     %.0f\n", lu.entriesOfA);
+  std::printf("entries of L, U:  at most %.3g\n", lu.mostEntries);
+  std::printf("memory:           at least %s, at most %s, beside %s for A\n",
+              memoryText(lu.leastBytes).c_str(), memoryText(lu.mostBytes).c_str(),
+              memoryText(p.inputBytes).c_str());
+  if (expected) {
+    std::printf("likely:           %.3g entries, %s: all pivots on the diagonal\n",
+                lu.entriesOnDiagonal, memoryText(lu.bytesOnDiagonal).c_str());
+  }
+  const char* const verdict = certain                                   ? "yes"
+                              : never                                   ? "no"
+                              : expected && lu.bytesOnDiagonal <= limit ? "likely"
+                              : expected                                ? "hardly"
+                                                                        : "only a run tells";
+  std::printf("fits:             %s, %s\n", verdict, room.c_str());
+  std::printf("time:             not predicted: pivots are chosen by value\n");
+}
+
 void tellEngines(const RunPlan& p, double limit, int processes, Console& console) {
   Table table(limit, console);
   JsonObject engines;
@@ -208,11 +247,17 @@ int printPlan(const SparseMatrix& A, const Options& options, const PlanWishes& w
   const bool print = !console.manner.json;
   if (print) {
     std::printf("route:            %s (%s)\n", name(r.route), r.reason.c_str());
-    std::printf("unknowns:         %lld in %lld groups\n", static_cast<long long>(r.unknowns),
-                static_cast<long long>(r.groups));
+    std::printf("unknowns:         %lld", static_cast<long long>(r.unknowns));
+    if (r.route == Route::Cholesky)
+      std::printf(" in %lld groups", static_cast<long long>(r.groups));
+    std::printf("\n");
   }
-  if (r.route != Route::Cholesky) return 0;  // the rest is known only when LU is done
   const double limit = wishes.memory > 0.0 ? wishes.memory : availableMemory();
+  const std::string room = memoryText(limit) + (wishes.memory > 0.0 ? " allowed" : " are free");
+  if (r.route != Route::Cholesky) {
+    tellLu(p, limit, room, console);
+    return 0;
+  }
   JsonObject memory;
   memory.add("panels", p.panels).add("analysis", p.memory.analysis);
   memory.add("factorisation", p.memory.factorisation);
@@ -225,8 +270,8 @@ int printPlan(const SparseMatrix& A, const Options& options, const PlanWishes& w
   if (print) {
     printStructure(r);
     printMemory(p);
-    std::printf("fits:             %s, %s %s\n", p.memory.peak() <= limit ? "yes" : "no",
-                memoryText(limit).c_str(), wishes.memory > 0.0 ? "allowed" : "are free");
+    std::printf("fits:             %s, %s\n", p.memory.peak() <= limit ? "yes" : "no",
+                room.c_str());
     if (r.scratchBytes > 0.0) {
       std::printf("a run would take: %s and a scratch file of %s\n",
                   memoryText(p.besideFile.peak()).c_str(), memoryText(r.scratchBytes).c_str());

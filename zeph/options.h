@@ -47,9 +47,12 @@ struct Options {
   /// Outside the ordering libraries it is called at least ten times a second.
   ProgressCall progress;
 
-  /// Bytes that the factor may take together with what any call takes beside it, results that the
-  /// call returns left out; 0 for what the machine has. A need above it is predicted and refused
-  /// with Error(Memory) before the memory is taken.
+  /// Bytes that the factor may take together with what any call takes beside it; 0 for what the
+  /// machine has. A result of many columns or entries that a call returns is held against it by
+  /// itself. A need above it is predicted and refused with Error(Memory) before the memory is
+  /// taken. Where columns of a result are what is too much, fewer are worked on at once: that takes
+  /// time and changes no bit. By LU, whose fill depends on the pivots, what UMFPACK has taken is
+  /// known when its factors are there; what follows is predicted again.
   double memoryLimit = 0.0;
 
   /// A folder on a disk, for a Cholesky factor that does not fit into memory: where it, together

@@ -61,23 +61,41 @@ void requireMemory(int status) {
   if (status == UMFPACK_ERROR_out_of_memory) throw std::bad_alloc();
 }
 
-// Leaves `result` empty on failure; a singular matrix does have factors.
-void factorise(int n, const int* colPointers, const int* rowIndices, const double* values,
-               UmfpackNumeric& result) {
-  const ColumnsWithDiagonal A(n, colPointers, rowIndices, values);
+// UMFPACK's parameters, and its analysis; null where it made none.
+void* analysed(int n, const ColumnsWithDiagonal& A, double* control, double* info) {
   void* symbolic = nullptr;
-  void* numeric = nullptr;
-  double control[UMFPACK_CONTROL];
   umfpack_di_defaults(control);
   control[UMFPACK_SYM_PIVOT_TOLERANCE] = kDiagonalPivotTolerance;
   requireMemory(umfpack_di_symbolic(n, n, A.start.data(), A.rows.data(), A.values.data(), &symbolic,
-                                    control, nullptr));
-  if (symbolic == nullptr) return;
+                                    control, info));
+  return symbolic;
+}
+
+// Leaves `result` empty on failure; a singular matrix does have factors. Returns their bytes.
+double factorise(int n, const int* colPointers, const int* rowIndices, const double* values,
+                 UmfpackNumeric& result) {
+  const ColumnsWithDiagonal A(n, colPointers, rowIndices, values);
+  double control[UMFPACK_CONTROL], info[UMFPACK_INFO];
+  void* symbolic = analysed(n, A, control, info);
+  if (symbolic == nullptr) return 0.0;
+  void* numeric = nullptr;
   const int status = umfpack_di_numeric(A.start.data(), A.rows.data(), A.values.data(), symbolic,
-                                        &numeric, control, nullptr);
+                                        &numeric, control, info);
   umfpack_di_free_symbolic(&symbolic);
   requireMemory(status);
   result.reset(numeric);
+  return info[UMFPACK_NUMERIC_SIZE] * info[UMFPACK_SIZE_OF_UNIT];
+}
+
+// Of a place and a value in a factor.
+constexpr double kEntryBytes = sizeof(int) + sizeof(double);
+
+// To take out L and then U, with n rows: the larger as it comes, and both as they stay, when the
+// second is taken no longer beside UMFPACK's.
+double bytesToTake(double n, double lower, double upper, double held) {
+  const double larger = std::max(lower, upper);
+  return kEntryBytes * std::max(larger + lower, larger + lower + upper - held / kEntryBytes) +
+         n * (4 * sizeof(int) + 2 * sizeof(double) + 3 * sizeof(Offset));
 }
 
 // A factor as UMFPACK gives it, by rows or by columns: line k has the positions start[k] ..
@@ -160,12 +178,41 @@ std::vector<int> inversePermutation(const std::vector<int>& permutation) {
 
 LuFactors luFactors(int rows, int cols, const int* colPointers, const int* rowIndices,
                     const double* values) {
+  return luFactors(rows, cols, colPointers, rowIndices, values, {});
+}
+
+LuBounds luBounds(int n, const int* colPointers, const int* rowIndices, const double* values) {
+  const ColumnsWithDiagonal A(n, colPointers, rowIndices, values);
+  double control[UMFPACK_CONTROL], info[UMFPACK_INFO];
+  void* symbolic = analysed(n, A, control, info);
+  LuBounds bounds;
+  if (symbolic == nullptr) return bounds;
+  umfpack_di_free_symbolic(&symbolic);
+  const double lower = info[UMFPACK_LNZ_ESTIMATE], upper = info[UMFPACK_UNZ_ESTIMATE];
+  const double unit = info[UMFPACK_SIZE_OF_UNIT];
+  const double held = unit * info[UMFPACK_NUMERIC_SIZE_ESTIMATE];
+  const auto entries = static_cast<double>(A.rows.size());
+  bounds.mostEntries = lower + upper - n;
+  if (info[UMFPACK_STRATEGY_USED] == UMFPACK_STRATEGY_SYMMETRIC) {
+    bounds.entriesOnDiagonal = info[UMFPACK_SYMMETRIC_LUNZ];
+    const double each = 0.5 * bounds.entriesOnDiagonal;
+    const double values = sizeof(double) * bounds.entriesOnDiagonal;  // places are compressed
+    bounds.bytesOnDiagonal = kEntryBytes * static_cast<double>(A.rows.size()) + values +
+                             bytesToTake(n, each, each, values);
+  }
+  bounds.mostBytes = std::max(unit * info[UMFPACK_PEAK_MEMORY_ESTIMATE] + kEntryBytes * entries,
+                              held + bytesToTake(n, lower, upper, held));
+  return bounds;
+}
+
+LuFactors luFactors(int rows, int cols, const int* colPointers, const int* rowIndices,
+                    const double* values, const RoomForFactors& room) {
   LuFactors factors;
   if (rows != cols || rows <= 0) return factors;
   const int n = rows;
   factors.n = n;
   UmfpackNumeric numeric;
-  factorise(n, colPointers, rowIndices, values, numeric);
+  const double held = factorise(n, colPointers, rowIndices, values, numeric);
   int lowerEntries = 0;
   int upperEntries = 0;
   int unused = 0;
@@ -174,6 +221,7 @@ LuFactors luFactors(int rows, int cols, const int* colPointers, const int* rowIn
           UMFPACK_OK) {
     return factors;
   }
+  if (room) room(held, bytesToTake(n, lowerEntries, upperEntries, held));
   // UMFPACK gives L by rows and U by columns: one after the other, in the same memory.
   TakenFactor taken(n, std::max(lowerEntries, upperEntries));
   std::vector<int> rowOrder(n);

@@ -1,6 +1,8 @@
 #ifndef ZEPH_SOLVER_SUITESPARSE_LU_FACTORS_H
 #define ZEPH_SOLVER_SUITESPARSE_LU_FACTORS_H
 
+#include <functional>
+
 #include "sparse/pattern/lu_factors.h"
 
 namespace zeph_solver {
@@ -17,6 +19,27 @@ namespace zeph_solver {
 /// Cost: one factorisation plus time proportional to the entries of the factors.
 korin::sparse::LuFactors luFactors(int rows, int cols, const int* colPointers,
                                    const int* rowIndices, const double* values);
+
+/// Called when the factors are there, in `held` bytes, and are to be taken out into `more`; may
+/// throw.
+using RoomForFactors = std::function<void(double held, double more)>;
+
+/// The same, and what `room` throws.
+korin::sparse::LuFactors luFactors(int rows, int cols, const int* colPointers,
+                                   const int* rowIndices, const double* values,
+                                   const RoomForFactors& room);
+
+/// What the analysis before a factorisation says about it. Which pivots are taken, and with them
+/// the fill, depends on the values.
+struct LuBounds {
+  double mostEntries = 0.0;        ///< of L and U, whatever rows the pivots are in
+  double entriesOnDiagonal = 0.0;  ///< with all pivots on the diagonal; 0 where others are expected
+  double bytesOnDiagonal = 0.0;    ///< that luFactors takes beside its arguments then, about
+  double mostBytes = 0.0;          ///< that it takes whatever the pivots
+};
+
+/// Of a square matrix as for `luFactors`; without an analysis all zero. Throws what it throws.
+LuBounds luBounds(int n, const int* colPointers, const int* rowIndices, const double* values);
 
 }  // namespace zeph_solver
 

@@ -121,9 +121,16 @@ std::vector<Index> eliminationOrder(const Symbolic& s, Index count, const Index*
 
 /// Rows and columns `indices` of A^-1 by solving for the columns in blocks.
 void covarianceBySolving(const Symbolic& s, const FactorPanels& panels, Index count,
-                         const Index* indices, double* block, kernels::Team& team) {
+                         const Index* indices, double* block, kernels::Team& team,
+                         const ColumnsThatFit& fit) {
   const auto n = static_cast<size_t>(s.n);
-  const Index together = kTogether * std::max(1, team.threads());
+  Index together = std::min(count, kTogether * std::max(1, team.threads()));
+  if (fit) {
+    together = fit(together, [&](Index columns) {
+      return sizeof(double) * static_cast<double>(n) * columns +
+             solveMemory(s, columns, team.threads());
+    });
+  }
   std::vector<double> x;
   for (Index first = 0; first < count; first += together) {
     const Index columns = std::min(together, count - first);
@@ -144,13 +151,20 @@ void covarianceBySolving(const Symbolic& s, const FactorPanels& panels, Index co
 }  // namespace
 
 void covarianceBlock(const Symbolic& symbolic, const FactorPanels& panels, Index count,
-                     const Index* indices, double* block, kernels::Team& team) {
+                     const Index* indices, double* block, kernels::Team& team,
+                     const ColumnsThatFit& fit) {
   std::vector<Index> positions;
   const std::vector<Index> order = eliminationOrder(symbolic, count, indices, positions);
   const PathColumns columns(symbolic, panels, positions);
-  if (static_cast<double>(count) * columns.length() > kLargestTable) {
-    return covarianceBySolving(symbolic, panels, count, indices, block, team);
+  const double entries = static_cast<double>(count) * columns.length();
+  if (entries > kLargestTable) {
+    return covarianceBySolving(symbolic, panels, count, indices, block, team, fit);
   }
+  if (fit)
+    fit(1, [&](Index) {
+      return sizeof(double) *
+             (entries + static_cast<double>(count) * kTogether * std::max(1, team.threads()));
+    });
   std::vector<double> table;
   columns.fill(table, team);
   const auto length = static_cast<size_t>(columns.length());

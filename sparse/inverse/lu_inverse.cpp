@@ -18,6 +18,7 @@ using std::ptrdiff_t;
 using std::size_t;
 
 using kernels::Block;
+using RoomForInverse = std::function<void(double held, double more)>;
 using Indices = std::span<const int>;
 
 // A column-major block that knows its size.
@@ -46,6 +47,7 @@ void setZero(const Panel& block) {
 class Workspace {
  public:
   void require(size_t rows, size_t cols) { size_ = std::max(size_, rows * cols); }
+  size_t size() const { return size_; }
   void allocate() { store_ = kernels::rawPanels(size_); }
   Panel shaped(size_t rows, size_t cols) const { return {store_.get(), rows, cols}; }
 
@@ -111,9 +113,9 @@ void subtractTransposedProduct(const Panel& c, Write write, const Panel& a, cons
 // Z on the transposed pattern of the groups, in their numbers of rows and columns.
 class SelectedInverse {
  public:
-  explicit SelectedInverse(const LuFactors& factors)
+  SelectedInverse(const LuFactors& factors, const RoomForInverse& room)
       : factors_(factors), groups_(luGroups(factors)), row_(factors.n), places_(factors.n) {
-    layOut();
+    layOut(room);
     for (int g = groups_.count() - 1; g >= 0; --g) invertGroup(g);
   }
 
@@ -129,7 +131,7 @@ class SelectedInverse {
   };
   enum class Part { Lower, Upper };
 
-  void layOut();
+  void layOut(const RoomForInverse& room);
   void invertGroup(int g);
   void load(int g);
   void loadBeyond(Part part, int g);
@@ -155,14 +157,17 @@ class SelectedInverse {
   std::vector<int> places_;
 };
 
-void SelectedInverse::layOut() {
+void SelectedInverse::layOut(const RoomForInverse& room) {
   known_.resize(static_cast<size_t>(groups_.count()));
   size_t total = 0;
+  size_t listed = sizeof(int) * 6 * row_.size();
   for (int g = 0; g < groups_.count(); ++g) {
     Known& known = known_[g];
+    listed += sizeof known + 2 * sizeof(std::vector<int>);
     const size_t width = static_cast<size_t>(groups_.width(g));
     const size_t below = groups_.below[g].size();
     const size_t right = groups_.right[g].size();
+    listed += sizeof(int) * (below + right);
     known.columns = {nullptr, width + right, width};
     known.z12 = {nullptr, width, below};
     total += known.columns.size() + known.z12.size();
@@ -171,7 +176,11 @@ void SelectedInverse::layOut() {
     xtStore_.require(width + right, width);
     z22Store_.require(right, std::min(below, kGatheredColumns));
   }
-  for (Workspace* store : {&lu11Store_, &yStore_, &xtStore_, &z22Store_}) store->allocate();
+  Workspace* const workspaces[] = {&lu11Store_, &yStore_, &xtStore_, &z22Store_};
+  size_t all = total;
+  for (const Workspace* store : workspaces) all += store->size();
+  if (room) room(static_cast<double>(listed), sizeof(double) * static_cast<double>(all));
+  for (Workspace* store : workspaces) store->allocate();
   // Left uninitialised: every entry is written before it is read.
   store_ = kernels::rawPanels(total);
   double* next = store_.get();
@@ -362,8 +371,8 @@ double SelectedInverse::at(int rowOfFactors, int colOfFactors) const {
 
 }  // namespace
 
-void luInverseDiagonal(const LuFactors& factors, double* diagonal) {
-  const SelectedInverse inverse(factors);
+void luInverseDiagonal(const LuFactors& factors, double* diagonal, const RoomForInverse& room) {
+  const SelectedInverse inverse(factors, room);
   for (int i = 0; i < factors.n; ++i) {
     // A^-1 = Q Z P R
     const int row = factors.colPosition[i];

@@ -1,6 +1,8 @@
 #ifndef ZEPH_SPARSE_INVERSE_LU_INVERSE_H
 #define ZEPH_SPARSE_INVERSE_LU_INVERSE_H
 
+#include <functional>
+
 #include "sparse/pattern/lu_factors.h"
 
 namespace korin::sparse {
@@ -18,10 +20,14 @@ namespace korin::sparse {
 ///
 /// @param factors    factors of an invertible matrix (factors.invertible)
 /// @param diagonal   n entries, written
+/// @param room       where given, called with the bytes of memory that lists hold and that are
+/// taken
+///                   next; may throw
 /// Cost: about twice the factorisation's operations. Memory: the closed pattern of the factors in
 /// doubles, with the zeros that groups store, and a strip of the gathered block of one group.
-/// Throws std::bad_alloc only.
-void luInverseDiagonal(const LuFactors& factors, double* diagonal);
+/// Throws std::bad_alloc and what `room` throws.
+void luInverseDiagonal(const LuFactors& factors, double* diagonal,
+                       const std::function<void(double held, double more)>& room = {});
 
 }  // namespace korin::sparse
 

@@ -99,6 +99,14 @@ class BlockSolver {
 
 }  // namespace
 
+double solveMemory(const Symbolic& symbolic, Index count, int threads) {
+  Index below = 0;
+  for (Index g = 0; g < symbolic.groups(); ++g) below = std::max(below, symbolic.below(g));
+  const double blocks = std::ceil(static_cast<double>(count) / kTogether);
+  return std::min<double>(blocks, threads) * std::min(count, kTogether) * sizeof(double) *
+         (static_cast<double>(symbolic.n) + below);
+}
+
 void solve(const Symbolic& symbolic, const FactorPanels& panels, Index count, double* x,
            kernels::Team& team) {
   const auto n = static_cast<size_t>(symbolic.n);

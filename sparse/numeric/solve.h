@@ -28,6 +28,9 @@ void solveForward(const Symbolic& symbolic, const FactorPanels& panels, Index co
 void solveTransposed(const Symbolic& symbolic, const FactorPanels& panels, Index count, double* x,
                      kernels::Team& team);
 
+/// Bytes of memory that each of the above takes at most beside the right-hand sides.
+double solveMemory(const Symbolic& symbolic, Index count, int threads);
+
 /// log(det A), twice the sum of the logarithms of L's diagonal, kept columns left out.
 double logDeterminant(const Symbolic& symbolic, const FactorPanels& panels);
 

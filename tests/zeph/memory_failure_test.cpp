@@ -14,6 +14,7 @@
 #include "tests/zeph/matrices.h"
 #include "zeph/checks/matrix_check.h"
 #include "zeph/factor/lower_factor.h"
+#include "zeph/factor/lu_backend.h"
 #include "zeph/files/mat_export.h"
 #include "zeph/general/cholmod_factor.h"
 #include "zeph/general/solve.h"
@@ -308,6 +309,87 @@ TEST_F(MemoryFailure, IsFoundBeforeALibraryEndsTheProcess) {
       EXPECT_EQ(within(1L << 40), 0);
       EXPECT_LT(used - static_cast<long>(result.size() * sizeof(double)), 4096);
       EXPECT_TRUE(sameBits(result, expected));
+    }
+  }
+}
+
+// What a call takes beside the factor is asked for beforehand; where the limit leaves less than it
+// would like, fewer columns at once give the same bits.
+TEST_F(MemoryFailure, IsPredictedForEveryQuestionAndTakenInSmallerParts) {
+  const SparseMatrix A = stencil(40, false);
+  const std::size_t n = A.rows, columns = 40, some = 50;
+  Numbers b(n * columns);
+  for (double& value : b) value = uniform();
+  std::vector<std::int64_t> rows(n), cols(n), starts(n + 1), rowsOfInverse;
+  std::iota(rows.begin(), rows.end(), 0);
+  for (std::size_t k = 0; k < n; ++k) cols[k] = static_cast<std::int64_t>(7 * k % some);
+  const std::vector<std::int64_t> block(rows.begin(), rows.begin() + some);
+  const struct {
+    bool byLu;
+    std::size_t results;  // numbers that are returned
+    std::function<void(const Factor&, Numbers&)> ask;
+  } questions[] = {
+      {true, 0, [&](const Factor& f, Numbers& x) { f.solve(b.data(), x.data(), columns); }},
+      {true, 0,
+       [&](const Factor& f, Numbers& z) { f.covariance(rows.data(), cols.data(), n, z.data()); }},
+      {true, some * some,
+       [&](const Factor& f, Numbers& z) { z = f.covarianceBlock(block).values; }},
+      {true, 0, [&](const Factor& f, Numbers& z) { z[0] = f.traceOfInverseTimes(A); }},
+      {true, 0, [&](const Factor& f, Numbers& z) { f.variances(z.data(), n); }},
+      {false, columns * n, [&](const Factor& f, Numbers& x) { x = f.sample(columns, 7).values; }},
+      {false, 0, [&](const Factor& f, Numbers& z) {
+         f.selectedInverse(starts.data(), rowsOfInverse.data(), z.data());
+       }}};
+  for (const Route route : {Route::Cholesky, Route::Lu}) {
+    if (route == Route::Lu && !hasLuRoute()) continue;
+    Options o;
+    o.threads = 2, o.route = route;
+    const Factor unlimited(A, o);
+    const double held = unlimited.report().bytes;
+    if (route == Route::Lu) {
+      const LuPlan p = *planLu(A);
+      used = most = 0;
+      budget = 1L << 40;
+      const auto entries = static_cast<double>(Factor(A, o).report().entriesOfL);
+      budget = 0;
+      EXPECT_GE(static_cast<double>(most), p.leastBytes);
+      EXPECT_LE(static_cast<double>(most), p.mostBytes);
+      EXPECT_NEAR(static_cast<double>(most), p.bytesOnDiagonal, 0.4 * p.bytesOnDiagonal);
+      EXPECT_NEAR(entries, p.entriesOnDiagonal, 0.01 * entries);
+      EXPECT_LE(entries, p.mostEntries);
+    } else {
+      unlimited.selectedInverse(starts.data(), nullptr, nullptr);
+      rowsOfInverse.resize(static_cast<std::size_t>(starts.back()));
+    }
+    for (const auto& q : questions) {
+      if (route == Route::Lu && !q.byLu) continue;
+      const std::string name =
+          "question " + std::to_string(&q - questions) + " to " + zeph::name(route);
+      Numbers expected(b.size() + rowsOfInverse.size()), found = expected;
+      q.ask(unlimited, expected);
+      double bytes = 0.0;
+      const auto refused = [&](double limit) {
+        o.memoryLimit = limit;
+        std::string said = errorOf([&] { Factor(A, o); });
+        if (said == "no error") {
+          const Factor f(A, o);
+          used = most = 0;
+          budget = 1L << 40;
+          said = errorOf([&] { q.ask(f, found); });
+          budget = 0;
+          bytes = static_cast<double>(most) - 8.0 * static_cast<double>(q.results);
+        }
+        EXPECT_TRUE(said == "no error" || said.find("more than the limit") != said.npos) << said;
+        return said != "no error";
+      };
+      double least = 10.0 * held;
+      for (double below = held; least > 1.01 * below;) {
+        const double limit = std::sqrt(least * below);
+        (refused(limit) ? below : least) = limit;
+      }
+      EXPECT_FALSE(refused(least)) << name;
+      EXPECT_TRUE(sameBits(found, expected)) << name;
+      EXPECT_LE(held + bytes, 1.02 * least) << name;
     }
   }
 }

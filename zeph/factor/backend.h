@@ -56,8 +56,9 @@ class Backend {
   virtual InverseCheck variances(double* diagonal, Watch& watch) const = 0;
   virtual Doubt selectedInverse(std::int64_t* colStarts, std::int64_t* rowIndices, double* values,
                                 Watch& watch) const = 0;
+  /// Beside `there` bytes that the caller has taken for it.
   virtual Doubt covariance(const std::int64_t* rows, const std::int64_t* cols, std::size_t count,
-                           double* values, Watch& watch) const = 0;
+                           double* values, Watch& watch, double there) const = 0;
   virtual Doubt covarianceBlock(const std::int64_t* indices, std::size_t count, double* block,
                                 Watch& watch) const = 0;
   /// The errors of the factors are those of an A that is wrong by about kEntryErrors rows[i]

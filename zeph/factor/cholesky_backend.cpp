@@ -125,9 +125,8 @@ CholeskyBackend::CholeskyBackend(SymmetricInput input, const Options& options, W
 bool CholeskyBackend::goesIntoFile() const {
   if (options_.scratchFolder.empty()) return false;
   const double numbers = numberBytes();
-  const double beside = std::max(
-      sparse::frontMemory(symbolic_, threads()),
-      sparse::inverseMemory(symbolic_, threads()) + sparse::identityMemory(symbolic_, entries_));
+  const double beside = std::max(sparse::frontMemory(symbolic_, threads()),
+                                 sparse::inverseMemory(symbolic_, threads()) + bytesToCheck());
   return !fitsMemory(numbers + beside, options_.memoryLimit, bytes() - numbers);
 }
 
@@ -297,7 +296,7 @@ void CholeskyBackend::requireRoom(const std::string& what, double beside, double
     if (!helps) throw;
     throw Error(e.kind(), std::string(e.what()) +
                               "; given a folder on a disk (--scratch, Options::scratchFolder), " +
-                              memoryText(panelBytes()) + " of that go into a file");
+                              memoryText(panelBytes()) + " of the factor go into a file");
   }
 }
 
@@ -306,19 +305,24 @@ double CholeskyBackend::bytesToFactorise(bool inFile) const {
   return bytesWith(true) + sparse::frontMemory(symbolic_, 1, {true, sparse::kLeastKept});
 }
 
+double CholeskyBackend::bytesToCheck() const {
+  return sparse::identityMemory(symbolic_, entries_) + vectors(1.0);
+}
+
 double CholeskyBackend::bytesToInvert(bool inFile) const {
-  const double sums = sparse::identityMemory(symbolic_, entries_);
+  const double sums = bytesToCheck();
   if (!inFile) return bytesWith(false) + sums + sparse::inverseMemory(symbolic_, threads());
   return bytesWith(true) + sums + sparse::inverseMemory(symbolic_, 1, sparse::kLeastKept);
 }
 
-CholeskyBackend::Means CholeskyBackend::meansToInvert(const std::string& what,
-                                                      double beside) const {
+CholeskyBackend::Means CholeskyBackend::meansToInvert(const std::string& what, double beside,
+                                                      double there) const {
   const auto need = [&](int threads, size_t keptFrom) {
     return beside + sparse::inverseMemory(symbolic_, threads, keptFrom);
   };
-  const Means means = choose(need, bytes());
-  requireRoom(what + " " + input_.source, means.bytes);
+  const double held = bytes() + there;
+  const Means means = choose(need, held);
+  requireRoom(what + " " + input_.source, means.bytes, held);
   return means;
 }
 
@@ -425,13 +429,21 @@ double CholeskyBackend::solveAndRefine(size_t count, double* x, korin::kernels::
 
 SolveCheck CholeskyBackend::solve(size_t count, double* x, Watch& watch) const {
   requireTrust(watch);
+  // Right-hand sides, residuals and better solutions; and what solves or residuals need.
+  const auto need = [this](size_t columns) {
+    const double each = std::min(threads(), static_cast<int>(columns));
+    return vectors(3.0 * static_cast<double>(columns)) +
+           std::max(sparse::solveMemory(symbolic_, static_cast<Index>(columns), threads()),
+                    vectors(3.0 * each));
+  };
+  const size_t most = columnsAtOnce("solving with", std::min(count, kRefinedAtOnce), need);
   const std::shared_ptr<const Weakness> weak = weakness(watch);
   watch.begin("solving", 0.0);
   korin::kernels::Team team(threads(), watch.poll());
   const auto n = static_cast<size_t>(symbolic_.n);
   double worst = 0.0;
-  for (size_t first = 0; first < count; first += kRefinedAtOnce) {
-    const size_t some = std::min(kRefinedAtOnce, count - first);
+  for (size_t first = 0; first < count; first += most) {
+    const size_t some = std::min(most, count - first);
     double* block = x + first * n;
     scaleRows(some, block);
     worst = std::max(worst, solveAndRefine(some, block, team));
@@ -458,7 +470,7 @@ double CholeskyBackend::unscaled(double z, std::int64_t row, std::int64_t col) c
 }
 
 InverseCheck CholeskyBackend::variances(double* diagonal, Watch& watch) const {
-  const Means means = meansToInvert("inverting", sparse::identityMemory(symbolic_, entries_));
+  const Means means = meansToInvert("inverting", bytesToCheck());
   watch.begin("inverting", sparse::inverseWork(symbolic_, nullptr));
   InverseCheck check;
   double residualNorm = std::numeric_limits<double>::quiet_NaN();
@@ -530,9 +542,12 @@ Doubt CholeskyBackend::selectedInverse(std::int64_t* colStarts, std::int64_t* ro
 
   const auto count = static_cast<size_t>(colStarts[n]);
   const auto storage = static_cast<size_t>(symbolic_.storage());
-  const Means means =
-      meansToInvert("the selected inverse of",
-                    static_cast<double>(count) * (sizeof(Index) + sizeof(Offset)) + panelBytes());
+  // What takes most is to find each entry's place, or to compute it.
+  constexpr double kPlace = sizeof(Offset), kToFind = sizeof(Index) + sizeof(Offset);
+  const double places = kPlace * static_cast<double>(count);
+  requireRoom("the selected inverse of " + input_.source,
+              places + kToFind * static_cast<double>(count) + vectors(1.0), bytes());
+  const Means means = meansToInvert("the selected inverse of", places + panelBytes());
   // Columns of a symmetric pattern in any order, then dealt out by ascending column: rows ascend.
   std::vector<Offset> place(count);
   {
@@ -580,10 +595,14 @@ double CholeskyBackend::logDeterminant() const {
 
 Doubt CholeskyBackend::colour(size_t count, double* x, Watch& watch) const {
   const Doubt doubt = determinantDoubt(watch);
+  const auto need = [this](size_t columns) {
+    return sparse::solveMemory(symbolic_, static_cast<Index>(columns), threads());
+  };
+  const size_t most = columnsAtOnce("sampling with", std::min(count, kColumnsAtOnce), need);
   watch.begin("sampling", 0.0);
   korin::kernels::Team team(threads(), watch.poll());
-  for (size_t first = 0; first < count; first += kColumnsAtOnce) {
-    const size_t some = std::min(kColumnsAtOnce, count - first);
+  for (size_t first = 0; first < count; first += most) {
+    const size_t some = std::min(most, count - first);
     double* block = x + first * static_cast<size_t>(symbolic_.n);
     sparse::solveTransposed(symbolic_, factor(), static_cast<Index>(some), block, team);
     scaleRows(some, block);
@@ -606,6 +625,8 @@ SparseMatrix CholeskyBackend::lower(std::vector<std::uint32_t>& permutation, Wat
   const auto number = [&](Index k) {
     return static_cast<std::uint32_t>(natural ? symbolic_.permutation[k] : k);
   };
+  requireBytes("the entries of the factor of " + input_.source,
+               sizeof(Entry) * static_cast<double>(symbolic_.entries), 0.0);
   L.entries.reserve(static_cast<size_t>(symbolic_.entries));
   const sparse::FactorPanels panels = factor();
   for (Index g = 0; g < symbolic_.groups(); ++g) {

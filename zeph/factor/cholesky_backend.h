@@ -64,7 +64,7 @@ class CholeskyBackend final : public Backend {
   Doubt selectedInverse(std::int64_t* colStarts, std::int64_t* rowIndices, double* values,
                         Watch& watch) const override;
   Doubt covariance(const std::int64_t* rows, const std::int64_t* cols, std::size_t count,
-                   double* values, Watch& watch) const override;
+                   double* values, Watch& watch, double there) const override;
   Doubt covarianceBlock(const std::int64_t* indices, std::size_t count, double* block,
                         Watch& watch) const override;
   void errorUnits(std::vector<double>& rows, std::vector<double>& cols) const override;
@@ -93,9 +93,6 @@ class CholeskyBackend final : public Backend {
   bool goesIntoFile() const;
   /// Throws Error(Memory) unless there is room for what a call takes beside the `held` bytes.
   void requireRoom(const std::string& what, double beside, double held) const;
-  void requireRoom(const std::string& what, double beside) const {
-    requireRoom(what, beside, bytes());
-  }
   /// Blocks of so many doubles are few: before smaller ones go into the file, threads work
   /// together.
   static constexpr std::size_t kFewKept = std::size_t{1} << 20;
@@ -140,8 +137,25 @@ class CholeskyBackend final : public Backend {
     }
     return means;
   }
-  /// For a selected inverse with so many bytes beside it. Throws Error(Memory).
-  Means meansToInvert(const std::string& what, double beside) const;
+  /// For a selected inverse with so many bytes beside it, and others that are there already. Throws
+  /// Error(Memory).
+  Means meansToInvert(const std::string& what, double beside, double there = 0.0) const;
+  /// The most columns, up to `most`, that memory suffices for: bytes(columns) of it beside what is
+  /// there. The bits of a column do not depend on how many there are. Throws Error(Memory) where
+  /// one is too many.
+  template <class Bytes>
+  std::size_t columnsAtOnce(const std::string& what, std::size_t most, const Bytes& bytes,
+                            double there = 0.0) const {
+    const double held = there + this->bytes();
+    const double window = inFile_ ? windowBytes(1) : 0.0;
+    std::size_t columns = std::max(most, std::size_t{1});
+    while (columns > 1 && !(fitsMemory(bytes(columns), options_.memoryLimit, held) &&
+                            fitsMemory(bytes(columns) + window, 0.0))) {
+      columns /= 2;
+    }
+    requireRoom(what + " " + input_.source, bytes(columns), held);
+    return columns;
+  }
   /// Runs work(), whose failures with the file become Error(Output).
   template <class Work>
   auto onDisk(const Work& work) const -> decltype(work()) {
@@ -175,9 +189,13 @@ class CholeskyBackend final : public Backend {
   std::shared_ptr<const Weakness> weakness(Watch& watch) const;
   void keep(std::shared_ptr<const Weakness> weakness) const;
   void covarianceEntries(const std::int64_t* rows, const std::int64_t* cols, std::size_t count,
-                         double* values, Watch& watch) const;
-  void blockEntries(const std::int64_t* indices, std::size_t count, double* block,
-                    Watch& watch) const;
+                         double* values, Watch& watch, double there) const;
+  /// Beside so many bytes that are there for the same result.
+  void blockEntries(const std::int64_t* indices, std::size_t count, double* block, Watch& watch,
+                    double there = 0.0) const;
+  /// Beside the inverse: the sums of its check, and what is kept of it for judging other results.
+  double bytesToCheck() const;
+  double vectors(double count) const { return count * sizeof(double) * symbolic_.n; }
   double residualNorm(const double* z) const;
 
   // use(i, value) for the diagonal of the scaled matrix, in A's numbers.

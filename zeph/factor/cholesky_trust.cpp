@@ -20,6 +20,8 @@ using std::size_t;
 double CholeskyBackend::estimateCondition(Watch& watch) const {
   const double known = condition_;
   if (known > 0.0) return known;
+  requireRoom("estimating the condition number of " + input_.source,
+              vectors(6.0) + sparse::solveMemory(symbolic_, 1, 1), bytes());
   watch.begin("estimating the condition number", 0.0);
   korin::kernels::Team team(threads(), watch.poll());
   // S scaled further, to a diagonal of ones, so that the norms do not depend on units.
@@ -67,6 +69,8 @@ std::shared_ptr<const CholeskyBackend::Weakness> CholeskyBackend::weakness(Watch
     const std::lock_guard<std::mutex> lock(mutex_);
     if (weakness_ != nullptr) return weakness_;
   }
+  requireRoom("estimating errors of results of " + input_.source,
+              vectors(2.0) + sparse::solveMemory(symbolic_, 1, 1), bytes());
   watch.begin("estimating errors", 0.0);
   korin::kernels::Team team(threads(), watch.poll());
   const auto made = std::make_shared<Weakness>();
@@ -84,9 +88,9 @@ std::shared_ptr<const CholeskyBackend::Weakness> CholeskyBackend::weakness(Watch
 // Relative to the standard deviations |z(i,j)| is wrong by ‖z(i,:)‖ ‖z(:,j)‖ / √(z(i,i) z(j,j)) at
 // most, and that is at most the norm of the inverse.
 Doubt CholeskyBackend::covariance(const std::int64_t* rows, const std::int64_t* cols, size_t count,
-                                  double* values, Watch& watch) const {
+                                  double* values, Watch& watch, double there) const {
   if (count == 0) return {};
-  covarianceEntries(rows, cols, count, values, watch);
+  covarianceEntries(rows, cols, count, values, watch, there);
   const std::shared_ptr<const Weakness> weak = weakness(watch);
   std::int64_t weakest = rows[0];
   for (size_t k = 0; k < count; ++k) {

@@ -2,6 +2,8 @@
 // paths of their unknowns in the elimination tree, or from solves, whichever costs least.
 #include <algorithm>
 #include <cmath>
+#include <functional>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -44,6 +46,10 @@ void locate(const sparse::Symbolic& s, Request& r) {
   r.inPanel = Offset{r.low - s.firstColumn[g]} * s.height(g) + (at - rows);
 }
 
+using Requests = std::span<Request>;
+// What a request takes with its places in lists of rows and columns.
+constexpr double kRequestBytes = sizeof(Request) + 3.0 * sizeof(Index);
+
 std::vector<Index> distinct(std::vector<Index> indices) {
   std::sort(indices.begin(), indices.end());
   indices.erase(std::unique(indices.begin(), indices.end()), indices.end());
@@ -51,7 +57,7 @@ std::vector<Index> distinct(std::vector<Index> indices) {
 }
 
 // The places that occur in requests.
-std::vector<Index> placesOf(const std::vector<Request>& requests) {
+std::vector<Index> placesOf(Requests requests) {
   std::vector<Index> places;
   places.reserve(2 * requests.size());
   for (const Request& r : requests) {
@@ -79,7 +85,7 @@ double blockCost(const sparse::Symbolic& s, const std::vector<Index>& places) {
   return kMemoryBound * solves + 0.5 * columns * static_cast<double>(places.size());
 }
 
-std::vector<bool> groupsOf(const sparse::Symbolic& s, const std::vector<Request>& requests) {
+std::vector<bool> groupsOf(const sparse::Symbolic& s, Requests requests) {
   std::vector<bool> wanted(static_cast<size_t>(s.groups()), false);
   for (const Request& r : requests) wanted[s.groupOf[r.low]] = true;
   return wanted;
@@ -89,10 +95,14 @@ std::vector<bool> groupsOf(const sparse::Symbolic& s, const std::vector<Request>
 struct SolvedColumns {
   std::vector<Index> places;
   bool high = false;
+
+  Index placeOf(const Request& r) const { return high ? r.high : r.low; }
 };
 
-SolvedColumns fewerColumns(const std::vector<Request>& requests) {
+SolvedColumns fewerColumns(Requests requests) {
   std::vector<Index> low, high;
+  low.reserve(requests.size());
+  high.reserve(requests.size());
   for (const Request& r : requests) {
     low.push_back(r.low);
     high.push_back(r.high);
@@ -106,12 +116,18 @@ SolvedColumns fewerColumns(const std::vector<Request>& requests) {
 }  // namespace
 
 void CholeskyBackend::blockEntries(const std::int64_t* indices, size_t count, double* block,
-                                   Watch& watch) const {
+                                   Watch& watch, double there) const {
   requireTrust(watch);
   watch.begin("inverting along paths", 0.0);
   std::vector<Index> own(indices, indices + count);
   korin::kernels::Team team(threads(), watch.poll());
-  sparse::covarianceBlock(symbolic_, factor(), static_cast<Index>(count), own.data(), block, team);
+  const auto fit = [&](Index most, const std::function<double(Index)>& need) {
+    return static_cast<Index>(columnsAtOnce(
+        "a block of the inverse of", static_cast<size_t>(most),
+        [&](size_t columns) { return need(static_cast<Index>(columns)); }, there));
+  };
+  sparse::covarianceBlock(symbolic_, factor(), static_cast<Index>(count), own.data(), block, team,
+                          fit);
   for (size_t j = 0; j < count; ++j) {
     for (size_t i = 0; i < count; ++i) {
       block[i + j * count] = unscaled(block[i + j * count], indices[i], indices[j]);
@@ -120,16 +136,25 @@ void CholeskyBackend::blockEntries(const std::int64_t* indices, size_t count, do
 }
 
 void CholeskyBackend::covarianceEntries(const std::int64_t* rows, const std::int64_t* cols,
-                                        size_t count, double* values, Watch& watch) const {
+                                        size_t count, double* values, Watch& watch,
+                                        double there) const {
   requireTrust(watch);
+  const double taken = kRequestBytes * static_cast<double>(count), held = there + taken;
+  requireRoom("covariances of " + input_.source,
+              taken + 2.0 * sizeof(double) * static_cast<double>(symbolic_.groups()),
+              bytes() + there);
   // An entry and its mirror image are one, so that both get the same bits.
-  std::vector<Request> onPattern, offPattern;
+  std::vector<Request> requests;
+  requests.reserve(count);
   for (size_t k = 0; k < count; ++k) {
     const auto [low, high] = std::minmax(placeOfRow_[rows[k]], placeOfRow_[cols[k]]);
-    Request r{low, high, k};
-    locate(symbolic_, r);
-    (r.inPanel >= 0 ? onPattern : offPattern).push_back(r);
+    requests.push_back({low, high, k});
+    locate(symbolic_, requests.back());
   }
+  const auto middle = std::partition(requests.begin(), requests.end(),
+                                     [](const Request& r) { return r.inPanel >= 0; });
+  const Requests all(requests), onPattern(requests.begin(), middle),
+      offPattern(middle, requests.end());
 
   const auto unitSolve = 2.0 * kMemoryBound * static_cast<double>(symbolic_.storage());
   const SolvedColumns columns = fewerColumns(offPattern);
@@ -138,50 +163,56 @@ void CholeskyBackend::covarianceEntries(const std::int64_t* rows, const std::int
   const std::vector<bool> wanted = groupsOf(symbolic_, onPattern);
   const double panels = onPattern.empty() ? 0.0 : sparse::inverseWork(symbolic_, &wanted);
 
-  const auto fromBlock = [&](const std::vector<Request>& requests) {
-    const std::vector<Index> places = placesOf(requests);
+  const auto fromBlock = [&](Requests asked) {
+    const std::vector<Index> places = placesOf(asked);
     std::vector<std::int64_t> indices;
     indices.reserve(places.size());
     for (const Index k : places) indices.push_back(symbolic_.permutation[k]);
+    const double bytes = sizeof(double) * std::pow(static_cast<double>(places.size()), 2);
+    requireRoom("covariances of " + input_.source, bytes, this->bytes() + held);
     std::vector<double> block(places.size() * places.size());
-    blockEntries(indices.data(), indices.size(), block.data(), watch);
+    blockEntries(indices.data(), indices.size(), block.data(), watch, held + bytes);
     const auto at = [&](Index k) {
       return static_cast<size_t>(std::lower_bound(places.begin(), places.end(), k) -
                                  places.begin());
     };
-    for (const Request& r : requests) {
+    for (const Request& r : asked) {
       values[r.answer] = block[at(r.low) + at(r.high) * places.size()];
     }
   };
   const auto fromSolves = [&] {
     watch.begin("solving for columns of the inverse", 0.0);
-    std::vector<std::vector<const Request*>> ofColumn(columns.places.size());
-    for (const Request& r : offPattern) {
-      const Index place = columns.high ? r.high : r.low;
-      const auto at = std::lower_bound(columns.places.begin(), columns.places.end(), place);
-      ofColumn[static_cast<size_t>(at - columns.places.begin())].push_back(&r);
-    }
+    std::sort(offPattern.begin(), offPattern.end(), [&](const Request& a, const Request& b) {
+      return columns.placeOf(a) < columns.placeOf(b);
+    });
     korin::kernels::Team team(threads(), watch.poll());
     const auto n = static_cast<size_t>(symbolic_.n);
+    const auto need = [this](size_t some) {
+      return vectors(static_cast<double>(some)) +
+             sparse::solveMemory(symbolic_, static_cast<Index>(some), threads());
+    };
+    const size_t most =
+        columnsAtOnce("covariances of", std::min(columns.places.size(), kSolvesAtOnce), need, held);
     std::vector<double> x;
-    for (size_t first = 0; first < columns.places.size(); first += kSolvesAtOnce) {
-      const size_t some = std::min(kSolvesAtOnce, columns.places.size() - first);
+    auto next = offPattern.begin();
+    for (size_t first = 0; first < columns.places.size(); first += most) {
+      const size_t some = std::min(most, columns.places.size() - first);
       x.assign(n * some, 0.0);
       for (size_t j = 0; j < some; ++j) {
         x[static_cast<size_t>(symbolic_.permutation[columns.places[first + j]]) + j * n] = 1.0;
       }
       sparse::solve(symbolic_, factor(), static_cast<Index>(some), x.data(), team);
       for (size_t j = 0; j < some; ++j) {
-        const Index col = symbolic_.permutation[columns.places[first + j]];
-        for (const Request* r : ofColumn[first + j]) {
-          const Index row = symbolic_.permutation[columns.high ? r->low : r->high];
-          values[r->answer] = unscaled(x[static_cast<size_t>(row) + j * n], row, col);
+        const Index place = columns.places[first + j], col = symbolic_.permutation[place];
+        for (; next != offPattern.end() && columns.placeOf(*next) == place; ++next) {
+          const Index row = symbolic_.permutation[columns.high ? next->low : next->high];
+          values[next->answer] = unscaled(x[static_cast<size_t>(row) + j * n], row, col);
         }
       }
     }
   };
   const auto fromPanels = [&] {
-    const Means means = meansToInvert("inverting a part of", 0.0);
+    const Means means = meansToInvert("inverting a part of", 0.0, held);
     std::sort(onPattern.begin(), onPattern.end(),
               [](const Request& a, const Request& b) { return a.low < b.low; });
     const auto read = [&](Index g, const double* z) {
@@ -198,8 +229,6 @@ void CholeskyBackend::covarianceEntries(const std::int64_t* rows, const std::int
     });
   };
 
-  std::vector<Request> all = onPattern;
-  all.insert(all.end(), offPattern.begin(), offPattern.end());
   if (blockCost(symbolic_, placesOf(all)) < panels + std::min(solves, offBlock)) {
     fromBlock(all);
     return;

@@ -75,6 +75,8 @@ bool meansSingular(const Error& e) {
 
 // Random vectors that tell the norm of what a trace depends on.
 constexpr size_t kProbes = 3;
+// What is made of them and of the sizes of rows and columns, and what solving takes for each.
+constexpr double kVectorsOfTrace = 2.0 + (2.0 + 6.0) * kProbes;
 
 // Before a symmetric matrix is called singular, or sent to LU, which would call it so: throws
 // DatumError where it is a network that nothing holds.
@@ -132,7 +134,10 @@ std::vector<double> times(const SparseMatrix& B, const std::vector<double>& x, s
 // About the error of trace(Z B): an error E of A changes it by trace(Z E Z B) to first order, which
 // is E times the entries of Z B Z, whose norm random vectors tell. Entries of Z that are wrong
 // together, as those of a network that is held weakly, mostly make up for each other.
-Doubt traceDoubt(const Backend& f, const SparseMatrix& B, Watch& watch) {
+Doubt traceDoubt(const Backend& f, const SparseMatrix& B, const Options& options, Watch& watch) {
+  requireBytes("estimating the error of a trace",
+               kVectorsOfTrace * sizeof(double) * static_cast<double>(B.rows), options.memoryLimit,
+               f.report().bytes);
   std::vector<double> rows, cols;
   f.errorUnits(rows, cols);
   const size_t n = rows.size();
@@ -295,9 +300,26 @@ class Factor::Impl {
     last = {doubt.error <= 1.0 ? doubt.error : 1.0, doubt.unknown};
   }
 
+  // Entries of the inverse, beside `there` bytes that are taken for them.
+  void covariance(const std::int64_t* rowsAsked, const std::int64_t* cols, size_t count,
+                  double* values, double there) const {
+    ask([&](const Backend& f, Watch& watch) {
+      if (count > 0) requireArray(values, "the array of values");
+      requireIndices(rowsAsked, count);
+      requireIndices(cols, count);
+      const Doubt doubt = f.covariance(rowsAsked, cols, count, values, watch, there);
+      if (count > 0) tell("the entries of the inverse", doubt);
+    });
+  }
+
+  // For a result of so many columns.
   void requireRoom(const std::string& what, size_t count) const {
-    requireBytes(what, static_cast<double>(count) * static_cast<double>(rows) * sizeof(double),
-                 options.memoryLimit);
+    requireRoomFor(what, static_cast<double>(count) * static_cast<double>(rows));
+  }
+
+  // For a result, or what goes with it, of so many numbers.
+  void requireRoomFor(const std::string& what, double count) const {
+    requireBytes(what + " " + source, count * sizeof(double), options.memoryLimit);
   }
 
   const std::string source;
@@ -360,7 +382,7 @@ DenseMatrix Factor::solve(const DenseMatrix& B) const {
                                         std::to_string(B.cols) + "; " + impl_->source + " needs " +
                                         std::to_string(rows()) + " rows");
     }
-    impl_->requireRoom("solving with " + impl_->source, B.cols);
+    impl_->requireRoom("solving with", B.cols);
     auto X = DenseMatrix::zeros(B.rows, B.cols);
     solve(B.values.data(), X.values.data(), B.cols);
     return X;
@@ -409,9 +431,9 @@ SparseMatrix Factor::selectedInverse() const {
     std::vector<std::int64_t> starts(rows() + 1);
     selectedInverse(starts.data(), nullptr, nullptr);
     const auto count = static_cast<size_t>(starts.back());
-    requireBytes("the selected inverse of " + impl_->source,
-                 static_cast<double>(count) * (2 * sizeof(double) + sizeof(Entry)),
-                 impl_->options.memoryLimit);
+    constexpr double kNumbersOfAnEntry = 2.0 + double{sizeof(Entry)} / sizeof(double);
+    impl_->requireRoomFor("the selected inverse of",
+                          kNumbersOfAnEntry * static_cast<double>(count));
     std::vector<std::int64_t> rowIndices(count);
     std::vector<double> values(count);
     selectedInverse(starts.data(), rowIndices.data(), values.data());
@@ -432,13 +454,7 @@ SparseMatrix Factor::selectedInverse() const {
 
 void Factor::covariance(const std::int64_t* rows, const std::int64_t* cols, size_t count,
                         double* values) const {
-  impl_->ask([&](const Backend& f, Watch& watch) {
-    if (count > 0) requireArray(values, "the array of values");
-    impl_->requireIndices(rows, count);
-    impl_->requireIndices(cols, count);
-    const Doubt doubt = f.covariance(rows, cols, count, values, watch);
-    if (count > 0) impl_->tell("the entries of the inverse", doubt);
-  });
+  impl_->covariance(rows, cols, count, values, 0.0);
 }
 
 std::vector<double> Factor::covariance(const std::vector<std::int64_t>& rows,
@@ -449,6 +465,7 @@ std::vector<double> Factor::covariance(const std::vector<std::int64_t>& rows,
                                         " row indices but " + std::to_string(cols.size()) +
                                         " column indices");
     }
+    impl_->requireRoomFor("covariances of", static_cast<double>(rows.size()));
     std::vector<double> values(rows.size());
     covariance(rows.data(), cols.data(), rows.size(), values.data());
     return values;
@@ -459,8 +476,7 @@ DenseMatrix Factor::covarianceBlock(const std::vector<std::int64_t>& indices) co
   return impl_->ask([&](const Backend& f, Watch& watch) {
     impl_->requireIndices(indices.data(), indices.size());
     const double count = static_cast<double>(indices.size());
-    requireBytes("a block of the inverse of " + impl_->source, count * count * sizeof(double),
-                 impl_->options.memoryLimit);
+    impl_->requireRoomFor("a block of the inverse of", count * count);
     auto block = DenseMatrix::zeros(indices.size(), indices.size());
     block.source = "a block of the inverse of " + impl_->source;
     if (!indices.empty()) {
@@ -496,12 +512,17 @@ double Factor::traceOfInverseTimes(const SparseMatrix& B) const {
     requireFinite(B);
     // Entries of A⁻¹ at the transposed positions; those of the triangle that B leaves out as well.
     const size_t stored = B.entries.size();
+    const bool mirrored = B.symmetry != Symmetry::General;
+    const size_t most = mirrored ? 2 * stored : stored;
+    const double lists = 3.0 * sizeof(double) * static_cast<double>(most);
+    requireBytes("the trace of " + B.source + " with the inverse of " + impl_->source, lists,
+                 impl_->options.memoryLimit, impl_->backend->report().bytes);
     std::vector<std::int64_t> at[2];
+    for (auto& side : at) side.reserve(most);
     for (const Entry& e : B.entries) {
       at[0].push_back(e.col);
       at[1].push_back(e.row);
     }
-    const bool mirrored = B.symmetry != Symmetry::General;
     if (mirrored) {
       for (const Entry& e : B.entries) {
         if (e.row == e.col) continue;
@@ -509,7 +530,9 @@ double Factor::traceOfInverseTimes(const SparseMatrix& B) const {
         at[1].push_back(e.col);
       }
     }
-    const std::vector<double> z = covariance(at[0], at[1]);
+    std::vector<double> z(at[0].size());
+    impl_->covariance(at[0].data(), at[1].data(), z.size(), z.data(), lists);
+    for (auto& side : at) side = {};
     const double sign = B.symmetry == Symmetry::SkewSymmetric ? -1.0 : 1.0;
     double trace = 0.0, size = 0.0;
     size_t mirror = stored;
@@ -525,7 +548,7 @@ double Factor::traceOfInverseTimes(const SparseMatrix& B) const {
       throw Error(ErrorKind::Unfit, "the trace overflows; scale the matrices");
     }
     impl_->ask([&](const Backend& f, Watch& watch) {
-      Doubt doubt = traceDoubt(f, B, watch);
+      Doubt doubt = traceDoubt(f, B, impl_->options, watch);
       doubt.error = size > 0.0 ? doubt.error / std::abs(trace) : 0.0;  // of zeros, it is zero
       impl_->tell("the trace", doubt);
     });
@@ -535,7 +558,7 @@ double Factor::traceOfInverseTimes(const SparseMatrix& B) const {
 
 DenseMatrix Factor::sample(size_t count, std::uint64_t seed) const {
   return impl_->ask([&](const Backend& f, Watch& watch) {
-    impl_->requireRoom("sampling with " + impl_->source, count);
+    impl_->requireRoom("sampling with", count);
     auto x = DenseMatrix::zeros(rows(), count);
     NormalNumbers numbers(seed);
     for (double& value : x.values) value = numbers.next();

@@ -12,6 +12,7 @@
 #include "solver/suitesparse/lu_factors.h"
 #include "sparse/inverse/lu_inverse.h"
 #include "sparse/inverse/lu_solve.h"
+#include "zeph/checks/memory.h"
 #include "zeph/error.h"
 #include "zeph/factor.h"
 #include "zeph/factor/trust.h"
@@ -33,13 +34,28 @@ constexpr int kMoreRefinements = 2;
 // the inverse shows them.
 constexpr double kLuErrors = 4.0 * std::numeric_limits<double>::epsilon();
 
-korin::sparse::LuFactors factorsOf(const PreparedMatrix& m) {
-  const size_t entries = m.A.nz();
-  std::vector<int> starts(m.size() + 1, 0), rows(entries);
-  std::vector<double> values(entries);
-  zeph_solver::fillCompressedColumns(m.A, starts.data(), rows.data(), values.data());
-  const int n = static_cast<int>(m.size());
-  return zeph_solver::luFactors(n, n, starts.data(), rows.data(), values.data());
+// Vectors of n numbers that a solution with its refinement is made with.
+constexpr double kVectorsOfSolution = 6.0;
+// And those that the error of a diagonal is estimated with.
+constexpr double kVectorsOfEstimate = 16.0;
+// Columns of a block of the inverse whose entries are listed at once.
+constexpr size_t kColumnsListed = 64;
+
+// A prepared matrix as UMFPACK takes it.
+struct CompressedColumns {
+  explicit CompressedColumns(const PreparedMatrix& m)
+      : n(static_cast<int>(m.size())), starts(m.size() + 1, 0), rows(m.A.nz()), values(m.A.nz()) {
+    zeph_solver::fillCompressedColumns(m.A, starts.data(), rows.data(), values.data());
+  }
+  int n;
+  std::vector<int> starts, rows;
+  std::vector<double> values;
+};
+
+// Bytes that factorising by LU takes without any fill: columns, the same with a full diagonal, and
+// factors of as many entries.
+double bytesWithoutFill(const PreparedMatrix& m) {
+  return 3.0 * (sizeof(int) + sizeof(double)) * static_cast<double>(m.A.nz());
 }
 
 // -1 for an odd permutation.
@@ -64,9 +80,17 @@ class LuBackend final : public Backend {
   void factorise(Watch& watch) {
     watch.begin("factorising by LU", 0.0);
     const StopWatch clock;
-    prepared_ = prepare(A_, Route::Lu);
     factors_ = {};
-    factors_ = factorsOf(prepared_);
+    prepared_ = prepare(A_, Route::Lu);
+    const std::string what = "factorising " + A_.source + " by LU";
+    requireBytes(what + ", before any fill-in,", bytesWithoutFill(prepared_), options_.memoryLimit,
+                 bytes());
+    const CompressedColumns c(prepared_);
+    const double columns = (sizeof(int) + sizeof(double)) * static_cast<double>(c.rows.size());
+    factors_ = zeph_solver::luFactors(
+        c.n, c.n, c.starts.data(), c.rows.data(), c.values.data(), [&](double held, double more) {
+          requireBytes(what, more, options_.memoryLimit, bytes() + columns + held);
+        });
     if (!factors_.invertible) {
       throw Error(ErrorKind::Singular, A_.source +
                                            " is singular: the LU factorisation met a zero pivot; "
@@ -87,7 +111,7 @@ class LuBackend final : public Backend {
     r.unknowns = r.groups = static_cast<std::int64_t>(prepared_.size());
     r.entriesOfA = static_cast<std::int64_t>(prepared_.A.nz());
     if (factors_.n > 0) {
-      r.entriesOfL = factors_.lower.entries() + factors_.upper.entries() + factors_.n;
+      r.entriesOfL = entriesOfFactors();
       const auto length = [](const korin::sparse::Columns& c, int k) {
         return static_cast<double>(c.start[k + 1] - c.start[k]);
       };
@@ -95,9 +119,7 @@ class LuBackend final : public Backend {
         r.operations += length(factors_.lower, k) * length(factors_.upper, k);
       }
     }
-    r.bytes =
-        static_cast<double>(r.entriesOfL) * (sizeof(double) + sizeof(int)) +
-        static_cast<double>(A_.entries.size() + static_cast<size_t>(r.entriesOfA)) * sizeof(Entry);
+    r.bytes = bytes();
     r.secondsFactorisation = seconds_;
     r.conditionEstimate = condition_;
     return r;
@@ -112,7 +134,7 @@ class LuBackend final : public Backend {
     watch.begin("solving", 0.0);
     const size_t n = prepared_.size();
     std::vector<double> error(count);
-    forEachColumn(count, watch, [&](size_t k) {
+    forEachColumn("solving with", count, watch, [&](size_t k) {
       double* column = x + k * n;
       std::vector<double> b(column, column + n);
       const int exponent = scaleDown(b);
@@ -141,10 +163,14 @@ class LuBackend final : public Backend {
     const size_t n = prepared_.size();
     watch.begin("inverting", 0.0);
     const auto apply = [this](const double* b, double* x) { luSolve(factors_, b, x); };
+    const auto require = [this](double held, double more) {
+      requireBytes("inverting " + A_.source + " by LU", more, options_.memoryLimit, bytes() + held);
+    };
+    require(0.0, kVectorsOfEstimate * sizeof(double) * static_cast<double>(n));
     if (options_.route == Route::LuSolves) {
-      forEachColumn(n, watch, [&](size_t i) { diagonal[i] = solved(unit(i))[i]; });
+      forEachColumn("inverting", n, watch, [&](size_t i) { diagonal[i] = solved(unit(i))[i]; });
     } else {
-      korin::sparse::luInverseDiagonal(factors_, diagonal);
+      korin::sparse::luInverseDiagonal(factors_, diagonal, require);
     }
     ZtVector d(n);
     std::copy_n(diagonal, n, d.data);
@@ -159,9 +185,12 @@ class LuBackend final : public Backend {
   }
 
   Doubt covariance(const std::int64_t* rows, const std::int64_t* cols, size_t count, double* values,
-                   Watch& watch) const override {
+                   Watch& watch, double there) const override {
     if (count == 0) return {};
     watch.begin("solving for columns of the inverse", 0.0);
+    // The order, the columns, how much cancelled, and whom the estimate of error asks.
+    const double lists = 4.0 * sizeof(double) * static_cast<double>(count);
+    requireBytes("covariances of " + A_.source, lists, options_.memoryLimit, bytes() + there);
     std::vector<size_t> order(count);
     std::iota(order.begin(), order.end(), size_t{0});
     std::sort(order.begin(), order.end(), [&](size_t a, size_t b) { return cols[a] < cols[b]; });
@@ -171,7 +200,7 @@ class LuBackend final : public Backend {
     }
     first.push_back(count);
     std::vector<double> cancelled(count, 1.0);
-    forEachColumn(first.size() - 1, watch, [&](size_t c) {
+    const auto column = [&](size_t c) {
       const auto col = static_cast<size_t>(cols[order[first[c]]]);
       const std::vector<double> x = solved(unit(col));
       const double largest = std::abs(*std::max_element(
@@ -181,7 +210,8 @@ class LuBackend final : public Backend {
         values[order[k]] = unscaled(x[row], row, col);
         if (row == col) cancelled[order[k]] = largest / std::abs(x[row]);
       }
-    });
+    };
+    forEachColumn("covariances of", first.size() - 1, watch, column, there + lists);
     Doubt doubt = conditioned(0.0, rows, count);
     const double error = doubt.error;
     for (size_t k = 0; k < count; ++k) raise(doubt, error * cancelled[k], rows[k]);
@@ -190,12 +220,19 @@ class LuBackend final : public Backend {
 
   Doubt covarianceBlock(const std::int64_t* indices, size_t count, double* block,
                         Watch& watch) const override {
+    Doubt doubt;
     std::vector<std::int64_t> rows, cols;
-    for (size_t j = 0; j < count; ++j) {
-      rows.insert(rows.end(), indices, indices + count);
-      cols.insert(cols.end(), count, indices[j]);
+    for (size_t first = 0; first < count; first += kColumnsListed) {
+      rows.clear(), cols.clear();
+      for (size_t j = first; j < std::min(count, first + kColumnsListed); ++j) {
+        rows.insert(rows.end(), indices, indices + count);
+        cols.insert(cols.end(), count, indices[j]);
+      }
+      const Doubt of =
+          covariance(rows.data(), cols.data(), rows.size(), block + first * count, watch, 0.0);
+      raise(doubt, of.error, of.unknown);
     }
-    return covariance(rows.data(), cols.data(), rows.size(), block, watch);
+    return doubt;
   }
 
   void errorUnits(std::vector<double>& rows, std::vector<double>& cols) const override {
@@ -281,10 +318,28 @@ class LuBackend final : public Backend {
     return check;
   }
 
-  // Columns of the result on as many threads as there are.
+  std::int64_t entriesOfFactors() const {
+    return factors_.n == 0 ? 0 : factors_.lower.entries() + factors_.upper.entries() + factors_.n;
+  }
+
+  // Of the factors, and of A as it was given and as it is factorised.
+  double bytes() const {
+    return static_cast<double>(entriesOfFactors()) * (sizeof(double) + sizeof(int)) +
+           static_cast<double>(A_.entries.size() + prepared_.A.nz()) * sizeof(Entry);
+  }
+
+  // Columns of the result, solved for on as many threads as there are and memory suffices for
+  // beside what is there already.
   template <class Work>
-  void forEachColumn(size_t count, Watch& watch, const Work& work) const {
-    korin::kernels::Team team(threadCount(options_), watch.poll());
+  void forEachColumn(const std::string& what, size_t count, Watch& watch, const Work& work,
+                     double there = 0.0) const {
+    const double each = kVectorsOfSolution * sizeof(double) * static_cast<double>(prepared_.size());
+    const double held = bytes() + there;
+    int threads =
+        static_cast<int>(std::min<size_t>(threadCount(options_), std::max<size_t>(count, 1)));
+    while (threads > 1 && !fitsMemory(threads * each, options_.memoryLimit, held)) --threads;
+    requireBytes(what + " " + A_.source, each, options_.memoryLimit, held);
+    korin::kernels::Team team(threads, watch.poll());
     constexpr size_t kMost = 1 << 20;
     for (size_t begin = 0; begin < count; begin += kMost) {
       team.forEach(static_cast<int>(std::min(kMost, count - begin)),
@@ -360,6 +415,23 @@ std::unique_ptr<Backend> makeLuBackend(const SparseMatrix& A, const std::string&
   auto factor = std::make_unique<LuBackend>(A, reason, options);
   factor->factorise(watch);
   return factor;
+}
+
+std::optional<LuPlan> planLu(const SparseMatrix& A) {
+  const PreparedMatrix m = prepare(A, Route::Lu);
+  const CompressedColumns c(m);
+  const zeph_solver::LuBounds bounds =
+      zeph_solver::luBounds(c.n, c.starts.data(), c.rows.data(), c.values.data());
+  LuPlan plan;
+  plan.entriesOfA = static_cast<double>(m.A.nz());
+  plan.entriesOnDiagonal = bounds.entriesOnDiagonal;
+  plan.mostEntries = bounds.mostEntries;
+  const double held = static_cast<double>(A.entries.size() + m.A.nz()) * sizeof(Entry);
+  plan.leastBytes = held + bytesWithoutFill(m);
+  const double beside = held + bytesWithoutFill(m) / 3.0;
+  plan.bytesOnDiagonal = bounds.entriesOnDiagonal > 0.0 ? beside + bounds.bytesOnDiagonal : 0.0;
+  plan.mostBytes = beside + bounds.mostBytes;
+  return plan;
 }
 
 bool hasLuRoute() {

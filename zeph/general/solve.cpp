@@ -9,6 +9,7 @@
 #include "solver/solver.h"
 #include "solver/suitesparse/transposed_solve.h"
 #include "zeph/checks/guarded.h"
+#include "zeph/checks/memory.h"
 #include "zeph/general/condition.h"
 #include "zeph/matrix/requirements.h"
 
@@ -125,7 +126,11 @@ Solution solve(SparseMatrix A, const DenseMatrix& B, Route asked, const Progress
     progress.begin("solving");
     result.condition = conditionOf(m, solver, f);
     judgeCondition(m, result.condition, progress);
-    const std::size_t cols = B.cols;
+    const std::size_t cols = B.cols, together = std::min<std::size_t>(kColumnsAtOnce, cols);
+    requireBytes(
+        "solving with " + m.source,
+        static_cast<double>(cols + 2 * together) * static_cast<double>(B.rows) * sizeof(double),
+        0.0);
     result.X = DenseMatrix::zeros(B.rows, cols);
     ScaledSolution scaled(m, solver, f);
     for (ZtSize first = 0; first < cols; first += kColumnsAtOnce) {

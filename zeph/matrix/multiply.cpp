@@ -7,8 +7,8 @@
 #include "kernels/triplets/triplet_bands.h"
 #include "kernels/triplets/triplet_product.h"
 #include "zeph/checks/guarded.h"
+#include "zeph/checks/memory.h"
 #include "zeph/matrix/merge.h"
-#include "zeph/matrix/requirements.h"
 
 namespace zeph {
 
@@ -48,7 +48,11 @@ DenseMatrix multiply(SparseMatrix A, const DenseMatrix& B, const Progress& progr
                                       "); the inner dimensions must agree");
   }
   return guarded(source, [&] {
-    requireMemory(source, A.rows, B.cols * sizeof(double));
+    const double cols = static_cast<double>(B.cols), rows = static_cast<double>(A.rows);
+    const double together = std::min(cols, double{kColumnsAtOnce});
+    requireBytes("multiplying " + source + " by " + B.source,
+                 sizeof(double) * (rows * cols + together * (rows + static_cast<double>(A.cols))),
+                 0.0);
     progress.begin("multiplying");
     makeGeneral(A);
     auto C = DenseMatrix::zeros(A.rows, B.cols);

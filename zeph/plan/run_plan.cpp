@@ -57,7 +57,11 @@ RunPlan planRun(const SparseMatrix& A, const Options& options, const CostModel& 
     plan.program = model.program;
     plan.inputBytes = entries * sizeof(Entry);
     const std::unique_ptr<CholeskyBackend> factor = plannedStructure(A, options, plan.report);
-    if (factor == nullptr) return plan;
+    if (factor == nullptr) {
+      plan.lu = planLu(A);
+      if (plan.lu) plan.report.entriesOfA = static_cast<std::int64_t>(plan.lu->entriesOfA);
+      return plan;
+    }
     const korin::sparse::Symbolic& s = factor->symbolic();
     const int threads = std::min(plan.report.threads, korin::kernels::availableProcessors());
     const StageSeconds seconds = runSeconds(model, s, entries, threads);
@@ -72,7 +76,7 @@ RunPlan planRun(const SparseMatrix& A, const Options& options, const CostModel& 
     plan.factorInFile = {analysis, plan.memory.factorisation - factor->panelBytes() + panelsAtWork,
                          plan.memory.inversion - factor->panelBytes()};
     plan.besideFile = {analysis, factor->bytesToFactorise(true), factor->bytesToInvert(true)};
-    plan.results = 2.0 * sizeof(double) * static_cast<double>(plan.report.unknowns);
+    plan.results = sizeof(double) * static_cast<double>(plan.report.unknowns);
     if (threads > 1) {
       const bool dissected = plan.report.ordering == Ordering::NestedDissection;
       plan.unreturned = (dissected ? kUnreturnedDissected : kUnreturned) *

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 
+#include "zeph/factor/lu_backend.h"
 #include "zeph/options.h"
 #include "zeph/plan/cost_model.h"
 #include "zeph/report.h"
@@ -45,14 +46,16 @@ struct SolvesPlan {
 };
 
 struct RunPlan {
-  Report report;            ///< as from plan(), the seconds on the options' threads
-  MemoryPlan memory;        ///< panels in memory
+  Report report;  ///< as from plan(), the seconds on the options' threads
+  std::optional<LuPlan>
+      lu;             ///< on the LU route, where the build has it; then nothing but inputBytes
+  MemoryPlan memory;  ///< panels in memory
   MemoryPlan factorInFile;  ///< panels, and nothing else, in a scratch file
   MemoryPlan besideFile;    ///< the least: all that can be in a scratch file is there
   double panels = 0.0;      ///< bytes of these
   double inputBytes = 0.0;  ///< that A takes meanwhile
   double program = 0.0;     ///< of the process by itself: code, and what libraries hold
-  double results = 0.0;     ///< of the variances, and of what is kept for judging other results
+  double results = 0.0;     ///< of the variances
   double unreturned = 0.0;  ///< that the heap keeps of what the factorisation gave back
   /// What the system shows of a process that makes the run and, as the command does, gives up A
   /// when the factor is there.
@@ -69,8 +72,8 @@ struct RunPlan {
   std::optional<SolvesPlan> solves;    ///< the same
 };
 
-/// Orders and analyses A as Factor would, and predicts the rest; on the LU route only what is known
-/// before. No more threads count than there are processors. Throws what plan() throws.
+/// Orders and analyses A as Factor would, and predicts the rest; on the LU route only bounds. No
+/// more threads count than there are processors. Throws what plan() throws.
 RunPlan planRun(const SparseMatrix& A, const Options& options, const CostModel& model,
                 int processes = 1);
 

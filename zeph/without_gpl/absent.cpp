@@ -23,6 +23,10 @@ bool hasLuRoute() {
   return false;
 }
 
+std::optional<LuPlan> planLu(const SparseMatrix&) {
+  return {};
+}
+
 std::unique_ptr<Backend> makeLuBackend(const SparseMatrix&, const std::string& reason,
                                        const Options&, Watch&) {
   throw absent(reason == "as asked" ? "LU route" : "LU route, and " + reason);
