@@ -50,7 +50,8 @@ struct Options {
   /// Bytes that the factor may take together with what any call takes beside it; 0 for what the
   /// machine has. A result of many columns or entries that a call returns is held against it by
   /// itself. A need above it is predicted and refused with Error(Memory) before the memory is
-  /// taken. Where columns of a result are what is too much, fewer are worked on at once: that takes
+  /// taken. Where several threads on parts of the factor of their own, or columns of a result, are
+  /// what is too much, the threads help one, and fewer columns are worked on at once: that takes
   /// time and changes no bit. By LU, whose fill depends on the pivots, what UMFPACK has taken is
   /// known when its factors are there; what follows is predicted again.
   double memoryLimit = 0.0;

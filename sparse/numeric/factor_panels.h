@@ -16,9 +16,9 @@ inline constexpr std::size_t kKeepNothing = std::numeric_limits<std::size_t>::ma
 /// Smaller ones take longer to write and to map than they are worth.
 inline constexpr std::size_t kLeastKept = std::size_t{1} << 17;
 
-/// How a computation with panels in a file saves memory.
+/// How a computation saves memory.
 struct Thrift {
-  /// Blocks of so many doubles and more that it makes on its way wait in the file as well.
+  /// Blocks of so many doubles and more that it makes on its way wait in the file of the panels.
   std::size_t keptFrom = kKeepNothing;
   /// The threads do not work on subtrees of their own, but share the fronts of one after the other.
   bool together = false;
@@ -28,7 +28,8 @@ struct Thrift {
 /// the reader has come. Owns nothing.
 class FactorPanels {
  public:
-  FactorPanels(const double* values) : values_(values) {}  // NOLINT: a pointer is one
+  FactorPanels(const double* values, Thrift thrift = {})  // NOLINT: a pointer is one
+      : values_(values), thrift_(thrift) {}
   FactorPanels(const kernels::PanelFile& file, Thrift thrift)
       : values_(file.values()), file_(&file), thrift_(thrift) {}
 

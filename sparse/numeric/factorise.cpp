@@ -362,9 +362,9 @@ class Factoriser {
 }  // namespace
 
 Index factorise(const Symbolic& symbolic, const PlacedEntries& entries, double* panels,
-                kernels::Team& team, Meter* meter) {
+                kernels::Team& team, Meter* meter, Thrift thrift) {
   const PanelStore nobody;
-  return Factoriser(symbolic, entries, panels, nobody, panels, team, meter).run();
+  return Factoriser(symbolic, entries, panels, nobody, {panels, thrift}, team, meter).run();
 }
 
 Index factorise(const Symbolic& symbolic, const PlacedEntries& entries, const PanelStore& store,
@@ -372,16 +372,16 @@ Index factorise(const Symbolic& symbolic, const PlacedEntries& entries, const Pa
   return Factoriser(symbolic, entries, nullptr, store, stored, team, meter).run();
 }
 
-double frontMemory(const Symbolic& symbolic, int threads, Keeping keeping) {
-  const Schedule schedule = makeSchedule(symbolic, threads);
-  const auto helpers = static_cast<size_t>(std::min(threads, std::max(1, schedule.tasks())));
-  std::vector<size_t> rooms(helpers);
+namespace {
+
+/// Doubles of the update matrices that wait at most for other tasks when these are worked off one
+/// after the other.
+double waitingInOrder(const Symbolic& symbolic, const Schedule& schedule, Keeping keeping) {
   double waiting = 0.0;
   double mostWaiting = 0.0;
   for (int t = 0; t < schedule.tasks(); ++t) {
     const Index first = schedule.first[t];
     const Index last = schedule.first[t + 1];
-    keepLargest(rooms, Factoriser::roomFor(symbolic, first, last, keeping).sum());
     const auto waits = [&](Index g) { return static_cast<double>(inMemory(symbolic, g, keeping)); };
     for (Index g = first; g < last; ++g) {
       if (symbolic.parent[g] >= last) waiting += waits(g);
@@ -391,9 +391,60 @@ double frontMemory(const Symbolic& symbolic, int threads, Keeping keeping) {
       });
     }
   }
-  double bytes = sizeof(double) * mostWaiting;
+  return mostWaiting;
+}
+
+/// The same in whatever order: those of the children of a task and its own, or the most that can
+/// wait below all its children at once.
+double waitingInAnyOrder(const Symbolic& symbolic, const Schedule& schedule) {
+  const auto tasks = static_cast<size_t>(schedule.tasks());
+  std::vector<double> children(tasks), below(tasks);
+  double most = 0.0;
+  for (size_t t = 0; t < tasks; ++t) {
+    const Index last = schedule.first[t + 1];
+    double own = 0.0;
+    for (Index g = schedule.first[t]; g < last; ++g) {
+      if (symbolic.parent[g] >= last) own += static_cast<double>(updateSize(symbolic, g));
+    }
+    const double waiting = std::max(below[t], children[t] + own);
+    const int parent = schedule.forest.parent[t];
+    if (parent >= 0) {
+      children[parent] += own;
+      below[parent] += waiting;
+    } else {
+      most += waiting;
+    }
+  }
+  return most;
+}
+
+/// Bytes of these, and of the fronts at work.
+double withFronts(double waiting, const Symbolic& symbolic, const Schedule& schedule, int threads,
+                  Keeping keeping) {
+  const auto helpers = static_cast<size_t>(std::min(threads, std::max(1, schedule.tasks())));
+  std::vector<size_t> rooms(helpers);
+  for (int t = 0; t < schedule.tasks(); ++t) {
+    keepLargest(
+        rooms,
+        Factoriser::roomFor(symbolic, schedule.first[t], schedule.first[t + 1], keeping).sum());
+  }
+  double bytes = sizeof(double) * waiting;
   for (const size_t room : rooms) bytes += kernels::heldBytes(room);
   return bytes;
+}
+
+}  // namespace
+
+double frontMemory(const Symbolic& symbolic, int threads, Keeping keeping) {
+  const Schedule schedule = makeSchedule(symbolic, threads);
+  const double waiting = waitingInOrder(symbolic, schedule, keeping);
+  return withFronts(waiting, symbolic, schedule, threads, keeping);
+}
+
+double frontMemoryInAnyOrder(const Symbolic& symbolic, int threads) {
+  const Schedule schedule = makeSchedule(symbolic, threads);
+  const double waiting = waitingInAnyOrder(symbolic, schedule);
+  return withFronts(waiting, symbolic, schedule, threads, {});
 }
 
 }  // namespace korin::sparse

@@ -26,9 +26,10 @@ namespace korin::sparse {
 /// Returns -1, or the row of the matrix, in its own numbers, whose pivot is the first one that is
 /// not a positive finite number; the panels are then undefined. Throws std::bad_alloc and what the
 /// team's poll throws. Cost: symbolic.operations multiplications and additions; memory beyond the
-/// panels: `frontMemory`.
+/// panels: `frontMemory`, or up to `frontMemoryInAnyOrder` where threads work on subtrees of their
+/// own.
 Index factorise(const Symbolic& symbolic, const PlacedEntries& entries, double* panels,
-                kernels::Team& team, Meter* meter);
+                kernels::Team& team, Meter* meter, Thrift thrift = {});
 
 /// Takes the complete panel of a group. Called on any thread of the team, for different groups at
 /// once.
@@ -48,9 +49,14 @@ struct Keeping {
   std::size_t from = kKeepNothing;
 };
 
-/// Bytes of memory that `factorise` needs at most beyond the panels: the fronts' update matrices
-/// that wait for their parents, and what is at work.
+/// Bytes of memory that `factorise` needs at most beyond the panels when threads work off subtrees
+/// in the order of the tree: the fronts' update matrices that wait for their parents, and what is
+/// at work.
 double frontMemory(const Symbolic& symbolic, int threads, Keeping keeping = {});
+
+/// The same in whatever order subtrees are worked off: with panels in memory those go first that
+/// most waits for.
+double frontMemoryInAnyOrder(const Symbolic& symbolic, int threads);
 
 }  // namespace korin::sparse
 

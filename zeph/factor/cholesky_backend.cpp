@@ -189,7 +189,11 @@ void CholeskyBackend::factorise(const double* values, size_t step, Symmetric sym
   const auto need = [&](int threads, size_t keptFrom) {
     return own + upper + fronts(threads, keptFrom);
   };
-  const Means means = choose(need, bytes() - own);
+  const double more = inFile_ || threads() == 1
+                          ? 0.0
+                          : sparse::frontMemoryInAnyOrder(symbolic_, threads()) -
+                                fronts(threads(), sparse::kKeepNothing);
+  const Means means = choose(need, bytes() - own, more);
   const char* const how = inFile_ ? " with its factor in a scratch file" : "";
   requireRoom("factorising " + input_.source + how, means.bytes, bytes() - own);
   if (inFile_ && !file_) {
@@ -223,7 +227,7 @@ Index CholeskyBackend::factoriseInto(sparse::Thrift thrift, korin::kernels::Team
                                      sparse::Meter* meter) {
   smallestPivotShare_ = 1.0;
   if (!inFile_) {
-    const Index failed = sparse::factorise(symbolic_, entries_, panels_.get(), team, meter);
+    const Index failed = sparse::factorise(symbolic_, entries_, panels_.get(), team, meter, thrift);
     if (failed >= 0) return failed;
     for (Index g = 0; g < symbolic_.groups(); ++g) {
       const double share = smallestPivotShare(g, &panels_[symbolic_.panelStart[g]]);
@@ -300,8 +304,15 @@ void CholeskyBackend::requireRoom(const std::string& what, double beside, double
   }
 }
 
-double CholeskyBackend::bytesToFactorise(bool inFile) const {
-  if (!inFile) return bytesWith(false) + sparse::frontMemory(symbolic_, threads());
+double CholeskyBackend::bytesToFactorise(int apart) const {
+  return bytesWith(false) + sparse::frontMemory(symbolic_, apart);
+}
+
+double CholeskyBackend::bytesToInvert(int apart) const {
+  return bytesWith(false) + bytesToCheck() + sparse::inverseMemory(symbolic_, apart);
+}
+
+double CholeskyBackend::bytesToFactoriseInFile() const {
   return bytesWith(true) + sparse::frontMemory(symbolic_, 1, {true, sparse::kLeastKept});
 }
 
@@ -309,10 +320,8 @@ double CholeskyBackend::bytesToCheck() const {
   return sparse::identityMemory(symbolic_, entries_) + vectors(1.0);
 }
 
-double CholeskyBackend::bytesToInvert(bool inFile) const {
-  const double sums = bytesToCheck();
-  if (!inFile) return bytesWith(false) + sums + sparse::inverseMemory(symbolic_, threads());
-  return bytesWith(true) + sums + sparse::inverseMemory(symbolic_, 1, sparse::kLeastKept);
+double CholeskyBackend::bytesToInvertInFile() const {
+  return bytesWith(true) + bytesToCheck() + sparse::inverseMemory(symbolic_, 1, sparse::kLeastKept);
 }
 
 CholeskyBackend::Means CholeskyBackend::meansToInvert(const std::string& what, double beside,

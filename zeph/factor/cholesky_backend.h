@@ -39,9 +39,13 @@ class CholeskyBackend final : public Backend {
   Report predicted() const;
 
   /// Bytes of memory that factorise() and variances() need with all that the factor holds, its
-  /// panels in memory, or in a scratch file with all that can be there: what they are refused by.
-  double bytesToFactorise(bool inFile) const;
-  double bytesToInvert(bool inFile) const;
+  /// panels in memory and so many threads on subtrees of their own. With one, which the others then
+  /// help, they are what is refused by.
+  double bytesToFactorise(int apart) const;
+  double bytesToInvert(int apart) const;
+  /// The same with all in a scratch file that can be there.
+  double bytesToFactoriseInFile() const;
+  double bytesToInvertInFile() const;
   /// Of the panels with their numbers.
   double panelBytes() const { return sizeof(double) * static_cast<double>(symbolic_.storage()); }
 
@@ -99,7 +103,7 @@ class CholeskyBackend final : public Backend {
   bool hasPanels() const { return panels_ || file_; }
   korin::sparse::FactorPanels factor(korin::sparse::Thrift thrift = {}) const {
     if (file_) return {*file_, thrift};
-    return panels_.get();
+    return {panels_.get(), thrift};
   }
 
   /// Of the file's pages that so many threads work on: not held, but the system needs room for
@@ -113,17 +117,22 @@ class CholeskyBackend final : public Backend {
     double bytes;
   };
   /// The fastest that fit into memory beside the `held` bytes, or the most frugal ones.
-  /// need(threads, keptFrom) is what they take with so many threads on subtrees of their own.
+  /// need(threads, keptFrom) is what they take with so many threads on subtrees of their own; that
+  /// may come to be `more` where nothing is kept in a file.
   template <class Need>
-  Means choose(const Need& need, double held) const {
+  Means choose(const Need& need, double held, double more = 0.0) const {
     using korin::sparse::kKeepNothing, korin::sparse::kLeastKept;
     Means means{{}, need(threads(), kKeepNothing)};
+    if (!inFile_) {
+      if (threads() == 1 || fitsMemory(means.bytes + more, options_.memoryLimit, held))
+        return means;
+      return {{kKeepNothing, true}, need(1, kKeepNothing)};
+    }
     const auto fits = [&](int apart) {
-      const double window = inFile_ ? windowBytes(apart) : 0.0;
       return fitsMemory(means.bytes, options_.memoryLimit, held) &&
-             fitsMemory(means.bytes + window, 0.0);
+             fitsMemory(means.bytes + windowBytes(apart), 0.0);
     };
-    if (!inFile_ || fits(threads())) return means;
+    if (fits(threads())) return means;
     // No block is larger than all of it.
     const auto all = static_cast<std::size_t>(std::min(means.bytes / sizeof(double), 0x1p60));
     for (const int apart : {threads(), 1}) {

@@ -69,18 +69,20 @@ RunPlan planRun(const SparseMatrix& A, const Options& options, const CostModel& 
     plan.report.secondsInverse = seconds.inverse;
     plan.oneThread = threads == 1 ? seconds : runSeconds(model, s, entries, 1);
     const double analysis = bytesToAnalyse(plan.report);
-    plan.memory = {analysis, factor->bytesToFactorise(false), factor->bytesToInvert(false)};
+    const int apart = plan.report.threads;
+    plan.memory = {analysis, factor->bytesToFactorise(apart), factor->bytesToInvert(apart)};
+    plan.leastMemory = {analysis, factor->bytesToFactorise(1), factor->bytesToInvert(1)};
     const double panelsAtWork =
-        korin::sparse::frontMemory(s, plan.report.threads, {true, korin::sparse::kKeepNothing}) -
-        korin::sparse::frontMemory(s, plan.report.threads);
+        korin::sparse::frontMemory(s, apart, {true, korin::sparse::kKeepNothing}) -
+        korin::sparse::frontMemory(s, apart);
     plan.factorInFile = {analysis, plan.memory.factorisation - factor->panelBytes() + panelsAtWork,
                          plan.memory.inversion - factor->panelBytes()};
-    plan.besideFile = {analysis, factor->bytesToFactorise(true), factor->bytesToInvert(true)};
+    plan.besideFile = {analysis, factor->bytesToFactoriseInFile(), factor->bytesToInvertInFile()};
     plan.results = sizeof(double) * static_cast<double>(plan.report.unknowns);
     if (threads > 1) {
       const bool dissected = plan.report.ordering == Ordering::NestedDissection;
-      plan.unreturned = (dissected ? kUnreturnedDissected : kUnreturned) *
-                        korin::sparse::frontMemory(s, plan.report.threads);
+      plan.unreturned =
+          (dissected ? kUnreturnedDissected : kUnreturned) * korin::sparse::frontMemory(s, apart);
     }
     plan.panels = factor->panelBytes();
     plan.scratch = scratchSeconds(model, s, entries, seconds);

@@ -48,15 +48,17 @@ struct SolvesPlan {
 struct RunPlan {
   Report report;  ///< as from plan(), the seconds on the options' threads
   std::optional<LuPlan>
-      lu;             ///< on the LU route, where the build has it; then nothing but inputBytes
-  MemoryPlan memory;  ///< panels in memory
+      lu;                  ///< on the LU route, where the build has it; then nothing but inputBytes
+  MemoryPlan memory;       ///< panels in memory
+  MemoryPlan leastMemory;  ///< the same where threads help one another instead of going apart
   MemoryPlan factorInFile;  ///< panels, and nothing else, in a scratch file
   MemoryPlan besideFile;    ///< the least: all that can be in a scratch file is there
   double panels = 0.0;      ///< bytes of these
   double inputBytes = 0.0;  ///< that A takes meanwhile
   double program = 0.0;     ///< of the process by itself: code, and what libraries hold
   double results = 0.0;     ///< of the variances
-  double unreturned = 0.0;  ///< that the heap keeps of what the factorisation gave back
+  /// That more update matrices wait, and the heap keeps of what the factorisation gave back.
+  double unreturned = 0.0;
   /// What the system shows of a process that makes the run and, as the command does, gives up A
   /// when the factor is there.
   double process() const {
