@@ -247,11 +247,10 @@ DomainsPlan planDomains(const CostModel& model, const SparseMatrix& A, double no
   const double boundaries = cut.sum([](const DomainCost& d) { return d.boundary; });
   // To the first process and back.
   const auto summed = [&](double values) { return 2.0 * sizeof(double) * (p - 1.0) * values; };
-  // The columns' sizes, the diagonal for its signs and for the scaling, and with the sizes of rows
-  // for the command; the pattern and the domains for each cut, of which the third is the first
-  // again.
+  // The columns' sizes, the diagonal for its signs and for the scaling; the pattern and the domains
+  // for each cut, of which the third is the first again.
   const double looks = std::min(cuts, 2.0);
-  plan.messageBytes = 5.0 * summed(n) +
+  plan.messageBytes = 3.0 * summed(n) +
                       sizeof(Entry) * (movedToAssemblers(A, assembler, processes) + moved) +
                       looks * (others * (sizeof(Index) * entries + sizeof(Offset) * n) +
                                sizeof(Index) * (p - 1.0) * n) +
