@@ -58,8 +58,11 @@ void uncount(void* block) {
 
 bool failsNow(std::size_t bytes) {
   if (budget != 0 && used + static_cast<long>(bytes) > budget) return injected = true;
-  if (remaining < 0 || (kSanitized && gettid() != getpid())) return false;
-  if (remaining > 0) return --remaining < 0;
+  if (kSanitized && gettid() != getpid()) return false;
+  long left = remaining;
+  while (left > 0 && !remaining.compare_exchange_weak(left, left - 1)) {  // one of several threads
+  }
+  if (left != 0) return false;
   if (!lasting) remaining = -1;
   return injected = true;
 }

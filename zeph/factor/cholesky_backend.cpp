@@ -184,16 +184,13 @@ void CholeskyBackend::factorise(const double* values, size_t step, Symmetric sym
   const double upper =
       besideFile ? sizeof(double) * static_cast<double>(entries_.position.size()) : 0.0;
   const auto fronts = [&](int threads, size_t keptFrom) {
-    return sparse::frontMemory(symbolic_, threads, {inFile_, keptFrom});
+    return inFile_ ? sparse::frontMemory(symbolic_, threads, {true, keptFrom})
+                   : sparse::frontMemoryInAnyOrder(symbolic_, threads);
   };
   const auto need = [&](int threads, size_t keptFrom) {
     return own + upper + fronts(threads, keptFrom);
   };
-  const double more = inFile_ || threads() == 1
-                          ? 0.0
-                          : sparse::frontMemoryInAnyOrder(symbolic_, threads()) -
-                                fronts(threads(), sparse::kKeepNothing);
-  const Means means = choose(need, bytes() - own, more);
+  const Means means = choose(need, bytes() - own);
   const char* const how = inFile_ ? " with its factor in a scratch file" : "";
   requireRoom("factorising " + input_.source + how, means.bytes, bytes() - own);
   if (inFile_ && !file_) {

@@ -117,15 +117,13 @@ class CholeskyBackend final : public Backend {
     double bytes;
   };
   /// The fastest that fit into memory beside the `held` bytes, or the most frugal ones.
-  /// need(threads, keptFrom) is what they take with so many threads on subtrees of their own; that
-  /// may come to be `more` where nothing is kept in a file.
+  /// need(threads, keptFrom) is what they take with so many threads on subtrees of their own.
   template <class Need>
-  Means choose(const Need& need, double held, double more = 0.0) const {
+  Means choose(const Need& need, double held) const {
     using korin::sparse::kKeepNothing, korin::sparse::kLeastKept;
     Means means{{}, need(threads(), kKeepNothing)};
     if (!inFile_) {
-      if (threads() == 1 || fitsMemory(means.bytes + more, options_.memoryLimit, held))
-        return means;
+      if (threads() == 1 || fitsMemory(means.bytes, options_.memoryLimit, held)) return means;
       return {{kKeepNothing, true}, need(1, kKeepNothing)};
     }
     const auto fits = [&](int apart) {
